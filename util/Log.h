@@ -1,0 +1,38 @@
+#ifndef FLUVIAFS_UTIL_LOG_H_
+#define FLUVIAFS_UTIL_LOG_H_
+
+#include "util/Relaxed.h"
+
+namespace util {
+
+// The level at or below which messages are printed; -4 (errors only) until someone changes it.
+// Any thread reads and writes it without a lock.
+extern Relaxed<int> LOG_LEV;
+
+// Reads "/data/vendor/3rd_rw/fluviafs/log_level" into LOG_LEV; called when the thread engine first
+// starts. Only two characters of the file count; an empty or missing file changes nothing.
+void detectLoglevel();
+
+// Write one line to standard error: prefix, message, newline. Three stdio calls without a lock of
+// our own, so lines of concurrent threads may interleave. Use FLUVIA_LOG instead.
+void logText(const char* function, int line, const char* text);
+void logFormat(const char* function, int line, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+}  // namespace util
+
+#define FLUVIA_LOG_PICK(a, b, c, d, e, f, g, h, i, name, ...) name
+
+// Logs a message at a threshold: FLUVIA_LOG(0, "constant text") or FLUVIA_LOG(2, "format %d", n).
+// The arguments are evaluated only when the line is printed: some of them do work of their own.
+#define FLUVIA_LOG(level, ...)                                                                    \
+  do {                                                                                            \
+    if (::util::LOG_LEV.get() >= (level)) {                                                       \
+      FLUVIA_LOG_PICK(__VA_ARGS__, ::util::logFormat, ::util::logFormat, ::util::logFormat,       \
+                      ::util::logFormat, ::util::logFormat, ::util::logFormat, ::util::logFormat, \
+                      ::util::logFormat, ::util::logText, )                                       \
+      (__func__, __LINE__, __VA_ARGS__);                                                          \
+    }                                                                                             \
+  } while (false)
+
+#endif  // FLUVIAFS_UTIL_LOG_H_
