@@ -1,0 +1,33 @@
+#ifndef FLUVIAFS_WEBS_FILEREQUEST_H_
+#define FLUVIAFS_WEBS_FILEREQUEST_H_
+
+#include <string>
+
+#include "util/BufferQueueProducer.h"
+
+// Producer of one resource, known by its path or URL; base of the local and the HTTP producer.
+//
+// Threads:   as util::BufferQueueProducer.
+// Ownership: owned by the shared file that made it; the receiver is not owned.
+class FileRequest : public util::BufferQueueProducer {
+ public:
+  explicit FileRequest(const std::string& resource);
+  ~FileRequest() override;
+  FileRequest(const FileRequest&) = delete;
+  FileRequest& operator=(const FileRequest&) = delete;
+
+  void setOutput(util::BufferQueueDataReceiver* receiver) override;
+
+  // 0 for a local file, 1 for HTTP.
+  virtual int getType() = 0;
+  // Prepares the source. False means that the resource cannot be used.
+  virtual bool initialize() = 0;
+  // Forgets the receiver.
+  virtual void unsetOutput();
+
+ protected:
+  std::string url;
+  util::BufferQueueDataReceiver* out;
+};
+
+#endif  // FLUVIAFS_WEBS_FILEREQUEST_H_
