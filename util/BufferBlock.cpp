@@ -1,0 +1,46 @@
+#include "util/BufferBlock.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace util {
+
+BufferBlock::BufferBlock(unsigned int capacity, int blockId)
+    : data(capacity), payload(0), beginningSeqNum(0), fresh(true), id(blockId) {}
+
+BufferBlock::~BufferBlock() = default;
+
+unsigned int BufferBlock::in(unsigned char* src, unsigned int len) {
+  const unsigned int count = std::min(len, sizeOfFree());
+  if (count == 0) return 0;
+  memcpy(data.data() + payload, src, count);
+  payload += count;
+  return count;
+}
+
+void BufferBlock::out(unsigned int offset, void* dst, unsigned int len,
+                      unsigned int* outLen) const {
+  const int held = static_cast<int>(payload - offset);
+  if (held <= 0) {
+    *outLen = 0;
+    return;
+  }
+  *outLen = std::min(len, static_cast<unsigned int>(held));
+  if (*outLen != 0) memcpy(dst, data.data() + offset, *outLen);
+}
+
+bool BufferBlock::isContained(long long seq) const { return beginningSeqNum <= seq && seq < end(); }
+
+bool BufferBlock::willContained(long long seq) const {
+  return beginningSeqNum <= seq && seq < beginningSeqNum + size();
+}
+
+void BufferBlock::setBeginningSeqNum(long long seq, bool isFresh) {
+  beginningSeqNum = seq;
+  payload = 0;
+  fresh = isFresh;
+}
+
+void BufferBlock::setId(int blockId) { id = blockId; }
+
+}  // namespace util

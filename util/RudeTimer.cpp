@@ -1,0 +1,72 @@
+#include "util/RudeTimer.h"
+
+#include "util/Log.h"
+
+namespace util {
+
+namespace {
+constexpr int kStepMs = 100;
+}  // namespace
+
+RudeTimer::RudeTimer(int period, bool repeats, void (*function)(void*))
+    : periodMs(period),
+      callback(function),
+      callbackArg(nullptr),
+      repeat(repeats),
+      active(false),
+      thread(&RudeTimer::run) {
+  if (periodMs < kStepMs) {
+    FLUVIA_LOG(0, "Error setting, the give timer time is too little:%d mseconds", periodMs);
+  }
+}
+
+// The thread object is the last member: it goes first and waits for a count under way.
+RudeTimer::~RudeTimer() { FLUVIA_LOG(0, "begin to stop timer thread"); }
+
+void RudeTimer::start(void* arg) {
+  Lock lock(*this);
+  elapsedMs = 0;
+  if (!active) {
+    active = true;
+    callbackArg = arg;
+    thread.start(this);
+  }
+}
+
+void RudeTimer::stop() {
+  Lock lock(*this);
+  active = false;
+  thread.stop(false);
+}
+
+void* RudeTimer::run(void* timer) {
+  RudeTimer* self = static_cast<RudeTimer*>(timer);
+  FLUVIA_LOG(0, "RudeTimer run loop");
+  for (;;) {
+    void* arg = nullptr;
+    {
+      Lock lock(*self);
+      if (!self->active) return nullptr;
+      arg = self->callbackArg;
+    }
+    while (self->elapsedMs < self->periodMs && self->active) {
+      delay(kStepMs);
+      self->elapsedMs += kStepMs;
+    }
+    if (!self->active) {
+      FLUVIA_LOG(0, "Timer is interrupted:%d ~ %d", self->elapsedMs.get(), self->periodMs);
+      return nullptr;
+    }
+    FLUVIA_LOG(0, "Timer out:%d ~ %d", self->elapsedMs.get(), self->periodMs);
+    self->callback(arg);
+    if (!self->repeat) {
+      self->active = false;
+      return nullptr;
+    }
+    // A repeating timer fires at once again until someone starts the count anew; without this way
+    // out its destructor would wait for ever.
+    if (self->thread.needForceClose()) return nullptr;
+  }
+}
+
+}  // namespace util

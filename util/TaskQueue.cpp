@@ -1,0 +1,122 @@
+#include "util/TaskQueue.h"
+
+#include <algorithm>
+
+#include "util/Log.h"
+
+namespace util {
+
+thread_local void* TaskQueue::tmpObject = nullptr;
+
+Task::Task(TaskCallback taskCallback, void* taskArg, void* taskSender)
+    : callback(taskCallback), arg(taskArg), sender(taskSender) {}
+
+Task::~Task() = default;
+
+TaskQueue::TaskQueue() : exiting(false) {}
+
+TaskQueue::~TaskQueue() = default;
+
+int TaskQueue::putTask(TaskCallback callback, void* arg, void* sender) {
+  syncBegin();
+  try {
+    if (freeTasks.empty()) {
+      pending.push_back(nullptr);
+      try {
+        pending.back() = new Task(callback, arg, sender);
+      } catch (...) {
+        pending.pop_back();
+        throw;
+      }
+    } else {
+      Task* task = freeTasks.front();
+      task->callback = callback;
+      task->arg = arg;
+      task->sender = sender;
+      pending.splice(pending.end(), freeTasks, freeTasks.begin());
+    }
+  } catch (...) {
+    syncEnd();
+    throw;
+  }
+  notifyAll(0);
+  return syncEnd();
+}
+
+Task* TaskQueue::popTask(Task* finished) {
+  Lock lock(*this);
+  if (finished != nullptr) {
+    // Splices, so that a worker never needs memory to go on.
+    for (auto it = running.begin(); it != running.end();) {
+      const auto next = std::next(it);
+      if (*it == finished) freeTasks.splice(freeTasks.end(), running, it);
+      it = next;
+    }
+  }
+  while (pending.empty()) {
+    if (exiting) return nullptr;
+    FLUVIA_LOG(1, "thread engine waiting for task");
+    wait(0);
+  }
+  Task* task = pending.front();
+  running.splice(running.end(), pending, pending.begin());
+  FLUVIA_LOG(1, "thread engine has got a task");
+  return task;
+}
+
+bool TaskQueue::cancel(void* arg) {
+  std::list<Task*> withdrawn;
+  {
+    Lock lock(*this);
+    tmpObject = arg;
+    const auto it = std::find_if(pending.begin(), pending.end(), isTaskOfArg);
+    if (it == pending.end()) return false;
+    withdrawn.splice(withdrawn.end(), pending, it);
+  }
+  callCancelled(withdrawn);
+  Lock lock(*this);
+  freeTasks.splice(freeTasks.end(), withdrawn);
+  return true;
+}
+
+int TaskQueue::cancelAll(void* sender) {
+  std::list<Task*> withdrawn;
+  {
+    Lock lock(*this);
+    tmpObject = sender;
+    for (auto it = std::find_if(pending.begin(), pending.end(), isTaskOfSender);
+         it != pending.end();) {
+      const auto next = std::next(it);
+      withdrawn.splice(withdrawn.end(), pending, it);
+      it = std::find_if(next, pending.end(), isTaskOfSender);
+    }
+  }
+  callCancelled(withdrawn);
+  const int count = static_cast<int>(withdrawn.size());
+  Lock lock(*this);
+  freeTasks.splice(freeTasks.end(), withdrawn);
+  return count;
+}
+
+int TaskQueue::cancelAll() {
+  Lock lock(*this);
+  const int count = static_cast<int>(pending.size());
+  freeTasks.splice(freeTasks.end(), pending);
+  return count;
+}
+
+void TaskQueue::setExiting() {
+  Lock lock(*this);
+  exiting = true;
+  notifyAll(0);
+}
+
+void TaskQueue::callCancelled(const std::list<Task*>& withdrawn) {
+  for (Task* task : withdrawn) task->callback(task->arg, TENGINE_CANCELLED);
+}
+
+bool TaskQueue::isTaskOfArg(Task* task) { return task->arg == tmpObject; }
+
+bool TaskQueue::isTaskOfSender(Task* task) { return task->sender == tmpObject; }
+
+}  // namespace util

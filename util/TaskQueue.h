@@ -1,0 +1,76 @@
+#ifndef FLUVIAFS_UTIL_TASKQUEUE_H_
+#define FLUVIAFS_UTIL_TASKQUEUE_H_
+
+#include <list>
+
+#include "util/Semaphore.h"
+
+namespace util {
+
+// What a task's callback is told.
+enum TEngineEvent_E {
+  TENGINE_EXECUTE = 0,   // the task runs on a worker
+  TENGINE_CANCELLED = 1  // the task was withdrawn before a worker took it; its only call
+};
+
+using TaskCallback = void (*)(void* arg, TEngineEvent_E event);
+
+// One job: a callback, its argument, and a tag of who queued it.
+class Task {
+ public:
+  Task(TaskCallback callback, void* arg, void* sender);
+  virtual ~Task();
+
+  TaskCallback callback;
+  void* arg;     // not owned
+  void* sender;  // compared, never dereferenced
+};
+
+// First-in-first-out queue of tasks, with the task objects that are free for reuse.
+//
+// Threads:   any. Callbacks are never called with the queue's lock held, so they may queue and
+//            withdraw tasks themselves.
+// Ownership: owns every Task; none is deleted while the process lives.
+class TaskQueue : public Semaphore {
+ public:
+  TaskQueue();
+  ~TaskQueue() override;
+
+  // Appends a task and wakes the workers. Returns the status of the unlock, 0 on success.
+  int putTask(TaskCallback callback, void* arg, void* sender) EXCLUDES(this);
+  // Takes the oldest task, waiting for one; finished (may be null) is free for reuse from now on.
+  // Returns null only after setExiting(), when nothing is pending.
+  Task* popTask(Task* finished) EXCLUDES(this);
+  // Withdraws the oldest pending task whose argument is arg and calls it with TENGINE_CANCELLED on
+  // this thread. False when there is none, also when it runs or ran.
+  bool cancel(void* arg) EXCLUDES(this);
+  // Withdraws every pending task of that sender, oldest first, each called with TENGINE_CANCELLED
+  // on this thread. Returns how many.
+  int cancelAll(void* sender) EXCLUDES(this);
+  // Withdraws every pending task without calling anyone. Returns how many.
+  int cancelAll() EXCLUDES(this);
+  // Lets popTask return null once nothing is pending.
+  void setExiting() EXCLUDES(this);
+
+  // Predicates of the withdrawals: compare with tmpObject.
+  static bool isTaskOfArg(Task* task);
+  static bool isTaskOfSender(Task* task);
+
+ private:
+  friend class TaskQueueProbe;
+
+  // Calls each task of the list with TENGINE_CANCELLED and frees it for reuse.
+  void callCancelled(const std::list<Task*>& withdrawn) EXCLUDES(this);
+
+  std::list<Task*> pending GUARDED_BY(this);
+  std::list<Task*> running GUARDED_BY(this);
+  std::list<Task*> freeTasks GUARDED_BY(this);
+  bool exiting GUARDED_BY(this);
+
+  // What the predicates look for. One a thread, so that two queues do not disturb each other.
+  static thread_local void* tmpObject;
+};
+
+}  // namespace util
+
+#endif  // FLUVIAFS_UTIL_TASKQUEUE_H_

@@ -1,0 +1,63 @@
+#include "util/ThreadEngine.h"
+
+#include <cstdio>
+
+#include "util/Log.h"
+
+namespace util {
+
+namespace {
+// Five may run asynchronous reads at once, so that one is always left for restarting streams.
+constexpr int kWorkers = 6;
+}  // namespace
+
+NeverDestroyed<ThreadEngine> ThreadEngine::_INS_;
+
+ThreadEngine::ThreadEngine() : initialized(false) {}
+
+ThreadEngine::~ThreadEngine() {
+  Lock lock(initLock);
+  if (initialized) {
+    queue.setExiting();
+    for (Executor* executor : executors) pthread_join(executor->thread, nullptr);
+    for (Executor* executor : executors) delete executor;
+    executors.clear();
+  }
+  FLUVIA_LOG(1, "1");
+}
+
+ThreadEngine* ThreadEngine::getInstance() { return &_INS_.get(); }
+
+void ThreadEngine::initialize() {
+  Lock lock(initLock);
+  if (initialized) return;
+  initialized = true;
+  executors.reserve(kWorkers);
+  for (int i = 0; i < kWorkers; ++i) {
+    char name[16];
+    snprintf(name, sizeof name, "ThreadEngine %d", i);
+    Executor* executor = new Executor(&queue, name);
+    FLUVIA_LOG(1, "1");
+    // The worker that could not be started is left behind, wanted: the pool is never completed.
+    if (pthread_create(&executor->thread, nullptr, Executor::run, executor) != 0) return;
+    FLUVIA_LOG(1, "creat thread %d OK", i);
+    executors.push_back(executor);
+  }
+  detectLoglevel();
+  FLUVIA_LOG(1, "end to init");
+}
+
+int ThreadEngine::requestExecute(TaskCallback callback, void* arg, void* sender) {
+  FLUVIA_LOG(1, "1");
+  return queue.putTask(callback, arg, sender);
+}
+
+int ThreadEngine::requestExecuteOrderly(TaskCallback callback, void* arg, void* sender) {
+  return queue.putTask(callback, arg, sender);
+}
+
+bool ThreadEngine::cancel(void* arg) { return queue.cancel(arg); }
+
+int ThreadEngine::cancelAll(void* sender) { return queue.cancelAll(sender); }
+
+}  // namespace util
