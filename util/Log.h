@@ -23,16 +23,19 @@ void logFormat(const char* function, int line, const char* format, ...)
 
 #define FLUVIA_LOG_PICK(a, b, c, d, e, f, g, h, i, name, ...) name
 
-// Logs a message at a threshold: FLUVIA_LOG(0, "constant text") or FLUVIA_LOG(2, "format %d", n).
-// The arguments are evaluated only when the line is printed: some of them do work of their own.
-#define FLUVIA_LOG(level, ...)                                                                    \
+// Logs a message under another function's name: for the parts that a long operation was split into.
+#define FLUVIA_LOG_AS(function, level, ...)                                                       \
   do {                                                                                            \
     if (::util::LOG_LEV.get() >= (level)) {                                                       \
       FLUVIA_LOG_PICK(__VA_ARGS__, ::util::logFormat, ::util::logFormat, ::util::logFormat,       \
                       ::util::logFormat, ::util::logFormat, ::util::logFormat, ::util::logFormat, \
                       ::util::logFormat, ::util::logText, )                                       \
-      (__func__, __LINE__, __VA_ARGS__);                                                          \
+      (function, __LINE__, __VA_ARGS__);                                                          \
     }                                                                                             \
   } while (false)
+
+// Logs a message at a threshold: FLUVIA_LOG(0, "constant text") or FLUVIA_LOG(2, "format %d", n).
+// The arguments are evaluated only when the line is printed: some of them do work of their own.
+#define FLUVIA_LOG(level, ...) FLUVIA_LOG_AS(__func__, level, __VA_ARGS__)
 
 #endif  // FLUVIAFS_UTIL_LOG_H_

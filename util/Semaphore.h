@@ -36,25 +36,31 @@ class CAPABILITY("mutex") Semaphore {
   mutable pthread_cond_t condition_;
 };
 
-// Holds a Semaphore's lock for a scope; release() gives it up early.
+// Holds a Semaphore's lock for a scope; release() gives it up early, acquire() takes it again.
 class SCOPED_CAPABILITY Lock {
  public:
   explicit Lock(const Semaphore& semaphore) ACQUIRE(semaphore) : semaphore_(&semaphore) {
     semaphore.syncBegin();
   }
   ~Lock() RELEASE() {
-    if (semaphore_ != nullptr) semaphore_->syncEnd();
+    if (held_) semaphore_->syncEnd();
   }
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
   void release() RELEASE() {
     semaphore_->syncEnd();
-    semaphore_ = nullptr;
+    held_ = false;
+  }
+  // Locks again after release().
+  void acquire() ACQUIRE() {
+    semaphore_->syncBegin();
+    held_ = true;
   }
 
  private:
   const Semaphore* semaphore_;
+  bool held_ = true;
 };
 
 // Sleeps milliseconds / 1000 whole seconds. Anything below 1000 returns at once: the timer and the

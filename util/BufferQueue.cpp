@@ -1,0 +1,385 @@
+// Construction, the worker and its restarts.
+#include "util/BufferQueue.h"
+
+#include <cstdio>
+
+#include "util/BufferBlockPoolManager.h"
+#include "util/Log.h"
+#include "util/PausePoint.h"
+#include "util/ThreadEngine.h"
+
+namespace util {
+
+namespace {
+// From this much block memory on, a queue that goes frees its blocks instead of pooling them.
+constexpr long long kKeepBlocksBelow = 0x2000000;
+// How often a stop is repeated while the worker is about to start the producer.
+constexpr int kStopRepeatMs = 5;
+}  // namespace
+
+Relaxed<bool> BufferQueue::overDeliveryCancel(false);
+Relaxed<int> BufferQueue::feedWaitCount(0);
+
+BufferQueue::BufferQueue(int bufferSize)
+    : readRunning(false),
+      waitingFeedRequest(false),
+      delayNextConnection(false),
+      blockCount(bufferSize / static_cast<int>(kBlockSize)),
+      bufferCapacity(blockCount * static_cast<int>(kBlockSize)),
+      gapDetected(0),
+      initialized(false),
+      workerStarted(false),
+      producer(nullptr),
+      streamFrom(0),
+      streamLength(0),
+      connectionBegin(0),
+      reserved(0),
+      worker(&BufferQueue::workerRun),
+      seekRequested(false),
+      breakRequested(false),
+      streamStatus(STATUS_PARTIAL_END),
+      needFeed(false),
+      seekable(true),
+      headCache(),
+      newHeadCache(),
+      headChecking(false),
+      volatileContent(false),
+      pool(nullptr),
+      connecting(false),
+      releaseCalled(false),
+      streaming(false),
+      parked(false),
+      endedSilently(false),
+      mayPlace(false),
+      endReached(false),
+      overDelivered(false),
+      connectionStored(false),
+      emptyEnds(0),
+      notedVersion(0),
+      startedVersion(-1),
+      workerThread(),
+      restartTasks(0) {
+  // After the capacity was taken, wanted: a small buffer reports less than its two blocks hold.
+  if (blockCount < 2) blockCount = 2;
+  dump.read_usb_path();
+}
+
+BufferQueue::~BufferQueue() {
+  FLUVIA_LOG(2, "~buffer begin");
+  {
+    Lock queue(*this);
+    worker.stop(true);
+    BufferBlockPoolManager* manager = BufferBlockPoolManager::getInstance();
+    if (pool != nullptr) {
+      if (manager->getTotalMemorySize() >= kKeepBlocksBelow) {
+        deleteBlock(pool);
+      } else {
+        Lock feed(feedLock);
+        for (BufferBlock* block : blocks) pool->push(block);
+      }
+      manager->declaimPool(pool);
+      pool = nullptr;
+    }
+    {
+      Lock feed(feedLock);
+      blocks.clear();
+    }
+    FLUVIA_LOG(-4, "BufferQueue(%p) poolManagersize:%lld", static_cast<void*>(this),
+               manager->getTotalMemorySize());
+  }
+  FLUVIA_LOG(2, "~buffer end");
+}
+
+bool BufferQueue::initialize(BufferQueueProducer* source) {
+  producer = source;
+  if (initialized) return true;
+  pool = BufferBlockPoolManager::getInstance()->claimPool(static_cast<int>(kBlockSize));
+  if (pool == nullptr) return false;
+  {
+    Lock feed(feedLock);
+    for (int i = 0; i < blockCount; ++i) {
+      blocks.push_back(nullptr);
+      BufferBlock* block = pool->pop();
+      if (block == nullptr) {
+        blocks.pop_back();
+        return false;
+      }
+      block->setId(i);
+      blocks.back() = block;
+    }
+    rdTail = blocks.begin();
+    wtHead = blocks.begin();
+    if (blocks.empty()) return false;
+    blocks.front()->setBeginningSeqNum(0, true);
+    version = 0;
+  }
+  setStatus(STATUS_IDLE);
+  ThreadEngine::getInstance()->initialize();
+  initialized = true;
+  return true;
+}
+
+void BufferQueue::release() {
+  {
+    Lock feed(feedLock);
+    FLUVIA_LOG(0, "going  to release");
+    releaseCalled = true;
+    setStatus(STATUS_RELEASED);
+    feedLock.notifyAll(0);
+  }
+  {
+    Lock queue(*this);
+    ThreadEngine::getInstance()->cancelAll(this);
+    FLUVIA_LOG(0, " begin to stopWorker");
+    {
+      Lock work(workerLock);
+      stopWorker();
+    }
+    FLUVIA_LOG(0, " begin to stop timer");
+  }
+  Lock restarts(restartLock);
+  while (restartTasks > 0) restartLock.wait(0);
+}
+
+void* BufferQueue::workerRun(void* queue) {
+  FLUVIA_LOG(1, "Worker is going to begin");
+  static_cast<BufferQueue*>(queue)->workBegin();
+  FLUVIA_LOG(1, "worker is successful to finsihed");
+  return nullptr;
+}
+
+void BufferQueue::workBegin() {
+  FLUVIA_LOG(1, "workBegin in");
+  int startVersion = 0;
+  long long from = 0;
+  long long length = 0;
+  if (!prepareConnection(&startVersion, &from, &length)) return;
+  FLUVIA_PAUSE_POINT("BufferQueue::workBegin before start");
+  int result = 0;
+  if (producer != nullptr) result = producer->startStreaming(startVersion, from, length);
+  connectionLeft(startVersion, result);
+}
+
+// Takes offset, length and version of the next connection in one step under feedLock, together with
+// the exit test: a stop either sees connecting or is seen here.
+bool BufferQueue::prepareConnection(int* startVersion, long long* from, long long* length) {
+  Lock feed(feedLock);
+  if (needExit()) {
+    FLUVIA_LOG_AS("workBegin", 1, "break from workBegin because of exit request");
+    return false;
+  }
+  if (notedVersion != version || startedVersion == version) return false;
+  if (delayNextConnection) {
+    FLUVIA_LOG_AS("workBegin", 1,
+                  "delay 1 second before next new connection (because this server only support one "
+                  "connection or one connection has been detected to be limited by serve");
+    delay(300);  // zero whole seconds, wanted
+  }
+  if (*wtHead == nullptr) {
+    FLUVIA_LOG_AS("workBegin", 1, "crash here !!!!");
+    return false;
+  }
+  FLUVIA_LOG_AS("workBegin", 1, "%lld + %lld", writeEnd(), streamLength);
+  const long long until = static_cast<long long>(static_cast<unsigned long long>(streamFrom) +
+                                                 static_cast<unsigned long long>(streamLength));
+  if (until >= contentSize || until < 0) {
+    streamLength = 0;
+    FLUVIA_LOG_AS("workBegin", 1, "error count!!!, revise to 0");
+  }
+  *from = streamFrom;
+  *length = streamLength;
+  *startVersion = version;
+  streamLength = 0;
+  needFeed = false;
+  connectionBegin = streamFrom;
+  if (*from != (*wtHead)->getBeginningSeqNum()) {
+    FLUVIA_LOG_AS("workBegin", 1, "errorRRRRRRRRRRRRRRRRRRRRRRRRRRR");
+  }
+  FLUVIA_LOG_AS("workBegin", 1, "%lld ~ %lld", *from, *from + *length);
+  dumpBlocks(false);
+  connecting = true;
+  startedVersion = version;
+  workerThread = pthread_self();
+  connectionStored = false;
+  overDelivered = false;
+  endedSilently = false;
+  return true;
+}
+
+void BufferQueue::connectionLeft(int startVersion, int result) {
+  Lock feed(feedLock);
+  connecting = false;
+  if (result < 0 && startVersion == version && !needExit()) {
+    // Nothing was started and no event will come: without this a reader would wait for ever.
+    streaming = false;
+    failStream();
+  }
+  feedLock.notifyAll(0);
+}
+
+void BufferQueue::startWorker() {
+  if (!worker.start(this)) {
+    fputs("start worker failed, errorrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr",
+          stderr);
+  }
+}
+
+void BufferQueue::stopWorker() {
+  FLUVIA_LOG(0, "stopWorker in ");
+  if (producer != nullptr) {
+    producer->stopStreaming();
+    // The worker may have been about to start the producer when it was stopped.
+    Lock feed(feedLock);
+    while (connecting) {
+      if (feedLock.waitFor(kStopRepeatMs) || !connecting) continue;
+      feed.release();
+      producer->stopStreaming();
+      feed.acquire();
+    }
+  }
+  FLUVIA_LOG(0, "stop worker begin");
+  worker.stop(false);
+  FLUVIA_LOG(0, "stop worker end");
+  --activeWorkNum;
+}
+
+void BufferQueue::resetStreaming() {
+  ++version;
+  streaming = true;
+  queueRestartTask();
+}
+
+void BufferQueue::queueRestartTask() {
+  ++activeWorkNum;
+  FLUVIA_LOG_AS("resetStreaming", 0, "activeWorkNum:%d", activeWorkNum.get());
+  {
+    Lock restarts(restartLock);
+    ++restartTasks;
+  }
+  try {
+    ThreadEngine::getInstance()->requestExecute(&BufferQueue::restartTask, this, this);
+  } catch (...) {
+    // No memory for the task: the stream cannot go on, and its readers are told so.
+    restartDone();
+    --activeWorkNum;
+    streaming = false;
+    failStream();
+  }
+}
+
+void BufferQueue::restartFromWriteHead() {
+  streamFrom = writeEnd();
+  resetStreaming();
+}
+
+void BufferQueue::restartTask(void* queue, TEngineEvent_E event) {
+  BufferQueue* self = static_cast<BufferQueue*>(queue);
+  if (event == TENGINE_EXECUTE) self->restart();
+  self->restartDone();
+}
+
+void BufferQueue::restart() {
+  FLUVIA_LOG_AS("restartTask", 0, "restart worker");
+  Lock work(workerLock);
+  forgetBrokenRead();
+  if (needExit()) {
+    FLUVIA_LOG_AS("restartTask", 0, "need exit");
+    giveRestartUp();
+    return;
+  }
+  {
+    Lock feed(feedLock);
+    if (notedVersion == version) {
+      // An earlier task has started this version already: stopping it would stream it twice.
+      --activeWorkNum;
+      return;
+    }
+  }
+  stopWorker();
+  {
+    Lock feed(feedLock);
+    notedVersion = version;
+  }
+  FLUVIA_PAUSE_POINT("BufferQueue::restart noted");
+  FLUVIA_LOG_AS("restartTask", 0, "begin to start worker");
+  startWorker();
+  FLUVIA_LOG_AS("restartTask", 0, "end to start worker");
+}
+
+void BufferQueue::giveRestartUp() {
+  bool released = false;
+  {
+    Lock feed(feedLock);
+    released = releaseCalled;
+  }
+  // Ends a transfer that holds still for the restart it was promised.
+  if (!released && producer != nullptr) producer->stopStreaming();
+  Lock feed(feedLock);
+  --activeWorkNum;
+  streaming = false;
+  feedLock.notifyAll(0);
+}
+
+void BufferQueue::restartDone() {
+  Lock restarts(restartLock);
+  --restartTasks;
+  restartLock.notifyAll(0);
+}
+
+void BufferQueue::setStatus(int status) {
+  Lock lock(statusLock);
+  streamStatus = status;
+}
+
+bool BufferQueue::needExit() {
+  const int status = streamStatus;
+  if (status == STATUS_RELEASED || status == STATUS_NOT_FOUND || status == STATUS_NOT_AVAILABLE) {
+    FLUVIA_LOG(0, "stream status is :%d", status);
+    return true;
+  }
+  const int retries = retryCount;
+  if ((status == STATUS_ERROR || status == STATUS_TIMEOUT) && retries > 1) {
+    FLUVIA_LOG(0, "stream status is :%d, retry finished:%d times", status, retries);
+    return true;
+  }
+  return false;
+}
+
+void BufferQueue::resetErrorStatus() {
+  Lock lock(statusLock);
+  const int status = streamStatus;
+  if (status == STATUS_RELEASED || status == STATUS_NOT_FOUND || status == STATUS_TIMEOUT) {
+    streamStatus = STATUS_IDLE;
+  }
+}
+
+void BufferQueue::forgetBrokenRead() {
+  if (streamStatus != STATUS_RELEASED) return;
+  Lock feed(feedLock);
+  if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
+}
+
+void BufferQueue::failStream() {
+  setStatus(STATUS_ERROR);
+  retryCount = 2;
+  feedLock.notifyAll(0);
+}
+
+void BufferQueue::startMonitorFeeding() {}
+
+void BufferQueue::fillMonitor(void* queue) { static_cast<BufferQueue*>(queue)->feedManually(); }
+
+bool BufferQueue::deleteBlock(BufferBlockPool* owner) {
+  Lock feed(feedLock);
+  int count = 0;
+  for (BufferBlock*& block : blocks) {
+    delete block;
+    block = nullptr;
+    ++count;
+  }
+  FLUVIA_LOG(-4, "BufferQueue(%p) deleck block count:%d", static_cast<void*>(this), count);
+  owner->reduceblocksize(count);
+  return true;
+}
+
+}  // namespace util

@@ -1,0 +1,298 @@
+#ifndef FLUVIAFS_UTIL_BUFFERQUEUE_H_
+#define FLUVIAFS_UTIL_BUFFERQUEUE_H_
+
+#include <pthread.h>
+
+#include <list>
+#include <string>
+
+#include "util/BufferBlock.h"
+#include "util/BufferBlockPool.h"
+#include "util/BufferQueueDataReceiver.h"
+#include "util/BufferQueueProducer.h"
+#include "util/DumpFile.h"
+#include "util/Relaxed.h"
+#include "util/Semaphore.h"
+#include "util/TaskQueue.h"
+#include "util/ThreadObject.h"
+
+namespace util {
+
+// Values of the stream status.
+enum StreamStatus {
+  STATUS_IDLE = -1,          // no connection yet, or ready to connect again
+  STATUS_NORMAL = 0,         // a connection delivers data
+  STATUS_PARTIAL_END = 1,    // the connection ended normally
+  STATUS_ERROR = 2,          // the connection failed; final once retryCount is above 1
+  STATUS_RELEASED = 3,       // the queue is being closed, or a read was broken off
+  STATUS_NOT_FOUND = 4,      // the resource does not exist
+  STATUS_TIMEOUT = 5,        // the connection timed out; final once retryCount is above 1
+  STATUS_NOT_AVAILABLE = 6,  // the resource cannot be served
+  STATUS_RESET = 7           // the feeding monitor restarts the stream
+};
+
+// Stream buffer between one producer and the readers of one resource.
+//
+// A fixed set of 32768-byte blocks forms a movable span over the resource, in resource order from
+// front to back. The producer fills the block at wtHead, readers copy out of the block at rdTail.
+// A reader whose data is not in the span raises needFeed; the transfer thread sees it at its next
+// chunk, or while it is parked after the end of its range, places a block at the wanted offset
+// (fragmentStreaming) and has the connection replaced (resetStreaming): version grows by one and a
+// task on the thread engine stops the producer and starts the worker anew. Data of an older version
+// is dropped.
+//
+// Threads:   readers on any thread (serialised by the queue lock, which is this object); the worker
+//            inside the producer's startStreaming; the producer's transfer thread in streamIn and
+//            notifyStreamException; thread-engine workers in the restart task. Lock order: the
+//            queue lock, workerLock, the producer's lock, feedLock, then the leaves statusLock,
+//            restartLock and the engine's. All waiting for data, space or an end is on feedLock's
+//            condition.
+// Ownership: owns its blocks while initialised; the producer is not owned and lives until release()
+//            has returned.
+// Invariant: from resetStreaming() until the first byte of the new version arrives, streamFrom is
+//            the end of the block at wtHead.
+class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
+ public:
+  // bufferSize in bytes: bufferSize / 32768 blocks, at least two. Takes no blocks yet.
+  explicit BufferQueue(int bufferSize);
+  ~BufferQueue() override;
+
+  // Takes size bytes at the write head; may wait for a free block. Returns 1 to go on, 0 to stop
+  // this connection.
+  int streamIn(void* data, unsigned int size, int version) override EXCLUDES(feedLock);
+  // Reacts to a StreamEvent; after the end of a range it may wait until a reader wants more.
+  void notifyStreamException(int event) override EXCLUDES(feedLock);
+
+  // Stores the producer and, the first time, claims pool and blocks and starts the thread engine.
+  // False when a block cannot be had; the queue must then not be used.
+  bool initialize(BufferQueueProducer* producer);
+  // Begins shutdown: ends every read, stops the producer and the worker, and waits for restart
+  // tasks that run. The producer is not used afterwards.
+  void release() EXCLUDES(this);
+
+  // Reads at most size bytes at readOffset, waiting for them. Returns 0 with the count in
+  // *readBytes (fewer than asked only at the end of the resource), -13 at the end, or a failure:
+  // -1, -4, -6 (time-out), -17 (not available), -21 (not found). *readBytes is always set.
+  int read(char* buffer, unsigned int size, unsigned int* readBytes) EXCLUDES(this);
+  // Moves the read offset; opens no connection. False for an offset that is negative or past a
+  // known size (the offset then stays and is reported), or when the stream has failed.
+  bool seek(long long offset, long long* newOffset) EXCLUDES(this);
+  // Makes a running read return, and waits until it has noticed.
+  void breakRead() EXCLUDES(feedLock);
+  // Learns size and seekability by reading one byte, unless they are known or the stream has
+  // failed. The read offset stays. Waits for the first byte.
+  void probe() EXCLUDES(this);
+
+  // Contiguous bytes held from offset on, 0 when it is not held.
+  long long getBufferedSize(long long offset) EXCLUDES(feedLock);
+  // Offset of the first byte of the front block, 0 when the list is empty.
+  long long getMiniBlockOffset() EXCLUDES(feedLock);
+
+  bool isRandomAccess() const { return seekable; }
+  void setVolContent() { volatileContent = true; }
+  bool isVolatile() const { return volatileContent; }
+  long long getReadPosition() const { return readOffset; }
+  long long getContentSize() const { return contentSize; }
+  // Capacity in bytes as asked for, rounded down to whole blocks; not raised to the two blocks that
+  // are always there.
+  int getBufferSize() const { return bufferCapacity; }
+  void setUri(const std::string& uri) { name = uri; }
+
+  // True when no more data will come: closed, not found, not available, or failed twice in a row.
+  bool needExit();
+  bool errorOccured() { return needExit(); }
+  bool isResetStream() const { return streamStatus == STATUS_RESET; }
+  // Makes a status of 3, 4 or 5 idle again.
+  void resetErrorStatus();
+
+  // Does nothing; the monitor is not armed by this library.
+  void startMonitorFeeding();
+  // Monitor entry: feedManually() of the queue given as argument.
+  static void fillMonitor(void* queue);
+  // Restarts the stream at the write head's block when a reader waits on a connection.
+  void feedManually() EXCLUDES(feedLock);
+
+  // Compares the start of a new connection with the start of the first one. True: different, or not
+  // yet decided. False: the same, and the content size becomes the end of the write head.
+  bool cacheHeadToCheck(unsigned char* data, unsigned int size) EXCLUDES(feedLock);
+
+  // Logs the block list at level 3.
+  void dumpBuffer(bool all) EXCLUDES(feedLock);
+  // Destroys every block of the list and writes them off at the pool. Returns true.
+  bool deleteBlock(BufferBlockPool* pool);
+
+ private:
+  friend class BufferQueueProbe;
+
+  using BlockList = std::list<BufferBlock*>;
+  using BlockIt = BlockList::iterator;
+
+  static constexpr unsigned int kBlockSize = 32768;
+  // How far ahead of the written data a reader may be for the running connection to go on.
+  static constexpr long long kReadAheadMargin = 65536;
+
+  struct HeadCache {
+    unsigned char data[kBlockSize];
+    int length;
+  };
+  // Why a waiting reader goes on.
+  enum class Wake { kLook, kBroken, kExit, kEnd };
+
+  // The worker and restarts (BufferQueue.cpp).
+  static void* workerRun(void* queue);
+  static void restartTask(void* queue, TEngineEvent_E event);
+  void workBegin() EXCLUDES(feedLock);
+  bool prepareConnection(int* startVersion, long long* from, long long* length) EXCLUDES(feedLock);
+  void connectionLeft(int startVersion, int result) EXCLUDES(feedLock);
+  void startWorker();
+  void stopWorker() REQUIRES(workerLock) EXCLUDES(feedLock);
+  void restart() EXCLUDES(workerLock, feedLock);
+  void giveRestartUp() EXCLUDES(feedLock);
+  void restartDone() EXCLUDES(restartLock);
+  void resetStreaming() REQUIRES(feedLock);
+  void queueRestartTask() REQUIRES(feedLock);
+  void restartFromWriteHead() REQUIRES(feedLock);
+  void setStatus(int status) EXCLUDES(statusLock);
+  // A status 3 that no release() set comes from a broken read: the next use starts afresh.
+  void forgetBrokenRead();
+  void failStream() REQUIRES(feedLock);
+
+  // The block list (BufferQueueBlocks.cpp).
+  BlockIt selectBlockToWrite(bool feeding) REQUIRES(feedLock);
+  bool resetBlock(BlockIt& it) REQUIRES(feedLock);
+  void flushBuffer(BlockIt& it) REQUIRES(feedLock);
+  bool checkErrorInsert(BlockIt& it) REQUIRES(feedLock);
+  void dumpBlocks(bool all) REQUIRES(feedLock);
+  bool fragmentStreaming(long long from, BlockIt& endIt) REQUIRES(feedLock);
+  bool placeSelected(long long from, BlockIt endIt, BlockIt* selected) REQUIRES(feedLock);
+  bool fragmentOrNext(long long from, BlockIt endIt) REQUIRES(feedLock);
+  void failPlacement() REQUIRES(feedLock);
+  void flushAndRestart() REQUIRES(feedLock);
+  static long long alignLeft(long long pos) { return pos / kBlockSize * kBlockSize; }
+  int idOf(BlockIt it) REQUIRES(feedLock) { return it == blocks.end() ? -1 : (*it)->getId(); }
+  long long writeEnd() REQUIRES(feedLock) { return (*wtHead)->end(); }
+
+  // Stream input (BufferQueueInput.cpp).
+  int storeChunk(unsigned char* data, unsigned int size, int dataVersion) REQUIRES(feedLock);
+  // What the search for a free block came to.
+  enum class Room { kFound, kDropped, kStop };
+  Room findRoom(int dataVersion, BlockIt* found) REQUIRES(feedLock);
+  void moveBehindWriteHead(BlockIt selected, long long beginning) REQUIRES(feedLock);
+  void noteStored(unsigned int count) REQUIRES(feedLock);
+  int serveReader(BufferBlock* first, bool dropped) REQUIRES(feedLock);
+  int serveReaderBehind(bool dropped) REQUIRES(feedLock);
+  int serveReaderAhead(bool dropped) REQUIRES(feedLock);
+  int goOn(bool dropped) REQUIRES(feedLock);
+  bool reportsEnd() const REQUIRES(feedLock);
+
+  // Reading (BufferQueueRead.cpp).
+  int readLocked(char* buffer, unsigned int size, unsigned int* readBytes) REQUIRES(this)
+      EXCLUDES(feedLock);
+  int readCode();
+  bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
+      REQUIRES(feedLock);
+  bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
+                bool notCheck) REQUIRES(feedLock);
+  bool findForward(long long pos) REQUIRES(feedLock);
+  bool findBackward(long long pos, bool* forwardInstead) REQUIRES(feedLock);
+  bool copyFound(long long pos, unsigned int count, char* buffer, unsigned int* got, bool backward)
+      REQUIRES(feedLock);
+  Wake waitForFeed(const char* before, const char* after, long long pos) REQUIRES(feedLock);
+  bool atEnd(long long pos) const { return contentSize != 0 && pos >= contentSize; }
+  void placeReader() REQUIRES(feedLock);
+
+  // Events (BufferQueueEvents.cpp).
+  void handleEvent(int event) REQUIRES(feedLock);
+  void onNormal() REQUIRES(feedLock);
+  void onError() REQUIRES(feedLock);
+  void onTimeout() REQUIRES(feedLock);
+  void onDead() REQUIRES(feedLock);
+  void onCanceled() REQUIRES(feedLock);
+  void partialEnd() REQUIRES(feedLock);
+  void continueAfterEnd() REQUIRES(feedLock);
+  bool continueInGap() REQUIRES(feedLock);
+  bool walkForGap() REQUIRES(feedLock);
+  void parkUntilFed() REQUIRES(feedLock);
+  void feedReader() REQUIRES(feedLock);
+  bool needToFeed() REQUIRES(feedLock);
+  bool everythingArrived() REQUIRES(feedLock) {
+    return contentSize > 0 && writeEnd() >= contentSize;
+  }
+  bool emptyEndIsFinal() REQUIRES(feedLock);
+
+  DumpFile dump;
+  Semaphore workerLock;  // serialises stopping and restarting the worker
+  Semaphore statusLock;  // taken around every write of streamStatus
+  bool readRunning GUARDED_BY(feedLock);
+  bool waitingFeedRequest GUARDED_BY(feedLock);
+  bool delayNextConnection GUARDED_BY(feedLock);
+  int blockCount;
+  int bufferCapacity;
+  int gapDetected GUARDED_BY(feedLock);
+  Relaxed<long long> contentSize;  // written under feedLock, or by a read under both locks
+  Relaxed<int> activeWorkNum;      // runs requested and not yet stopped
+  bool initialized;
+  bool workerStarted GUARDED_BY(this);
+  BufferQueueProducer* producer;
+  Relaxed<long long> readOffset;  // written under the queue lock
+  long long streamFrom GUARDED_BY(feedLock);
+  long long streamLength GUARDED_BY(feedLock);
+  std::string name;
+  long long connectionBegin GUARDED_BY(feedLock);
+  Relaxed<int> version;  // written under feedLock
+  int reserved;
+  Semaphore feedLock;
+  ThreadObject worker;
+  bool seekRequested GUARDED_BY(this);
+  bool breakRequested GUARDED_BY(feedLock);
+  Relaxed<int> streamStatus;  // written under statusLock
+  bool needFeed GUARDED_BY(feedLock);
+  BlockList blocks GUARDED_BY(feedLock);
+  BlockIt rdTail GUARDED_BY(feedLock);
+  BlockIt wtHead GUARDED_BY(feedLock);
+  Relaxed<bool> seekable;   // written under feedLock
+  Relaxed<int> retryCount;  // written under feedLock
+  HeadCache headCache GUARDED_BY(feedLock);
+  HeadCache newHeadCache GUARDED_BY(feedLock);
+  bool headChecking GUARDED_BY(feedLock);
+  Relaxed<bool> volatileContent;
+  BufferBlockPool* pool;
+  Relaxed<bool> connecting;  // written under feedLock
+
+  // release() was called: status 3 is for good.
+  bool releaseCalled GUARDED_BY(feedLock);
+  // A connection delivers, is being made or will be: no reader needs to ask for one.
+  bool streaming GUARDED_BY(feedLock);
+  // The transfer thread waits after the end of its range for a reader to want more.
+  bool parked GUARDED_BY(feedLock);
+  // The stream ended without an event while a reader waited: it may ask for a connection.
+  bool endedSilently GUARDED_BY(feedLock);
+  // The read that runs may ask for a connection when it begins to wait.
+  bool mayPlace GUARDED_BY(feedLock);
+  // The read that runs stopped at the end of the resource.
+  bool endReached GUARDED_BY(feedLock);
+  // This queue's connection delivered more than was asked; the process-wide flag may belong to
+  // another queue.
+  bool overDelivered GUARDED_BY(feedLock);
+  // The connection has stored at least one byte.
+  bool connectionStored GUARDED_BY(feedLock);
+  // Connections in a row that ended without storing a byte.
+  int emptyEnds GUARDED_BY(feedLock);
+  // The version that the worker is to start, and the one it started last.
+  int notedVersion GUARDED_BY(feedLock);
+  int startedVersion GUARDED_BY(feedLock);
+  // The worker's thread while it is inside the producer.
+  pthread_t workerThread GUARDED_BY(feedLock);
+  // Restart tasks queued or running, waited for by release().
+  Semaphore restartLock;
+  int restartTasks GUARDED_BY(restartLock);
+
+  // Set when a server sends more than was asked for, consumed by the cancel event that follows.
+  static Relaxed<bool> overDeliveryCancel;
+  // Counts waits after the end of a range; every sixth one dumps the buffer.
+  static Relaxed<int> feedWaitCount;
+};
+
+}  // namespace util
+
+#endif  // FLUVIAFS_UTIL_BUFFERQUEUE_H_

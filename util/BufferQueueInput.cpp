@@ -1,0 +1,269 @@
+// Stream input: where received bytes go, and when a connection must give way to another.
+#include <algorithm>
+
+#include "util/BufferQueue.h"
+#include "util/Log.h"
+
+namespace util {
+
+int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
+  Lock feed(feedLock);
+  feedLock.notifyAll(0);
+  const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
+  if (result == 0 && dataVersion == version && !reportsEnd()) streaming = false;
+  feedLock.notifyAll(0);
+  return result;
+}
+
+// True when the transfer runs inside startStreaming: such a producer reports every end with an
+// event. One with a thread of its own may end without a word.
+bool BufferQueue::reportsEnd() const {
+  return connecting && pthread_equal(workerThread, pthread_self()) != 0;
+}
+
+void BufferQueue::noteStored(unsigned int count) {
+  if (count == 0) return;
+  connectionStored = true;
+  emptyEnds = 0;
+}
+
+int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVersion) {
+  const bool stale = dataVersion != version;
+  const bool exiting = needExit();
+  if (stale || exiting) {
+    FLUVIA_LOG_AS("streamIn", 2, "ver = %d, version =%d, needExit = %d", dataVersion, version.get(),
+                  exiting);
+    // Only without a newer version: the write head is where that one begins.
+    if (!stale && rdTail != wtHead && (*wtHead)->payloadSize() != kBlockSize) resetBlock(wtHead);
+    return 0;
+  }
+  if (isResetStream()) {
+    setStatus(STATUS_IDLE);
+    FLUVIA_LOG_AS("streamIn", 2, "need reset stream");
+    return 0;
+  }
+  if (size != 0) retryCount = 0;  // any data ends a sequence of retries
+  BufferBlock* first = *wtHead;
+  unsigned int stored = first->in(data, size);
+  noteStored(stored);
+  FLUVIA_LOG_AS(
+      "streamIn", 2, "size:%d, sz:%d, rdblock:%d, wtblock:%d, usedSize:%d, begin from:%lld",
+      static_cast<int>(size), static_cast<int>(stored), (*rdTail)->getId(), first->getId(),
+      static_cast<int>(first->payloadSize()), first->getBeginningSeqNum());
+  bool dropped = false;
+  while (stored != size) {
+    FLUVIA_LOG_AS("streamIn", 2, "sz %d != size %d", static_cast<int>(stored),
+                  static_cast<int>(size));
+    const long long next = (*wtHead)->getBeginningSeqNum() + (*wtHead)->size();
+    const BlockIt after = std::next(wtHead);
+    if (after != blocks.end() && (*after)->getBeginningSeqNum() != 0 &&
+        (*after)->getBeginningSeqNum() <= next) {
+      FLUVIA_LOG_AS("streamIn", 2, "Server gives more than the client required, stop streaming");
+      overDeliveryCancel = true;
+      overDelivered = true;
+      if (!reportsEnd()) endedSilently = true;
+      return 0;
+    }
+    BlockIt selected;
+    const Room room = findRoom(dataVersion, &selected);
+    if (room == Room::kStop) return 0;
+    if (room == Room::kDropped) {
+      dropped = true;
+      break;
+    }
+    if (selected == wtHead) {
+      FLUVIA_LOG_AS("streamIn", 2, "ERROR, shouldn't go here");
+      dumpBlocks(true);
+      resetBlock(wtHead);
+      wtHead = rdTail;
+      return 0;
+    }
+    moveBehindWriteHead(selected, next);
+    const unsigned int more = (*wtHead)->in(data + stored, size - stored);
+    stored += more;
+    noteStored(more);
+    FLUVIA_LOG_AS("streamIn", 2, "wtblock:%d, usedSize:%d, rdTail block:%d", (*wtHead)->getId(),
+                  static_cast<int>((*wtHead)->payloadSize()), (*rdTail)->getId());
+  }
+  if (!needFeed) {
+    FLUVIA_LOG_AS("streamIn", 2, "end from streamIn");
+    return 1;
+  }
+  return serveReader(first, dropped);
+}
+
+// Finds the block to write next, waiting until readers free one. kDropped: a reader wants data
+// elsewhere meanwhile, the rest of the chunk is given up.
+BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
+  BlockIt selected = selectBlockToWrite(true);
+  while (selected == blocks.end()) {
+    FLUVIA_LOG_AS("streamIn", 2, "wait in streamIn");
+    const BlockIt tail = rdTail;
+    waitingFeedRequest = true;
+    feedLock.notifyAll(0);
+    feedLock.wait(0);
+    FLUVIA_LOG_AS("streamIn", 2, "wake up  in streamIn");
+    if (needExit()) return Room::kStop;
+    if (isResetStream()) {
+      setStatus(STATUS_IDLE);
+      return Room::kStop;
+    }
+    if (dataVersion != version) return Room::kStop;
+    if (needFeed && rdTail == tail) {
+      FLUVIA_LOG_AS("streamIn", 2, "break out while");
+      waitingFeedRequest = false;
+      FLUVIA_LOG_AS("streamIn", 2, "break 2");
+      return Room::kDropped;
+    }
+    selected = selectBlockToWrite(true);
+  }
+  *found = selected;
+  return Room::kFound;
+}
+
+void BufferQueue::moveBehindWriteHead(BlockIt selected, long long beginning) {
+  BlockIt position = std::next(wtHead);
+  if (position == selected) ++position;
+  if (position == blocks.end()) FLUVIA_LOG_AS("streamIn", 2, "EEEEEEEEEEEEEEEEEEEEEEEEEEE");
+  blocks.splice(position, blocks, selected);
+  FLUVIA_LOG_AS("streamIn", 2, "insert");
+  wtHead = selected;
+  FLUVIA_LOG_AS("streamIn", 2, "move another block to the tail");
+  (*wtHead)->setBeginningSeqNum(beginning, true);
+  if (position != blocks.end() && !checkErrorInsert(position)) {
+    FLUVIA_LOG_AS("streamIn", 2, "error insert block");
+  }
+  FLUVIA_LOG_AS("streamIn", 2, "new block %d begin from %lld", (*wtHead)->getId(), beginning);
+}
+
+// A connection that dropped bytes must not go on as if nothing was missing.
+int BufferQueue::goOn(bool dropped) {
+  if (!dropped) return 1;
+  producer->setStopWait();
+  restartFromWriteHead();
+  return 0;
+}
+
+// A reader waits for data: decides whether this connection brings it. first is the block in which
+// the chunk began.
+int BufferQueue::serveReader(BufferBlock* first, bool dropped) {
+  const long long headBegin = (*wtHead)->getBeginningSeqNum();
+  if (!seekable) {
+    FLUVIA_LOG_AS("streamIn", 2, "readOffset: %lld, head seq: %lld, block seq: %lld\n",
+                  readOffset.get(), headBegin, first->getBeginningSeqNum());
+    if (readOffset >= headBegin) return goOn(dropped);
+    if (!first->isContained(readOffset)) {
+      flushAndRestart();
+      return 0;
+    }
+    FLUVIA_LOG_AS("streamIn", 2, "the retrived data contains read data\n");
+  }
+  return readOffset < headBegin ? serveReaderBehind(dropped) : serveReaderAhead(dropped);
+}
+
+int BufferQueue::serveReaderBehind(bool dropped) {
+  const long long tailBegin = (*rdTail)->getBeginningSeqNum();
+  if (readOffset == tailBegin) {
+    FLUVIA_LOG_AS("streamIn", 2, " last line ");
+    return goOn(dropped);
+  }
+  if (!needToFeed()) {
+    FLUVIA_LOG_AS(
+        "streamIn", 2,
+        "needn't feed again2 readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
+        readOffset.get(), tailBegin, (*rdTail)->getId(), (*wtHead)->getId(),
+        (*wtHead)->getBeginningSeqNum());
+    return goOn(dropped);
+  }
+  BlockIt endIt = rdTail;
+  if (readOffset < tailBegin) {
+    FLUVIA_LOG_AS("streamIn", 2, "(*rdTail):%lld > readOffset:%lld, rangeBegin:%lld", tailBegin,
+                  readOffset.get(), streamFrom);
+  } else {
+    ++endIt;
+    if (endIt == blocks.end() || (*endIt)->getBeginningSeqNum() == tailBegin + (*rdTail)->size()) {
+      FLUVIA_LOG_AS("streamIn", 2, " last line ");
+      return goOn(dropped);
+    }
+  }
+  producer->setStopWait();
+  if (fragmentOrNext(getReadPosition(), endIt)) {
+    FLUVIA_LOG_AS("streamIn", 2, "after fragmentStreaming, rdTail is %d", (*rdTail)->getId());
+  } else {
+    if (readOffset < tailBegin) {
+      FLUVIA_LOG_AS("streamIn", 2, "fragmentStreaming failed, needn't do it");
+    } else {
+      FLUVIA_LOG_AS("streamIn", 2, "fragmentStreaming failed, error!!!!!!!!!!!!!!");
+    }
+    failPlacement();
+  }
+  return 0;
+}
+
+int BufferQueue::serveReaderAhead(bool dropped) {
+  BufferBlock* head = *wtHead;
+  const long long headBegin = head->getBeginningSeqNum();
+  FLUVIA_LOG_AS("streamIn", 2, "rdTail:%d, %lld, wtHead:%d offset:%lld", (*rdTail)->getId(),
+                (*rdTail)->getBeginningSeqNum(), head->getId(), readOffset.get());
+  if (!dropped &&
+      (head->willContained(readOffset) || readOffset - head->end() <= kReadAheadMargin)) {
+    FLUVIA_LOG_AS("streamIn", 2, "rdTail:%lld,  wtHead:%lld", (*rdTail)->getBeginningSeqNum(),
+                  headBegin);
+    needFeed = false;
+    return 1;
+  }
+  FLUVIA_LOG_AS("streamIn", 2, "never will be filled in this block [[[ %lld, %lld",
+                readOffset.get(), headBegin);
+  if (!dropped && getReadPosition() - headBegin <= kReadAheadMargin) {
+    FLUVIA_LOG_AS("streamIn", 2, "closed to current location [[[2");
+    return 1;
+  }
+  const long long tailBegin = (*rdTail)->getBeginningSeqNum();
+  BlockIt chosen;
+  if (readOffset < tailBegin) {
+    chosen = rdTail;
+  } else if (readOffset > tailBegin && tailBegin >= headBegin) {
+    chosen = std::next(rdTail);
+  } else {
+    chosen = std::next(wtHead);
+  }
+  if (chosen == blocks.end()) {
+    FLUVIA_LOG_AS("streamIn", 2, "fra1, %d ~ to end", (*rdTail)->getId());
+  } else {
+    FLUVIA_LOG_AS("streamIn", 2, "fra1, %d ~ %d", (*rdTail)->getId(), idOf(chosen));
+  }
+  producer->setStopWait();
+  if (fragmentOrNext(getReadPosition(), chosen)) {
+    FLUVIA_LOG_AS("streamIn", 2, "after fragmentStreaming, rdTail is %d", (*rdTail)->getId());
+  } else {
+    FLUVIA_LOG_AS("streamIn", 2, "fragmentStreaming failed");
+    failPlacement();
+  }
+  return 0;
+}
+
+bool BufferQueue::cacheHeadToCheck(unsigned char* data, unsigned int size) {
+  Lock feed(feedLock);
+  const unsigned int length = static_cast<unsigned int>(newHeadCache.length);
+  const unsigned int count = std::min(kBlockSize - length, size);
+  std::copy(data, data + count, newHeadCache.data + length);
+  newHeadCache.length += static_cast<int>(count);
+  if (newHeadCache.length < static_cast<int>(kBlockSize)) return true;
+  headChecking = false;
+  bool different = true;
+  if (headCache.length == static_cast<int>(kBlockSize)) {
+    different = !std::equal(headCache.data, headCache.data + kBlockSize, newHeadCache.data);
+  }
+  headCache = newHeadCache;
+  FLUVIA_LOG(1, "have compared the new connection is different with previous connection");
+  if (!different) {
+    FLUVIA_LOG(1,
+               "The new file part is the same as the old file, begin to terminate the connection");
+    FLUVIA_LOG(1, "file size is realized again and changed from %lld to %lld", contentSize.get(),
+               writeEnd());
+    contentSize = writeEnd();
+  }
+  return different;
+}
+
+}  // namespace util

@@ -1,0 +1,436 @@
+// Reading and seeking.
+#include <vector>
+
+#include "util/BufferQueue.h"
+#include "util/Log.h"
+#include "util/PausePoint.h"
+
+namespace util {
+
+namespace {
+
+enum ReadResult {
+  READ_OK = 0,
+  READ_EXITING = -1,
+  READ_FAILED = -4,
+  READ_TIMEOUT = -6,
+  READ_END = -13,
+  READ_NOT_AVAILABLE = -17,
+  READ_NOT_FOUND = -21
+};
+
+// Ways in which fill() looks for its data.
+enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
+
+}  // namespace
+
+int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes) {
+  *readBytes = 0;
+  Lock queue(*this);
+  return readLocked(buffer, size, readBytes);
+}
+
+int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readBytes) {
+  forgetBrokenRead();
+  seekRequested = false;
+  if (!workerStarted) {
+    workerStarted = true;
+    activeWorkNum = 1;
+    Lock feed(feedLock);
+    streaming = true;
+    if (!worker.start(this)) {
+      streaming = false;
+      failStream();
+    }
+  }
+  FLUVIA_LOG_AS("read", 2, "read offset:%lld, read size:%d, needExit :%d", readOffset.get(),
+                static_cast<int>(size), needExit());
+  if (needExit()) return READ_EXITING;
+  if (atEnd(readOffset)) {
+    FLUVIA_LOG_AS("read", 2, "EOF !!!!!!!!!");
+    return READ_END;
+  }
+  FLUVIA_PAUSE_POINT("BufferQueue::read before feedLock");
+  Lock feed(feedLock);
+  readRunning = true;
+  feedLock.notifyAll(0);
+  if (needExit()) {
+    readRunning = false;
+    FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
+    return READ_FAILED;
+  }
+  mayPlace = true;
+  endReached = false;
+  const bool ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
+  if (breakRequested) feedLock.notifyAll(0);  // whoever asked for the break waits for its end
+  breakRequested = false;
+  needFeed = false;
+  readRunning = false;
+  if (*readBytes != size) {
+    FLUVIA_LOG_AS("read", 2, "read ERROR that request:%d != readed:%d, curOffset:%lld, status:%d",
+                  static_cast<int>(size), static_cast<int>(*readBytes), readOffset.get(),
+                  streamStatus.get());
+  }
+  if (*readBytes != 0) {
+    dump.read_to_file(readOffset - *readBytes, reinterpret_cast<unsigned char*>(buffer),
+                      *readBytes);
+  }
+  if (contentSize == 0 && producer != nullptr) contentSize = producer->getContentSize();
+  if (!ok) {
+    FLUVIA_LOG_AS("read", 2, "read fail %d", ok);
+    FLUVIA_LOG_AS("read", 2, "readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
+                  readOffset.get(), (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(),
+                  (*wtHead)->getId(), (*wtHead)->getBeginningSeqNum());
+    return endReached ? READ_END : readCode();
+  }
+  FLUVIA_LOG_AS("read", 2, "readcount:%d, readoffset:%lld, filesize:%lld",
+                static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
+  FLUVIA_LOG_AS("read", 2, "BufferQueue read ok");
+  return READ_OK;
+}
+
+// Why a fill failed, told by the stream status.
+int BufferQueue::readCode() {
+  constexpr int kStatusEnd = 8;  // no path sets it; the code is kept
+  const int status = streamStatus;
+  switch (status) {
+    case STATUS_PARTIAL_END:
+      return READ_FAILED;
+    case STATUS_NOT_FOUND:
+      return READ_NOT_FOUND;
+    case STATUS_TIMEOUT:
+      return READ_TIMEOUT;
+    case STATUS_NOT_AVAILABLE:
+      return READ_NOT_AVAILABLE;
+    case kStatusEnd:
+      return READ_END;
+    default:
+      FLUVIA_LOG_AS("read", 0, "error status that read fail but status is ok %d", status);
+      return READ_FAILED;
+  }
+}
+
+// Copies count bytes from pos on: the block that holds pos first, then block after block. A loop,
+// because one call may span the whole resource; each round is one level of the trace lines, which
+// are written from the last to the first.
+bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
+                       int direction) {
+  *readBytes = 0;
+  if (direction == FILL_CHOOSE) {
+    direction = (*rdTail)->isForwarding(pos) ? FILL_FORWARD : FILL_BACKWARD;
+  }
+  bool backward = direction == FILL_BACKWARD;
+  if (backward) {
+    bool forwardInstead = false;
+    if (!findBackward(pos, &forwardInstead)) return false;
+    backward = !forwardInstead;
+  }
+  const bool startedBackward = backward;
+  std::vector<unsigned int> rounds;
+  unsigned int done = 0;
+  bool ok = true;
+  for (;; backward = false) {
+    const long long at = pos + done;
+    unsigned int got = 0;
+    ok =
+        (backward || findForward(at)) && copyFound(at, count - done, buffer + done, &got, backward);
+    done += got;
+    if (LOG_LEV >= 2) rounds.push_back(got);
+    if (!ok || done >= count || readOffset >= contentSize) break;
+  }
+  if (!ok && endReached && done > 0) ok = true;
+  *readBytes = done;
+  unsigned int more = 0;
+  for (size_t level = rounds.size(); level-- > 1;) {
+    more += rounds[level];
+    if (level == 1 && startedBackward) {
+      FLUVIA_LOG(2, "second fill2 %d, %d", ok, static_cast<int>(more));
+    } else {
+      FLUVIA_LOG(2, "second fill %d, %d", ok, static_cast<int>(more));
+      if (!ok) FLUVIA_LOG(2, "fill ret fail");
+    }
+  }
+  return ok;
+}
+
+// Waits on feedLock's condition between two trace lines and tells why the reader goes on.
+BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
+  placeReader();
+  if (!needExit()) {
+    feedLock.notifyAll(0);
+    if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);
+    feedLock.wait(0);
+    FLUVIA_LOG_AS("fill", 2, "%s", after);
+  }
+  if (breakRequested) {
+    breakRequested = false;
+    return Wake::kBroken;
+  }
+  if (needExit()) return Wake::kExit;
+  return atEnd(pos) ? Wake::kEnd : Wake::kLook;
+}
+
+// Moves rdTail forward to the block that will contain pos, waiting until there is one.
+bool BufferQueue::findForward(long long pos) {
+  while (!(*rdTail)->willContained(pos)) {
+    const BlockIt next = std::next(rdTail);
+    if (next != blocks.end() && !(*next)->isUnused() && pos >= (*next)->getBeginningSeqNum()) {
+      rdTail = next;
+      continue;
+    }
+    if (atEnd(pos)) {
+      endReached = true;
+      return false;
+    }
+    FLUVIA_LOG_AS(
+        "fill", 2,
+        "wait and feeding = true seq=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld", pos,
+        (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
+        (*wtHead)->getBeginningSeqNum());
+    if (seekable) needFeed = true;
+    switch (waitForFeed("wait in fill", "wake up in fill", pos)) {
+      case Wake::kBroken:
+        FLUVIA_LOG_AS("fill", 2, "break out at fill FORWARD");
+        feedLock.notifyAll(0);
+        return false;
+      case Wake::kExit:
+        FLUVIA_LOG_AS("fill", 2, "needexit at fill");
+        return false;
+      case Wake::kEnd:
+        endReached = true;
+        return false;
+      case Wake::kLook:
+        break;
+    }
+  }
+  return true;
+}
+
+// Moves rdTail backward to the block that will contain pos, waiting until there is one.
+// *forwardInstead: the stream began anew and the data is to be looked for forward.
+bool BufferQueue::findBackward(long long pos, bool* forwardInstead) {
+  while (!(*rdTail)->willContained(pos)) {
+    Wake wake = Wake::kLook;
+    const char* broken = nullptr;
+    bool inFront = false;
+    if (rdTail != blocks.begin()) {
+      const BlockIt previous = std::prev(rdTail);
+      if (pos < (*previous)->getBeginningSeqNum() + (*previous)->size()) {
+        rdTail = previous;
+        continue;
+      }
+      FLUVIA_LOG_AS("fill", 2,
+                    "wait in backword finding  readOffset=%lld, read:%lld, read id=%d, wtHead "
+                    "id=%d, wtHead:%lld",
+                    pos, (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
+                    (*wtHead)->getBeginningSeqNum());
+      needFeed = true;
+      wake = waitForFeed(nullptr, "wake up in fill3", pos);
+      broken = "break out at fill BACKWARD";
+    } else {
+      inFront = true;
+      FLUVIA_LOG_AS("fill", 2, "wait in the first block, rd:%lld, offset:%lld",
+                    (*rdTail)->getBeginningSeqNum(), pos);
+      needFeed = true;
+      wake = waitForFeed(nullptr, "wake up in fill BACKWARD", pos);
+      broken = "break out fill BACKWARD";
+    }
+    if (wake == Wake::kBroken) {
+      FLUVIA_LOG_AS("fill", 2, "%s", broken);
+      feedLock.notifyAll(0);
+      return false;
+    }
+    if (wake == Wake::kEnd) endReached = true;
+    if (wake != Wake::kLook) return false;
+    if (inFront && !seekable && blocks.front()->getBeginningSeqNum() == 0) {
+      FLUVIA_LOG_AS("fill", 1,
+                    "streaming is not seekable, upper layer seek to previous position, fluviafs "
+                    "need reconnect stream and read from begin of stream, so need to read "
+                    "forward\n");
+      *forwardInstead = true;
+      return true;
+    }
+  }
+  return true;
+}
+
+// Copies from the block that was found at rdTail.
+bool BufferQueue::copyFound(long long pos, unsigned int count, char* buffer, unsigned int* got,
+                            bool backward) {
+  if (backward) {
+    FLUVIA_LOG_AS("fill", 2, "begin to backward easyFill from %lld, count:%d", pos,
+                  static_cast<int>(count));
+  } else {
+    FLUVIA_LOG_AS("fill", 2, "begin to easyFill from %lld, count:%d", pos, static_cast<int>(count));
+  }
+  if (rdTail == blocks.end() || *rdTail == nullptr) {
+    FLUVIA_LOG_AS("fill", 2, "error!!!!!!!!!!!!!!!!!!");
+    dumpBlocks(true);
+    return false;
+  }
+  if (!easyFill(pos, count, buffer, got, false) || needExit()) {
+    if (!backward) FLUVIA_LOG_AS("fill", 2, "needExit or ret fail");
+    return false;
+  }
+  if (breakRequested) {
+    breakRequested = false;
+    FLUVIA_LOG_AS("fill", 2, "%s",
+                  backward ? "break out at fill BACKWARD_1" : "break out at fill FORWARD_1");
+    feedLock.notifyAll(0);
+    return false;
+  }
+  return true;
+}
+
+// Copies from the block at rdTail only, waiting while it is being written.
+bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
+                           bool notCheck) {
+  *readBytes = 0;
+  while (!(*rdTail)->willContained(pos)) {
+    if (!notCheck) {
+      FLUVIA_LOG(2, "error, the argument error");
+      return false;
+    }
+    FLUVIA_LOG(2, "not chek branch, wait and feeding = true");
+    needFeed = true;
+    FLUVIA_LOG(2, "wait in notCheck");
+    feedLock.wait(0);
+    FLUVIA_LOG(2, "wake up in notCheck");
+    if (needExit()) return false;
+  }
+  BufferBlock* block = *rdTail;
+  const long long beginning = block->getBeginningSeqNum();
+  unsigned int offset = static_cast<unsigned int>(pos - block->getBeginningSeqNum());
+  for (;;) {
+    unsigned int got = 0;
+    block->out(offset, buffer + *readBytes, count - *readBytes, &got);
+    FLUVIA_LOG(2, "output from block%d %d data, begin:%lld, payload:%d, seq = %lld", block->getId(),
+               static_cast<int>(got), block->getBeginningSeqNum(),
+               static_cast<int>(block->payloadSize()), pos);
+    *readBytes += got;
+    readOffset += got;
+    if (*readBytes == count || atEnd(readOffset)) {
+      FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
+                 contentSize.get());
+      return true;
+    }
+    offset += got;
+    if (offset >= block->size()) {
+      FLUVIA_LOG(2, "easyFill");
+      return true;
+    }
+    FLUVIA_LOG(2, "wait and feeding = false, begin index:%lld, readOffset:%lld, streamStatus:%d",
+               block->getBeginningSeqNum(), readOffset.get(), streamStatus.get());
+    needFeed = false;
+    placeReader();
+    feedLock.notifyAll(0);
+    if (!needExit()) feedLock.wait(0);
+    FLUVIA_LOG(2, "wake up at easyfill");
+    if (breakRequested) {
+      breakRequested = false;
+      FLUVIA_LOG(2, "break out at easyfill");
+      feedLock.notifyAll(0);
+      return false;
+    }
+    if (needExit()) {
+      FLUVIA_LOG(2, "need exit at easyfill");
+      return false;
+    }
+    if (block->getBeginningSeqNum() != beginning) {
+      // The block was placed elsewhere meanwhile: its bytes are not the ones asked for.
+      FLUVIA_LOG(2, "error, the argument error");
+      return false;
+    }
+    if (atEnd(readOffset) && offset >= block->payloadSize()) {
+      if (*readBytes == 0) endReached = true;
+      return *readBytes != 0;
+    }
+  }
+}
+
+// A reader that begins to wait while nothing streams, is parked or is being restarted would wait
+// for ever: it gets a connection of its own.
+void BufferQueue::placeReader() {
+  const bool may = mayPlace || endedSilently;
+  mayPlace = false;
+  if (!may || streaming || parked || producer == nullptr || needExit()) return;
+  endedSilently = false;
+  if ((*rdTail)->isUnused() || (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum())) {
+    restartFromWriteHead();
+  } else {
+    feedReader();
+  }
+}
+
+bool BufferQueue::seek(long long offset, long long* newOffset) {
+  FLUVIA_LOG(2, "Seek in ...");
+  Lock queue(*this);
+  FLUVIA_LOG(2, "old offset:%lld, wanted offset:%lld", readOffset.get(), offset);
+  forgetBrokenRead();
+  if (offset < 0 || (contentSize != 0 && contentSize < offset)) {
+    *newOffset = readOffset;
+    return false;
+  }
+  readOffset = offset;
+  *newOffset = offset;
+  seekRequested = true;
+  return !needExit();
+}
+
+void BufferQueue::breakRead() {
+  if (producer != nullptr) producer->setBreak();
+  Lock feed(feedLock);
+  FLUVIA_LOG(0, "Going to break read");
+  if (!readRunning) return;
+  breakRequested = true;
+  while (breakRequested) {
+    FLUVIA_LOG(0, "bread end request but read is running");
+    feedLock.notifyAll(0);
+    feedLock.wait(0);
+    FLUVIA_LOG(0, "bread read end");
+  }
+  FLUVIA_LOG(0, "Have broken from reading");
+}
+
+void BufferQueue::probe() {
+  Lock queue(*this);
+  forgetBrokenRead();
+  if (contentSize != 0 || needExit()) return;
+  const long long offset = readOffset;
+  char byte = 0;
+  unsigned int got = 0;
+  readLocked(&byte, 1, &got);
+  readOffset = offset;
+}
+
+long long BufferQueue::getBufferedSize(long long offset) {
+  Lock feed(feedLock);
+  if (blocks.empty()) return 0;
+  BlockIt start = rdTail;
+  if ((*start)->isUnused() || !(*start)->willContained(offset)) {
+    for (start = blocks.begin(); start != blocks.end(); ++start) {
+      if (!(*start)->isUnused() && (*start)->willContained(offset)) break;
+    }
+    if (start == blocks.end()) return 0;
+  }
+  BlockIt last = wtHead;
+  if (gapDetected != 0) {
+    for (last = start;; ++last) {
+      const BlockIt next = std::next(last);
+      if (next == blocks.end()) {
+        gapDetected = 0;
+        break;
+      }
+      if ((*next)->getBeginningSeqNum() != (*last)->end()) break;
+    }
+  }
+  return (*last)->end() - offset;
+}
+
+long long BufferQueue::getMiniBlockOffset() {
+  Lock feed(feedLock);
+  FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");
+  return blocks.empty() ? 0 : blocks.front()->getBeginningSeqNum();
+}
+
+}  // namespace util

@@ -1,0 +1,18 @@
+#ifndef FLUVIAFS_WEBS_FILEREQUESTADAPTOR_H_
+#define FLUVIAFS_WEBS_FILEREQUESTADAPTOR_H_
+
+#include <string>
+
+class FileRequest;
+
+// Chooses the producer of a resource from its name, and ends it.
+class FileRequestAdaptor {
+ public:
+  // A producer, not yet initialised, owned by the caller: HTTP when the name contains "http://" or
+  // "https://" anywhere, else local when it contains "/". Null otherwise.
+  static FileRequest* createFileRequest(const std::string& url);
+  // Stops and deletes a producer; request must not be null.
+  static void releaseFileRequest(FileRequest* request);
+};
+
+#endif  // FLUVIAFS_WEBS_FILEREQUESTADAPTOR_H_
