@@ -1,0 +1,90 @@
+#include "api/HandleTable.h"
+
+#include <algorithm>
+#include <list>
+
+#include "util/NeverDestroyed.h"
+#include "util/Semaphore.h"
+
+namespace api {
+
+namespace {
+
+constexpr int kFailed = -4;
+constexpr int kNoHandle = -1;
+
+webs::FluviaFile* handleTable[kMaxHandle + 1];  // index 0 is never used
+util::NeverDestroyed<std::list<webs::FluviaFile*>> openedFiles;
+util::NeverDestroyed<util::Semaphore> handleLock;
+
+// The lowest free slot, or -1.
+int _fluvia_file_get_index() {  // NOLINT(readability-identifier-naming)
+  for (int index = 1; index <= kMaxHandle; ++index) {
+    if (handleTable[index] == nullptr) return index;
+  }
+  FLUVIA_LOG(0, "open too many file, exceed the limitation %d", kMaxHandle);
+  return kNoHandle;
+}
+
+// A slot counts only while its file object is among the opened ones.
+std::list<webs::FluviaFile*>::iterator findOpened(int handle) {
+  return std::find(openedFiles->begin(), openedFiles->end(), handleTable[handle]);
+}
+
+// Gives a file object back when it found no handle. Its shared file keeps that reference, wanted.
+class OwnedFile {
+ public:
+  explicit OwnedFile(int bufferSize) : file_(new webs::FluviaFile(bufferSize)) {}
+  ~OwnedFile() {
+    if (file_ != nullptr) file_->unuse();
+  }
+  OwnedFile(const OwnedFile&) = delete;
+  OwnedFile& operator=(const OwnedFile&) = delete;
+
+  webs::FluviaFile* operator->() const { return file_; }
+  webs::FluviaFile* get() const { return file_; }
+  webs::FluviaFile* give() {
+    webs::FluviaFile* file = file_;
+    file_ = nullptr;
+    return file;
+  }
+
+ private:
+  webs::FluviaFile* file_;
+};
+
+}  // namespace
+
+int HandleTable::open(const char* url, int bufferSize, int* handle) {
+  *handle = kNoHandle;
+  util::Lock lock(*handleLock);
+  OwnedFile file(bufferSize);
+  // The result is not looked at: the handle then has no shared file, and its calls fail.
+  file->open(url);
+  const int index = _fluvia_file_get_index();
+  if (index == kNoHandle) return kFailed;
+  openedFiles->push_back(file.get());
+  handleTable[index] = file.give();
+  *handle = index;
+  return 0;
+}
+
+webs::FluviaFile* HandleTable::remove(int handle) {
+  util::Lock lock(*handleLock);
+  const auto it = findOpened(handle);
+  if (it == openedFiles->end()) return nullptr;
+  webs::FluviaFile* file = *it;
+  openedFiles->erase(it);
+  handleTable[handle] = nullptr;
+  return file;
+}
+
+webs::FluviaFile* HandleTable::find(int handle) {
+  util::Lock lock(*handleLock);
+  const auto it = findOpened(handle);
+  if (it == openedFiles->end()) return nullptr;
+  (*it)->use();
+  return *it;
+}
+
+}  // namespace api

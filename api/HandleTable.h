@@ -1,0 +1,75 @@
+#ifndef FLUVIAFS_API_HANDLETABLE_H_
+#define FLUVIAFS_API_HANDLETABLE_H_
+
+#include <cxxabi.h>
+
+#include <exception>
+
+#include "util/Log.h"
+#include "webs/FluviaFile.h"
+
+namespace api {
+
+constexpr int kMaxHandle = 255;
+
+// The process-wide table of open handles, 1 to 255.
+//
+// Threads:   any; one lock, held for table work and while a file is being opened, never while a
+//            file object runs.
+// Ownership: an entry holds one use of its file object, a Handle another one for its call.
+class HandleTable {
+ public:
+  // Opens url and gives it the lowest free handle, or -1. The file object may have no shared file.
+  // Returns 0, or -4 when no handle is free.
+  static int open(const char* url, int bufferSize, int* handle);
+  // Takes a handle out of the table. Null when it is not open.
+  static webs::FluviaFile* remove(int handle);
+  // The file object of an open handle, with one more use; null when it is not open.
+  static webs::FluviaFile* find(int handle);
+};
+
+// The file object of a handle for the time of one call. Closing the handle meanwhile ends its reads
+// and leaves the object to the last call inside it.
+class Handle {
+ public:
+  explicit Handle(int handle) : file_(HandleTable::find(handle)) {}
+  ~Handle() {
+    if (file_ != nullptr) file_->unuse();
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  explicit operator bool() const { return file_ != nullptr; }
+  webs::FluviaFile* operator->() const { return file_; }
+  webs::FluviaFile* get() const { return file_; }
+
+ private:
+  webs::FluviaFile* file_;
+};
+
+// True for 1 to 255; otherwise logs the refusal under the entry point's name.
+inline bool inRange(const char* function, int handle) {
+  if (handle >= 1 && handle <= kMaxHandle) return true;
+  FLUVIA_LOG_AS(function, 0, "INVALID_HANDLE\n");
+  return false;
+}
+
+// Runs the body of an entry point; no exception leaves the C interface.
+template <typename Result, typename Body>
+Result guarded(const char* function, Result failure, Body body) {
+  try {
+    return body(function);
+  } catch (const abi::__forced_unwind&) {
+    throw;  // the caller's thread is being cancelled
+  } catch (const std::exception& error) {
+    FLUVIA_LOG_AS(function, -4, "failed: %s", error.what());
+    return failure;
+  } catch (...) {
+    FLUVIA_LOG_AS(function, -4, "failed");
+    return failure;
+  }
+}
+
+}  // namespace api
+
+#endif  // FLUVIAFS_API_HANDLETABLE_H_

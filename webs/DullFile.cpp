@@ -1,0 +1,203 @@
+// The shared file: opening, closing, blocking reads and what is asked of the buffer.
+#include "webs/DullFile.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "util/Log.h"
+#include "util/PausePoint.h"
+#include "util/ThreadEngine.h"
+#include "webs/FileRequest.h"
+#include "webs/FileRequestAdaptor.h"
+#include "webs/FluviaFile.h"
+
+namespace webs {
+
+namespace {
+constexpr int kFailed = -4;
+constexpr int kEndOfFile = -13;
+constexpr int kTypeLocal = 0;
+// How often a break is repeated on a read that had not yet begun to wait when it was broken.
+constexpr int kBreakRepeatMs = 5;
+}  // namespace
+
+DullFile::DullFile(int bufferSize)
+    : unused(0),
+      referenceCount(0),
+      request(nullptr),
+      rbuffer(bufferSize),
+      currentReader(nullptr),
+      nowReader(nullptr),
+      nowRequest(nullptr),
+      readGeneration(0),
+      breakers(0),
+      asyncHanded(false),
+      uses(1) {
+  static_cast<void>(unused);
+}
+
+DullFile::~DullFile() = default;
+
+bool DullFile::open(const std::string& url) {
+  uri = url;
+  request = FileRequestAdaptor::createFileRequest(url);
+  if (request == nullptr) {
+    FLUVIA_LOG(1, "producer is null");
+    return false;
+  }
+  request->setOutput(&rbuffer);
+  if (!request->initialize()) {
+    FLUVIA_LOG(1, "producer init failed");
+    return false;
+  }
+  FLUVIA_LOG(1, "producer init  ok");
+  if (!rbuffer.initialize(request)) {
+    FLUVIA_LOG(1, "rbuffer.init failed");
+    return false;
+  }
+  rbuffer.setUri(url);
+  FLUVIA_LOG(1, "open file ok");
+  return true;
+}
+
+void DullFile::close() {
+  util::Lock lock(readLock);
+  FLUVIA_LOG(1, "begin to cancelAll");
+  util::ThreadEngine::getInstance()->cancelAll(this);
+  FLUVIA_LOG(1, "begin to release rbuffer");
+  rbuffer.release();
+  FLUVIA_LOG(1, "begin to release producer");
+  FileRequestAdaptor::releaseFileRequest(request);
+  request = nullptr;
+  lock.release();
+  FLUVIA_LOG(1, "close End");
+}
+
+void DullFile::reference(FluviaFile* file) {
+  util::Lock lock(readLock);
+  references.push_back(file);
+  ++referenceCount;
+}
+
+void DullFile::dereference(FluviaFile* file) {
+  FLUVIA_LOG(1, "begin dereference dullfile");
+  {
+    util::Lock lock(readLock);
+    if (file == currentReader) {
+      FLUVIA_LOG(1, "breakRead");
+      rbuffer.breakRead();
+      FLUVIA_LOG(1, "breakRead End");
+    }
+    --referenceCount;
+    references.remove(file);
+    FLUVIA_LOG(1, "dereference a file");
+    currentReader = nullptr;
+  }
+  FLUVIA_LOG(1, "End dereference dullfile");
+}
+
+int DullFile::read(char* buffer, unsigned int size, long long offset, unsigned int* readBytes,
+                   FluviaFile* reader) {
+  return readFor(nullptr, buffer, size, offset, readBytes, reader);
+}
+
+int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
+                      unsigned int* readBytes, FluviaFile* reader) {
+  *readBytes = 0;
+  int result = kFailed;
+  if (!beginReading(record, reader, &result)) return result;
+  FLUVIA_PAUSE_POINT("DullFile::read begun");
+  if (isEmptyLocal()) {
+    // To the buffer a size of 0 means unknown: it would ask for the missing bytes for ever.
+    result = kEndOfFile;
+  } else {
+    long long currentOffset = 0;
+    const bool ok = rbuffer.seek(offset, &currentOffset);
+    FLUVIA_LOG_AS("read", 1, "seek:  %d , offset =%lld, curOffset = %lld", ok, offset,
+                  currentOffset);
+    if (ok) {
+      result = rbuffer.read(buffer, size, readBytes);
+    } else {
+      FLUVIA_LOG_AS("read", 1, "move position failed before read");
+      result = kFailed;
+    }
+  }
+  endReading();
+  FLUVIA_LOG_AS("read", 1, "read end, error = %d", result);
+  return result;
+}
+
+void DullFile::endReading() {
+  util::Lock lock(readLock);
+  nowReader = nullptr;
+  nowRequest = nullptr;
+  if (breakers > 0) readLock.notifyAll(0);
+}
+
+bool DullFile::isEmptyLocal() const {
+  return request != nullptr && request->getType() == kTypeLocal && request->getContentSize() == 0;
+}
+
+bool DullFile::randomAccessable() {
+  if (!isEmptyLocal() && rbuffer.getContentSize() == 0 && !rbuffer.errorOccured()) {
+    FLUVIA_LOG(1, "begin to read");
+    rbuffer.probe();
+  }
+  return rbuffer.isRandomAccess();
+}
+
+long long DullFile::getSize() {
+  FLUVIA_LOG(1, "DullFile getSize");
+  if (isEmptyLocal()) return 0;
+  if (rbuffer.getContentSize() == 0) {
+    if (!rbuffer.errorOccured()) {
+      FLUVIA_LOG(2, "begin to read");
+      rbuffer.probe();
+    } else {
+      FLUVIA_LOG(2, " errorOccured:%d", rbuffer.errorOccured());
+    }
+  }
+  return rbuffer.getContentSize();
+}
+
+int DullFile::getBufferedSize(long long position) {
+  const long long held = rbuffer.getBufferedSize(position);
+  return static_cast<int>(
+      std::min<long long>(std::max(held, 0LL), std::numeric_limits<int>::max()));
+}
+
+// Breaks the read of that number until it has ended. Repeated, because the read may have been just
+// before the point from which on the buffer knows of it.
+void DullFile::breakUntilEnded(unsigned int generation) {
+  for (;;) {
+    {
+      util::Lock lock(readLock);
+      if (nowReader == nullptr || readGeneration != generation) return;
+    }
+    rbuffer.breakRead();
+    util::Lock lock(readLock);
+    ++breakers;
+    if (nowReader != nullptr && readGeneration == generation) readLock.waitFor(kBreakRepeatMs);
+    --breakers;
+  }
+}
+
+// Breaks what reads for that handle now.
+void DullFile::breakReader(FluviaFile* reader) {
+  unsigned int generation = 0;
+  bool current = false;
+  bool inside = false;
+  {
+    util::Lock lock(readLock);
+    current = reader == currentReader || rbuffer.getContentSize() == 0;
+    inside = reader == nowReader;
+    generation = readGeneration;
+  }
+  if (inside) {
+    breakUntilEnded(generation);
+  } else if (current) {
+    rbuffer.breakRead();
+  }
+}
+
+}  // namespace webs

@@ -1,0 +1,126 @@
+#ifndef FLUVIAFS_WEBS_DULLFILE_H_
+#define FLUVIAFS_WEBS_DULLFILE_H_
+
+#include <atomic>
+#include <list>
+#include <string>
+
+#include "util/BufferQueue.h"
+#include "util/Semaphore.h"
+#include "util/TaskQueue.h"
+#include "webs/AsyncReadRequest.h"
+
+class FileRequest;
+
+namespace webs {
+
+// One opened resource: its buffer queue, its producer, and the handles that share them.
+//
+// Threads:   any. The file lock (this object) is held for a whole read, so the reads of all handles
+//            of a resource take turns; readLock guards references and what reads now and is held
+//            only briefly. Async reads run on the thread engine, at most one of a file and five of
+//            the process at a time, in the order they were asked.
+// Ownership: owned by the registry. Uses (calls and requests inside) keep it alive after its last
+//            handle has gone; the last one to leave closes and destroys it.
+class DullFile : public util::Semaphore {
+ public:
+  explicit DullFile(int bufferSize);
+  ~DullFile() override;
+
+  // Makes the producer of url and binds the buffer to it. False when either cannot be used; nothing
+  // is released then.
+  bool open(const std::string& url);
+  // Withdraws this file's tasks, stops the buffer and releases the producer.
+  void close();
+
+  // Register and remove a handle. dereference breaks the read that this handle began last.
+  void reference(FluviaFile* file) EXCLUDES(readLock);
+  void dereference(FluviaFile* file) EXCLUDES(readLock);
+  int referenceNumber() const { return referenceCount; }
+
+  // Keep the object alive across a call. unuse() returns true to the last one, who destroys it.
+  void use() { uses.fetch_add(1, std::memory_order_relaxed); }
+  bool unuse() { return uses.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+
+  // Reads at offset for a handle; the caller holds the file lock. Returns what the buffer queue
+  // returns; -4 for a handle that does not refer to this file.
+  int read(char* buffer, unsigned int size, long long offset, unsigned int* readBytes,
+           FluviaFile* reader) EXCLUDES(readLock);
+  // Queues a read for the thread engine. Writes its id to *requestId before the callback can run.
+  // -4 when all ids are in use or the handle is being closed.
+  int readAsync(char* buffer, unsigned int size, long long offset, ReadCallback callback,
+                void* userData, int* requestId, FluviaFile* reader);
+  // Cancels a request, or with id 0 breaks the read of this handle (any read while the size is
+  // unknown). A request that was still queued is called back twice. Returns 0, or -1 for an id that
+  // cannot be one.
+  int cancelRead(int requestId, FluviaFile* reader);
+  // Ends everything of a handle that is being closed: answers its queued requests, breaks its reads
+  // until none is inside the buffer, and, unless called from a callback, waits for its callbacks.
+  void withdrawReads(FluviaFile* reader);
+
+  // These learn size and seekability first, by reading one byte, which may wait for it.
+  bool randomAccessable();
+  long long getSize();
+
+  long long getMiniBufferSeq() { return rbuffer.getMiniBlockOffset(); }
+  int getBufferSize() const { return rbuffer.getBufferSize(); }
+  // Bytes held from position on, at least 0.
+  int getBufferedSize(long long position);
+  void volatileContent() { rbuffer.setVolContent(); }
+  bool isVolatile() const { return rbuffer.isVolatile(); }
+  // Exact and case-sensitive.
+  bool equalTo(const std::string& url) const { return url == uri; }
+  void resetError() { rbuffer.resetErrorStatus(); }
+  FileRequest* getRequest() const { return request; }
+  std::string getUri() const { return uri; }
+  void dumpDebugInfo() { rbuffer.dumpBuffer(true); }
+
+ private:
+  // Results of readFor() that no caller of the C API sees.
+  enum { kTakenByClose = 1, kCancelledBefore = 2 };
+
+  int readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
+              unsigned int* readBytes, FluviaFile* reader) EXCLUDES(readLock);
+  bool beginReading(AsyncReadRequest* record, FluviaFile* reader, int* refusal) EXCLUDES(readLock);
+  void endReading() EXCLUDES(readLock);
+  bool isEmptyLocal() const;
+  void breakUntilEnded(unsigned int generation) EXCLUDES(readLock);
+  void breakReader(FluviaFile* reader) EXCLUDES(readLock);
+  bool cancelQueued(AsyncReadRequest* record, bool waiting);
+  void cancelRunning(AsyncReadRequest* record, FluviaFile* reader) EXCLUDES(readLock);
+
+  // The task of a request, and its two ways (DullFileAsync.cpp).
+  static void perform(void* record, util::TEngineEvent_E event);
+  static void runRead(AsyncReadRequest* record);
+  static void runCancelled(AsyncReadRequest* record);
+  static void callBack(AsyncReadRequest* record, int result, unsigned int readBytes);
+  static void handOver();
+  static AsyncReadRequest* nextToHandOver();
+  static void finish(AsyncReadRequest* record);
+  static void letGo(AsyncReadRequest* record);
+  static void clearSlot(AsyncReadRequest* record);
+  static AsyncReadRequest* findUnanswered(FluviaFile* reader, bool* waiting);
+  static void takeFromWorker(AsyncReadRequest* record);
+
+  long long unused;
+  std::string uri;
+  util::Relaxed<int> referenceCount;
+  std::list<FluviaFile*> references GUARDED_BY(readLock);
+  util::Semaphore readLock;
+  FileRequest* request;
+  util::BufferQueue rbuffer;
+  FluviaFile* currentReader GUARDED_BY(readLock);
+
+  // Who is inside the buffer queue now, for which request, and the number of that read. Unlike
+  // currentReader they are taken back when the read is over.
+  FluviaFile* nowReader GUARDED_BY(readLock);
+  AsyncReadRequest* nowRequest GUARDED_BY(readLock);
+  unsigned int readGeneration GUARDED_BY(readLock);
+  int breakers GUARDED_BY(readLock);  // threads that wait for that read to end
+  bool asyncHanded;                   // a request of this file has a place; under the table's lock
+  std::atomic<int> uses;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_DULLFILE_H_

@@ -1,0 +1,179 @@
+#include "webs/FluviaFile.h"
+
+#include "util/Log.h"
+#include "webs/DullFile.h"
+#include "webs/DullFileManager.h"
+
+namespace webs {
+
+namespace {
+constexpr int kFailed = -4;
+constexpr int kSeekRefused = -12;
+constexpr int kEndOfFile = -13;
+// How far a stream that cannot seek may be moved forward, and the part at its beginning that it may
+// be moved back into.
+constexpr long long kSeekSpan = 0x100000;
+}  // namespace
+
+FluviaFile::FluviaFile(int buffer)
+    : dullFile(nullptr),
+      bufferSize(buffer),
+      position(0),
+      miniSeqAtRead(0),
+      liveFlag(false),
+      closing(false),
+      callbacks(0),
+      uses(1) {}
+
+FluviaFile::~FluviaFile() = default;
+
+void FluviaFile::unuse() {
+  if (uses.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+FluviaFile::SharedUse::SharedUse(FluviaFile* file) : file_(nullptr) {
+  util::Lock lock(file->useLock);
+  file_ = file->dullFile;
+  if (file_ != nullptr) file_->use();
+}
+
+FluviaFile::SharedUse::~SharedUse() {
+  if (file_ != nullptr) DullFileManager::unuse(file_);
+}
+
+bool FluviaFile::open(const std::string& url) {
+  DullFile* file = DullFileManager::openDullFile(this, url, bufferSize);
+  util::Lock lock(useLock);
+  dullFile = file;
+  return file != nullptr;
+}
+
+void FluviaFile::close() {
+  closing = true;
+  DullFile* given = nullptr;
+  {
+    SharedUse file(this);
+    if (file) file->withdrawReads(this);
+    util::Lock lock(useLock);
+    given = dullFile;
+    dullFile = nullptr;
+  }
+  // The registry still holds this handle's reference, and so the file.
+  DullFileManager::closeDullFile(this, given);
+}
+
+int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
+  SharedUse file(this);
+  if (!file) return kFailed;
+  FLUVIA_LOG(2, "FluviaFile read: size=%d, position=%lld, seekable=%d, miniSeq=%lld",
+             static_cast<int>(size), position.get(), file->randomAccessable(),
+             file->getMiniBufferSeq());
+  int result = kFailed;
+  {
+    util::Lock lock(*file.get());
+    if (liveFlag) {
+      const long long oldest = file->getMiniBufferSeq();
+      if (position < oldest) {
+        FLUVIA_LOG(0, "fluviaFile : read: liveflag = true");
+        miniSeqAtRead = oldest;
+        position += oldest;  // added, not set: wanted
+      }
+    }
+    result = file->read(buffer, size, position, readBytes, this);
+    if (result == 0 || result == kEndOfFile) position += *readBytes;
+  }
+  FLUVIA_LOG(2, "FluviaFile readed=%d", static_cast<int>(*readBytes));
+  return result;
+}
+
+int FluviaFile::readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
+                          int* requestId) {
+  SharedUse file(this);
+  if (!file) return kFailed;
+  return file->readAsync(buffer, size, position, callback, userData, requestId, this);
+}
+
+int FluviaFile::cancelRead(int requestId) {
+  FLUVIA_LOG(1, "cancelRead");
+  SharedUse file(this);
+  if (!file) return kFailed;
+  return file->cancelRead(requestId, this);
+}
+
+int FluviaFile::seek(long long offset, long long* currentOffset) {
+  FLUVIA_LOG(1, "seek begin");
+  SharedUse file(this);
+  if (!file) {
+    FLUVIA_LOG(1, "seek fail");
+    return kFailed;
+  }
+  util::Lock lock(*this);
+  return seekLocked(file.get(), offset, currentOffset);
+}
+
+int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentOffset) {
+  const long long range = offset - position;
+  FLUVIA_LOG_AS("seek", 1, "FluviaFile-Seek : range:=%lld, offset=%lld, position=%lld", range,
+                offset, position.get());
+  const long long size = getSize();
+  FLUVIA_LOG_AS("seek", 1, "FluviaFile-getSize : %lld", size);
+  if (size == 0) {
+    FLUVIA_LOG_AS("seek", 0, "lseek in a 0 size of file");
+    return kFailed;
+  }
+  const long long newPosition = size < offset ? size : offset;
+  *currentOffset = newPosition;
+  FLUVIA_LOG_AS("seek", 1, "current Offset:=%lld, getsize=%lld", newPosition, size);
+  if (!file->randomAccessable()) {
+    const long long oldest = file->getMiniBufferSeq();
+    FLUVIA_LOG_AS("seek", 1, "randomAccessable false and offset=%lld, miniSeq=%lld", offset,
+                  oldest);
+    if (offset < oldest) liveFlag = true;
+    if ((range < 0 && newPosition > kSeekSpan) || range > kSeekSpan) {
+      FLUVIA_LOG_AS("seek", 0, "fluviafs seek busy: range:%lld, new position:%lld", range,
+                    newPosition);
+      return kSeekRefused;
+    }
+  }
+  position = newPosition;
+  FLUVIA_LOG_AS("seek", 1, "current position: %lld\n", newPosition);
+  FLUVIA_LOG_AS("seek", 1, "seek End");
+  return 0;
+}
+
+long long FluviaFile::getSize() {
+  FLUVIA_LOG(0, "fluviafile getSize");
+  SharedUse file(this);
+  return file ? file->getSize() : kFailed;
+}
+
+int FluviaFile::getBufferSize() {
+  SharedUse file(this);
+  return file ? file->getBufferSize() : kFailed;
+}
+
+int FluviaFile::getBufferedSize() {
+  SharedUse file(this);
+  return file ? file->getBufferedSize(position) : kFailed;
+}
+
+void FluviaFile::volatileContent() {
+  SharedUse file(this);
+  if (!file) return;
+  util::Lock lock(*file.get());
+  file->volatileContent();
+}
+
+void FluviaFile::cleanupCache() { DullFileManager::cleanup(); }
+
+FileRequest* FluviaFile::getRequest() {
+  SharedUse file(this);
+  return file ? file->getRequest() : nullptr;
+}
+
+void FluviaFile::newPosMovedByDullFile(long long oldPosition, long long newPosition) {
+  util::Lock lock(*this);
+  position.replace(oldPosition, newPosition);
+}
+
+}  // namespace webs

@@ -1,0 +1,91 @@
+#ifndef FLUVIAFS_WEBS_FLUVIAFILE_H_
+#define FLUVIAFS_WEBS_FLUVIAFILE_H_
+
+#include <atomic>
+#include <string>
+
+#include "util/Relaxed.h"
+#include "util/Semaphore.h"
+#include "webs/AsyncReadRequest.h"
+
+class FileRequest;
+
+namespace webs {
+
+class DullFile;
+
+// One handle: a read position of its own on a shared file.
+//
+// Threads:   any. The object's lock guards seek and the move of the position by asynchronous reads;
+//            the position itself is an atomic.
+// Ownership: counted by uses: its owner's, one for each call inside it and each of its requests;
+// the
+//            last to leave deletes it. The shared file belongs to the registry.
+class FluviaFile : public util::Semaphore {
+ public:
+  // bufferSize in bytes, for a shared file that must be made.
+  explicit FluviaFile(int bufferSize);
+  ~FluviaFile() override;
+
+  void use() { uses.fetch_add(1, std::memory_order_relaxed); }
+  void unuse();
+
+  // Takes the shared file of url. False when there is none; the calls below then fail with -4.
+  bool open(const std::string& url);
+  // Ends this handle's reads and gives the shared file up.
+  void close();
+  int read(char* buffer, unsigned int size, unsigned int* readBytes);
+  int readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
+                int* requestId);
+  int cancelRead(int requestId);
+  int seek(long long offset, long long* currentOffset);
+  long long getSize();
+  int getBufferSize();
+  int getBufferedSize();
+  long long getPosition() const { return position; }
+  void volatileContent();
+  void cleanupCache();
+  // The shared file's producer, or null. Valid while the shared file is in use.
+  FileRequest* getRequest();
+  // Moves the position unless a seek has moved it meanwhile.
+  void newPosMovedByDullFile(long long oldPosition, long long newPosition);
+
+  // Holds the shared file of a handle for the time of a call.
+  class SharedUse {
+   public:
+    explicit SharedUse(FluviaFile* file);
+    ~SharedUse();
+    SharedUse(const SharedUse&) = delete;
+    SharedUse& operator=(const SharedUse&) = delete;
+    DullFile* operator->() const { return file_; }
+    DullFile* get() const { return file_; }
+    explicit operator bool() const { return file_ != nullptr; }
+
+   private:
+    DullFile* file_;
+  };
+
+  // Set by close(): no further read of this handle begins.
+  bool isClosing() const { return closing; }
+
+ private:
+  friend class DullFile;
+
+  int seekLocked(DullFile* file, long long offset, long long* currentOffset) REQUIRES(this);
+
+  DullFile* dullFile GUARDED_BY(useLock);
+  int bufferSize;
+  util::Relaxed<long long> position;
+  std::string text;
+  long long miniSeqAtRead;
+  util::Relaxed<bool> liveFlag;
+
+  util::Semaphore useLock;  // leaf: guards the pointer against close()
+  util::Relaxed<bool> closing;
+  int callbacks;  // threads that call back for this handle; under the request table's lock
+  std::atomic<int> uses;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_FLUVIAFILE_H_
