@@ -1,0 +1,270 @@
+#include <fluviafs.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "Output.h"
+#include "Progress.h"
+#include "Source.h"
+#include "Text.h"
+
+namespace tools {
+namespace {
+
+struct CatOptions {
+  std::string source;
+  std::string output;
+  long long offset = 0;
+  long long length = -1;  // -1: to the end
+  unsigned int readSize = 65536;
+  int buffer = 0;
+  bool async = false;
+  bool report = false;
+};
+
+// What one read of the library gave: a code of FVFR_* and the bytes that are valid.
+struct ReadResult {
+  int code = FVFR_FAILED;
+  unsigned int bytes = 0;
+};
+
+// Reads ahead of whoever asks: one asynchronous read is always under way while the bytes of the one
+// before are being written out. The next is asked for only after its callback, because reads that
+// are outstanding together begin at the same position.
+class AsyncReader {
+ public:
+  explicit AsyncReader(const Source& source) : source_(source) {}
+
+  // Asks for size bytes into buffer, which must stay until wait() has returned.
+  int start(char* buffer, unsigned int size) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    done_ = false;
+    return x_fluvia_file_read_async(source_.handle(), buffer, size, completed, this, &request_);
+  }
+
+  // Waits for the read that was started.
+  ReadResult wait() {
+    std::unique_lock<std::mutex> guard(lock_);
+    wake_.wait(guard, [this] { return done_; });
+    return result_;
+  }
+
+ private:
+  static void completed(int, void* userData, int status, int readBytes) {
+    static_cast<AsyncReader*>(userData)->complete(status, readBytes);
+  }
+
+  void complete(int status, int readBytes) {
+    // Notified under the lock: the waiter may destroy this object as soon as it can go on.
+    const std::lock_guard<std::mutex> guard(lock_);
+    result_.code = status == FVFR_ASYNC_DONE          ? FVFR_OK
+                   : status == FVFR_ASYNC_END_OF_FILE ? FVFR_END_OF_FILE
+                                                      : FVFR_FAILED;
+    result_.bytes = static_cast<unsigned int>(readBytes);
+    done_ = true;
+    wake_.notify_one();
+  }
+
+  const Source& source_;
+  std::mutex lock_;
+  std::condition_variable wake_;
+  bool done_ = false;  // guarded by lock_
+  ReadResult result_;  // guarded by lock_
+  int request_ = 0;
+};
+
+class Cat {
+ public:
+  Cat(const CatOptions& options, const Screen& screen) : options_(options), screen_(screen) {}
+
+  int run() {
+    std::string error;
+    if (!source_.open(options_.source, options_.buffer, &error)) {
+      return fail(kExitSource, error);
+    }
+    if (!output_.open(options_.output, options_.report, &error)) {
+      return fail(kExitOutput, error);
+    }
+    if (options_.offset > 0 && !seek()) {
+      return kExitSource;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    const int code = stream();
+    if (code == kExitOk && options_.report) {
+      const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+      report(elapsed.count());
+    }
+    return code;
+  }
+
+ private:
+  int fail(int code, const std::string& error) const {
+    screen_.fail(error);
+    return code;
+  }
+
+  bool seek() {
+    long long now = 0;
+    const int moved = x_fluvia_file_seek(source_.handle(), options_.offset, &now);
+    if (moved == FVFR_OK || (moved == FVFR_FAILED && source_.isLocal())) {
+      return true;  // an empty file refuses to seek; its read then tells the end
+    }
+    screen_.fail(source_.explain("seek in", moved));
+    return false;
+  }
+
+  // What is left to read, at most one buffer.
+  unsigned int nextSize(long long asked) const {
+    const long long left = options_.length < 0 ? options_.readSize : options_.length - asked;
+    return static_cast<unsigned int>(std::min(left, static_cast<long long>(options_.readSize)));
+  }
+
+  int stream() {
+    Progress progress(screen_, source_, expected());
+    progress_ = &progress;
+    std::string error;
+    const int code = options_.async ? streamAsync() : streamBlocking();
+    progress_ = nullptr;
+    if (code == kExitOk && !output_.finish(&error)) {
+      return fail(kExitOutput, error);
+    }
+    return code;
+  }
+
+  long long expected() const {
+    const long long size = source_.size();
+    if (size < 0) {
+      return options_.length;
+    }
+    const long long left = std::max(0LL, size - options_.offset);
+    return options_.length < 0 ? left : std::min(left, options_.length);
+  }
+
+  // Passes on what a read gave. False when that was the last, with *code the exit code.
+  bool passOn(const ReadResult& result, const char* buffer, int* code) {
+    *code = kExitOk;
+    if (result.code == FVFR_END_OF_FILE) {
+      return false;
+    }
+    if (result.code != FVFR_OK) {
+      *code = fail(kExitSource, source_.explain("read", result.code));
+      return false;
+    }
+    std::string error;
+    if (!output_.write(buffer, result.bytes, &error)) {
+      *code = fail(kExitOutput, error);
+      return false;
+    }
+    done_ += result.bytes;
+    progress_->add(result.bytes);
+    return result.bytes != 0;
+  }
+
+  int streamBlocking() {
+    std::vector<char> buffer(options_.readSize);
+    int code = kExitOk;
+    bool more = true;
+    while (more && nextSize(done_) != 0) {
+      ReadResult result;
+      result.code =
+          x_fluvia_file_read(source_.handle(), buffer.data(), nextSize(done_), &result.bytes);
+      more = passOn(result, buffer.data(), &code);
+    }
+    return code;
+  }
+
+  int streamAsync() {
+    std::array<std::vector<char>, 2> buffers = {std::vector<char>(options_.readSize),
+                                                std::vector<char>(options_.readSize)};
+    AsyncReader reader(source_);
+    size_t turn = 0;
+    bool underWay = false;
+    int code = begin(reader, buffers[turn].data(), done_, &underWay);
+    while (underWay) {
+      const ReadResult result = reader.wait();
+      const char* filled = buffers[turn].data();
+      turn = 1 - turn;
+      int started = kExitOk;
+      underWay = false;
+      if (result.code == FVFR_OK && result.bytes != 0) {
+        started = begin(reader, buffers[turn].data(), done_ + result.bytes, &underWay);
+      }
+      if (!passOn(result, filled, &code) || started != kExitOk) {
+        return finishAsync(reader, underWay, code == kExitOk ? started : code);
+      }
+    }
+    return code;
+  }
+
+  // Starts the next read unless everything that was asked for is there or under way.
+  int begin(AsyncReader& reader, char* buffer, long long asked, bool* underWay) {
+    const unsigned int size = nextSize(asked);
+    if (size == 0) {
+      return kExitOk;
+    }
+    const int code = reader.start(buffer, size);
+    *underWay = code == FVFR_OK;
+    return *underWay ? kExitOk : fail(kExitSource, source_.explain("read", code));
+  }
+
+  // The buffers go: no read may be under way.
+  static int finishAsync(AsyncReader& reader, bool underWay, int code) {
+    if (underWay) {
+      reader.wait();
+    }
+    return code;
+  }
+
+  void report(double seconds) {
+    const double rate = seconds > 0 ? static_cast<double>(done_) / seconds : 0;
+    screen_.print("size    " + std::to_string(done_) + " bytes\nrate    " + humanBytes(rate) +
+                  "/s\nsha256  " + output_.sha256() + "\n");
+  }
+
+  const CatOptions& options_;
+  const Screen& screen_;
+  Source source_;
+  Output output_;
+  Progress* progress_ = nullptr;  // while streaming
+  long long done_ = 0;            // bytes passed on
+};
+
+}  // namespace
+
+void addCat(CLI::App& app, Command* chosen) {
+  auto options = std::make_shared<CatOptions>();
+  CLI::App* cat = app.add_subcommand("cat", "Write SRC to standard output or a file");
+  cat->add_option("SRC", options->source, "Path or URL")->required();
+  cat->add_option("-o,--output", options->output, "Write to FILE")->type_name("FILE");
+  cat->add_option("--offset", options->offset, "Begin at byte N (K, M, G are understood)")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
+  cat->add_option("--length", options->length, "Write at most N bytes")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
+  cat->add_option("--read-size", options->readSize, "Bytes of a read; default 64K")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(1, 1 << 30))
+      ->type_name("N");
+  cat->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(1, 0x7FFFFFFF))
+      ->type_name("N");
+  cat->add_flag("--async", options->async, "Read with asynchronous requests");
+  cat->add_flag("--report", options->report,
+                "At the end, tell size, rate and SHA-256 on standard error");
+  cat->callback([options, chosen] {
+    *chosen = [options](const Screen& screen) { return Cat(*options, screen).run(); };
+  });
+}
+
+}  // namespace tools

@@ -1,0 +1,51 @@
+#ifndef FLUVIAFS_TOOLS_PROGRESS_H_
+#define FLUVIAFS_TOOLS_PROGRESS_H_
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "Screen.h"
+#include "Source.h"
+
+namespace tools {
+
+// A bar on the person's terminal: bytes, percent, rate, buffered ahead, time left. Draws itself
+// five times a second on a thread of its own, so that a stalled source is seen to stall. Does
+// nothing when there is no terminal.
+//
+// Threads: add() from any thread. The source and the screen must outlive the object.
+class Progress {
+ public:
+  // total: bytes expected, or -1 when nobody knows.
+  Progress(const Screen& screen, const Source& source, long long total);
+  // Draws the last state and ends the line.
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // bytes more have been passed on.
+  void add(unsigned int bytes) { done_.fetch_add(bytes, std::memory_order_relaxed); }
+
+ private:
+  void run();
+  void draw() const;
+  std::string line(double seconds) const;
+
+  const Screen& screen_;
+  const Source& source_;
+  const long long total_;
+  const std::chrono::steady_clock::time_point begin_;
+  std::atomic<long long> done_{0};
+  std::mutex lock_;
+  std::condition_variable wake_;
+  bool ended_ = false;  // guarded by lock_
+  std::thread drawer_;
+};
+
+}  // namespace tools
+
+#endif  // FLUVIAFS_TOOLS_PROGRESS_H_
