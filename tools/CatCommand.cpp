@@ -26,7 +26,7 @@ struct CatOptions {
   unsigned int readSize = 65536;
   int buffer = 0;
   bool async = false;
-  bool report = false;
+  std::string report;  // file, "-" for standard error, empty for none
 };
 
 // What one read of the library gave: a code of FVFR_* and the bytes that are valid.
@@ -89,7 +89,7 @@ class Cat {
     if (!source_.open(options_.source, options_.buffer, &error)) {
       return fail(kExitSource, error);
     }
-    if (!output_.open(options_.output, options_.report, &error)) {
+    if (!output_.open(options_.output, !options_.report.empty(), &error)) {
       return fail(kExitOutput, error);
     }
     if (options_.offset > 0 && !seek()) {
@@ -97,11 +97,11 @@ class Cat {
     }
     const auto begin = std::chrono::steady_clock::now();
     const int code = stream();
-    if (code == kExitOk && options_.report) {
-      const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
-      report(elapsed.count());
+    if (code != kExitOk || options_.report.empty()) {
+      return code;
     }
-    return code;
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+    return report(elapsed.count());
   }
 
  private:
@@ -222,10 +222,20 @@ class Cat {
     return code;
   }
 
-  void report(double seconds) {
+  int report(double seconds) {
     const double rate = seconds > 0 ? static_cast<double>(done_) / seconds : 0;
-    screen_.print("size    " + std::to_string(done_) + " bytes\nrate    " + humanBytes(rate) +
-                  "/s\nsha256  " + output_.sha256() + "\n");
+    const std::string text = "size    " + std::to_string(done_) + " bytes\nrate    " +
+                             humanBytes(rate) + "/s\nsha256  " + output_.sha256() + "\n";
+    if (options_.report == "-") {
+      screen_.print(text);
+      return kExitOk;
+    }
+    Output file;
+    std::string error;
+    const bool written = file.open(options_.report, false, &error) &&
+                         file.write(text.data(), static_cast<unsigned int>(text.size()), &error) &&
+                         file.finish(&error);
+    return written ? kExitOk : fail(kExitOutput, error);
   }
 
   const CatOptions& options_;
@@ -260,8 +270,9 @@ void addCat(CLI::App& app, Command* chosen) {
       ->check(CLI::Range(1, 0x7FFFFFFF))
       ->type_name("N");
   cat->add_flag("--async", options->async, "Read with asynchronous requests");
-  cat->add_flag("--report", options->report,
-                "At the end, tell size, rate and SHA-256 on standard error");
+  cat->add_option("--report", options->report,
+                  "At the end, write size, rate and SHA-256 to FILE (-: standard error)")
+      ->type_name("FILE");
   cat->callback([options, chosen] {
     *chosen = [options](const Screen& screen) { return Cat(*options, screen).run(); };
   });

@@ -1,0 +1,5 @@
+# Checks of the text of the sources; none needs a build.
+check "clang-format" scripts/checks/format
+check "include direction" scripts/checks/includes
+check "header in C and C++" scripts/checks/header
+check "cppcheck" scripts/checks/cppcheck
