@@ -1,0 +1,96 @@
+#include "tests/support/QueueProbe.h"
+
+#include <sstream>
+#include <vector>
+
+#include "tests/support/Pattern.h"
+
+namespace util {
+
+namespace {
+
+// The first wrong byte of a block, or -1.
+long long wrongByte(const BufferBlock& block) {
+  std::vector<char> bytes(block.payloadSize());
+  unsigned int got = 0;
+  block.out(0, bytes.data(), block.payloadSize(), &got);
+  return support::firstDifference(static_cast<unsigned long long>(block.getBeginningSeqNum()),
+                                  bytes.data(), got);
+}
+
+}  // namespace
+
+std::string BufferQueueProbe::fault(BufferQueue& queue, int round) {
+  Lock feed(queue.feedLock);
+  std::ostringstream text;
+  long long end = -1;
+  const int read = round % static_cast<int>(queue.blocks.size());
+  int index = 0;
+  for (const BufferBlock* block : queue.blocks) {
+    if (block->isUnused()) continue;
+    if (block->getBeginningSeqNum() < end) {
+      text << "block " << block->getId() << " begins at " << block->getBeginningSeqNum()
+           << ", before the end of its predecessor " << end << "; ";
+    }
+    end = block->end();
+    const long long wrong = index++ == read ? wrongByte(*block) : -1;
+    if (wrong >= 0) {
+      text << "block " << block->getId() << " at " << block->getBeginningSeqNum()
+           << " holds a wrong byte " << wrong << "; ";
+    }
+  }
+  if (queue.notedVersion != queue.version && queue.streamFrom != (*queue.wtHead)->end()) {
+    text << "the next connection starts at " << queue.streamFrom << ", not at the write head "
+         << (*queue.wtHead)->end() << "; ";
+  }
+  return text.str();
+}
+
+std::string BufferQueueProbe::describe(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  std::ostringstream text;
+  text << "readOffset " << queue.readOffset << " status " << queue.streamStatus << " retries "
+       << queue.retryCount << " size " << queue.contentSize << " streaming " << queue.streaming
+       << " parked " << queue.parked << " needFeed " << queue.needFeed << " connecting "
+       << queue.connecting << " active " << queue.activeWorkNum << " version " << queue.version
+       << " noted " << queue.notedVersion << " started " << queue.startedVersion << " from "
+       << queue.streamFrom << " length " << queue.streamLength << " readRunning "
+       << queue.readRunning << " break " << queue.breakRequested << "\n";
+  for (auto it = queue.blocks.begin(); it != queue.blocks.end(); ++it) {
+    text << (it == queue.rdTail ? " R" : "  ") << (it == queue.wtHead ? "W " : "  ")
+         << (*it)->getId() << ": " << (*it)->getBeginningSeqNum() << " ~ " << (*it)->end() << "\n";
+  }
+  return text.str();
+}
+
+bool BufferQueueProbe::isStreaming(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.streaming;
+}
+
+bool BufferQueueProbe::isParked(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.parked;
+}
+
+bool BufferQueueProbe::wantsFeed(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.needFeed;
+}
+
+bool BufferQueueProbe::readWaits(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.readRunning;
+}
+
+long long BufferQueueProbe::streamFrom(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.streamFrom;
+}
+
+long long BufferQueueProbe::streamLength(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.streamLength;
+}
+
+}  // namespace util

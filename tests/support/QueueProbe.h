@@ -1,0 +1,35 @@
+#ifndef FLUVIAFS_TESTS_SUPPORT_QUEUEPROBE_H_
+#define FLUVIAFS_TESTS_SUPPORT_QUEUEPROBE_H_
+
+#include <string>
+
+#include "util/BufferQueue.h"
+
+namespace util {
+
+// Looks into a buffer queue.
+class BufferQueueProbe {
+ public:
+  // What is wrong with the block list of a queue whose resource holds the test pattern: order,
+  // overlaps, where the next connection would write, and the bytes of one block, another one each
+  // round. Empty when all is well.
+  static std::string fault(BufferQueue& queue, int round);
+  // The state in words.
+  static std::string describe(BufferQueue& queue);
+
+  static int version(BufferQueue& queue) { return queue.version; }
+  static int status(BufferQueue& queue) { return queue.streamStatus; }
+  static int retries(BufferQueue& queue) { return queue.retryCount; }
+  static int activeWork(BufferQueue& queue) { return queue.activeWorkNum; }
+  static int blockCount(BufferQueue& queue) { return queue.blockCount; }
+  static bool isStreaming(BufferQueue& queue);
+  static bool isParked(BufferQueue& queue);
+  static bool wantsFeed(BufferQueue& queue);
+  static bool readWaits(BufferQueue& queue);
+  static long long streamFrom(BufferQueue& queue);
+  static long long streamLength(BufferQueue& queue);
+};
+
+}  // namespace util
+
+#endif  // FLUVIAFS_TESTS_SUPPORT_QUEUEPROBE_H_

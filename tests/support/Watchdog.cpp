@@ -1,0 +1,59 @@
+#include "tests/support/Watchdog.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace support {
+
+Watchdog::Watchdog(int seconds, std::function<std::string()> description)
+    : limit(seconds),
+      describe(std::move(description)),
+      since(std::chrono::steady_clock::now()),
+      thread(&Watchdog::watch, this) {}
+
+Watchdog::~Watchdog() {
+  {
+    std::lock_guard<std::mutex> guard(lock);
+    ended = true;
+    changed.notify_all();
+  }
+  thread.join();
+}
+
+void Watchdog::at(const std::string& now) {
+  std::lock_guard<std::mutex> guard(lock);
+  step = now;
+  since = std::chrono::steady_clock::now();
+}
+
+void Watchdog::watch() {
+  std::unique_lock<std::mutex> guard(lock);
+  while (!ended) {
+    if (std::chrono::steady_clock::now() - since > limit) {
+      fprintf(stderr, "no progress for %d s at: %s\n%s\n", static_cast<int>(limit.count()),
+              step.c_str(), describe().c_str());
+      fflush(stderr);
+      abort();
+    }
+    changed.wait_until(guard, since + limit + std::chrono::milliseconds(1));
+  }
+}
+
+bool eventually(const std::function<bool()>& condition, int seconds) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  std::mutex mutex;
+  std::condition_variable never;
+  std::unique_lock<std::mutex> guard(mutex);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    never.wait_for(guard, std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+unsigned int seedOr(unsigned int given) {
+  const char* text = getenv("FLUVIA_SEED");
+  return text != nullptr ? static_cast<unsigned int>(strtoul(text, nullptr, 10)) : given;
+}
+
+}  // namespace support

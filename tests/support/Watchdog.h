@@ -1,0 +1,45 @@
+#ifndef FLUVIAFS_TESTS_SUPPORT_WATCHDOG_H_
+#define FLUVIAFS_TESTS_SUPPORT_WATCHDOG_H_
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace support {
+
+// Aborts the test process with a description when its work makes no progress for that many seconds.
+class Watchdog {
+ public:
+  Watchdog(int seconds, std::function<std::string()> describe);
+  ~Watchdog();
+  Watchdog(const Watchdog&) = delete;
+  Watchdog& operator=(const Watchdog&) = delete;
+
+  // Tells what the work is at now; starts the time anew.
+  void at(const std::string& step);
+
+ private:
+  void watch();
+
+  const std::chrono::seconds limit;
+  std::function<std::string()> describe;
+  std::mutex lock;
+  std::condition_variable changed;
+  std::chrono::steady_clock::time_point since;
+  std::string step;
+  bool ended = false;
+  std::thread thread;
+};
+
+// Waits until condition() is true, looking again every millisecond. False after seconds.
+bool eventually(const std::function<bool()>& condition, int seconds = 20);
+
+// The seed of a randomised test: FLUVIA_SEED from the environment, else given.
+unsigned int seedOr(unsigned int given);
+
+}  // namespace support
+
+#endif  // FLUVIAFS_TESTS_SUPPORT_WATCHDOG_H_

@@ -1,0 +1,268 @@
+// Random readers on a buffer queue against a producer that behaves like a bad network, compared
+// with the pattern that the resource holds; the block list is checked after each step.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Pattern.h"
+#include "tests/support/QueueProbe.h"
+#include "tests/support/Watchdog.h"
+#include "util/BufferQueue.h"
+#include "util/Log.h"
+
+namespace {
+
+using util::BufferQueue;
+using util::BufferQueueProbe;
+
+struct Resource {
+  long long size;
+  bool seekable;
+  bool lengthKnown;
+  bool badNetwork;
+  unsigned int largestChunk;
+};
+
+// Delivers the pattern on the worker's thread, as a network transfer does, and ends it in every way
+// there is; never fails twice without a byte in between, so every read must succeed.
+class BadNetwork : public util::BufferQueueProducer {
+ public:
+  BadNetwork(const Resource& kind, unsigned int seed) : resource(kind), random(seed) {}
+
+  void setOutput(util::BufferQueueDataReceiver* receiver) override { out = receiver; }
+  void release() override { stopStreaming(); }
+  bool isRandomAccess() override { return resource.seekable; }
+  long long getContentSize() override { return learntSize; }
+  void setBreak() override { broken = true; }
+  bool getStopWait() override { return stopWait; }
+  void setStopWait() override { stopWait = true; }
+
+  int startStreaming(int version, long long from, long long count) override {
+    {
+      std::lock_guard<std::mutex> guard(lock);
+      running = true;
+      stopRequested = false;
+    }
+    ++connections;
+    const int event = transfer(version, from, count);
+    out->notifyStreamException(event);
+    std::lock_guard<std::mutex> guard(lock);
+    running = false;
+    changed.notify_all();
+    return 0;
+  }
+
+  int stopStreaming() override {
+    std::unique_lock<std::mutex> guard(lock);
+    stopRequested = true;
+    stopWait = false;
+    changed.notify_all();
+    changed.wait(guard, [this] { return !running; });
+    return 0;
+  }
+
+  std::atomic<int> connections{0};
+
+ private:
+  bool chance(unsigned int oneIn) { return random() % oneIn == 0; }
+
+  // Runs one connection; returns the event it ends with.
+  int transfer(int version, long long from, long long count) {
+    const long long end =
+        count > 0 && !overdeliver() ? std::min(from + count, resource.size) : resource.size;
+    if (learntSize == 0) {
+      if (mayFail && resource.badNetwork && chance(4)) return failure();
+      learntSize = resource.lengthKnown ? resource.size : util::UNKNOWN_CONTENT_SIZE;
+    }
+    out->notifyStreamException(util::STREAM_NORMAL);
+    std::vector<char> chunk(resource.largestChunk);
+    for (long long at = from; at < end;) {
+      if (stopRequested) return util::STREAM_CANCELED;
+      if (resource.badNetwork) {
+        if (chance(50)) stall();
+        if (broken.exchange(false)) return util::STREAM_DEAD;
+        if (mayFail && chance(60)) return failure();
+      }
+      const unsigned int n = static_cast<unsigned int>(
+          std::min<long long>(1 + random() % resource.largestChunk, end - at));
+      support::fillPattern(static_cast<unsigned long long>(at), chunk.data(), n);
+      if (out->streamIn(chunk.data(), n, version) == 0) {
+        while (stopWait) std::this_thread::yield();
+        return util::STREAM_CANCELED;
+      }
+      mayFail = true;
+      at += n;
+    }
+    mayFail = from < end;
+    if (end == resource.size) learntSize = resource.size;
+    return util::EVENT_STREAM_PARTIAL_END;
+  }
+
+  bool overdeliver() { return resource.badNetwork && chance(8); }
+
+  int failure() {
+    mayFail = false;
+    switch (random() % 3) {
+      case 0:
+        return util::STREAM_ERROR;
+      case 1:
+        return util::STREAM_TIMEOUT;
+      default:
+        return util::EVENT_STREAM_PARTIAL_END;
+    }
+  }
+
+  // Holds still for a while, as long as nobody stops the transfer.
+  void stall() {
+    std::unique_lock<std::mutex> guard(lock);
+    changed.wait_for(guard, std::chrono::milliseconds(random() % 4),
+                     [this] { return stopRequested.load(); });
+  }
+
+  const Resource resource;
+  std::mt19937 random;
+  util::BufferQueueDataReceiver* out = nullptr;
+  std::atomic<long long> learntSize{0};
+  std::atomic<bool> broken{false};
+  std::atomic<bool> stopWait{false};
+  std::atomic<bool> stopRequested{false};
+  bool mayFail = true;
+  std::mutex lock;
+  std::condition_variable changed;
+  bool running = false;
+};
+
+struct Model {
+  int blocks;
+  Resource resource;
+  int steps;
+  bool breaks;
+  const char* name;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Model& model) { return stream << model.name; }
+
+class BufferQueueModel : public testing::TestWithParam<Model> {};
+
+// Where the next read begins: mostly nearby, sometimes anywhere.
+long long nextOffset(std::mt19937& random, long long offset, long long size) {
+  switch (random() % 8) {
+    case 0:
+      return static_cast<long long>(random() % static_cast<unsigned long long>(size + 1));
+    case 1:
+      return std::max(0LL, offset - static_cast<long long>(random() % 200000));
+    case 2:
+      return std::min(size, offset + static_cast<long long>(random() % 200000));
+    case 3:
+      return std::min(size, offset + 65536);
+    default:
+      return offset;
+  }
+}
+
+TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
+  const Model& model = GetParam();
+  const unsigned int seed = support::seedOr(std::random_device()());
+  SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(seed));
+  printf("FLUVIA_SEED=%u\n", seed);
+  fflush(stdout);
+  util::LOG_LEV = -5;
+  BadNetwork network(model.resource, seed);
+  BufferQueue queue(model.blocks * 32768);
+  network.setOutput(&queue);
+  ASSERT_TRUE(queue.initialize(&network));
+  support::Watchdog watchdog(20, [&] { return BufferQueueProbe::describe(queue); });
+  std::mt19937 random(seed + 1);
+  std::atomic<bool> ended{false};
+  std::atomic<int> breaks{0};
+  std::thread others([&] {
+    std::mt19937 dice(seed + 2);
+    while (!ended) {
+      queue.getBufferedSize(static_cast<long long>(dice() % 2000000));
+      queue.getMiniBlockOffset();
+      if (model.breaks && dice() % 64 == 0) {
+        ++breaks;
+        queue.breakRead();
+      }
+      std::this_thread::yield();
+    }
+  });
+  long long offset = 0;
+  std::vector<char> buffer(150000);
+  std::string wrong;
+  for (int step = 0; step < model.steps && wrong.empty(); ++step) {
+    offset = nextOffset(random, offset, model.resource.size);
+    const unsigned int size = random() % 4 == 0
+                                  ? static_cast<unsigned int>(random() % buffer.size())
+                                  : static_cast<unsigned int>(random() % 5000);
+    const std::string what = "step " + std::to_string(step) + ": " + std::to_string(size) +
+                             " bytes at " + std::to_string(offset);
+    watchdog.at(what);
+    long long moved = 0;
+    const int breaksBefore = breaks;
+    unsigned int got = 0;
+    const bool moves = queue.seek(offset, &moved);
+    const int result = moves ? queue.read(buffer.data(), size, &got) : -4;
+    const long long known = queue.getContentSize();
+    const unsigned int want =
+        static_cast<unsigned int>(std::min<long long>(size, model.resource.size - offset));
+    if (support::firstDifference(static_cast<unsigned long long>(offset), buffer.data(), got) >=
+        0) {
+      wrong = what + ": wrong bytes";
+    } else if (result == 0 ? got != want : !(result == -13 && want == 0 && known != 0)) {
+      if (!model.breaks || (breaks == breaksBefore && result != -4)) {
+        wrong = what + ": result " + std::to_string(result) + " with " + std::to_string(got);
+      }
+    }
+    if (wrong.empty()) wrong = BufferQueueProbe::fault(queue, step);
+    offset = std::min(model.resource.size, offset + got);
+  }
+  ended = true;
+  watchdog.at("joining");
+  others.join();
+  EXPECT_EQ(wrong, "") << BufferQueueProbe::describe(queue);
+  watchdog.at("release");
+  queue.release();
+  network.release();
+  RecordProperty("connections", network.connections);
+}
+
+constexpr Resource kGood{2000000, true, true, false, 16384};
+constexpr Resource kBad{2000000, true, true, true, 16384};
+constexpr Resource kBigChunks{2000000, true, true, true, 200000};
+constexpr Resource kNoSeek{700000, false, true, true, 16384};
+constexpr Resource kNoLength{400000, false, false, true, 16384};
+constexpr Resource kTiny{100, true, true, true, 40};
+constexpr Resource kAligned{262144, true, true, true, 32768};
+
+std::string nameOf(const testing::TestParamInfo<Model>& parameter) { return parameter.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(All, BufferQueueModel,
+                         testing::Values(Model{2, kGood, 4000, false, "TwoBlocks"},
+                                         Model{3, kGood, 4000, false, "ThreeBlocks"},
+                                         Model{64, kGood, 4000, false, "ManyBlocks"},
+                                         Model{2, kBad, 4000, false, "TwoBlocksBadNetwork"},
+                                         Model{3, kBad, 4000, false, "ThreeBlocksBadNetwork"},
+                                         Model{4, kBad, 4000, false, "FourBlocksBadNetwork"},
+                                         Model{64, kBad, 4000, false, "ManyBlocksBadNetwork"},
+                                         Model{2, kBigChunks, 3000, false, "TwoBlocksBigChunks"},
+                                         Model{5, kBigChunks, 3000, false, "FiveBlocksBigChunks"},
+                                         Model{2, kNoSeek, 1500, false, "TwoBlocksNoSeek"},
+                                         Model{3, kNoSeek, 1500, false, "ThreeBlocksNoSeek"},
+                                         Model{64, kNoSeek, 1500, false, "ManyBlocksNoSeek"},
+                                         Model{3, kNoLength, 1500, false, "ThreeBlocksNoLength"},
+                                         Model{64, kNoLength, 1500, false, "ManyBlocksNoLength"},
+                                         Model{2, kTiny, 2000, false, "TwoBlocksTiny"},
+                                         Model{2, kAligned, 3000, false, "TwoBlocksAligned"},
+                                         Model{8, kAligned, 3000, false, "EightBlocksAligned"},
+                                         Model{2, kBad, 2000, true, "TwoBlocksBreaks"},
+                                         Model{3, kBad, 2000, true, "ThreeBlocksBreaks"},
+                                         Model{64, kNoSeek, 1000, true, "ManyBlocksNoSeekBreaks"}),
+                         nameOf);
+
+}  // namespace
