@@ -166,38 +166,31 @@ int DullFile::getBufferedSize(long long position) {
       std::min<long long>(std::max(held, 0LL), std::numeric_limits<int>::max()));
 }
 
-// Breaks the read of that number until it has ended. Repeated, because the read may have been just
-// before the point from which on the buffer knows of it.
+// Breaks the read of that number until it has ended. Under readLock, so that no other read can begin
+// in between and be met instead. Repeated, because the read may not yet have reached the point from
+// which on the buffer knows of it.
 void DullFile::breakUntilEnded(unsigned int generation) {
-  for (;;) {
-    {
-      util::Lock lock(readLock);
-      if (nowReader == nullptr || readGeneration != generation) return;
-    }
+  util::Lock lock(readLock);
+  ++breakers;
+  while (nowReader != nullptr && readGeneration == generation) {
     rbuffer.breakRead();
-    util::Lock lock(readLock);
-    ++breakers;
-    if (nowReader != nullptr && readGeneration == generation) readLock.waitFor(kBreakRepeatMs);
-    --breakers;
+    readLock.waitFor(kBreakRepeatMs);
   }
+  --breakers;
 }
 
 // Breaks what reads for that handle now.
 void DullFile::breakReader(FluviaFile* reader) {
   unsigned int generation = 0;
-  bool current = false;
-  bool inside = false;
   {
     util::Lock lock(readLock);
-    current = reader == currentReader || rbuffer.getContentSize() == 0;
-    inside = reader == nowReader;
+    if (reader != nowReader) {
+      if (reader == currentReader || rbuffer.getContentSize() == 0) rbuffer.breakRead();
+      return;
+    }
     generation = readGeneration;
   }
-  if (inside) {
-    breakUntilEnded(generation);
-  } else if (current) {
-    rbuffer.breakRead();
-  }
+  breakUntilEnded(generation);
 }
 
 }  // namespace webs
