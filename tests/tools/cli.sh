@@ -1,0 +1,177 @@
+#!/bin/bash
+# Tests of the command line; cli.sh FLUVIA BENT TEST runs one. BENT is the library of bent_pread.c.
+set -euo pipefail
+
+fluvia=$1
+bent=$2
+name=$3
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+cd "$dir"
+
+fail() {
+  echo "$name: $*" >&2
+  exit 1
+}
+
+# make_file NAME BYTES: no two parts of it are alike, and every run makes the same.
+make_file() {
+  seq 1 100000000 2>/dev/null | head -c "$2" >"$1" || true
+  [ "$(stat -c %s "$1")" -eq "$2" ] || fail "cannot make a file of $2 bytes"
+}
+
+# gives CODE COMMAND...: runs it with its output in the files out and err.
+gives() {
+  local code=0
+  "${@:2}" >out 2>err || code=$?
+  [ "$code" -eq "$1" ] || fail "exit code $code, not $1, from: ${*:2}; it said: $(cat err)"
+}
+
+says() {
+  grep -qF -- "$1" err || fail "does not say \"$1\" but: $(cat err)"
+}
+
+silent() {
+  [ ! -s err ] || fail "writes to standard error without need: $(cat err)"
+}
+
+cat_copies_the_file() {
+  make_file file 5000000
+  gives 0 "$fluvia" cat file
+  cmp file out
+  silent
+  gives 0 "$fluvia" cat file -o copy --read-size 1000 --buffer 64K
+  cmp file copy
+}
+
+cat_async_copies_the_file() {
+  make_file file 5000000
+  gives 0 "$fluvia" cat file --async
+  cmp file out
+  gives 0 "$fluvia" cat file --async --read-size 7K --length 100000 --offset 3000001
+  cmp <(tail -c +3000002 file | head -c 100000) out
+}
+
+cat_takes_a_part() {
+  make_file file 300000
+  gives 0 "$fluvia" cat file --offset 100K --length 5
+  cmp <(tail -c +102401 file | head -c 5) out
+  gives 0 "$fluvia" cat file --offset 299999 --length 5
+  cmp <(tail -c 1 file) out
+  gives 0 "$fluvia" cat file --offset 1M
+  [ ! -s out ] || fail "an offset past the end gives bytes"
+  gives 0 "$fluvia" cat file --length 0
+  [ ! -s out ] || fail "length 0 gives bytes"
+}
+
+cat_of_an_empty_file_is_empty() {
+  : >empty
+  for options in "" "--async" "--offset 10"; do
+    # shellcheck disable=SC2086  # the words are meant to be split
+    gives 0 "$fluvia" cat empty $options
+    [ ! -s out ] || fail "an empty file gives bytes"
+  done
+}
+
+cat_reports_what_it_streamed() {
+  make_file file 100000
+  gives 0 "$fluvia" cat file -o /dev/null --report report
+  grep -qx "size    100000 bytes" report || fail "size in: $(cat report)"
+  grep -qx "sha256  $(sha256sum <file | cut -d ' ' -f 1)" report || fail "checksum in: $(cat report)"
+  gives 0 "$fluvia" cat file -o /dev/null --report -
+  says "size    100000 bytes"
+}
+
+info_tells_the_facts() {
+  make_file file 100000
+  gives 0 "$fluvia" info file
+  grep -q '^size *100000 bytes' out || fail "$(cat out)"
+  grep -q '^seekable *yes' out || fail "$(cat out)"
+  gives 0 "$fluvia" info file --json
+  python3 - "$PWD/file" <<'END' || fail "$(cat out)"
+import json, sys
+facts = json.load(open("out"))
+assert facts["source"] == sys.argv[1]
+assert facts["size"] == 100000 and facts["seekable"] is True
+assert facts["bufferSize"] == 2097152 and 0 <= facts["bufferedSize"] <= 100000
+END
+  : >empty
+  gives 0 "$fluvia" info empty
+  grep -q '^size *0 bytes' out || fail "$(cat out)"
+}
+
+check_passes_and_repeats_a_seed() {
+  make_file file 3000000
+  gives 0 "$fluvia" check file --count 200 --seed 7 --buffer 64K
+  grep -q '^200 reads .* all equal (seed 7)$' out || fail "$(cat out)"
+  cp out first
+  gives 0 "$fluvia" check file --count 200 --seed 7 --buffer 64K
+  cmp first out
+  : >empty
+  gives 0 "$fluvia" check empty --count 5
+}
+
+check_finds_a_wrong_byte() {
+  # The plain reading is bent: byte 150000 comes out changed. Asan wants to be told of the preload.
+  make_file file 200000
+  export ASAN_OPTIONS=${ASAN_OPTIONS:-}:verify_asan_link_order=0
+  gives 3 env LD_PRELOAD="$bent" BENT_OFFSET=150000 "$fluvia" check file --seed 1
+  says "differs from a plain read at byte 150000 (seed 1)"
+}
+
+refusals_have_codes_and_reasons() {
+  gives 1 "$fluvia" cat missing
+  says "fluvia: cannot read missing: No such file or directory"
+  gives 1 "$fluvia" info /tmp
+  says "it is a directory"
+  mkfifo pipe
+  gives 1 "$fluvia" check pipe
+  says "only regular files and block devices"
+  : >file
+  gives 4 "$fluvia" cat file -o /nowhere/file
+  says "cannot write /nowhere/file"
+  gives 4 "$fluvia" cat file --log /nowhere/log
+  says "cannot write the log file /nowhere/log"
+  gives 4 "$fluvia" cat file -o /dev/null --report /nowhere/report
+}
+
+wrong_usage_is_2() {
+  gives 2 "$fluvia"
+  gives 2 "$fluvia" cat
+  gives 2 "$fluvia" nonsense
+  gives 2 "$fluvia" cat file --offset -1
+  gives 2 "$fluvia" cat file --read-size 0
+  gives 2 "$fluvia" cat file -v
+  says "--log"
+  gives 0 "$fluvia" --help
+  gives 0 "$fluvia" cat --help
+  gives 0 "$fluvia" --version
+}
+
+full_output_is_told() {
+  make_file file 100000
+  gives 4 "$fluvia" cat file -o /dev/full
+  says "No space left on device"
+}
+
+log_goes_to_the_file() {
+  make_file file 1000
+  gives 0 "$fluvia" cat file --log log
+  silent
+  cmp file out
+  grep -q 'cancelRead, reqID:0' log || fail "the log lacks the close: $(cat log)"
+  ! grep -q 'x_fluvia_file_open_x' log || fail "the log tells of calls without -v"
+  gives 0 "$fluvia" --log log -v cat file
+  grep -q 'End x_fluvia_file_open_x(handle: 1)' log || fail "the log lacks the open: $(cat log)"
+  gives 0 "$fluvia" info file --log log -vvv
+  grep -q 'BufferQueue read ok' log || fail "the log lacks the tracing: $(cat log)"
+}
+
+bar_on_a_terminal_only() {
+  make_file file 3000000
+  gives 0 script -qec "'$fluvia' cat file -o copy" typescript
+  grep -qF '100% 2.9 MiB' typescript || fail "no bar: $(cat -v typescript)"
+  cmp file copy
+}
+
+"$name"
