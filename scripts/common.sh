@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by ./run, ./test and the scripts they call; to be sourced from the root of the repository.
 
 JOBS=$(nproc)

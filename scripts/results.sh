@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # How ./test counts; to be sourced after scripts/common.sh.
 
 PASSED=0

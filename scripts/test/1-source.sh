@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Checks of the text of the sources; none needs a build.
 check "clang-format" scripts/checks/format
 check "include direction" scripts/checks/includes

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Checks of what the builds made.
 check "exported names" scripts/checks/exports build/release/libfluviafs.so
 check "installed package" scripts/checks/package build/release

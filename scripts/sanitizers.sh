@@ -1,0 +1,7 @@
+# shellcheck shell=bash
+# How the sanitizers are to judge; to be sourced from the root before ctest in build/asan or build/tsan.
+
+export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+export UBSAN_OPTIONS=print_stacktrace=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:detect_deadlocks=1
