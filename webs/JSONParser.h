@@ -1,0 +1,83 @@
+#ifndef FLUVIAFS_WEBS_JSONPARSER_H_
+#define FLUVIAFS_WEBS_JSONPARSER_H_
+
+#include <stack>
+#include <string>
+
+namespace webs {
+
+class TreeReader;
+
+// Whether the scanner does not skip c. The letter 'b' is skipped, on purpose: keys and values lose
+// their leading b's, and callers know it.
+bool NotBlankChar(char c);
+// '=', '{', ' ', ':' and ',' end a key or an unquoted value. '}' does not: a number needs a blank
+// or a comma after it.
+bool IsWordEnd(char c);
+// ',' and '}' end a pair.
+bool IsKeyValueEnd(char c);
+
+// A small scanner for bodies like {"key":"value"}, [{..},{..}] and name = {..}.
+//
+// It walks a whole text once and calls the reader's readNodeBegin, readNodeValue and readNodeEnd.
+// It is lenient rather than complete, see docs/json.md. No text makes it read outside, fail on an
+// empty stack or recurse.
+//
+// Threads:   one thread at a time.
+// Ownership: the reader is not owned and must outlive the parser's use.
+class JSONParser {
+ public:
+  explicit JSONParser(TreeReader* receiver);
+  virtual ~JSONParser() = default;
+
+  // Scans text[0, length). Returns 0 on success and on an empty call, or
+  //   -1  the body starts neither with '{' or '[' nor with a word, '=' and one of them
+  //   -2  an array holds something else than an object
+  //   -3  no ',' or '}' follows a value
+  //   -4  no '{' follows a ',' in an array
+  //   -5  a ']' closes something else than an array
+  // isFinal is not used. The stacks are neither emptied before nor after: see reset().
+  int parse(const char* text, int length, int isFinal);
+  // Forgets everything that is open.
+  void reset();
+
+  // The name of the next array member is one '[' longer, up to 511.
+  void nextArrayMember();
+  void arrayMemberEnd();
+  bool isArrayMember(const std::string& name) const;
+  // Does nothing.
+  void printMarks();
+
+ private:
+  struct Text;
+  int beginRoot(Text& text);
+  int step(Text& text);
+  int inObject(Text& text);
+  int afterComma(Text& text);
+  int inArray(Text& text);
+  int inPair(Text& text);
+  int atObjectEnd(Text& text);
+  int closeEmptyObject(Text& text);
+  int closeArray(Text& text);
+  int endPair(Text& text);
+  void readKey(Text& text);
+  void beginMember(Text& text);
+  void openName(const std::string& name);
+  void closeName();
+  void nextInObject(Text& text);
+  void popMark();
+  void popKeyMark();
+  bool isTop(char mark) const;
+
+  TreeReader* reader;
+  // Keys of the open nodes.
+  std::stack<std::string> names;
+  // Structural characters that are open: '{', '[', ':', ',' and '}'.
+  std::stack<char> marks;
+  // Name of the latest array member.
+  std::string arrayMark;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_JSONPARSER_H_

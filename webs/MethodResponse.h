@@ -1,0 +1,56 @@
+#ifndef FLUVIAFS_WEBS_METHODRESPONSE_H_
+#define FLUVIAFS_WEBS_METHODRESPONSE_H_
+
+#include <string>
+
+#include "webs/Requestor.h"
+
+namespace webs {
+
+class TreeNode;
+class TreeReader;
+
+// The receiving side of a web-service call: feeds the body into a tree reader and carries the
+// outcome. A derived class reads the tree in processResult and sets success, code and message.
+//
+// Use:       initialize() once with a reader, then per call readyReceive(), receive() for each
+//            piece, finishReceive().
+// Threads:   the transfer's thread; the outcome is read after the transfer.
+// Ownership: the reader is not owned and must outlive the response's use.
+class MethodResponse : public Requestor {
+ public:
+  MethodResponse();
+
+  // Feeds one piece to the reader. Returns size whatever the parser said, so that the transfer goes
+  // on. Needs a reader. handle and version are ignored.
+  int receive(void* data, int size, void* handle, int version) override;
+  // Forgets the last outcome and tree. Needs a reader.
+  void readyReceive() override;
+  // Ends the document, then calls processResult(). Needs a reader.
+  void finishReceive() override;
+  ~MethodResponse() override = default;
+  // Interprets the tree. Does nothing here.
+  virtual void processResult();
+
+  // switchReader(), then the reader's initialize() if there is one.
+  void initialize(TreeReader* treeReader);
+  // Replaces the reader and does nothing else. Null leaves the response without one.
+  void switchReader(TreeReader* treeReader);
+
+  bool isSuccess() const { return success; }
+  // Valid until the next call begins.
+  const std::string& getErrorCode() const { return errorCode; }
+  const std::string& getErrorMsg() const { return errorMsg; }
+  // Null: only derived responses know where their result stands.
+  TreeNode* findResultStruct() const;
+
+ protected:
+  TreeReader* reader = nullptr;
+  bool success = false;
+  std::string errorCode;
+  std::string errorMsg;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_METHODRESPONSE_H_
