@@ -86,6 +86,7 @@ class TreeNode {
 
   int numberOfElem() const { return static_cast<int>(children.size()); }
   // Child i of [0, numberOfElem()); not checked.
+  TreeNode* getElem(int i) { return children[static_cast<size_t>(i)]; }
   TreeNode* getElem(int i) const { return children[static_cast<size_t>(i)]; }
   int numberOfAttr() const { return static_cast<int>(attributes.size()); }
   // Attribute i of [0, numberOfAttr()); not checked.
