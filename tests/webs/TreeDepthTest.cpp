@@ -1,0 +1,118 @@
+// A body may nest as deep as its size allows: nothing that walks a tree may use the thread's stack.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include "tests/support/TreeShape.h"
+#include "webs/JSONReader.h"
+#include "webs/XMLReader.h"
+
+namespace {
+
+using webs::JSONReader;
+using webs::TreeNode;
+using webs::XMLReader;
+
+const int LEVELS = 500000;
+// The stack of a thread on a small device.
+const size_t STACK_SIZE = 256 * 1024;
+
+// Runs work on a thread with a small stack.
+void onSmallStack(void (*work)()) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, STACK_SIZE), 0);
+  pthread_t thread;
+  const auto run = [](void* argument) -> void* {
+    reinterpret_cast<void (*)()>(argument)();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, reinterpret_cast<void*>(work)), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  pthread_attr_destroy(&attributes);
+}
+
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  all.reserve(text.size() * static_cast<size_t>(times));
+  for (int i = 0; i < times; i++) all += text;
+  return all;
+}
+
+void checkLookups(TreeNode* root) {
+  TreeNode* leaf = root->findSoleLeaf();
+  ASSERT_NE(leaf, nullptr);
+  EXPECT_EQ(leaf->getValue(), "v");
+  EXPECT_EQ(root->findElem("v", false), leaf);
+  EXPECT_EQ(root->findElem(leaf->getKey(), "v"), leaf);
+  EXPECT_EQ(root->findElem("no such key", true), nullptr);
+  EXPECT_EQ(root->findElem("no such key", "v"), nullptr);
+  EXPECT_EQ(root->getError().message, "TreeNode::findElem");
+}
+
+TEST(TreeDepth, XmlIsBuiltSearchedWrittenAndCleared) {
+  onSmallStack([] {
+    const std::string text = repeated("<a>", LEVELS) + "v" + repeated("</a>", LEVELS);
+    XMLReader reader;
+    reader.initialize();
+    ASSERT_EQ(reader.streamIn(text.data(), static_cast<int>(text.size()), 1), 1);
+    checkLookups(&reader);
+    EXPECT_TRUE(xmlOf(reader) == text);
+    reader.clear();
+    EXPECT_EQ(reader.numberOfElem(), 0);
+  });
+}
+
+TEST(TreeDepth, JsonIsBuiltSearchedWrittenAndCleared) {
+  onSmallStack([] {
+    const std::string text = repeated("{\"a\":", LEVELS) + "\"v\"" + repeated("}", LEVELS);
+    JSONReader reader;
+    ASSERT_EQ(reader.streamIn(text.data(), static_cast<int>(text.size()), 0), 0);
+    checkLookups(&reader);
+    EXPECT_TRUE(jsonOf(reader) == text);
+    reader.clear();
+    EXPECT_EQ(reader.numberOfElem(), 0);
+  });
+}
+
+TEST(TreeDepth, JsonArraysInArraysAreBuiltWrittenAndCleared) {
+  onSmallStack([] {
+    const std::string text =
+        repeated("{\"l\":[", LEVELS) + "{\"k\":\"v\"}" + repeated("]}", LEVELS);
+    JSONReader reader;
+    ASSERT_EQ(reader.streamIn(text.data(), static_cast<int>(text.size()), 0), 0);
+    checkLookups(&reader);
+    EXPECT_TRUE(jsonOf(reader) == text);
+  });
+}
+
+TEST(TreeDepth, DestroyedWithoutClear) {
+  onSmallStack([] {
+    TreeNode root(nullptr);
+    TreeNode* node = &root;
+    for (int i = 0; i < LEVELS; i++) node = node->createSubEntry("a");
+    node->setLeafValue("v", false);
+    checkLookups(&root);
+  });
+}
+
+TEST(TreeDepth, RemovedInOnePiece) {
+  onSmallStack([] {
+    TreeNode root(nullptr);
+    TreeNode* node = &root;
+    for (int i = 0; i < LEVELS; i++) node = node->createSubEntry("a");
+    EXPECT_TRUE(root.removeElem(root.getElem(0)));
+    EXPECT_EQ(root.numberOfElem(), 0);
+  });
+}
+
+TEST(TreeDepth, ReleasedWithItsSubtree) {
+  onSmallStack([] {
+    TreeNode* node = TreeNode::getFreeEntry();
+    TreeNode* deepest = node;
+    for (int i = 0; i < LEVELS; i++) deepest = deepest->createSubEntry("a");
+    TreeNode::releaseEntry(node);
+    EXPECT_LE(Stations::nodesKept(), 100u);
+  });
+}
+
+}  // namespace
