@@ -1,0 +1,102 @@
+#include "TreeCommand.h"
+
+#include <fluviafs.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Source.h"
+#include "TreeText.h"
+
+namespace tools {
+namespace {
+
+// A body becomes a tree in memory, many times its size: beyond this it is no response.
+const size_t kMaxBody = size_t{64} << 20;
+const unsigned int kReadSize = 65536;
+
+struct TreeOptions {
+  std::string source;
+  bool xml = false;
+  bool json = false;
+};
+
+bool readBody(const std::string& name, std::string* body, std::string* error) {
+  Source source;
+  if (!source.open(name, 0, error)) return false;
+  std::vector<char> buffer(kReadSize);
+  while (true) {
+    unsigned int got = 0;
+    const int code = x_fluvia_file_read(source.handle(), buffer.data(), kReadSize, &got);
+    if (code == FVFR_END_OF_FILE) return true;
+    if (code != FVFR_OK) {
+      *error = source.explain("read", code);
+      return false;
+    }
+    if (got == 0) return true;
+    if (body->size() + got > kMaxBody) {
+      *error = name + " is larger than 64 MiB: too large for a tree";
+      return false;
+    }
+    body->append(buffer.data(), got);
+  }
+}
+
+bool print(const std::string& text) {
+  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
+         std::fflush(stdout) == 0;
+}
+
+int runTree(const TreeOptions& options, const Screen& screen) {
+  std::string body, error;
+  if (!readBody(options.source, &body, &error)) {
+    screen.fail(error);
+    return kExitSource;
+  }
+  const ParsedBody parsed(body);
+  const bool isXml = parsed.kind() == BodyKind::kXml;
+  if (options.xml && !isXml) {
+    screen.fail(options.source +
+                " is not XML, and --xml writes back only XML: JSON keys hold "
+                "their quotes. Use --json.");
+    return kExitUsage;
+  }
+  if (options.json && isXml) {
+    screen.fail(options.source +
+                " is XML, and --json writes back only JSON: XML keys have no "
+                "quotes. Use --xml.");
+    return kExitUsage;
+  }
+  const std::string text =
+      options.xml || options.json ? parsed.written() + "\n" : parsed.indented();
+  if (!print(text)) {
+    screen.fail("cannot write to standard output");
+    return kExitOutput;
+  }
+  if (parsed.error().empty()) return kExitOk;
+  screen.fail("cannot understand " + options.source + " as " + (isXml ? "XML" : "JSON") + ": " +
+              parsed.error());
+  return kExitSource;
+}
+
+}  // namespace
+
+void addTree(CLI::App& app, Command* chosen) {
+  auto options = std::make_shared<TreeOptions>();
+  CLI::App* tree = app.add_subcommand("tree", "Show the XML or JSON body at SRC as a tree");
+  tree->add_option("SRC", options->source, "Path or URL")->required();
+  CLI::Option* xml =
+      tree->add_flag("--xml", options->xml, "Write the tree back as XML; SRC must be XML");
+  tree->add_flag("--json", options->json, "Write the tree back as JSON; SRC must be JSON")
+      ->excludes(xml);
+  tree->footer(
+      "A body whose first character is '<' is read as XML, any other as JSON. --xml and --json\n"
+      "escape nothing: a '<' or a quote in a value is written as it is.");
+  tree->callback([options, chosen] {
+    *chosen = [options](const Screen& screen) { return runTree(*options, screen); };
+  });
+}
+
+}  // namespace tools
