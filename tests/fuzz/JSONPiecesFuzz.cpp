@@ -23,14 +23,11 @@ bool isBalanced(const std::string& text) {
   return seen && open <= 0 && !quoted;
 }
 
-bool isBlank(const std::string& text) {
-  return std::none_of(text.begin(), text.end(), webs::NotBlankChar);
-}
-
-// Whether the pieces make one document: none but the last completes it, but for blanks.
+// Whether the pieces make one document: only the last completes it. Blanks that come after a
+// complete document are dropped, while in one text a malformed one may take them into a word.
 bool isOneDocument(const std::string& text, size_t pieceSize) {
   for (size_t end = pieceSize; end < text.size(); end += pieceSize) {
-    if (isBalanced(text.substr(0, end))) return isBlank(text.substr(end));
+    if (isBalanced(text.substr(0, end))) return false;
   }
   return true;
 }
