@@ -52,7 +52,7 @@ std::string lineOf(const webs::TreeNode& node) {
 
 std::string indentOf(int depth) {
   if (depth <= kMaxIndent) return std::string(static_cast<size_t>(depth) * 2, ' ');
-  return std::string(kMaxIndent * 2, ' ') + '(' + std::to_string(depth) + ") ";
+  return std::string(size_t{2} * kMaxIndent, ' ') + '(' + std::to_string(depth) + ") ";
 }
 
 std::string jsonProblem(int result) {
