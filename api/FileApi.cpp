@@ -31,9 +31,7 @@ int openFile(const char* function, const char* url, int* handle, int bufferSize)
     FLUVIA_LOG_AS(function, -4, "url is invalid");
     return FVFR_FAILED;
   }
-  const int result = HandleTable::open(url, bufferSize, handle);
-  if (result != FVFR_OK) FLUVIA_LOG_AS(function, 0, "alloc file handle fail");
-  return result;
+  return HandleTable::open(function, url, bufferSize, handle);
 }
 
 // What null text prints as.
@@ -114,8 +112,11 @@ int x_fluvia_file_read_async(int handle, char* buffer, unsigned int size,
     if (!file) return FVFR_FAILED;
     FLUVIA_LOG_AS(function, 1, "before x_fluvia_file_read_async(handle: %d, size: %d)", handle,
                   static_cast<int>(size));
-    const int result = file->readAsync(buffer, size, callback, userData, requestId);
-    FLUVIA_LOG_AS(function, 1, "end x_fluvia_file_read_async(reqID: %d)", *requestId);
+    int issued = 0;
+    const int result = file->readAsync(buffer, size, callback, userData, requestId, &issued);
+    // Once issued, the caller's memory may be gone with its callback.
+    FLUVIA_LOG_AS(function, 1, "end x_fluvia_file_read_async(reqID: %d)",
+                  issued != 0 ? issued : *requestId);
     return result;
   });
 }

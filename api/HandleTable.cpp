@@ -55,15 +55,20 @@ class OwnedFile {
 
 }  // namespace
 
-int HandleTable::open(const char* url, int bufferSize, int* handle) {
+int HandleTable::open(const char* function, const char* url, int bufferSize, int* handle) {
   *handle = kNoHandle;
   util::Lock lock(*handleLock);
   OwnedFile file(bufferSize);
+  // The entry's memory before the file is opened: afterwards nothing may fail.
+  std::list<webs::FluviaFile*> entry(1, file.get());
   // The result is not looked at: the handle then has no shared file, and its calls fail.
   file->open(url);
   const int index = _fluvia_file_get_index();
-  if (index == kNoHandle) return kFailed;
-  openedFiles->push_back(file.get());
+  if (index == kNoHandle) {
+    FLUVIA_LOG_AS(function, 0, "alloc file handle fail");
+    return kFailed;
+  }
+  openedFiles->splice(openedFiles->end(), entry);
   handleTable[index] = file.give();
   *handle = index;
   return 0;

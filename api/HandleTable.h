@@ -21,7 +21,8 @@ class HandleTable {
  public:
   // Opens url and gives it the lowest free handle, or -1. The file object may have no shared file.
   // Returns 0, or -4 when no handle is free.
-  static int open(const char* url, int bufferSize, int* handle);
+  // Log lines go under function, the entry point's name.
+  static int open(const char* function, const char* url, int bufferSize, int* handle);
   // Takes a handle out of the table. Null when it is not open.
   static webs::FluviaFile* remove(int handle);
   // The file object of an open handle, with one more use; null when it is not open.

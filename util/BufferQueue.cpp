@@ -107,9 +107,9 @@ bool BufferQueue::initialize(BufferQueueProducer* source) {
       block->setId(i);
       blocks.back() = block;
     }
+    if (blocks.empty()) return false;
     rdTail = blocks.begin();
     wtHead = blocks.begin();
-    if (blocks.empty()) return false;
     blocks.front()->setBeginningSeqNum(0, true);
     version = 0;
   }
@@ -164,8 +164,12 @@ void BufferQueue::workBegin() {
 // the exit test: a stop either sees connecting or is seen here.
 bool BufferQueue::prepareConnection(int* startVersion, long long* from, long long* length) {
   Lock feed(feedLock);
+  // The stop of this restart may have met a broken read.
+  if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
   if (needExit()) {
     FLUVIA_LOG_AS("workBegin", 1, "break from workBegin because of exit request");
+    streaming = false;
+    feedLock.notifyAll(0);
     return false;
   }
   if (notedVersion != version || startedVersion == version) return false;
@@ -221,6 +225,9 @@ void BufferQueue::startWorker() {
   if (!worker.start(this)) {
     fputs("start worker failed, errorrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr",
           stderr);
+    Lock feed(feedLock);
+    streaming = false;
+    failStream();
   }
 }
 

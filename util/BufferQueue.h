@@ -104,6 +104,9 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool isResetStream() const { return streamStatus == STATUS_RESET; }
   // Makes a status of 3, 4 or 5 idle again.
   void resetErrorStatus();
+  // Makes a status 3 that no release() set idle again: it comes from a broken read and is not
+  // final.
+  void forgetBrokenRead() EXCLUDES(feedLock);
 
   // Does nothing; the monitor is not armed by this library.
   void startMonitorFeeding();
@@ -144,7 +147,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void workBegin() EXCLUDES(feedLock);
   bool prepareConnection(int* startVersion, long long* from, long long* length) EXCLUDES(feedLock);
   void connectionLeft(int startVersion, int result) EXCLUDES(feedLock);
-  void startWorker();
+  void startWorker() EXCLUDES(feedLock);
   void stopWorker() REQUIRES(workerLock) EXCLUDES(feedLock);
   void restart() EXCLUDES(workerLock, feedLock);
   void giveRestartUp() EXCLUDES(feedLock);
@@ -153,8 +156,6 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void queueRestartTask() REQUIRES(feedLock);
   void restartFromWriteHead() REQUIRES(feedLock);
   void setStatus(int status) EXCLUDES(statusLock);
-  // A status 3 that no release() set comes from a broken read: the next use starts afresh.
-  void forgetBrokenRead();
   void failStream() REQUIRES(feedLock);
 
   // The block list (BufferQueueBlocks.cpp).
@@ -167,7 +168,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool placeSelected(long long from, BlockIt endIt, BlockIt* selected) REQUIRES(feedLock);
   bool fragmentOrNext(long long from, BlockIt endIt) REQUIRES(feedLock);
   void failPlacement() REQUIRES(feedLock);
-  void flushAndRestart() REQUIRES(feedLock);
+  bool flushAndRestart() REQUIRES(feedLock);
   static long long alignLeft(long long pos) { return pos / kBlockSize * kBlockSize; }
   int idOf(BlockIt it) REQUIRES(feedLock) { return it == blocks.end() ? -1 : (*it)->getId(); }
   long long writeEnd() REQUIRES(feedLock) { return (*wtHead)->end(); }
@@ -197,6 +198,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool findBackward(long long pos, bool* forwardInstead) REQUIRES(feedLock);
   bool copyFound(long long pos, unsigned int count, char* buffer, unsigned int* got, bool backward)
       REQUIRES(feedLock);
+  // Marks the time of a read inside the buffer, also when the caller's thread is cancelled in it.
+  class RunningRead;
   Wake waitForFeed(const char* before, const char* after, long long pos) REQUIRES(feedLock);
   bool atEnd(long long pos) const { return contentSize != 0 && pos >= contentSize; }
   void placeReader() REQUIRES(feedLock);

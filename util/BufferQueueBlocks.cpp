@@ -61,7 +61,7 @@ bool BufferQueue::checkErrorInsert(BlockIt& it) {
 
 void BufferQueue::dumpBuffer(bool all) {
   Lock feed(feedLock);
-  if (!blocks.empty()) dumpBlocks(all);
+  if (initialized && !blocks.empty()) dumpBlocks(all);
 }
 
 void BufferQueue::dumpBlocks(bool all) {
@@ -180,7 +180,11 @@ void BufferQueue::failPlacement() {
 }
 
 // A stream that cannot seek starts again from its beginning into an empty buffer.
-void BufferQueue::flushAndRestart() {
+bool BufferQueue::flushAndRestart() {
+  if (blocks.empty()) {
+    FLUVIA_LOG_AS("streamIn", 2, "error!!!!");
+    return false;
+  }
   BlockIt front = blocks.begin();
   (*front)->setBeginningSeqNum(0, true);
   BlockIt second = std::next(front);
@@ -192,6 +196,7 @@ void BufferQueue::flushAndRestart() {
   streamLength = 0;
   FLUVIA_LOG_AS("streamIn", 2, "reconnecting connection/stream");
   resetStreaming();
+  return true;
 }
 
 }  // namespace util

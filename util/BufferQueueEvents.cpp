@@ -28,7 +28,8 @@ void BufferQueue::notifyStreamException(int event) {
     handleEvent(event);
   }
   // Without a newer version on its way this connection was the last word.
-  if (event != STREAM_NORMAL && version == entryVersion && notedVersion == version) {
+  const bool ends = event > STREAM_NORMAL && event <= STREAM_CANCELED;
+  if (ends && version == entryVersion && notedVersion == version) {
     streaming = false;
   }
 }

@@ -9,6 +9,7 @@ namespace util {
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   Lock feed(feedLock);
   feedLock.notifyAll(0);
+  if (size != 0) retryCount = 0;  // any data ends a sequence of retries
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd()) streaming = false;
   feedLock.notifyAll(0);
@@ -40,9 +41,10 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
   if (isResetStream()) {
     setStatus(STATUS_IDLE);
     FLUVIA_LOG_AS("streamIn", 2, "need reset stream");
+    // The restart that set the status may be this very run: nobody else follows it then.
+    endedSilently = true;
     return 0;
   }
-  if (size != 0) retryCount = 0;  // any data ends a sequence of retries
   BufferBlock* first = *wtHead;
   unsigned int stored = first->in(data, size);
   noteStored(stored);
@@ -203,6 +205,8 @@ int BufferQueue::serveReaderBehind(bool dropped) {
 int BufferQueue::serveReaderAhead(bool dropped) {
   BufferBlock* head = *wtHead;
   const long long headBegin = head->getBeginningSeqNum();
+  // The reader has not looked yet: what it wants has just been stored.
+  if (dropped && head->isContained(readOffset)) return goOn(dropped);
   FLUVIA_LOG_AS("streamIn", 2, "rdTail:%d, %lld, wtHead:%d offset:%lld", (*rdTail)->getId(),
                 (*rdTail)->getBeginningSeqNum(), head->getId(), readOffset.get());
   if (!dropped &&

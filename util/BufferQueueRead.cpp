@@ -24,6 +24,27 @@ enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
 
 }  // namespace
 
+class BufferQueue::RunningRead {
+ public:
+  explicit RunningRead(BufferQueue* queue) REQUIRES(queue->feedLock) : queue_(queue) {
+    queue_->readRunning = true;
+    queue_->mayPlace = true;
+    queue_->endReached = false;
+  }
+  ~RunningRead() NO_THREAD_SAFETY_ANALYSIS {
+    // Whoever asked for a break waits for the end of the read.
+    if (queue_->breakRequested) queue_->feedLock.notifyAll(0);
+    queue_->breakRequested = false;
+    queue_->needFeed = false;
+    queue_->readRunning = false;
+  }
+  RunningRead(const RunningRead&) = delete;
+  RunningRead& operator=(const RunningRead&) = delete;
+
+ private:
+  BufferQueue* queue_;
+};
+
 int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   *readBytes = 0;
   Lock queue(*this);
@@ -52,20 +73,16 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   }
   FLUVIA_PAUSE_POINT("BufferQueue::read before feedLock");
   Lock feed(feedLock);
-  readRunning = true;
-  feedLock.notifyAll(0);
-  if (needExit()) {
-    readRunning = false;
-    FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
-    return READ_FAILED;
+  bool ok = false;
+  {
+    const RunningRead running(this);
+    feedLock.notifyAll(0);
+    if (needExit()) {
+      FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
+      return READ_FAILED;
+    }
+    ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
   }
-  mayPlace = true;
-  endReached = false;
-  const bool ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
-  if (breakRequested) feedLock.notifyAll(0);  // whoever asked for the break waits for its end
-  breakRequested = false;
-  needFeed = false;
-  readRunning = false;
   if (*readBytes != size) {
     FLUVIA_LOG_AS("read", 2, "read ERROR that request:%d != readed:%d, curOffset:%lld, status:%d",
                   static_cast<int>(size), static_cast<int>(*readBytes), readOffset.get(),
@@ -296,6 +313,11 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     FLUVIA_LOG(2, "wait in notCheck");
     feedLock.wait(0);
     FLUVIA_LOG(2, "wake up in notCheck");
+    if (breakRequested) {
+      breakRequested = false;
+      feedLock.notifyAll(0);
+      return false;
+    }
     if (needExit()) return false;
   }
   BufferBlock* block = *rdTail;
@@ -405,7 +427,7 @@ void BufferQueue::probe() {
 
 long long BufferQueue::getBufferedSize(long long offset) {
   Lock feed(feedLock);
-  if (blocks.empty()) return 0;
+  if (!initialized || blocks.empty()) return 0;
   BlockIt start = rdTail;
   if ((*start)->isUnused() || !(*start)->willContained(offset)) {
     for (start = blocks.begin(); start != blocks.end(); ++start) {
@@ -418,7 +440,8 @@ long long BufferQueue::getBufferedSize(long long offset) {
     for (last = start;; ++last) {
       const BlockIt next = std::next(last);
       if (next == blocks.end()) {
-        gapDetected = 0;
+        // Only a stretch that ends at the write head may be measured by it from now on.
+        if (last == wtHead) gapDetected = 0;
         break;
       }
       if ((*next)->getBeginningSeqNum() != (*last)->end()) break;

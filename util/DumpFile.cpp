@@ -33,7 +33,7 @@ void DumpFile::read_usb_path() {
 void DumpFile::read_to_file(long long offset, unsigned char* data, unsigned int length) {
   if (!enabled) return;
   const long id = ++num;
-  char full[280];
+  char full[280] = {};
   // A path of 200 bytes has no terminator.
   snprintf(full, sizeof full, "%.200s/QV_id%ld_%lld_%lld.dat", path, id, offset, offset + length);
   char name[200];

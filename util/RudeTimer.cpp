@@ -43,11 +43,9 @@ void* RudeTimer::run(void* timer) {
   RudeTimer* self = static_cast<RudeTimer*>(timer);
   FLUVIA_LOG(0, "RudeTimer run loop");
   for (;;) {
-    void* arg = nullptr;
     {
       Lock lock(*self);
       if (!self->active) return nullptr;
-      arg = self->callbackArg;
     }
     while (self->elapsedMs < self->periodMs && self->active) {
       delay(kStepMs);
@@ -58,6 +56,11 @@ void* RudeTimer::run(void* timer) {
       return nullptr;
     }
     FLUVIA_LOG(0, "Timer out:%d ~ %d", self->elapsedMs.get(), self->periodMs);
+    void* arg = nullptr;
+    {
+      Lock lock(*self);
+      arg = self->callbackArg;
+    }
     self->callback(arg);
     if (!self->repeat) {
       self->active = false;

@@ -34,7 +34,7 @@ class RudeTimer : public Semaphore {
   int periodMs;
   Relaxed<int> elapsedMs;
   void (*callback)(void*);
-  void* callbackArg;
+  void* callbackArg GUARDED_BY(this);
   bool repeat;
   Relaxed<bool> active;
   ThreadObject thread;

@@ -1,6 +1,7 @@
 #include "util/ThreadEngine.h"
 
 #include <cstdio>
+#include <memory>
 
 #include "util/Log.h"
 
@@ -31,17 +32,21 @@ ThreadEngine* ThreadEngine::getInstance() { return &_INS_.get(); }
 void ThreadEngine::initialize() {
   Lock lock(initLock);
   if (initialized) return;
-  initialized = true;
+  // All memory first: without it nothing was started, and the next call tries again.
   executors.reserve(kWorkers);
+  std::unique_ptr<Executor> made[kWorkers];
   for (int i = 0; i < kWorkers; ++i) {
     char name[16];
     snprintf(name, sizeof name, "ThreadEngine %d", i);
-    Executor* executor = new Executor(&queue, name);
+    made[i].reset(new Executor(&queue, name));
+  }
+  initialized = true;
+  for (int i = 0; i < kWorkers; ++i) {
     FLUVIA_LOG(1, "1");
-    // The worker that could not be started is left behind, wanted: the pool is never completed.
-    if (pthread_create(&executor->thread, nullptr, Executor::run, executor) != 0) return;
+    // The pool is never completed later, wanted.
+    if (pthread_create(&made[i]->thread, nullptr, Executor::run, made[i].get()) != 0) return;
     FLUVIA_LOG(1, "creat thread %d OK", i);
-    executors.push_back(executor);
+    executors.push_back(made[i].release());
   }
   detectLoglevel();
   FLUVIA_LOG(1, "end to init");

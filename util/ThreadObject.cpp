@@ -108,17 +108,17 @@ void ThreadObject::haveDestoryed() {
 bool ThreadObject::park() {
   haveSleeped();
   wakeRequested = false;
-  FLUVIA_LOG(0, "thread begin to sleep");
+  FLUVIA_LOG_AS("runner", 0, "thread begin to sleep");
   while (!wakeRequested) wait(0);
   wakeRequested = false;
   haveWakeup();
-  FLUVIA_LOG(0, "thread woken up");
+  FLUVIA_LOG_AS("runner", 0, "thread woken up");
   if (forceClose) {
     haveDestoryed();
     notifyAll(0);
     return false;
   }
-  FLUVIA_LOG(0, "thread continues next loop");
+  FLUVIA_LOG_AS("runner", 0, "thread continues next loop");
   return true;
 }
 

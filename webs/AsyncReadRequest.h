@@ -15,8 +15,8 @@ enum AsyncStatus { ASYNC_FAILED = -1, ASYNC_DONE = 1, ASYNC_CANCELLED = 3, ASYNC
 //
 // Threads:   everything below requestId, and cancelled, under the lock of the request table.
 // Ownership: counted by holders: the request itself until it is finished, and whoever looks at it
-//            meanwhile. Holds a use of its file and of its handle's file object. The buffer is the
-//            caller's, until the callback has been called.
+//            meanwhile. Holds a use of its file until it is finished, and of its handle's object.
+//            The buffer is the caller's, until the callback has been called.
 struct AsyncReadRequest {
   char* buffer = nullptr;
   unsigned int size = 0;

@@ -106,6 +106,8 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
   *readBytes = 0;
   int result = kFailed;
   if (!beginReading(record, reader, &result)) return result;
+  // Also when the caller's thread is cancelled while it waits.
+  const EndOfReading end(this);
   FLUVIA_PAUSE_POINT("DullFile::read begun");
   if (isEmptyLocal()) {
     // To the buffer a size of 0 means unknown: it would ask for the missing bytes for ever.
@@ -122,7 +124,6 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
       result = kFailed;
     }
   }
-  endReading();
   FLUVIA_LOG_AS("read", 1, "read end, error = %d", result);
   return result;
 }
@@ -138,21 +139,47 @@ bool DullFile::isEmptyLocal() const {
   return request != nullptr && request->getType() == kTypeLocal && request->getContentSize() == 0;
 }
 
-bool DullFile::randomAccessable() {
+bool DullFile::randomAccessable(FluviaFile* reader) {
+  rbuffer.forgetBrokenRead();
   if (!isEmptyLocal() && rbuffer.getContentSize() == 0 && !rbuffer.errorOccured()) {
     FLUVIA_LOG(1, "begin to read");
-    rbuffer.probe();
+    probe(reader);
   }
   return rbuffer.isRandomAccess();
 }
 
-long long DullFile::getSize() {
+// Reads the first byte for a handle, or for the registry (null).
+void DullFile::probe(FluviaFile* reader) {
+  std::list<FluviaFile*> mine(1, reader);
+  const auto entry = mine.begin();
+  {
+    util::Lock lock(readLock);
+    if (reader != nullptr && reader->isClosing()) return;
+    probers.splice(probers.end(), mine);
+  }
+  rbuffer.probe();
+  util::Lock lock(readLock);
+  mine.splice(mine.end(), probers, entry);
+}
+
+// Breaks the probes of a handle that is being closed until none is left. Like every break while the
+// size is unknown it meets whoever reads.
+void DullFile::breakProbes(FluviaFile* reader) {
+  util::Lock lock(readLock);
+  while (std::find(probers.begin(), probers.end(), reader) != probers.end()) {
+    rbuffer.breakRead();
+    readLock.waitFor(kBreakRepeatMs);
+  }
+}
+
+long long DullFile::getSize(FluviaFile* reader) {
   FLUVIA_LOG(1, "DullFile getSize");
   if (isEmptyLocal()) return 0;
+  rbuffer.forgetBrokenRead();
   if (rbuffer.getContentSize() == 0) {
     if (!rbuffer.errorOccured()) {
       FLUVIA_LOG(2, "begin to read");
-      rbuffer.probe();
+      probe(reader);
     } else {
       FLUVIA_LOG(2, " errorOccured:%d", rbuffer.errorOccured());
     }
@@ -166,9 +193,9 @@ int DullFile::getBufferedSize(long long position) {
       std::min<long long>(std::max(held, 0LL), std::numeric_limits<int>::max()));
 }
 
-// Breaks the read of that number until it has ended. Under readLock, so that no other read can begin
-// in between and be met instead. Repeated, because the read may not yet have reached the point from
-// which on the buffer knows of it.
+// Breaks the read of that number until it has ended. Under readLock, so that no other read can
+// begin in between and be met instead. Repeated, because the read may not yet have reached the
+// point from which on the buffer knows of it.
 void DullFile::breakUntilEnded(unsigned int generation) {
   util::Lock lock(readLock);
   ++breakers;

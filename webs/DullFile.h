@@ -49,7 +49,7 @@ class DullFile : public util::Semaphore {
   // Queues a read for the thread engine. Writes its id to *requestId before the callback can run.
   // -4 when all ids are in use or the handle is being closed.
   int readAsync(char* buffer, unsigned int size, long long offset, ReadCallback callback,
-                void* userData, int* requestId, FluviaFile* reader);
+                void* userData, int* requestId, FluviaFile* reader, int* issued = nullptr);
   // Cancels a request, or with id 0 breaks the read of this handle (any read while the size is
   // unknown). A request that was still queued is called back twice. Returns 0, or -1 for an id that
   // cannot be one.
@@ -58,9 +58,10 @@ class DullFile : public util::Semaphore {
   // until none is inside the buffer, and, unless called from a callback, waits for its callbacks.
   void withdrawReads(FluviaFile* reader);
 
-  // These learn size and seekability first, by reading one byte, which may wait for it.
-  bool randomAccessable();
-  long long getSize();
+  // These learn size and seekability first, by reading one byte, which may wait for it. reader is
+  // the handle that asks, if one does: its close ends the wait.
+  bool randomAccessable(FluviaFile* reader = nullptr);
+  long long getSize(FluviaFile* reader = nullptr);
 
   long long getMiniBufferSeq() { return rbuffer.getMiniBlockOffset(); }
   int getBufferSize() const { return rbuffer.getBufferSize(); }
@@ -83,7 +84,19 @@ class DullFile : public util::Semaphore {
               unsigned int* readBytes, FluviaFile* reader) EXCLUDES(readLock);
   bool beginReading(AsyncReadRequest* record, FluviaFile* reader, int* refusal) EXCLUDES(readLock);
   void endReading() EXCLUDES(readLock);
+  class EndOfReading {
+   public:
+    explicit EndOfReading(DullFile* file) : file_(file) {}
+    ~EndOfReading() { file_->endReading(); }
+    EndOfReading(const EndOfReading&) = delete;
+    EndOfReading& operator=(const EndOfReading&) = delete;
+
+   private:
+    DullFile* file_;
+  };
   bool isEmptyLocal() const;
+  void probe(FluviaFile* reader) EXCLUDES(readLock);
+  void breakProbes(FluviaFile* reader) EXCLUDES(readLock);
   void breakUntilEnded(unsigned int generation) EXCLUDES(readLock);
   void breakReader(FluviaFile* reader) EXCLUDES(readLock);
   bool cancelQueued(AsyncReadRequest* record, bool waiting);
@@ -116,8 +129,9 @@ class DullFile : public util::Semaphore {
   FluviaFile* nowReader GUARDED_BY(readLock);
   AsyncReadRequest* nowRequest GUARDED_BY(readLock);
   unsigned int readGeneration GUARDED_BY(readLock);
-  int breakers GUARDED_BY(readLock);  // threads that wait for that read to end
-  bool asyncHanded;                   // a request of this file has a place; under the table's lock
+  int breakers GUARDED_BY(readLock);                    // threads that wait for that read to end
+  std::list<FluviaFile*> probers GUARDED_BY(readLock);  // handles that ask for the first byte
+  bool asyncHanded;  // a request of this file has a place; under the table's lock
   std::atomic<int> uses;
 };
 

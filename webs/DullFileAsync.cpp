@@ -4,6 +4,7 @@
 // so at most five requests have a place on the engine at a time, and one of each file: a second one
 // would only wait for the file lock. The others wait here, in order.
 #include <algorithm>
+#include <exception>
 #include <list>
 #include <memory>
 
@@ -60,7 +61,7 @@ int lowestFreeId() {
 }  // namespace
 
 int DullFile::readAsync(char* buffer, unsigned int size, long long offset, ReadCallback callback,
-                        void* userData, int* requestId, FluviaFile* reader) {
+                        void* userData, int* requestId, FluviaFile* reader, int* issued) {
   std::unique_ptr<AsyncReadRequest> made(new AsyncReadRequest());
   made->buffer = buffer;
   made->size = size;
@@ -84,6 +85,7 @@ int DullFile::readAsync(char* buffer, unsigned int size, long long offset, ReadC
     made->requestId = id;
     asyncRequests[id] = made.release();
     *requestId = id;
+    if (issued != nullptr) *issued = id;
   }
   FLUVIA_LOG(1, "request thread engine to run read request");
   handOver();
@@ -156,8 +158,12 @@ void DullFile::runRead(AsyncReadRequest* record) {
   int result = kFailed;
   {
     util::Lock lock(*file);
-    result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
-                           record->reader);
+    try {
+      result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
+                             record->reader);
+    } catch (const std::exception& error) {
+      FLUVIA_LOG_AS("perform", -4, "failed: %s", error.what());
+    }
   }
   bool taken = false;
   {
@@ -201,11 +207,13 @@ void DullFile::runCancelled(AsyncReadRequest* record) {
   finish(record);
 }
 
-// After the callback of a request: its id and its place are free, and its close need not wait.
+// After the callback of a request: its id is free, its file is given back, and only then its place
+// and the close that may wait for it.
 void DullFile::finish(AsyncReadRequest* record) {
+  clearSlot(record);
+  DullFileManager::unuse(record->file);
   {
     util::Lock lock(asyncLock());
-    if (asyncRequests[record->requestId] == record) asyncRequests[record->requestId] = nullptr;
     if (record->handed) --handedRequests;
     --record->reader->callbacks;
     asyncLock().notifyAll(0);
@@ -214,13 +222,12 @@ void DullFile::finish(AsyncReadRequest* record) {
   letGo(record);
 }
 
-// Gives one hold of a request back. The last one frees it, and with it its file and handle.
+// Gives one hold of a request back. The last one frees it and gives its handle back.
 void DullFile::letGo(AsyncReadRequest* record) {
   {
     util::Lock lock(asyncLock());
     if (--record->holders > 0) return;
   }
-  DullFileManager::unuse(record->file);
   record->reader->unuse();
   delete record;
 }
@@ -237,7 +244,7 @@ bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, int* r
                       std::find(references.begin(), references.end(), reader) != references.end();
   if (record != nullptr) {
     util::Lock table(asyncLock());
-    if (record->taken || record->cancelled) {
+    if (record->taken || record->cancelled || reader->isClosing()) {
       *refusal = record->taken ? kTakenByClose : kCancelledBefore;
       return false;
     }
@@ -266,12 +273,15 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
     return 0;
   }
   AsyncReadRequest* record = nullptr;
+  DullFile* file = nullptr;
   bool waiting = false;
   {
     util::Lock lock(asyncLock());
     record = asyncRequests[requestId];
     if (record == nullptr) return 0;
+    file = record->file;
     ++record->holders;
+    file->use();
     ++record->reader->callbacks;
     waiting = record->state == AsyncReadRequest::kWaiting;
     if (waiting) {
@@ -283,6 +293,7 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
   const bool queued = cancelQueued(record, waiting);
   callbacksChanged(&record->reader->callbacks, -1);
   if (!queued) cancelRunning(record, reader);
+  DullFileManager::unuse(file);
   letGo(record);
   return 0;
 }
@@ -365,6 +376,7 @@ void DullFile::withdrawReads(FluviaFile* reader) {
     }
     letGo(record);
   }
+  breakProbes(reader);
   for (;;) {
     unsigned int generation = 0;
     bool inside = false;

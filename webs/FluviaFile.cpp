@@ -65,15 +65,19 @@ void FluviaFile::close() {
 int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   SharedUse file(this);
   if (!file) return kFailed;
-  FLUVIA_LOG(2, "FluviaFile read: size=%d, position=%lld, seekable=%d, miniSeq=%lld",
-             static_cast<int>(size), position.get(), file->randomAccessable(),
-             file->getMiniBufferSeq());
+  if (util::LOG_LEV >= 2) {
+    const bool seekable = file->randomAccessable(this);
+    const long long oldest = file->getMiniBufferSeq();
+    FLUVIA_LOG(2, "FluviaFile read: size=%d, position=%lld, seekable=%d, miniSeq=%lld",
+               static_cast<int>(size), position.get(), seekable, oldest);
+  }
   int result = kFailed;
   {
     util::Lock lock(*file.get());
-    if (liveFlag) {
+    // The question leaves a trace line of its own; below that level only the flag makes it matter.
+    if (liveFlag || util::LOG_LEV >= 2) {
       const long long oldest = file->getMiniBufferSeq();
-      if (position < oldest) {
+      if (position < oldest && liveFlag) {
         FLUVIA_LOG(0, "fluviaFile : read: liveflag = true");
         miniSeqAtRead = oldest;
         position += oldest;  // added, not set: wanted
@@ -87,10 +91,10 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
 }
 
 int FluviaFile::readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
-                          int* requestId) {
+                          int* requestId, int* issued) {
   SharedUse file(this);
   if (!file) return kFailed;
-  return file->readAsync(buffer, size, position, callback, userData, requestId, this);
+  return file->readAsync(buffer, size, position, callback, userData, requestId, this, issued);
 }
 
 int FluviaFile::cancelRead(int requestId) {
@@ -107,15 +111,21 @@ int FluviaFile::seek(long long offset, long long* currentOffset) {
     FLUVIA_LOG(1, "seek fail");
     return kFailed;
   }
-  util::Lock lock(*this);
-  return seekLocked(file.get(), offset, currentOffset);
+  int result = kFailed;
+  {
+    util::Lock lock(*this);
+    result = seekLocked(file.get(), offset, currentOffset);
+  }
+  if (result == 0) FLUVIA_LOG(1, "seek End");
+  return result;
 }
 
 int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentOffset) {
   const long long range = offset - position;
   FLUVIA_LOG_AS("seek", 1, "FluviaFile-Seek : range:=%lld, offset=%lld, position=%lld", range,
                 offset, position.get());
-  const long long size = getSize();
+  FLUVIA_LOG_AS("getSize", 0, "fluviafile getSize");
+  const long long size = file->getSize(this);
   FLUVIA_LOG_AS("seek", 1, "FluviaFile-getSize : %lld", size);
   if (size == 0) {
     FLUVIA_LOG_AS("seek", 0, "lseek in a 0 size of file");
@@ -124,7 +134,7 @@ int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentO
   const long long newPosition = size < offset ? size : offset;
   *currentOffset = newPosition;
   FLUVIA_LOG_AS("seek", 1, "current Offset:=%lld, getsize=%lld", newPosition, size);
-  if (!file->randomAccessable()) {
+  if (!file->randomAccessable(this)) {
     const long long oldest = file->getMiniBufferSeq();
     FLUVIA_LOG_AS("seek", 1, "randomAccessable false and offset=%lld, miniSeq=%lld", offset,
                   oldest);
@@ -137,14 +147,13 @@ int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentO
   }
   position = newPosition;
   FLUVIA_LOG_AS("seek", 1, "current position: %lld\n", newPosition);
-  FLUVIA_LOG_AS("seek", 1, "seek End");
   return 0;
 }
 
 long long FluviaFile::getSize() {
   FLUVIA_LOG(0, "fluviafile getSize");
   SharedUse file(this);
-  return file ? file->getSize() : kFailed;
+  return file ? file->getSize(this) : kFailed;
 }
 
 int FluviaFile::getBufferSize() {

@@ -35,8 +35,10 @@ class FluviaFile : public util::Semaphore {
   // Ends this handle's reads and gives the shared file up.
   void close();
   int read(char* buffer, unsigned int size, unsigned int* readBytes);
+  // *requestId may be gone when this returns, together with what the callback frees; *issued (may
+  // be null) receives the same id.
   int readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
-                int* requestId);
+                int* requestId, int* issued = nullptr);
   int cancelRead(int requestId);
   int seek(long long offset, long long* currentOffset);
   long long getSize();

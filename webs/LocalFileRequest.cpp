@@ -14,14 +14,19 @@ LocalFileRequest::LocalFileRequest(const std::string& path)
 
 LocalFileRequest::~LocalFileRequest() { FLUVIA_LOG(1, "1"); }
 
-bool LocalFileRequest::initialize() {
-  // A directory would open and never end, a FIFO would wait for its writer.
+// Opens the file. Nothing but a regular file or a block device: a directory would open and never
+// end, a FIFO would wait for its writer.
+bool LocalFileRequest::openFile() {
   struct stat status;
   if (stat(url.c_str(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) return false;
-  util::Lock lock(*this);
   file.open(url);
-  if (!file.is_open()) return false;
+  return file.is_open();
+}
+
+bool LocalFileRequest::initialize() {
+  util::Lock lock(*this);
+  if (!openFile()) return false;
   file.seekg(0, std::ios::end);
   contentSize = static_cast<unsigned int>(static_cast<long long>(file.tellg()));
   file.seekg(0, std::ios::beg);
@@ -39,8 +44,7 @@ void LocalFileRequest::release() NO_THREAD_SAFETY_ANALYSIS {
 bool LocalFileRequest::reopen() {
   file.close();
   file.clear();
-  file.open(url);
-  return file.is_open();
+  return openFile();
 }
 
 int LocalFileRequest::startStreaming(int runVersion, long long offset, long long count) {
@@ -69,7 +73,8 @@ int LocalFileRequest::startStreaming(int runVersion, long long offset, long long
   stopped = false;
   running = true;
   ++currentRun;
-  if (!worker.start(this)) {
+  // A false start that leaves a request standing is no failure: that run finds the new one.
+  if (!worker.start(this) && (!worker.isAlive() || worker.needForceClose())) {
     running = false;
     return -1;
   }
@@ -138,6 +143,7 @@ int LocalFileRequest::read(char* buffer, unsigned int size, int runVersion, unsi
   if (out->streamIn(buffer, static_cast<unsigned int>(n), runVersion) == 0) {
     FLUVIA_LOG(0, "write to buffer failed");
     stopped = true;
+    running = false;
     return -1;
   }
   // Not only the end of the file: a medium that is pulled out gives nothing either.

@@ -51,6 +51,7 @@ class LocalFileRequest : public FileRequest, public util::Semaphore {
 
   static constexpr unsigned int kChunk = 16384;
 
+  bool openFile() REQUIRES(this);
   bool reopen() REQUIRES(this);
   void deliver();
   // Reads and hands over one chunk of the given run. Returns the bytes, or -1 when the run is over.
