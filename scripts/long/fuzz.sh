@@ -5,7 +5,7 @@
 FUZZ_TARGETS="XMLReaderFuzz:xml JSONReaderFuzz:json JSONPiecesFuzz:pieces ResponseHeadersFuzz:headers"
 
 make_fuzz_targets() {
-  # shellcheck disable=SC2086  # the words are meant to be split
+  # shellcheck disable=SC2046  # the words are meant to be split
   configure fuzz && build fuzz --target $(for pair in $FUZZ_TARGETS; do echo "${pair%:*}"; done)
 }
 
