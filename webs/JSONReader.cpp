@@ -38,10 +38,9 @@ void JSONReader::countBrackets(const char* text, int length) {
     if (*at == '"') inQuotes = !inQuotes;
     if (inQuotes) continue;
     if (*at == '{' || *at == '[') {
-      bracketSeen = true;
       ++openBrackets;
     } else if (*at == '}' || *at == ']') {
-      bracketSeen = true;
+      closingSeen = true;
       --openBrackets;
     }
   }
@@ -60,7 +59,7 @@ int JSONReader::parseWhole(const char* text, int length, int isFinal) {
 
 void JSONReader::forgetText() {
   std::string().swap(gathered);
-  bracketSeen = false;
+  closingSeen = false;
   inQuotes = false;
   openBrackets = 0;
 }

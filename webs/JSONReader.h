@@ -48,7 +48,7 @@ class JSONReader : public TreeNode, public TreeReader {
 
  private:
   void countBrackets(const char* text, int length);
-  bool isWhole() const { return bracketSeen && openBrackets <= 0 && !inQuotes; }
+  bool isWhole() const { return closingSeen && openBrackets <= 0 && !inQuotes; }
   int parseWhole(const char* text, int length, int isFinal);
   void forgetText();
 
@@ -57,7 +57,7 @@ class JSONReader : public TreeNode, public TreeReader {
   TreeNode* current = nullptr;
   // The beginning of a document that is still open.
   std::string gathered;
-  bool bracketSeen = false;
+  bool closingSeen = false;
   bool inQuotes = false;
   // '{' and '[' less '}' and ']', outside quotes, in gathered.
   long long openBrackets = 0;

@@ -182,6 +182,20 @@ TEST(JSONParser, ScansOnWithWhatAnErrorLeftOpen) {
   EXPECT_EQ(recorder.calls, "(req([))");
 }
 
+// A text that ends with a member does not begin the names of members anew; reset() does.
+TEST(JSONParser, NamesOfMembersGoOnAfterATextThatEndsWithOne) {
+  Recorder recorder;
+  JSONParser parser(&recorder);
+  EXPECT_EQ(parser.parse("[{\"a\":\"1\"}", 10, 1), 0);
+  recorder.calls.clear();
+  EXPECT_EQ(parser.parse("[{}]", 4, 1), 0);
+  EXPECT_EQ(recorder.calls, "(req([[))");
+  parser.reset();
+  recorder.calls.clear();
+  EXPECT_EQ(parser.parse("[{}]", 4, 1), 0);
+  EXPECT_EQ(recorder.calls, "(req([))");
+}
+
 TEST(JSONParser, NamesOfEmptyMembersStopGrowing) {
   std::string text = "[{}";
   for (int i = 0; i < 20000; i++) text += ",{}";

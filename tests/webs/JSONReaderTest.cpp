@@ -145,6 +145,20 @@ TEST(JSONReader, NextDocumentReplacesTheTree) {
   EXPECT_EQ(shapeOf(reader), "req{\"c\":\"y\"}");
 }
 
+TEST(JSONReader, NextDocumentKnowsNothingOfTheLast) {
+  JSONReader reader;
+  EXPECT_EQ(feed(&reader, "[{},1]"), -4);
+  EXPECT_EQ(feed(&reader, "[{\"a\":\"1\"}]"), 0);
+  EXPECT_EQ(shapeOf(reader), "req{[{\"a\":\"1\"}}");
+}
+
+TEST(JSONReader, ClearForgetsThatADocumentWasComplete) {
+  JSONReader reader;
+  EXPECT_EQ(feed(&reader, "{}"), 0);
+  reader.clear();
+  EXPECT_EQ(feed(&reader, " ", true), -1) << "only blanks are no document";
+}
+
 TEST(JSONReader, ClearForgetsWhatWasGathered) {
   JSONReader reader;
   EXPECT_EQ(feed(&reader, "[{\"a\":\"x\","), 0);
