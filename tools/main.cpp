@@ -4,6 +4,7 @@
 #include "Commands.h"
 #include "Screen.h"
 #include "Source.h"
+#include "TreeCommand.h"
 
 namespace {
 
@@ -58,6 +59,7 @@ int main(int argc, char** argv) {
   tools::addCat(app, &command);
   tools::addInfo(app, &command);
   tools::addCheck(app, &command);
+  tools::addTree(app, &command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& answer) {

@@ -174,4 +174,52 @@ bar_on_a_terminal_only() {
   cmp file copy
 }
 
+tree_shows_xml() {
+  printf '<a x="1">\n <b>v</b>\n</a>\n' >body
+  gives 0 "$fluvia" tree body
+  silent
+  printf 'a @x="1"\n  b = v\n' | cmp - out
+}
+
+tree_shows_json() {
+  printf ' data = {"a":"x", "l":[{"n":1 },{}]}\n' >body
+  gives 0 "$fluvia" tree body
+  silent
+  printf 'data\n  "a" = "x"\n  "l"\n    [\n      "n" = 1\n    [\n' | cmp - out
+}
+
+tree_writes_back_only_what_it_read() {
+  printf '<a><b></b></a>' >xml
+  printf '{ "a" : "x" }' >json
+  gives 0 "$fluvia" tree xml --xml
+  printf '<?xml version="1.0" encoding="UTF-8"?><a><b/></a>\n' | cmp - out
+  gives 0 "$fluvia" tree json --json
+  printf '{"a":"x"}\n' | cmp - out
+  gives 2 "$fluvia" tree xml --json
+  says "xml is XML, and --json writes back only JSON"
+  gives 2 "$fluvia" tree json --xml
+  says "json is not XML, and --xml writes back only XML"
+  gives 2 "$fluvia" tree json --xml --json
+}
+
+tree_tells_what_is_wrong_with_a_body() {
+  printf '<a><b>1</b></c>' >broken
+  gives 1 "$fluvia" tree broken
+  says "not well-formed XML"
+  printf 'a\n  b = 1\n' | cmp - out
+  printf '{"a":1}' >broken
+  gives 1 "$fluvia" tree broken
+  says "no ',' or '}' follows a value"
+  : >broken
+  gives 1 "$fluvia" tree broken
+  says "it is empty"
+  gives 1 "$fluvia" tree missing
+  says "missing"
+}
+
+tree_help_says_that_nothing_is_escaped() {
+  gives 0 "$fluvia" tree --help
+  grep -q 'escape nothing' out
+}
+
 "$name"
