@@ -1,0 +1,49 @@
+#ifndef FLUVIAFS_WEBS_LIMITSPEED_H_
+#define FLUVIAFS_WEBS_LIMITSPEED_H_
+
+#include "util/Relaxed.h"
+
+namespace webs {
+
+// Counts the bytes of one transfer, holds a cap on their average rate and computes that average.
+// Rates are bytes per second.
+//
+// Threads:   InitSpeed and Limitspeed on the transfer's thread; the others from any thread, without
+//            a lock.
+// Ownership: the watched flag is not owned.
+class LimitSpeed {
+ public:
+  LimitSpeed();
+
+  // Wall-clock milliseconds, cut to 32 bits.
+  static unsigned int GetTickCount();
+
+  // Starts a new transfer: no bytes, average 0.
+  void InitSpeed();
+  // Sets the cap; 0 or below is no cap. Holds from the next chunk on.
+  void setMaxSpeed(long long bytesPerSecond) { maxSpeed = bytesPerSecond; }
+  long long getMaxSpeed() const { return maxSpeed; }
+  // Counts size bytes and sleeps until the average since InitSpeed is at or below the cap. After a
+  // stall the transfer may therefore run at full speed until it is back on the average. The sleep
+  // is cut short when the watched flag, set as it began, is cleared.
+  void Limitspeed(unsigned int size);
+  // Computes the average since InitSpeed; changes nothing in the first millisecond.
+  void CalAvgSpeed();
+  long long GetAvgSpeed() const { return avgSpeed; }
+
+  // Names the flag that cuts a sleep short; null: nothing does.
+  void watch(const util::Relaxed<bool>* flag) { goOn = flag; }
+
+ private:
+  void sleepMilliseconds(unsigned int milliseconds) const;
+
+  util::Relaxed<long long> allSize;
+  util::Relaxed<unsigned int> startTick;
+  util::Relaxed<long long> maxSpeed;
+  util::Relaxed<long long> avgSpeed;
+  const util::Relaxed<bool>* goOn;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_LIMITSPEED_H_

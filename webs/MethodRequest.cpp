@@ -1,0 +1,166 @@
+#include "webs/MethodRequest.h"
+
+#include <openssl/crypto.h>
+
+#include <cstring>
+
+#include "util/Log.h"
+#include "util/NeverDestroyed.h"
+#include "webs/MethodRequestCallbacks.h"
+#include "webs/SslMultithread.h"
+
+namespace webs {
+
+namespace {
+
+constexpr unsigned int kSpeedSamples = 10;
+constexpr long kBufferSize = 524288;
+constexpr long kMaximumRedirects = 50;
+// How often a stop looks for sockets that were opened since: a socket shut down between its
+// creation and its connect would still connect.
+constexpr int kStopPollMilliseconds = 20;
+
+util::NeverDestroyed<util::Semaphore> globalLock;
+bool globalInitialized = false;
+
+void initializeGlobally() {
+  util::Lock lock(globalLock.get());
+  if (globalInitialized) return;
+  // Transfers may run while the process exits: the crypto library must not take its tables away.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  curl_global_init(CURL_GLOBAL_SSL);
+  if (cd_ssl_multithread_setup() == 0) globalInitialized = true;
+}
+
+// One list for every session and for the life of the process: a transfer may be reading it.
+struct curl_slist* sharedHeaders() {
+  static struct curl_slist* const list = curl_slist_append(nullptr, "Pragma: no-cache");
+  return list;
+}
+
+}  // namespace
+
+MethodRequest::MethodRequest()
+    : speedAverage(kSpeedSamples),
+      lastSampleTime{0, 0},
+      windowBytes(0),
+      featureFlag(-1),
+      initialized(false),
+      param2Url(false),
+      requestor(nullptr),
+      version(0),
+      headerBuf{},
+      headerLen(0),
+      noDataLimit(0),
+      curl(nullptr),
+      lifeCount(0),
+      timeoutNum(0),
+      lastStamp(0),
+      http200Aliases(nullptr),
+      armed(false),
+      running(false),
+      socketsOpened(0) {
+  limiter.watch(&active);
+}
+
+MethodRequest::~MethodRequest() {
+  FLUVIA_LOG(0, "~MethodRequest");
+  if (curl != nullptr) curl_easy_cleanup(curl);
+  curl_slist_free_all(http200Aliases);
+  dropParams();
+}
+
+void MethodRequest::initialize(Requestor* receiver, const std::string& resource) {
+  if (initialized) return;
+  stopWait = false;
+  requestor = receiver;
+  url = resource;
+  InitCurl(nullptr);
+  curl_easy_setopt(curl, CURLOPT_CLOSESOCKETFUNCTION, &MethodRequestCallbacks::closeSocket);
+  curl_easy_setopt(curl, CURLOPT_CLOSESOCKETDATA, this);
+  curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaximumRedirects);
+  initialized = true;
+}
+
+void MethodRequest::InitCurl(const char* resource) {
+  initializeGlobally();
+  if (curl == nullptr) curl = curl_easy_init();
+  if (resource != nullptr) {
+    curl_easy_setopt(curl, CURLOPT_URL, resource);
+  } else {
+    FLUVIA_LOG(0, "url is NULL");
+  }
+  curl_easy_setopt(curl, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_V4));
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &MethodRequestCallbacks::response);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(curl, CURLOPT_PROGRESSFUNCTION, &MethodRequestCallbacks::curl_progress_fct);
+  curl_easy_setopt(curl, CURLOPT_PROGRESSDATA, this);
+  curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, &MethodRequestCallbacks::FluviaSocket);
+  curl_easy_setopt(curl, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(curl, CURLOPT_NOPROXY, "127.0.0.1");
+  supportSeek = false;
+  // Whatever the log level is: players' logs are read with libcurl's own lines in them.
+  curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
+  curl_easy_setopt(curl, CURLOPT_USERAGENT, "curl/7.19.5");
+  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, featureFlag == 1 ? 6L : 10L);
+  curl_easy_setopt(curl, CURLOPT_TCP_KEEPALIVE, 1L);
+  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &MethodRequestCallbacks::header);
+  curl_easy_setopt(curl, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(curl, CURLOPT_FORBID_REUSE, 1L);
+  curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, kBufferSize);
+  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, sharedHeaders());
+  http200Aliases = curl_slist_append(http200Aliases, "ICY 200 OK");
+  curl_easy_setopt(curl, CURLOPT_HTTP200ALIASES, http200Aliases);
+  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+}
+
+void MethodRequest::arm() {
+  util::Lock lock(*this);
+  active = true;
+  armed = true;
+}
+
+void MethodRequest::stop() {
+  util::Lock lock(*this);
+  FLUVIA_LOG(0, "MethodRequest begin to stop active = %d", active.get());
+  stopWait = false;
+  if (active) {
+    active = false;
+    FLUVIA_LOG(1, "notify curl to stop and wait stop end");
+  }
+  while (armed || running) {
+    shutDownSockets();
+    waitFor(kStopPollMilliseconds);
+  }
+  lock.release();
+  FLUVIA_LOG(1, "MethodRequest begin to stop End");
+}
+
+void MethodRequest::setBreak() {
+  FLUVIA_LOG(0, "MethodRequest:: call Break");
+  breakFlag = true;
+}
+
+void MethodRequest::setStopWait() {
+  stopWait = true;
+  FLUVIA_LOG(1, "stopwait : %d\n", stopWait.get());
+}
+
+int MethodRequest::responseCodeOf(void* handle) {
+  long code = 0;
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
+  return static_cast<int>(code);
+}
+
+double MethodRequest::statedLengthOf(void* handle) {
+  double length = -1;
+  curl_easy_getinfo(handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
+  return length;
+}
+
+}  // namespace webs

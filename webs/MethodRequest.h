@@ -1,0 +1,227 @@
+#ifndef FLUVIAFS_WEBS_METHODREQUEST_H_
+#define FLUVIAFS_WEBS_METHODREQUEST_H_
+
+#include <sys/time.h>
+
+#include <cstddef>
+#include <initializer_list>
+#include <queue>
+#include <string>
+#include <vector>
+
+#include "util/Relaxed.h"
+#include "util/Semaphore.h"
+#include "webs/LimitSpeed.h"
+#include "webs/MovingAverage.h"
+#include "webs/Requestor.h"
+
+struct curl_slist;
+
+namespace webs {
+
+// What a web-service parameter holds; carried along, not looked at.
+enum ValueType { VALUE_STRING = 0, VALUE_NUMBER = 1, VALUE_BOOL = 2 };
+
+// One query parameter of a web-service request.
+struct RequestParameter {
+  std::string key;
+  std::string value;
+  ValueType type;
+};
+
+// Value of the header line "Name: value" at line, without the white space around it. Returns a
+// zero-terminated text that the caller frees, null when memory runs out.
+char* _copy_header_value(const char* line);  // NOLINT(bugprone-reserved-identifier)
+
+// One HTTP session: performs one blocking GET at a time on the caller's thread, optionally a byte
+// range, and hands the body to a receiver. Watches for stalls, keeps the response headers, measures
+// and caps the speed.
+//
+// Threads:   one thread at a time inside executeGet; stop, setBreak, setStopWait, the settings and
+//            the getters from any thread, and only stop() waits for the transfer.
+// Ownership: owns the libcurl handle; the receiver is not owned and must outlive every transfer.
+// Invariant: a socket is in sockets exactly while it is open, so that stop() never touches a
+//            descriptor that was closed and given to someone else.
+class MethodRequest : public util::Semaphore {
+ public:
+  MethodRequest();
+  // No transfer may run.
+  ~MethodRequest() override;
+  // Appends a query parameter for the next request, used when buildParam2URL(true) was called.
+  virtual void pushParam(const std::string& key, const std::string& value, ValueType type);
+  // Does nothing here; for derived requests.
+  virtual void clear();
+
+  // Sets the receiver and makes the libcurl handle; does nothing when called again. The URL is
+  // given to each executeGet.
+  void initialize(Requestor* receiver, const std::string& resource);
+  void setRequestor(Requestor* receiver) { requestor = receiver; }
+  // Makes the libcurl handle and sets every option it starts with. Public for initialize's sake.
+  void InitCurl(const char* resource);
+
+  // Gets resource from byte start to byte end, both inclusive; end 0 is the end of the resource.
+  // A range is asked for only when setSupportSeek(true) was called. Blocks for the whole transfer.
+  // Returns 0, a libcurl code, an HTTP status of 400 and above, 404 for an empty success, -1 when
+  // setBreak ended a stall, -2 when the stall watch did, 42 when stop did.
+  int executeGet(const std::string& resource, long long start, long long end, int versionTag);
+  // Announces the next executeGet: from here on a stop() ends it, also before it has begun, and
+  // waits for it. executeGet must follow.
+  void arm() EXCLUDES(this);
+  // Ends the transfer that runs or is announced and waits until executeGet has left it. Shuts the
+  // session's sockets down, so that a silent server does not delay it; only the system's name
+  // resolver can.
+  void stop() EXCLUDES(this);
+  // Lets the stall watch give up after 2 s without data, once.
+  void setBreak();
+  // Announces a stop; stop() clears it.
+  void setStopWait();
+  bool getStopWait() const { return stopWait; }
+
+  bool isActive() const { return active; }
+  bool isRangeGet() const { return rangeGet; }
+  long getErrno() const { return socketErrno; }
+  // Size learnt at the end of the last unbounded transfer that succeeded, in bytes.
+  long long getFileSize() const { return fileSize; }
+  // HTTP status of the last transfer; 0 when none came.
+  int getResponseCode() const { return responseCode; }
+
+  // Settings. They hold from the next transfer on: while one runs they are kept and applied, in the
+  // order of the calls, as it ends. None of them waits for a transfer.
+  void setUserAgent(const std::string& value);
+  void setProxy(const std::string& value);
+  void setCookie(const std::string& value);
+  // Set the place of the certificate authorities and switch the certificate checks on.
+  void setCAPath(const std::string& value);
+  void setCA(const std::string& value);
+  void setClientAuthertication(const std::string& value);
+  void setPrivateKey(const std::string& value);
+  void setKeyType(const std::string& value);
+  // "IPv4", "IPv6" or "whatever"; anything else changes nothing.
+  void setIpResolve(const std::string& type);
+  // Switches the address family for a retry. With family 0 (any) also false switches, to IPv6, and
+  // ipType stays: wanted.
+  void changeIptype(bool alternate);
+  // 1 selects the short time-outs: 6 s to connect, from the next InitCurl on, and 4 s without data,
+  // from the next executeGet on.
+  void setMethodFeatureFlag(int flag);
+
+  // Response headers.
+  // Whether a length line is there, in one of the four spellings that count.
+  bool checkFromContentLength() const;
+  // Whether the server can serve ranges: true unless the first line says no or there is none.
+  bool seekAbleCheckFromResponse() const;
+  // Total size of a partial answer by its range line (at most 2147483647), 0 without one.
+  long long getSizeFromResponseRange() const;
+  // First byte of a partial answer by its range line, in any spelling. False without one.
+  bool getStartFromResponseRange(long long* first) const;
+  // Whether the next transfers ask for a range.
+  void setSupportSeek(bool support);
+  // Text of the "Server:" header; once found it stays for the life of the session.
+  std::string getServerName();
+  std::string getContentType() const;
+  // Copies at most size bytes of the raw headers, without a terminator; *len becomes their whole
+  // length. Always returns 0.
+  int getResponseHeader(char* buf, int size, int* len) const;
+  // Text of the IPv4 address of the socket that any session of the process opened last, at most 16
+  // bytes. Returns 0, or -1 without a handle or buffer.
+  int getUrlIP(char* ipBuf) const;
+
+  // Speed, in bytes per second.
+  void setSpeed(long long bytesPerSecond);
+  void showSpeed(int size);
+  long long getSpeed();
+
+  // Web-service requests.
+  // Calls clear(), then the receiver's readyReceive().
+  void reset();
+  void buildParam2URL(bool append) { param2Url = append; }
+  // base with the waiting parameters behind it, as they are, and forgets them.
+  std::string buildUrl(const std::string& base);
+  // Does nothing.
+  void executePost(const std::string& resource, char* data, int size);
+
+  // What the transfer calls back, on its thread. data as libcurl gives it.
+  // Returns the bytes the receiver consumed; anything but size ends the transfer.
+  int sendData(void* data, int size);
+  // Returns the bytes taken, all of them.
+  size_t headerContentIn(const void* data, size_t size, size_t nmemb);
+  // Stall watches of the data and of the connection phase. False: the transfer must end.
+  bool progressCount();
+  bool timeoutCount();
+
+  // Of the transfer that handle is in: the HTTP status (0: none) and the stated length of the body
+  // in bytes (negative: none). For receivers, which get the handle with every piece.
+  static int responseCodeOf(void* handle);
+  static double statedLengthOf(void* handle);
+
+ private:
+  friend struct MethodRequestCallbacks;
+  struct Option;
+  struct Outcome;
+
+  void setOptions(std::initializer_list<Option> options) EXCLUDES(this);
+  void applyOption(const Option& option);
+  void beginTransfer() EXCLUDES(this);
+  void endTransfer() EXCLUDES(this);
+  int executeGet(const std::string& resource, long long start, long long end);
+  int executeGet(long long start, Outcome* outcome);
+  int executeGet(const Outcome& outcome) const;
+  static void getAddressText(char* text);
+  int openSocket(int family, int type, int protocol) EXCLUDES(this);
+  int closeSocket(int socketHandle) EXCLUDES(this);
+  void shutDownSockets() REQUIRES(this);
+  void snapshotSpeed();
+  std::string headerText() const;
+  void dropParams();
+
+  util::Relaxed<long long> maxSpeed;
+  util::Relaxed<bool> breakFlag;
+  util::Relaxed<bool> stopWait;
+  util::Relaxed<int> ipType;
+  util::Relaxed<long long> fileSize;
+  util::Relaxed<bool> rangeGet;
+  util::Relaxed<bool> supportSeek;
+  util::Relaxed<long> socketErrno;
+  MovingAverage speedAverage;
+  struct timeval lastSampleTime;
+  util::Relaxed<long long> showSpeedValue;
+  long long windowBytes;
+  util::Relaxed<int> featureFlag;
+  std::vector<unsigned char> byteBuffer;
+  util::Relaxed<bool> active;
+  bool initialized;
+  std::queue<RequestParameter*> params;
+  bool param2Url;
+  LimitSpeed limiter;
+  Requestor* requestor;
+  std::string url;
+  std::string contentType GUARDED_BY(infoLock);
+  std::string serverName GUARDED_BY(infoLock);
+  int version;
+  // One byte more than the headers may fill: a terminator always follows them.
+  char headerBuf[8192 + 1] GUARDED_BY(infoLock);
+  unsigned int headerLen GUARDED_BY(infoLock);
+  int noDataLimit;
+  void* curl;
+  int lifeCount;
+  int timeoutNum;
+  unsigned int lastStamp;
+  struct curl_slist* http200Aliases;
+
+  // Guards what the getters copy while the transfer writes it. Nothing is locked under it.
+  util::Semaphore infoLock;
+  // The transfer is announced; it is inside libcurl. Unlike active a stop does not clear them.
+  bool armed GUARDED_BY(this);
+  bool running GUARDED_BY(this);
+  std::vector<Option> keptOptions GUARDED_BY(this);
+  std::vector<int> sockets GUARDED_BY(this);
+  // Sockets opened by the present transfer; its thread only.
+  int socketsOpened;
+  util::Relaxed<int> responseCode;
+  // libcurl's own average speed, copied on the transfer thread: other threads must not ask for it.
+  util::Relaxed<long long> curlSpeed;
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_METHODREQUEST_H_

@@ -1,0 +1,49 @@
+#ifndef FLUVIAFS_WEBS_METHODREQUESTCALLBACKS_H_
+#define FLUVIAFS_WEBS_METHODREQUESTCALLBACKS_H_
+
+// Options of the session's table are deprecated in newer libcurl versions and work.
+#define CURL_DISABLE_DEPRECATION
+#include <curl/curl.h>
+
+#include <string>
+
+#include "webs/MethodRequest.h"
+
+namespace webs {
+
+// One libcurl option with its value, as the settings keep it while a transfer runs.
+struct MethodRequest::Option {
+  Option(CURLoption name, const std::string& value)
+      : option(name), isText(true), text(value), number(0) {}
+  Option(CURLoption name, long value) : option(name), isText(false), number(value) {}
+
+  CURLoption option;
+  bool isText;
+  std::string text;
+  long number;
+};
+
+// What libcurl said at the end of a transfer.
+struct MethodRequest::Outcome {
+  int code;
+  bool bounded;
+  double bytes;
+};
+
+// The functions that libcurl calls, with its own types. Each belongs to one session, given as the
+// user pointer, and lets no exception into libcurl's C frames.
+//
+// Threads: the transfer's thread, except closeSocket, which also runs where the handle is freed.
+struct MethodRequestCallbacks {
+  static size_t response(char* ptr, size_t size, size_t nmemb, void* session);
+  static size_t header(char* ptr, size_t size, size_t nmemb, void* session);
+  static int curl_progress_fct(void* session, double dltotal, double dlnow, double ultotal,
+                               double ulnow);
+  static curl_socket_t FluviaSocket(void* session, curlsocktype purpose,
+                                    struct curl_sockaddr* address);
+  static int closeSocket(void* session, curl_socket_t socketHandle);
+};
+
+}  // namespace webs
+
+#endif  // FLUVIAFS_WEBS_METHODREQUESTCALLBACKS_H_

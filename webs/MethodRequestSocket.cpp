@@ -1,0 +1,102 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+#include "util/Log.h"
+#include "util/NeverDestroyed.h"
+#include "webs/MethodRequest.h"
+#include "webs/MethodRequestCallbacks.h"
+
+namespace webs {
+
+namespace {
+
+// Text of the address of the socket opened last, of any session.
+util::NeverDestroyed<util::Semaphore> addressLock;
+char lastAddress[INET_ADDRSTRLEN];
+
+// The address is read as IPv4 whatever its family is.
+void rememberAddress(const struct sockaddr* address) {
+  char text[sizeof lastAddress] = {};
+  struct in_addr ip;
+  memcpy(&ip, reinterpret_cast<const char*>(address) + offsetof(struct sockaddr_in, sin_addr),
+         sizeof ip);
+  inet_ntop(AF_INET, &ip, text, sizeof text);
+  util::Lock lock(addressLock.get());
+  memcpy(lastAddress, text, sizeof text);
+}
+
+}  // namespace
+
+curl_socket_t MethodRequestCallbacks::FluviaSocket(void* session, curlsocktype /*purpose*/,
+                                                   struct curl_sockaddr* address) {
+  rememberAddress(&address->addr);
+  char text[sizeof lastAddress];
+  static_cast<MethodRequest*>(session)->getAddressText(text);
+  FLUVIA_LOG(2, "URL IP: %s\n", text);
+  return static_cast<MethodRequest*>(session)->openSocket(address->family, address->socktype,
+                                                          address->protocol);
+}
+
+int MethodRequest::openSocket(int family, int type, int protocol) {
+  ++socketsOpened;
+  const int opened = socket(family, type | SOCK_CLOEXEC, protocol);
+  if (opened < 0) return CURL_SOCKET_BAD;
+  try {
+    util::Lock lock(*this);
+    // A stop that came before has looked for sockets already.
+    if (active) {
+      // Only initialize() asks libcurl to tell when it closes one.
+      if (initialized) sockets.push_back(opened);
+      return opened;
+    }
+  } catch (const std::exception& failure) {
+    FLUVIA_LOG(-4, "handle:%p, no socket: %s", curl, failure.what());
+  }
+  close(opened);
+  return CURL_SOCKET_BAD;
+}
+
+int MethodRequestCallbacks::closeSocket(void* session, curl_socket_t socketHandle) {
+  return static_cast<MethodRequest*>(session)->closeSocket(socketHandle);
+}
+
+int MethodRequest::closeSocket(int socketHandle) {
+  {
+    util::Lock lock(*this);
+    sockets.erase(std::remove(sockets.begin(), sockets.end(), socketHandle), sockets.end());
+  }
+  return close(socketHandle);
+}
+
+void MethodRequest::shutDownSockets() {
+  for (const int open : sockets) shutdown(open, SHUT_RDWR);
+}
+
+void MethodRequest::getAddressText(char* text) {
+  util::Lock lock(addressLock.get());
+  memcpy(text, lastAddress, sizeof lastAddress);
+}
+
+int MethodRequest::getUrlIP(char* ipBuf) const {
+  if (curl == nullptr) {
+    FLUVIA_LOG(-4, "curl not init");
+    return -1;
+  }
+  if (ipBuf == nullptr) {
+    FLUVIA_LOG(-4, "Error, input ip_buf shouldn't be NULL");
+    return -1;
+  }
+  char text[sizeof lastAddress];
+  getAddressText(text);
+  strcpy(ipBuf, text);
+  FLUVIA_LOG(0, "IP : %s", text);
+  return 0;
+}
+
+}  // namespace webs

@@ -1,0 +1,233 @@
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+
+#include "util/Log.h"
+#include "webs/MethodRequest.h"
+#include "webs/MethodRequestCallbacks.h"
+#include "webs/WallClock.h"
+
+namespace webs {
+
+namespace {
+
+constexpr int kSecond = 1000000;
+constexpr int kConnectLimit = 10 * kSecond;
+constexpr int kBreakLimit = 2 * kSecond;
+constexpr int kShortNoDataSeconds = 4;
+constexpr int kNoDataSeconds = 10;
+constexpr int kFeatureShortTimeouts = 1;
+
+// Microseconds since *stamp. A clock that was set back starts the count again: it would otherwise
+// turn the watch off for as long as the step was.
+int elapsedSince(unsigned int* stamp) {
+  const unsigned int now = wallClockMicroseconds(wallClock());
+  const int elapsed = microsecondsBetween(*stamp, now);
+  if (elapsed >= 0) return elapsed;
+  *stamp = now;
+  return 0;
+}
+
+}  // namespace
+
+void MethodRequest::beginTransfer() {
+  util::Lock lock(*this);
+  // Armed: a stop since then has cleared active, and the transfer must end before it begins.
+  if (!armed) active = true;
+  armed = false;
+  running = true;
+}
+
+void MethodRequest::endTransfer() {
+  util::Lock lock(*this);
+  active = false;
+  running = false;
+  for (const Option& option : keptOptions) applyOption(option);
+  keptOptions.clear();
+  notifyAll(0);
+}
+
+int MethodRequest::executeGet(const std::string& resource, long long start, long long end,
+                              int versionTag) {
+  beginTransfer();
+  int result = CURLE_OUT_OF_MEMORY;
+  try {
+    version = versionTag;
+    result = executeGet(resource, start, end);
+  } catch (const std::exception& failure) {
+    FLUVIA_LOG(-4, "handle:%p, request failed: %s", curl, failure.what());
+  }
+  endTransfer();
+  return result;
+}
+
+int MethodRequest::executeGet(const std::string& resource, long long start, long long end) {
+  noDataLimit = featureFlag == kFeatureShortTimeouts ? kShortNoDataSeconds : kNoDataSeconds;
+  const std::string requestUrl = buildUrl(resource);
+  curl_easy_setopt(curl, CURLOPT_URL, requestUrl.c_str());
+
+  const bool ranged = supportSeek;
+  if (ranged) {
+    FLUVIA_LOG(0, "set fgrangeget to true");
+    rangeGet = true;
+    char range[64];
+    int used = snprintf(range, sizeof range, "%lld-", start);
+    if (end != 0) snprintf(range + used, sizeof range - static_cast<size_t>(used), "%lld", end);
+    curl_easy_setopt(curl, CURLOPT_RANGE, range);
+  } else {
+    FLUVIA_LOG(0, "set fgrangeget to false");
+    curl_easy_setopt(curl, CURLOPT_RANGE, nullptr);
+  }
+
+  FLUVIA_LOG(-4, "handle:%p, PFFFF begin to perform(url: %s, start: %lld, end: %lld)", curl,
+             requestUrl.c_str(), start, end);
+  lifeCount = -1;
+  timeoutNum = 0;
+  lastStamp = 0;
+  lastSampleTime = {0, 0};
+  windowBytes = 0;
+  socketsOpened = 0;
+  responseCode = 0;
+  curlSpeed = 0;
+  limiter.InitSpeed();
+  Outcome outcome{curl_easy_perform(curl), ranged && end != 0, 0};
+  limiter.CalAvgSpeed();
+  return executeGet(start, &outcome);
+}
+
+int MethodRequest::executeGet(long long start, Outcome* outcome) {
+  // A stop shuts the sockets down under libcurl, which takes that for a broken or even a complete
+  // body. A piece that the receiver refused keeps its code: it was cancelled already.
+  const bool stopped = !active;
+  if (stopped && outcome->code != CURLE_WRITE_ERROR) outcome->code = CURLE_ABORTED_BY_CALLBACK;
+
+  snapshotSpeed();
+  curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD, &outcome->bytes);
+  responseCode = responseCodeOf(curl);
+  long systemError = 0;
+  curl_easy_getinfo(curl, CURLINFO_OS_ERRNO, &systemError);
+  // libcurl keeps the number of an earlier transfer.
+  socketErrno = socketsOpened == 0 ? 0 : systemError;
+  const long long endSize = start + static_cast<long long>(outcome->bytes);
+  FLUVIA_LOG(-4,
+             "handle:%p, curl_easy_perform ret:%d, respond code:%d, socket_errno:%ld, "
+             "cal_speed:%lld Byte/s, maxspeed:%lld Byte/s, download End size %lld Byte",
+             curl, outcome->code, responseCode.get(), socketErrno.get(), limiter.GetAvgSpeed(),
+             limiter.getMaxSpeed(), endSize);
+
+  if (outcome->code == CURLE_OK && !outcome->bounded) {
+    fileSize = endSize;
+    FLUVIA_LOG(2, "get file size : %lld", fileSize.get());
+  }
+  if (stopped && outcome->code == CURLE_ABORTED_BY_CALLBACK) return outcome->code;
+  return executeGet(*outcome);
+}
+
+int MethodRequest::executeGet(const Outcome& outcome) const {
+  if (responseCode >= 400) return responseCode;
+  const bool success = responseCode == 200 || responseCode == 206;
+  if (success && outcome.bytes <= 0 && outcome.code == CURLE_OK) {
+    FLUVIA_LOG(0, "error, file size is 0");
+    return 404;
+  }
+  if (outcome.code != CURLE_ABORTED_BY_CALLBACK) return outcome.code;
+  // Nobody stopped it, so it was the stall watch.
+  FLUVIA_LOG(2, "timeoutNum=%ld, lifeCount=%ld", static_cast<long>(timeoutNum),
+             static_cast<long>(lifeCount));
+  return timeoutNum < kConnectLimit && lifeCount < noDataLimit * kSecond ? -1 : -2;
+}
+
+size_t MethodRequestCallbacks::response(char* ptr, size_t size, size_t nmemb, void* session) {
+  FLUVIA_LOG(2, "response in");
+  try {
+    return static_cast<size_t>(
+        static_cast<MethodRequest*>(session)->sendData(ptr, static_cast<int>(size * nmemb)));
+  } catch (const std::exception& failure) {
+    FLUVIA_LOG(-4, "body refused: %s", failure.what());
+  } catch (...) {
+    FLUVIA_LOG(-4, "body refused");
+  }
+  return 0;
+}
+
+int MethodRequest::sendData(void* data, int size) {
+  const char* type = nullptr;
+  curl_easy_getinfo(curl, CURLINFO_CONTENT_TYPE, &type);
+  if (type == nullptr) type = "";
+  {
+    util::Lock lock(infoLock);
+    if (contentType != type) contentType = type;
+  }
+  lifeCount = 0;
+  timeoutNum = -1;
+  lastStamp = 0;
+  FLUVIA_LOG(2, "(handle:%p) Data In  size = %d, version = %d", curl, size, version);
+  const int taken = requestor->receive(data, size, curl, version);
+  limiter.Limitspeed(static_cast<unsigned int>(size));
+  showSpeed(size);
+  return taken;
+}
+
+int MethodRequestCallbacks::curl_progress_fct(void* session, double /*dltotal*/, double /*dlnow*/,
+                                              double /*ultotal*/, double /*ulnow*/) {
+  auto* self = static_cast<MethodRequest*>(session);
+  bool goOn = true;
+  util::Lock lock(*self);
+  self->snapshotSpeed();
+  if (!self->active) {
+    FLUVIA_LOG(0, "begin to break out from curl progress");
+    goOn = false;
+  }
+  if (!self->progressCount()) goOn = false;
+  if (!self->timeoutCount()) goOn = false;
+  return goOn ? 0 : 1;
+}
+
+bool MethodRequest::progressCount() {
+  if (lifeCount < 0) return true;
+  if (lifeCount == 0 && lastStamp == 0) {
+    lastStamp = wallClockMicroseconds(wallClock());
+    return true;
+  }
+  lifeCount = elapsedSince(&lastStamp);
+  if (lifeCount >= noDataLimit * kSecond) {
+    FLUVIA_LOG(-4,
+               "handle:%p, Too long time no data comes, the connection is die, "
+               "disconnect actively:%d",
+               curl, lifeCount);
+    return false;
+  }
+  if (lifeCount >= kBreakLimit && breakFlag) {
+    FLUVIA_LOG(-4, "handle:%p, %d s no data comes, customer cancel read", curl, lifeCount);
+    breakFlag = false;
+    return false;
+  }
+  if (lifeCount >= kSecond) {
+    FLUVIA_LOG(-4,
+               "handle:%p, The http connection speed is low and %d seconds has no data responded",
+               curl, lifeCount);
+  }
+  return true;
+}
+
+bool MethodRequest::timeoutCount() {
+  if (timeoutNum == -1) return true;
+  if (timeoutNum == 0 && lastStamp == 0) {
+    lastStamp = wallClockMicroseconds(wallClock());
+    return true;
+  }
+  timeoutNum = elapsedSince(&lastStamp);
+  if (timeoutNum >= kConnectLimit) {
+    FLUVIA_LOG(0, "At least %d s No data in, don't wait anymaore...", timeoutNum);
+    return false;
+  }
+  if (timeoutNum >= kBreakLimit && (breakFlag || !active)) {
+    FLUVIA_LOG(-4, "handle:%p, %d s no data comes, customer cancel read", curl, lifeCount);
+    breakFlag = false;
+    return false;
+  }
+  if (timeoutNum >= kSecond) FLUVIA_LOG(0, "At least %d s No data in", timeoutNum);
+  return true;
+}
+
+}  // namespace webs
