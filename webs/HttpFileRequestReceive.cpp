@@ -1,0 +1,155 @@
+#include <thread>
+
+#include "util/Log.h"
+#include "webs/HttpFileRequest.h"
+
+namespace webs {
+
+namespace {
+
+constexpr int kOk = 200;
+constexpr int kPartialContent = 206;
+constexpr int kNoStatus = 0;
+// A smaller stated length counts only when a length line is really there.
+constexpr long long kTrustedSize = 0x100000;
+
+// libcurl's figure as a 64-bit integer; no body is as long as the largest one.
+long long toInteger(double length) {
+  constexpr double kLimit = 9223372036854775807.0;
+  return length >= kLimit ? 0x7FFFFFFFFFFFFFFFLL : static_cast<long long>(length);
+}
+
+}  // namespace
+
+int HttpFileRequest::receive(void* data, int size, void* handle, int versionTag) {
+  if (!runReceived) {
+    runReceived = true;
+    if (!receive(handle)) return 0;
+  }
+  if (out != nullptr && !receive(static_cast<char*>(data), size, versionTag)) {
+    FLUVIA_LOG(0, "to terminate http perform");
+    return 0;
+  }
+  if (alive) return size;
+  while (stopPending()) {
+    FLUVIA_LOG(0, "wait stop flag");
+    std::this_thread::yield();
+  }
+  return 0;
+}
+
+// First piece of a run. False: the answer is none that a body can be taken from.
+bool HttpFileRequest::receive(void* handle) {
+  const int code = MethodRequest::responseCodeOf(handle);
+  if (!firstReceived) {
+    FLUVIA_LOG(0, "first time receive , get content length !!");
+    FLUVIA_LOG(0, "response code: %d !!", code);
+  }
+  if (code >= 400) {
+    FLUVIA_LOG(-4, "error, the server send %d respond code", code);
+    return false;
+  }
+  long long first = 0;
+  const bool known = code == kOk || code == kPartialContent || code == kNoStatus;
+  const bool late =
+      code == kPartialContent && method.getStartFromResponseRange(&first) && first > requestOffset;
+  if (!known || late) {
+    notifyAll(0);
+    sendEvent(util::STREAM_ERROR);
+    FLUVIA_LOG(0, "http error %d", code);
+    return false;
+  }
+  if (!firstReceived) {
+    receive(code, handle);
+    method.setSupportSeek(seekable);
+    firstReceived = true;
+    notifyAll(0);
+    sendEvent(util::STREAM_NORMAL);
+  }
+  received = startOfBody(code, handle);
+  skipping = received < requestOffset;
+  return true;
+}
+
+// First piece of the resource: what the answer tells about its size.
+void HttpFileRequest::receive(int code, void* handle) {
+  if (code == kNoStatus) {
+    contentSize = 0;
+    seekable = false;
+  } else {
+    contentSize = toInteger(MethodRequest::statedLengthOf(handle));
+    FLUVIA_LOG(0, "contentSize:%lld", contentSize.get());
+    // Without a length the figure is negative, which the receiver would take for a size.
+    if (contentSize < 0) contentSize = 0;
+    if (contentSize < kTrustedSize && !method.checkFromContentLength()) contentSize = 0;
+  }
+  receive(code);
+}
+
+// First piece of the resource: whether it can be started anywhere.
+void HttpFileRequest::receive(int code) {
+  if (contentSize == 0) {
+    FLUVIA_LOG(0, "got contentSize is too small:%lld", contentSize.get());
+    const long long total = code == kPartialContent ? method.getSizeFromResponseRange() : 0;
+    seekable = total != 0;
+    contentSize = total != 0 ? total : util::UNKNOWN_CONTENT_SIZE;
+    if (code != kPartialContent) {
+      FLUVIA_LOG(0, "Can't get size from the network file");
+    } else if (total == 0) {
+      FLUVIA_LOG(0, "Can't get size from content-range, don't support seek");
+    } else {
+      FLUVIA_LOG(0, "new revise content size is:%lld", contentSize.get());
+    }
+  } else if (code == kOk) {
+    FLUVIA_LOG(0, "got http:200 double check if server still support seek");
+    if (method.isRangeGet()) {
+      FLUVIA_LOG(0, "contain range request, but server return 200, try check seek");
+    } else {
+      FLUVIA_LOG(0, "check seekable");
+    }
+    seekable = method.seekAbleCheckFromResponse();
+    FLUVIA_LOG(0, "double check seek:%d", seekable.get());
+  } else {
+    seekable = true;
+  }
+}
+
+// Where the body of this run begins in the resource, in bytes; never after the asked offset.
+long long HttpFileRequest::startOfBody(int code, void* handle) const {
+  long long first = 0;
+  if (code == kPartialContent && method.getStartFromResponseRange(&first)) return first;
+  if (startedPlain) return 0;
+  if (code == kPartialContent || carriesOnlyTheRest(handle)) return requestOffset;
+  return 0;
+}
+
+// Some servers honour a range and say 200 all the same.
+bool HttpFileRequest::carriesOnlyTheRest(void* handle) const {
+  long long first = 0;
+  if (method.getStartFromResponseRange(&first)) return first == requestOffset;
+  const long long length = toInteger(MethodRequest::statedLengthOf(handle));
+  if (length < 0 || length == contentSize) return false;
+  return length == contentSize - requestOffset || (requestCount > 0 && length == requestCount);
+}
+
+// Delivers one piece from the requested offset on. False: the receiver refused it.
+bool HttpFileRequest::receive(char* data, int size, int versionTag) {
+  if (!skipping) {
+    const bool ok = out->streamIn(data, static_cast<unsigned int>(size), versionTag) != 0;
+    while (stopPending()) {
+      FLUVIA_LOG(0, "wait stop flag");
+      std::this_thread::yield();
+    }
+    return ok;
+  }
+  const long long before = received;
+  received += size;
+  if (received <= requestOffset) return true;
+  const int skipped = before >= requestOffset ? 0 : static_cast<int>(requestOffset - before);
+  const bool ok =
+      out->streamIn(data + skipped, static_cast<unsigned int>(size - skipped), versionTag) != 0;
+  while (stopPending()) std::this_thread::yield();
+  return ok;
+}
+
+}  // namespace webs
