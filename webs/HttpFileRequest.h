@@ -86,7 +86,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
   bool receive(void* handle);
   bool receive(char* data, int size, int versionTag);
   void receive(int code, void* handle);
-  void receive(int code);
+  void receive(int code, long long size);
   long long startOfBody(int code, void* handle) const;
   bool carriesOnlyTheRest(void* handle) const;
   // A stop is announced and has not come yet.

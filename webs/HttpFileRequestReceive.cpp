@@ -73,32 +73,35 @@ bool HttpFileRequest::receive(void* handle) {
 
 // First piece of the resource: what the answer tells about its size.
 void HttpFileRequest::receive(int code, void* handle) {
-  if (code == kNoStatus) {
-    contentSize = 0;
-    seekable = false;
-  } else {
-    contentSize = toInteger(MethodRequest::statedLengthOf(handle));
-    FLUVIA_LOG(0, "contentSize:%lld", contentSize.get());
+  long long size = 0;
+  if (code != kNoStatus) {
+    size = toInteger(MethodRequest::statedLengthOf(handle));
+    FLUVIA_LOG(0, "contentSize:%lld", size);
     // Without a length the figure is negative, which the receiver would take for a size.
-    if (contentSize < 0) contentSize = 0;
-    if (contentSize < kTrustedSize && !method.checkFromContentLength()) contentSize = 0;
+    if (size < 0) size = 0;
+    if (size < kTrustedSize && !method.checkFromContentLength()) size = 0;
   }
-  receive(code);
+  receive(code, size);
 }
 
-// First piece of the resource: whether it can be started anywhere.
-void HttpFileRequest::receive(int code) {
-  if (contentSize == 0) {
-    FLUVIA_LOG(0, "got contentSize is too small:%lld", contentSize.get());
-    const long long total = code == kPartialContent ? method.getSizeFromResponseRange() : 0;
-    seekable = total != 0;
-    contentSize = total != 0 ? total : util::UNKNOWN_CONTENT_SIZE;
-    if (code != kPartialContent) {
-      FLUVIA_LOG(0, "Can't get size from the network file");
-    } else if (total == 0) {
-      FLUVIA_LOG(0, "Can't get size from content-range, don't support seek");
+// First piece of the resource: its size, 0 for none, and whether it can be started anywhere. Other
+// threads see the fields: each is written once.
+void HttpFileRequest::receive(int code, long long size) {
+  bool ranges = false;
+  if (size == 0) {
+    FLUVIA_LOG(0, "got contentSize is too small:%lld", size);
+    size = util::UNKNOWN_CONTENT_SIZE;
+    if (code == kPartialContent) {
+      const long long total = method.getSizeFromResponseRange();
+      if (total > 0) {
+        ranges = true;
+        size = total;
+        FLUVIA_LOG(0, "new revise content size is:%lld", size);
+      } else {
+        FLUVIA_LOG(0, "Can't get size from content-range, don't support seek");
+      }
     } else {
-      FLUVIA_LOG(0, "new revise content size is:%lld", contentSize.get());
+      FLUVIA_LOG(0, "Can't get size from the network file");
     }
   } else if (code == kOk) {
     FLUVIA_LOG(0, "got http:200 double check if server still support seek");
@@ -107,11 +110,13 @@ void HttpFileRequest::receive(int code) {
     } else {
       FLUVIA_LOG(0, "check seekable");
     }
-    seekable = method.seekAbleCheckFromResponse();
-    FLUVIA_LOG(0, "double check seek:%d", seekable.get());
+    ranges = method.seekAbleCheckFromResponse();
+    FLUVIA_LOG(0, "double check seek:%d", ranges);
   } else {
-    seekable = true;
+    ranges = true;
   }
+  contentSize = size;
+  seekable = ranges;
 }
 
 // Where the body of this run begins in the resource, in bytes; never after the asked offset.

@@ -41,9 +41,8 @@ void LimitSpeed::Limitspeed(unsigned int size) {
 }
 
 void LimitSpeed::sleepMilliseconds(unsigned int milliseconds) const {
-  const bool watched = goOn != nullptr && goOn->get();
   long long left = static_cast<long long>(milliseconds) * 1000;
-  while (left > 0 && !(watched && !goOn->get())) {
+  while (left > 0 && (goOn == nullptr || goOn->get())) {
     const long long slice = std::min(left, kSliceMicroseconds);
     usleep(static_cast<useconds_t>(slice));
     left -= slice;

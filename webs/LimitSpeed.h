@@ -25,13 +25,13 @@ class LimitSpeed {
   long long getMaxSpeed() const { return maxSpeed; }
   // Counts size bytes and sleeps until the average since InitSpeed is at or below the cap. After a
   // stall the transfer may therefore run at full speed until it is back on the average. The sleep
-  // is cut short when the watched flag, set as it began, is cleared.
+  // lasts only while the watched flag is set.
   void Limitspeed(unsigned int size);
   // Computes the average since InitSpeed; changes nothing in the first millisecond.
   void CalAvgSpeed();
   long long GetAvgSpeed() const { return avgSpeed; }
 
-  // Names the flag that cuts a sleep short; null: nothing does.
+  // Names the flag whose clearing cuts a sleep short; null: nothing does. Transfer's thread.
   void watch(const util::Relaxed<bool>* flag) { goOn = flag; }
 
  private:

@@ -59,9 +59,7 @@ MethodRequest::MethodRequest()
       http200Aliases(nullptr),
       armed(false),
       running(false),
-      socketsOpened(0) {
-  limiter.watch(&active);
-}
+      socketsOpened(0) {}
 
 MethodRequest::~MethodRequest() {
   FLUVIA_LOG(0, "~MethodRequest");

@@ -36,12 +36,14 @@ void MethodRequest::beginTransfer() {
   if (!armed) active = true;
   armed = false;
   running = true;
+  limiter.watch(&active);
 }
 
 void MethodRequest::endTransfer() {
   util::Lock lock(*this);
   active = false;
   running = false;
+  limiter.watch(nullptr);
   for (const Option& option : keptOptions) applyOption(option);
   keptOptions.clear();
   notifyAll(0);

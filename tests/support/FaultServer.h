@@ -1,0 +1,143 @@
+#ifndef FLUVIAFS_TESTS_SUPPORT_FAULTSERVER_H_
+#define FLUVIAFS_TESTS_SUPPORT_FAULTSERVER_H_
+
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct ssl_ctx_st;
+struct ssl_st;
+
+namespace support {
+
+class FaultServer;
+
+// One request as it came.
+struct Request {
+  std::string method;
+  std::string path;
+  std::string raw;
+  // Value of a header line, by its name in any spelling; empty without one.
+  std::string header(const std::string& name) const;
+  bool has(const std::string& name) const;
+  // Bounds of the Range header, last -1 when it is open; false without one.
+  bool range(long long* first, long long* last) const;
+};
+
+// One connection with its one request, as a behaviour answers it. A behaviour returns to have the
+// connection closed; every call ends early, with false, when the peer or the server is gone.
+class Exchange {
+ public:
+  Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number);
+
+  const Request& request() const { return received; }
+  // How many requests of this path came before: 0 for the first.
+  int number() const { return index; }
+
+  bool send(const std::string& bytes);
+  // Body bytes of the test resource; counted.
+  bool sendPattern(long long from, long long count);
+  // Waits until the peer closes or the server stops.
+  void hold();
+  // Waits that long, or until the server stops. The server's pace, not a synchronisation.
+  bool pause(int milliseconds);
+  // Ends the connection with a reset instead of an orderly end.
+  void reset();
+
+ private:
+  FaultServer* owner;
+  int connection;
+  ssl_st* session;
+  Request received;
+  int index;
+};
+
+using Behaviour = std::function<void(Exchange&)>;
+
+// An HTTP server on 127.0.0.1 that misbehaves as told, one behaviour a path.
+//
+// Threads:   one accepts, one a connection; every method from any thread.
+// Ownership: the destructor ends every connection and joins every thread.
+class FaultServer {
+ public:
+  FaultServer();
+  // Speaks TLS with the certificate and key of these PEM files.
+  FaultServer(const std::string& certificate, const std::string& key);
+  ~FaultServer();
+  FaultServer(const FaultServer&) = delete;
+  FaultServer& operator=(const FaultServer&) = delete;
+
+  // Requests of path ("/name") are answered so from now on; 404 for paths without a behaviour.
+  void on(const std::string& path, Behaviour behaviour);
+  // At most that many connections of path at a time; the others are answered 503.
+  void limitConnections(const std::string& path, int count);
+  std::string url(const std::string& path) const;
+  int port() const { return listeningPort; }
+
+  std::vector<Request> requests(const std::string& path) const;
+  // The Range headers of path's requests, in order; "" for a request without one.
+  std::vector<std::string> ranges(const std::string& path) const;
+  int requestCount(const std::string& path) const;
+  int connectionCount() const;
+  long long bodyBytes(const std::string& path) const;
+  // Wait until at least count requests of path came, or no connection is open. False after seconds.
+  bool waitForRequests(const std::string& path, int count, int seconds = 20) const;
+  bool waitUntilIdle(int seconds = 20) const;
+
+ private:
+  friend class Exchange;
+  struct Connection {
+    int socket = -1;
+    std::thread thread;
+    bool over = false;
+  };
+
+  void open();
+  void acceptAll();
+  void serve(Connection* connection);
+  void answer(int socket, ssl_st* tls);
+  bool readHead(int socket, ssl_st* tls, std::string* head);
+  void joinFinished();
+
+  ssl_ctx_st* tlsContext = nullptr;
+  int listener = -1;
+  int wakePipe[2] = {-1, -1};
+  int listeningPort = 0;
+  mutable std::mutex lock;
+  mutable std::condition_variable changed;
+  bool stopping = false;
+  int accepted = 0;
+  std::map<std::string, Behaviour> behaviours;
+  std::map<std::string, int> limits;
+  std::map<std::string, int> current;
+  std::map<std::string, std::vector<Request>> seen;
+  std::map<std::string, long long> sentBytes;
+  std::list<std::unique_ptr<Connection>> connections;
+  std::thread acceptor;
+};
+
+// A port that accepts no connection any more: its queue is full, so a connect waits.
+class FullListener {
+ public:
+  FullListener();
+  ~FullListener();
+  int port() const { return listeningPort; }
+
+ private:
+  int listener;
+  int listeningPort;
+  std::vector<int> fillers;
+};
+
+// A port of 127.0.0.1 on which nothing listens.
+int closedPort();
+
+}  // namespace support
+
+#endif  // FLUVIAFS_TESTS_SUPPORT_FAULTSERVER_H_
