@@ -335,10 +335,147 @@ FLUVIA_FILE_API void c_fluvia_file_set_log_level(int level);
 FLUVIA_FILE_API int x_fluvia_file_get_log_level(void);
 FLUVIA_FILE_API int c_fluvia_file_get_log_level(void);
 
-/* ---- HTTP ----
- * What concerns only http:// and https:// handles stands here, in this order: the feature flag,
- * speed, what the server said, settings, state.
+/* ---- HTTP and HTTPS ---------------------------------------------------------------------------
+ *
+ * CERTIFICATES ARE NOT CHECKED until x_fluvia_file_http_set_CA() or _set_CAPath() names the
+ * authorities to trust: without one of them an https:// resource may come from anybody. Credentials
+ * in URLs, cookies and proxy settings appear in the library's log lines and in the transfer
+ * library's own lines on standard error.
+ *
+ * These functions act on the resource behind a handle and so on every handle that shares it. They
+ * never wait for a transfer. A setting holds from the resource's next request on: set it before the
+ * first read. The texts are copied. A "local" handle below is one of a local file, or an empty one;
+ * "out of range" and "not open" are FVFR_FAILED (null for the functions that return text) in all of
+ * them.
+ *
+ * Proxy variables of the environment (http_proxy, https_proxy, no_proxy ...) are obeyed when no
+ * proxy was set; 127.0.0.1 is always reached without one. Redirects are followed, at most 50, to
+ * http and https only. Without a name that the system's resolver can answer at once, close and the
+ * restart after a seek can last as long as that resolver.
  */
+
+/* What x_fluvia_file_http_get_download_status() gives besides HTTP statuses of 400 and above. */
+enum {
+  FVFR_DOWNLOAD_OK = 0,       /* no failure so far, also while a transfer runs */
+  FVFR_DOWNLOAD_TIMEOUT = -2, /* no connection within 10 s */
+  FVFR_DOWNLOAD_NO_DATA = -3, /* a connection without data for 10 s (4 s, see feature flag) */
+  FVFR_DOWNLOAD_CONNECTION_DEAD = -5, /* given up at a reader's request after 2 s without data */
+  FVFR_DOWNLOAD_UNKNOWN_HOST = -6,    /* the host's name could not be resolved */
+  FVFR_DOWNLOAD_UNREACHABLE = -7,     /* the host cannot be reached */
+  FVFR_DOWNLOAD_REFUSED = -8          /* the host refused the connection */
+};
+
+/*
+ * Chooses how failures are taken. Flag 1: a connection that has begun to deliver is given up after
+ * 4 s without data instead of 10 s and then tried once more (FVFR_TIMEOUT when that fails too), and
+ * a host whose name cannot be resolved is tried once more (then FVFR_FAILED). Any other flag, and
+ * the start: 10 s, and both are FVFR_NOT_FOUND at once.
+ *
+ *   FVFR_OK  set; also for a local handle, where nothing happens
+ */
+FLUVIA_FILE_API int x_fluvia_file_set_featureflag(int handle, int flag);
+FLUVIA_FILE_API int c_fluvia_file_set_featureflag(int handle, int flag);
+
+/*
+ * The download speed in bytes per second: smoothed over the last seconds, in the first second of a
+ * transfer the average so far, 0 before any.
+ *
+ *   >= 0  the speed; 0 for a local handle
+ */
+FLUVIA_FILE_API long long x_fluvia_file_http_get_speed(int handle);
+FLUVIA_FILE_API long long c_fluvia_file_http_get_speed(int handle);
+
+/*
+ * Caps the average download speed of each transfer at that many bytes per second; 0 or below is no
+ * cap, as at the start. Holds from the next piece of a running transfer on.
+ *
+ *   FVFR_OK  set; also for a local handle, where nothing happens
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_set_speed(int handle, long long speed);
+FLUVIA_FILE_API int c_fluvia_file_http_set_speed(int handle, long long speed);
+
+/*
+ * The Content-Type of the last answer, and the Server of the first that named one; "" when there is
+ * none yet. The text belongs to the library and lives until the same function is called for this
+ * handle again or the handle is closed: copy it when other threads use the handle. Null for a local
+ * handle.
+ */
+FLUVIA_FILE_API const char* x_fluvia_file_http_get_content_type(int handle);
+FLUVIA_FILE_API const char* c_fluvia_file_http_get_content_type(int handle);
+FLUVIA_FILE_API const char* x_fluvia_file_http_get_server_name(int handle);
+FLUVIA_FILE_API const char* c_fluvia_file_http_get_server_name(int handle);
+
+/*
+ * Settings of the requests:
+ *   userAgent  the User-Agent header; "curl/7.19.5" at the start. Ends at the first line end.
+ *   proxy      [scheme://][user:password@]host[:port]; "" is no proxy, also against the environment
+ *   CAPath     a directory of PEM certificates with hashed names; switches the checks on
+ *   CA         a file of PEM certificates; switches the checks on
+ *   cookie     the Cookie header, as "name=value; name=value". Ends at the first line end.
+ *
+ *   FVFR_OK           set
+ *   FVFR_NOT_APPLIED  value is null, or a local handle
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_set_userAgent(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_userAgent(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_proxy(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_proxy(int handle, const char* value);
+/* Has no c_ function. */
+FLUVIA_FILE_API int x_fluvia_file_http_set_CAPath(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_CA(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_CA(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_cookie(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_cookie(int handle, const char* value);
+
+/*
+ * More of them. These refuse null at once, before the handle is looked at:
+ *   client_authert  file of the client's certificate
+ *   private_key     file of its private key
+ *   key_type        format of the key file: "PEM" (the start) or "DER"
+ *   ip_resolve      addresses of hosts: "IPv4" (what requests start with), "IPv6" or "whatever" for
+ *                   either; any other text changes nothing
+ *
+ *   FVFR_OK           set, or nothing to change
+ *   FVFR_NOT_APPLIED  a local handle
+ *   FVFR_FAILED       value is null
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_set_client_authert(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_client_authert(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_private_key(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_private_key(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_key_type(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_key_type(int handle, const char* value);
+FLUVIA_FILE_API int x_fluvia_file_http_set_ip_resolve(int handle, const char* value);
+FLUVIA_FILE_API int c_fluvia_file_http_set_ip_resolve(int handle, const char* value);
+
+/*
+ * How the resource's last transfer ended.
+ *
+ *   FVFR_DOWNLOAD_*  see there; FVFR_DOWNLOAD_OK for a local handle
+ *   >= 400           the HTTP status the server answered with
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_get_download_status(int handle);
+FLUVIA_FILE_API int c_fluvia_file_http_get_download_status(int handle);
+
+/*
+ * Writes the IPv4 address, as text, of the server (or proxy) that any transfer of the process
+ * connected to last into ipOut, which has room for 16 bytes; "" before any, "0.0.0.0" for IPv6. Has
+ * no c_ function.
+ *
+ *   FVFR_OK           written
+ *   FVFR_NOT_APPLIED  ipOut is null, or a local handle: ipOut is untouched
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_get_url_ip(int handle, char* ipOut);
+
+/*
+ * Copies the raw headers of the last answer, status line first, into buffer, at most size bytes and
+ * WITHOUT A TERMINATOR, and writes their whole length in bytes, at most 8192, to *length, which may
+ * exceed size. length must not be null, buffer only for size 0 (not checked).
+ *
+ *   FVFR_OK  copied; for a local handle nothing happens and *length is untouched
+ */
+FLUVIA_FILE_API int x_fluvia_file_http_get_header(int handle, char* buffer, int size, int* length);
+FLUVIA_FILE_API int c_fluvia_file_http_get_header(int handle, char* buffer, int size, int* length);
 
 #ifdef __cplusplus
 }

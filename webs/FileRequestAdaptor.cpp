@@ -2,11 +2,12 @@
 
 #include "util/Log.h"
 #include "webs/FileRequest.h"
+#include "webs/HttpFileRequest.h"
 #include "webs/LocalFileRequest.h"
 
 FileRequest* FileRequestAdaptor::createFileRequest(const std::string& url) {
   if (url.find("http://") != std::string::npos || url.find("https://") != std::string::npos) {
-    return nullptr;
+    return new webs::HttpFileRequest(url);
   }
   if (url.find('/') != std::string::npos) return new LocalFileRequest(url);
   return nullptr;

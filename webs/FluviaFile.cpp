@@ -180,6 +180,18 @@ FileRequest* FluviaFile::getRequest() {
   return file ? file->getRequest() : nullptr;
 }
 
+const char* FluviaFile::keepContentType(const std::string& value) {
+  util::Lock lock(useLock);
+  contentType = value;
+  return contentType.c_str();
+}
+
+const char* FluviaFile::keepServerName(const std::string& value) {
+  util::Lock lock(useLock);
+  serverName = value;
+  return serverName.c_str();
+}
+
 void FluviaFile::newPosMovedByDullFile(long long oldPosition, long long newPosition) {
   util::Lock lock(*this);
   position.replace(oldPosition, newPosition);

@@ -49,6 +49,9 @@ class FluviaFile : public util::Semaphore {
   void cleanupCache();
   // The shared file's producer, or null. Valid while the shared file is in use.
   FileRequest* getRequest();
+  // Keep a text for the caller of the C API: valid until the same call on this handle or its close.
+  const char* keepContentType(const std::string& value);
+  const char* keepServerName(const std::string& value);
   // Moves the position unless a seek has moved it meanwhile.
   void newPosMovedByDullFile(long long oldPosition, long long newPosition);
 
@@ -83,6 +86,8 @@ class FluviaFile : public util::Semaphore {
   util::Relaxed<bool> liveFlag;
 
   util::Semaphore useLock;  // leaf: guards the pointer against close()
+  std::string contentType GUARDED_BY(useLock);
+  std::string serverName GUARDED_BY(useLock);
   util::Relaxed<bool> closing;
   int callbacks;  // threads that call back for this handle; under the request table's lock
   std::atomic<int> uses;
