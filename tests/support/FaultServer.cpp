@@ -254,13 +254,16 @@ void FaultServer::answer(int socket, ssl_st* tls) {
   };
   int number = 0;
   {
-    std::lock_guard<std::mutex> guard(lock);
+    std::unique_lock<std::mutex> guard(lock);
     const auto found = behaviours.find(path);
     if (found != behaviours.end()) behaviour = found->second;
     number = static_cast<int>(seen[path].size());
     seen[path].push_back(request);
     const auto limit = limits.find(path);
-    if (limit != limits.end() && current[path] >= limit->second) {
+    const bool free = changed.wait_for(guard, std::chrono::seconds(2), [&] {
+      return stopping || limit == limits.end() || current[path] < limit->second;
+    });
+    if (!free) {
       behaviour = [](Exchange& exchange) {
         exchange.send("HTTP/1.1 503 Busy\r\nContent-Length: 5\r\n\r\nbusy\n");
       };
@@ -272,6 +275,7 @@ void FaultServer::answer(int socket, ssl_st* tls) {
   behaviour(exchange);
   std::lock_guard<std::mutex> guard(lock);
   --current[path];
+  changed.notify_all();
 }
 
 bool FaultServer::readHead(int socket, ssl_st* tls, std::string* head) {

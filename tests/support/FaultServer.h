@@ -75,7 +75,8 @@ class FaultServer {
 
   // Requests of path ("/name") are answered so from now on; 404 for paths without a behaviour.
   void on(const std::string& path, Behaviour behaviour);
-  // At most that many connections of path at a time; the others are answered 503.
+  // At most that many connections of path at a time; another is answered 503 when none of them ends
+  // within two seconds.
   void limitConnections(const std::string& path, int count);
   std::string url(const std::string& path) const;
   int port() const { return listeningPort; }

@@ -1,0 +1,287 @@
+// What a handle's calls give when the server fails, and how long they take.
+#include <atomic>
+#include <thread>
+
+#include "tests/http/ApiFile.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/HttpProbes.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+using support::FaultServer;
+
+TEST(HttpFailure, MissingResourceIsNotFoundOnceThenFailed) {
+  for (const int status : {404, 403, 416}) {
+    FaultServer server;
+    server.on("/a", support::answerStatus(status));
+    ApiFile file(server.url("/a"));
+    EXPECT_EQ(file.read(100), "");
+    EXPECT_EQ(file.last, FVFR_NOT_FOUND) << status;
+    file.read(100);
+    EXPECT_EQ(file.last, FVFR_FAILED);
+    EXPECT_EQ(file.status(), status);
+  }
+}
+
+TEST(HttpFailure, EmptySuccessIsNotFound) {
+  FaultServer server;
+  server.on("/a", support::answerStatus(200, ""));
+  ApiFile file(server.url("/a"));
+  file.read(100);
+  EXPECT_EQ(file.last, FVFR_NOT_FOUND);
+  EXPECT_EQ(file.status(), 404);
+}
+
+TEST(HttpFailure, ServerErrorIsNotAvailableOnceThenFailed) {
+  for (const int status : {500, 503}) {
+    FaultServer server;
+    server.on("/a", support::answerStatus(status));
+    ApiFile file(server.url("/a"));
+    file.read(100);
+    EXPECT_EQ(file.last, FVFR_NOT_AVAILABLE);
+    file.read(100);
+    EXPECT_EQ(file.last, FVFR_FAILED);
+    EXPECT_EQ(file.status(), status);
+  }
+}
+
+TEST(HttpFailure, RefusedConnectionIsTriedTwice) {
+  ApiFile file("http://127.0.0.1:" + std::to_string(support::closedPort()) + "/a");
+  file.read(100);
+  EXPECT_EQ(file.last, FVFR_FAILED);
+  EXPECT_EQ(file.status(), FVFR_DOWNLOAD_REFUSED);
+}
+
+TEST(HttpFailure, OneConnectionWithoutAnAnswerRecoversTwoDoNot) {
+  FaultServer server;
+  server.on("/one", support::inTurn({support::answerRaw(""), support::serveRanges(1000)}));
+  server.on("/two", support::answerRaw(""));
+  ApiFile one(server.url("/one"));
+  EXPECT_TRUE(one.readsPattern(0, 1000));
+  ApiFile two(server.url("/two"));
+  two.read(100);
+  EXPECT_EQ(two.last, FVFR_FAILED);
+  EXPECT_EQ(server.requestCount("/two"), 2);
+}
+
+TEST(HttpFailure, AnswerWithoutABodyCostsTwoRequests) {
+  for (const int status : {204, 304}) {
+    FaultServer server;
+    server.on("/a", support::answerStatus(status));
+    ApiFile file(server.url("/a"));
+    file.read(100);
+    EXPECT_EQ(file.last, FVFR_FAILED);
+    EXPECT_EQ(server.requestCount("/a"), 2) << status;
+  }
+}
+
+TEST(HttpFailure, ErrorPageOfALaterRequestIsNotMedia) {
+  for (const int status : {404, 503, 300}) {
+    FaultServer server;
+    server.on("/a", support::inTurn({support::dropAfter(500000, 100000),
+                                     support::answerStatus(status, std::string(5000, 'E'))}));
+    ApiFile file(server.url("/a"));
+    std::string all;
+    for (;;) {
+      const std::string bytes = file.read(4096);
+      all += bytes;
+      if (file.last != FVFR_OK) break;
+    }
+    EXPECT_LE(all.size(), 100000u);
+    EXPECT_EQ(support::firstDifference(0, all.data(), all.size()), -1) << status;
+    EXPECT_NE(file.last, FVFR_END_OF_FILE);
+  }
+}
+
+TEST(HttpFailure, TruncatedResourceEndsInAnError) {
+  FaultServer server;
+  server.on("/a", support::inTurn({support::lieAboutLength(100000, 50000),
+                                   support::answerRaw("HTTP/1.1 206 P\r\nContent-Range: bytes "
+                                                      "50000-99999/100000\r\nContent-Length: "
+                                                      "50000\r\n\r\n")}));
+  support::Watchdog watchdog(60, [] { return std::string("truncated"); });
+  ApiFile file(server.url("/a"));
+  while (file.read(4096).size() == 4096) {
+  }
+  file.read(4096);
+  EXPECT_EQ(file.last, FVFR_FAILED);
+  EXPECT_LE(server.requestCount("/a"), 5) << "connections without a byte are counted";
+}
+
+TEST(HttpFailure, IsSharedUntilTheLastHandleIsClosed) {
+  FaultServer server;
+  server.on("/a", support::inTurn({support::answerStatus(404), support::serveRanges(1000)}));
+  ApiFile one(server.url("/a"));
+  one.read(10);
+  EXPECT_EQ(one.last, FVFR_NOT_FOUND);
+  ApiFile two(server.url("/a"));
+  two.read(10);
+  EXPECT_NE(two.last, FVFR_OK);
+  EXPECT_EQ(server.requestCount("/a"), 1);
+  one.close();
+  two.close();
+  ApiFile again(server.url("/a"));
+  EXPECT_TRUE(again.readsPattern(0, 1000));
+}
+
+TEST(HttpFailure, OneConnectionAtATimeIsEnough) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(4000000));
+  server.limitConnections("/a", 1);
+  ApiFile file(server.url("/a"), 8 * FVFR_BUFFER_BLOCK);
+  for (const long long target : {0LL, 3000000LL, 1000000LL, 2000000LL, 100000LL}) {
+    ASSERT_EQ(file.seek(target), FVFR_OK);
+    ASSERT_TRUE(file.readsPattern(target, 100000)) << target;
+  }
+}
+
+// --- stalls -------------------------------------------------------------------------------------
+
+TEST(HttpStall, MidBodyIsNotFoundAfterTenSeconds) {
+  FaultServer server;
+  server.on("/a", support::stallAfter(100000, 5000));
+  ApiFile file(server.url("/a"));
+  const support::Stopwatch watch;
+  EXPECT_EQ(file.read(50000).size(), 5000u) << "what came is reported";
+  EXPECT_EQ(file.last, FVFR_NOT_FOUND);
+  EXPECT_GE(watch.seconds(), 9.99);
+  EXPECT_LT(watch.seconds(), 13.5);
+  EXPECT_EQ(file.status(), FVFR_DOWNLOAD_NO_DATA);
+  EXPECT_EQ(x_fluvia_file_offset(file.handle), 0) << "the position does not move";
+}
+
+TEST(HttpStall, MidBodyWithTheFlagReconnectsAfterFour) {
+  FaultServer server;
+  server.on("/a",
+            support::inTurn({support::stallAfter(100000, 5000), support::serveRanges(100000)}));
+  ApiFile file(server.url("/a"));
+  EXPECT_EQ(x_fluvia_file_set_featureflag(file.handle, 1), FVFR_OK);
+  const support::Stopwatch watch;
+  EXPECT_TRUE(file.readsPattern(0, 50000));
+  EXPECT_GE(watch.seconds(), 3.99);
+  EXPECT_LT(watch.seconds(), 7.5);
+}
+
+TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
+  FaultServer server;
+  server.on("/a",
+            support::inTurn({support::stallAfter(100000, 5000), support::serveRanges(100000)}));
+  ApiFile file(server.url("/a"));
+  EXPECT_TRUE(file.readsPattern(0, 1000));
+  std::atomic<bool> over{false};
+  std::thread reader([&] {
+    file.read(50000);
+    over = true;
+  });
+  const support::Stopwatch watch;
+  while (!over && watch.seconds() < 20) {
+    x_fluvia_file_read_abort(file.handle, 0);
+    std::this_thread::yield();
+  }
+  reader.join();
+  EXPECT_EQ(file.last, FVFR_FAILED);
+  EXPECT_LT(watch.seconds(), 2);
+  EXPECT_TRUE(server.waitForRequests("/a", 2, 10)) << "a new connection";
+  EXPECT_TRUE(file.readsPattern(1000, 50000));
+}
+
+TEST(HttpStall, CloseOnASilentServerReturnsAtOnce) {
+  FaultServer server;
+  server.on("/body", support::stallAfter(100000, 5000));
+  server.on("/none", support::staySilent());
+  double longest = 0;
+  for (int round = 1; round <= 3; ++round) {
+    for (const char* path : {"/none", "/body"}) {
+      ApiFile file(server.url(path));
+      std::thread reader([&] { file.read(50000); });
+      ASSERT_TRUE(server.waitForRequests(path, round));
+      const support::Stopwatch watch;
+      file.close();
+      longest = std::max(longest, watch.seconds());
+      reader.join();
+    }
+  }
+  EXPECT_LT(longest, 0.5) << "libcurl alone looks around once a second";
+}
+
+TEST(HttpStall, SeekOnASilentConnectionReturnsAtOnce) {
+  FaultServer server;
+  server.on("/a", support::stallAfter(5000000, 5000));
+  ApiFile file(server.url("/a"), 4 * FVFR_BUFFER_BLOCK);
+  EXPECT_TRUE(file.readsPattern(0, 1000));
+  const support::Stopwatch watch;
+  EXPECT_EQ(file.seek(3000000), FVFR_OK);
+  EXPECT_LT(watch.seconds(), 0.5) << "only the next read waits for the server";
+}
+
+// --- every entry point while a transfer is parked -----------------------------------------------
+
+TEST(HttpParked, EveryEntryPointReturns) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(20000));
+  ApiFile file(server.url("/a"));
+  EXPECT_TRUE(file.restIsPattern(0, 20000, 4096));
+  std::atomic<bool> done{false};
+  std::thread caller([&] {
+    const int h = file.handle;
+    char text[100];
+    int length = 0;
+    x_fluvia_file_set_featureflag(h, -1);
+    x_fluvia_file_http_get_speed(h);
+    x_fluvia_file_http_set_speed(h, 0);
+    x_fluvia_file_http_get_content_type(h);
+    x_fluvia_file_http_get_server_name(h);
+    x_fluvia_file_http_set_userAgent(h, "x");
+    x_fluvia_file_http_set_proxy(h, "");
+    x_fluvia_file_http_set_CAPath(h, "/");
+    x_fluvia_file_http_set_CA(h, "/");
+    x_fluvia_file_http_set_cookie(h, "x");
+    x_fluvia_file_http_set_client_authert(h, "x");
+    x_fluvia_file_http_set_private_key(h, "x");
+    x_fluvia_file_http_set_key_type(h, "PEM");
+    x_fluvia_file_http_set_ip_resolve(h, "IPv4");
+    x_fluvia_file_http_get_download_status(h);
+    x_fluvia_file_http_get_url_ip(h, text);
+    x_fluvia_file_http_get_header(h, text, sizeof text, &length);
+    done = true;
+  });
+  const support::Stopwatch watch;
+  while (!done && watch.seconds() < 2) std::this_thread::yield();
+  EXPECT_TRUE(done) << "one of them waits for the parked transfer";
+  caller.join();
+}
+
+TEST(HttpSettings, InALoopWhileReadersReadHurtNothing) {
+  FaultServer server;
+  server.on("/a", support::dropAfter(3000000, 300000));
+  ApiFile file(server.url("/a"), 4 * FVFR_BUFFER_BLOCK);
+  std::atomic<bool> over{false};
+  std::thread setter([&] {
+    const int h = file.handle;
+    char text[16];
+    char buffer[200];
+    int length = 0;
+    for (int i = 0; !over; ++i) {
+      const std::string value(static_cast<size_t>(1 + i % 200), 'v');
+      x_fluvia_file_http_set_userAgent(h, value.c_str());
+      x_fluvia_file_http_set_cookie(h, value.c_str());
+      x_fluvia_file_http_set_proxy(h, "");
+      x_fluvia_file_http_set_ip_resolve(h, "whatever");
+      x_fluvia_file_http_set_speed(h, i % 2 == 0 ? 0 : 1LL << 40);
+      x_fluvia_file_set_featureflag(h, i % 2);
+      x_fluvia_file_http_get_content_type(h);
+      x_fluvia_file_http_get_server_name(h);
+      x_fluvia_file_http_get_header(h, buffer, sizeof buffer, &length);
+      x_fluvia_file_http_get_url_ip(h, text);
+      x_fluvia_file_http_get_speed(h);
+      x_fluvia_file_http_get_download_status(h);
+    }
+  });
+  EXPECT_TRUE(file.restIsPattern(0, 3000000, 65536));
+  over = true;
+  setter.join();
+}
+
+}  // namespace
