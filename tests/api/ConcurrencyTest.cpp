@@ -1,0 +1,229 @@
+// Many handles, many threads, closing in the middle: nothing is lost, stuck or leaked.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+using support::Completions;
+
+class Concurrency : public testing::Test {
+ protected:
+  int open(const std::string& path, int bufferSize = 65536) {
+    int handle = 0;
+    EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, bufferSize), 0);
+    return handle;
+  }
+  // A handle whose next read waits for ever: the stream cannot begin anew, its file is gone.
+  int openBlocked(const std::string& name) {
+    const std::string path = folder.makePattern(name, 3000000);
+    const int handle = open(path);
+    char byte[1];
+    unsigned int got = 0;
+    long long now = 0;
+    EXPECT_EQ(x_fluvia_file_read(handle, byte, 1, &got), 0);
+    unlink(path.c_str());
+    EXPECT_EQ(x_fluvia_file_seek(handle, 2999000, &now), 0);
+    return handle;
+  }
+
+  const support::CapturedStderr quiet{-100};
+  support::TemporaryFolder folder;
+  support::Watchdog watchdog{90, [] { return std::string(); }};
+};
+
+// Reads one byte on a thread of its own.
+class BackgroundRead {
+ public:
+  explicit BackgroundRead(int handle)
+      : thread([this, handle] {
+          begun = true;
+          char byte[1];
+          unsigned int got = 0;
+          result = x_fluvia_file_read(handle, byte, 1, &got);
+          ended = true;
+        }) {}
+  ~BackgroundRead() { thread.join(); }
+
+  std::atomic<bool> begun{false};
+  std::atomic<bool> ended{false};
+  std::atomic<int> result{1};
+
+ private:
+  std::thread thread;
+};
+
+TEST_F(Concurrency, AbortEndsABlockedReadAndTheOffsetStays) {
+  const int handle = openBlocked("a");
+  BackgroundRead read(handle);
+  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  EXPECT_TRUE(support::eventually([&] {
+    EXPECT_EQ(x_fluvia_file_read_abort(handle, 0), 0);
+    return read.ended.load();
+  }));
+  EXPECT_EQ(read.result, -4);
+  EXPECT_EQ(x_fluvia_file_offset(handle), 2999000);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(Concurrency, CloseEndsABlockedRead) {
+  const int handle = openBlocked("a");
+  BackgroundRead read(handle);
+  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  EXPECT_TRUE(support::eventually([&] { return read.ended.load(); }));
+  EXPECT_EQ(read.result, -4);
+}
+
+TEST_F(Concurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
+  const int blocked = openBlocked("a");
+  const int other = open(folder.file("a"));
+  BackgroundRead read(blocked);
+  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  for (int i = 0; i < 50; ++i) {
+    const int third = open(folder.file("a"));
+    EXPECT_EQ(x_fluvia_file_close(third), 0);
+  }
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+  EXPECT_FALSE(read.ended) << "only its own close or abort breaks it";
+  EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+}
+
+TEST_F(Concurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
+  const int blocked = openBlocked("a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead read(blocked);
+  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  Completions done;
+  char byte[1];
+  int id = 0;
+  EXPECT_EQ(x_fluvia_file_read_async(waiting, byte, 1, &Completions::completed, &done, &id), 0);
+  EXPECT_EQ(x_fluvia_file_close(waiting), 0) << "must not wait for the other handle's read";
+  ASSERT_EQ(done.count(), 1u);
+  EXPECT_EQ(done.calls()[0].status, 3);
+  EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+}
+
+TEST_F(Concurrency, AbortOfARunningRequestReportsItCancelledOnce) {
+  const int handle = openBlocked("a");
+  Completions done;
+  char byte[1];
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(handle, byte, 1, &Completions::completed, &done, &id), 0);
+  ASSERT_TRUE(support::eventually([&] {
+    // Until a worker has it the request is called back by abort itself, twice.
+    return x_fluvia_file_read_abort(handle, id) == 0 && done.count() > 0;
+  }));
+  for (const Completions::Call& call : done.calls()) EXPECT_EQ(call.status, 3);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(Concurrency, TwoThousandOpensLeaveNothingBehind) {
+  const std::string path = folder.makePattern("a", 100000);
+  const auto round = [&] {
+    const int handle = open(path);
+    char buffer[1000];
+    unsigned int got = 0;
+    EXPECT_EQ(x_fluvia_file_read(handle, buffer, 1000, &got), 0);
+    EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  };
+  round();
+  ASSERT_TRUE(support::eventually([] { return support::threadCount() <= 2 + 6 + 1; }));
+  const int descriptors = support::descriptorCount();
+  const int threads = support::threadCount();
+  for (int i = 0; i < 2000; ++i) round();
+  EXPECT_EQ(support::descriptorCount(), descriptors);
+  EXPECT_TRUE(support::eventually([&] { return support::threadCount() <= threads; }));
+}
+
+TEST_F(Concurrency, TwoHundredFiftyFiveHandlesOnAsManyPaths) {
+  std::vector<int> handles;
+  for (unsigned int i = 0; i < 255; ++i) {
+    handles.push_back(open(folder.makePattern(std::to_string(i), 70000, i * 1000000ULL)));
+  }
+  for (unsigned int i = 0; i < 255; ++i) {
+    std::vector<char> buffer(70000);
+    unsigned int got = 0;
+    ASSERT_EQ(x_fluvia_file_read(handles[i], buffer.data(), 70000, &got), 0);
+    ASSERT_EQ(got, 70000u);
+    ASSERT_EQ(support::firstDifference(i * 1000000ULL, buffer.data(), got), -1);
+  }
+  for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(Concurrency, SixtyFourThreadsOnEightFiles) {
+  const unsigned int seed = support::seedOr(std::random_device()());
+  printf("FLUVIA_SEED=%u\n", seed);
+  std::vector<std::string> paths;
+  for (unsigned int i = 0; i < 8; ++i) {
+    paths.push_back(folder.makePattern(std::to_string(i), 400000, i * 1000000ULL));
+  }
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (unsigned int t = 0; t < 64; ++t) {
+    threads.emplace_back([&, t] {
+      std::mt19937 random(seed + t);
+      for (int i = 0; i < 10; ++i) {
+        const unsigned int which = static_cast<unsigned int>(random() % 8);
+        int handle = 0;
+        if (x_fluvia_file_open_x(paths[which].c_str(), &handle, 98304) != 0) ++wrong;
+        for (int j = 0; j < 10; ++j) {
+          const long long offset = static_cast<long long>(random() % 400000);
+          long long now = 0;
+          char buffer[3000];
+          unsigned int got = 0;
+          if (x_fluvia_file_seek(handle, offset, &now) != 0) ++wrong;
+          if (x_fluvia_file_read(handle, buffer, sizeof buffer, &got) != 0) ++wrong;
+          if (support::firstDifference(which * 1000000ULL + static_cast<unsigned long long>(offset),
+                                       buffer, got) >= 0) {
+            ++wrong;
+          }
+        }
+        if (x_fluvia_file_close(handle) != 0) ++wrong;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+// The size is learnt by reading a byte: it must not slip between another thread's seek and read.
+TEST_F(Concurrency, SizeAndOpenOfTheSameFileDoNotShiftTheFirstReads) {
+  for (int round = 0; round < 100; ++round) {
+    const std::string path = folder.makePattern("r" + std::to_string(round), 100000);
+    const int handle = open(path);
+    const int second = open(path);
+    std::atomic<bool> ended{false};
+    std::thread asking([&] {
+      while (!ended) {
+        if (x_fluvia_file_size(second) != 100000) ADD_FAILURE() << "size";
+        int third = 0;
+        if (x_fluvia_file_open(path.c_str(), &third) != 0) ADD_FAILURE() << "open";
+        x_fluvia_file_close(third);
+      }
+    });
+    std::string all;
+    char buffer[700];
+    for (unsigned int got = 1; x_fluvia_file_read(handle, buffer, sizeof buffer, &got) == 0;) {
+      all.append(buffer, got);
+    }
+    ended = true;
+    asking.join();
+    EXPECT_EQ(all.size(), 100000u);
+    EXPECT_EQ(support::firstDifference(0, all.data(), all.size()), -1);
+    x_fluvia_file_close(handle);
+    x_fluvia_file_close(second);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,27 @@
+#ifndef FLUVIAFS_TESTS_SUPPORT_PRIVATEDATA_H_
+#define FLUVIAFS_TESTS_SUPPORT_PRIVATEDATA_H_
+
+#include <functional>
+#include <string>
+
+namespace support {
+
+struct ChildResult {
+  int exitCode;       // -1 when a signal or the deadline ended it
+  std::string error;  // its standard error
+};
+
+// Runs body in a child process, with a deadline that kills it. The child ends by _exit(0) after the
+// body, or with the exit code that the body chose.
+ChildResult inChild(const std::function<void()>& body, int seconds = 60);
+
+// The same in a mount namespace of its own, in which /data is an empty folder that can be written.
+// The files of the machine are untouched.
+ChildResult inPrivateData(const std::function<void()>& body, int seconds = 60);
+
+// Writes a file in /data, with the folders it needs.
+void writeData(const std::string& path, const std::string& text);
+
+}  // namespace support
+
+#endif  // FLUVIAFS_TESTS_SUPPORT_PRIVATEDATA_H_
