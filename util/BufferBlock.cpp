@@ -20,12 +20,11 @@ unsigned int BufferBlock::in(unsigned char* src, unsigned int len) {
 
 void BufferBlock::out(unsigned int offset, void* dst, unsigned int len,
                       unsigned int* outLen) const {
-  const int held = static_cast<int>(payload - offset);
-  if (held <= 0) {
+  if (offset >= payload) {
     *outLen = 0;
     return;
   }
-  *outLen = std::min(len, static_cast<unsigned int>(held));
+  *outLen = std::min(len, payload - offset);
   if (*outLen != 0) memcpy(dst, data.data() + offset, *outLen);
 }
 

@@ -1,0 +1,685 @@
+// The buffer queue driven step by step: the test is the producer.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
+#include "tests/support/QueueProbe.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+#include "util/BufferQueue.h"
+
+namespace {
+
+using support::CapturedStderr;
+using support::eventually;
+using util::BufferQueue;
+using util::BufferQueueProbe;
+
+constexpr unsigned int kBlock = 32768;
+
+struct Started {
+  int version;
+  long long from;
+  long long length;
+  bool operator==(const Started& other) const {
+    return version == other.version && from == other.from && length == other.length;
+  }
+};
+
+// A producer that only notes what is asked of it; the test delivers in its place.
+class SteppedProducer : public util::BufferQueueProducer {
+ public:
+  void setOutput(util::BufferQueueDataReceiver*) override {}
+  void release() override {}
+  int startStreaming(int version, long long from, long long length) override {
+    std::lock_guard<std::mutex> guard(lock);
+    runs.push_back({version, from, length});
+    return 0;
+  }
+  int stopStreaming() override {
+    ++stops;
+    if (duringStop) duringStop();
+    stopWait = false;
+    return 0;
+  }
+  bool isRandomAccess() override { return seekable; }
+  long long getContentSize() override { return size; }
+  void setBreak() override { ++breaks; }
+  bool getStopWait() override { return stopWait; }
+  void setStopWait() override { stopWait = true; }
+
+  std::vector<Started> started() const {
+    std::lock_guard<std::mutex> guard(lock);
+    return runs;
+  }
+
+  std::atomic<long long> size{10000000};
+  std::atomic<bool> seekable{true};
+  std::atomic<bool> stopWait{false};
+  std::atomic<int> stops{0};
+  std::atomic<int> breaks{0};
+  std::function<void()> duringStop;
+
+ private:
+  mutable std::mutex lock;
+  std::vector<Started> runs;
+};
+
+// Reads on a thread of its own.
+class Reading {
+ public:
+  Reading(BufferQueue* queue, long long offset, unsigned int size)
+      : buffer(std::max(1u, size)), thread([this, queue, offset, size] {
+          long long now = 0;
+          moved = queue->seek(offset, &now);
+          result = moved ? queue->read(buffer.data(), size, &got) : -4;
+          ended = true;
+        }) {}
+  ~Reading() { thread.join(); }
+
+  bool hasEnded() {
+    return eventually([this] { return ended.load(); });
+  }
+
+  std::vector<char> buffer;
+  bool moved = false;
+  unsigned int got = 77;
+  int result = 77;
+  std::atomic<bool> ended{false};
+
+ private:
+  std::thread thread;
+};
+
+class BufferQueueTest : public testing::Test {
+ protected:
+  void make(int blocks) {
+    queue.reset(new BufferQueue(blocks * static_cast<int>(kBlock)));
+    ASSERT_TRUE(queue->initialize(&producer));
+  }
+  ~BufferQueueTest() override {
+    if (queue != nullptr) queue->release();
+  }
+
+  // Starts a read and waits until the queue has asked for its first connection.
+  std::unique_ptr<Reading> read(long long offset, unsigned int size) {
+    std::unique_ptr<Reading> reading(new Reading(queue.get(), offset, size));
+    EXPECT_TRUE(runs(1));
+    return reading;
+  }
+  bool runs(size_t count) {
+    return eventually([&] { return producer.started().size() >= count; });
+  }
+  bool waits() {
+    return eventually([&] { return BufferQueueProbe::readWaits(*queue); });
+  }
+  bool wants() {
+    return eventually([&] { return BufferQueueProbe::wantsFeed(*queue); });
+  }
+  // Delivers size bytes of the pattern from offset on as the current version.
+  int deliver(long long offset, unsigned int size) {
+    return deliverAs(BufferQueueProbe::version(*queue), offset, size);
+  }
+  int deliverAs(int version, long long offset, unsigned int size) {
+    std::string bytes = support::pattern(static_cast<unsigned long long>(offset), size);
+    return queue->streamIn(&bytes[0], size, version);
+  }
+  void event(int number) { queue->notifyStreamException(number); }
+  static bool right(const Reading& reading, long long offset) {
+    return support::firstDifference(static_cast<unsigned long long>(offset), reading.buffer.data(),
+                                    reading.got) == -1;
+  }
+
+  const CapturedStderr log{2};
+  SteppedProducer producer;
+  std::unique_ptr<BufferQueue> queue;
+  support::Watchdog watchdog{60, [this] { return BufferQueueProbe::describe(*queue); }};
+};
+
+TEST_F(BufferQueueTest, SizesComeInWholeBlocksAndTwoAtLeast) {
+  for (const auto& size : {std::pair<int, int>{40000, 32768}, {0, 0}, {-1, 0}, {65536, 65536}}) {
+    BufferQueue made(size.first);
+    EXPECT_EQ(BufferQueueProbe::blockCount(made), 2);
+    EXPECT_EQ(made.getBufferSize(), size.second);
+  }
+  BufferQueue made(100000);
+  EXPECT_EQ(BufferQueueProbe::blockCount(made), 3);
+}
+
+TEST_F(BufferQueueTest, SecondInitializeSwapsTheProducerAndClaimsNothing) {
+  make(2);
+  SteppedProducer second;
+  EXPECT_TRUE(queue->initialize(&second));
+  queue->breakRead();
+  EXPECT_EQ(second.breaks, 1);
+  EXPECT_EQ(log.count("claimPool: claimPool 1"), 0) << "level 2 is below that line";
+  EXPECT_TRUE(queue->initialize(&producer));
+}
+
+TEST_F(BufferQueueTest, ReadCrossesABlockBoundary) {
+  make(4);
+  auto reading = read(0, 40000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(producer.started()[0], (Started{0, 0, 0}));
+  EXPECT_EQ(deliver(0, 50000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_EQ(reading->got, 40000u);
+  EXPECT_TRUE(right(*reading, 0));
+  EXPECT_TRUE(log.has("fill: second fill 1, 7232"));
+}
+
+TEST_F(BufferQueueTest, ChunkThatFillsTheBlockExactlyClaimsNoOther) {
+  make(2);
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  EXPECT_FALSE(log.has("streamIn: insert"));
+  EXPECT_EQ(deliver(kBlock, 1), 1);
+  EXPECT_TRUE(log.has("streamIn: insert"));
+  ASSERT_TRUE(reading->hasEnded());
+}
+
+TEST_F(BufferQueueTest, ReaderWithinTheMarginWaitsForTheRunningConnection) {
+  make(8);
+  auto reading = read(65536, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 1) << "64 KiB ahead of 0 is within the margin of 1000";
+  for (long long at = 1000; at < 70000; at += 1000) ASSERT_EQ(deliver(at, 1000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 65536));
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
+TEST_F(BufferQueueTest, ReaderOneByteBeyondTheMarginGetsAConnectionOfItsOwn) {
+  make(8);
+  auto reading = read(1000 + 65536 + 1, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 0);
+  EXPECT_TRUE(producer.stopWait || producer.stops > 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 65536, 0})) << "aligned down to a block";
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(65536, 16384), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_TRUE(right(*reading, 66537));
+}
+
+TEST_F(BufferQueueTest, DataOfAnOlderVersionIsDropped) {
+  make(8);
+  auto reading = read(5000000, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 0);
+  ASSERT_TRUE(runs(2));
+  const long long from = producer.started()[1].from;
+  EXPECT_EQ(deliverAs(0, 1000, 1000), 0);
+  EXPECT_TRUE(log.has("streamIn: ver = 0, version =1, needExit = 0"));
+  EXPECT_EQ(deliver(from, 16384), 1);
+  EXPECT_EQ(deliver(from + 16384, 16384), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 5000000)) << "stale data must not move the new write head";
+}
+
+TEST_F(BufferQueueTest, FullBufferHoldsTheTransferUntilAReaderMovesOn) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  std::atomic<int> result{-1};
+  std::thread transfer([&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  EXPECT_EQ(result, -1);
+  Reading second(queue.get(), kBlock, 10);
+  ASSERT_TRUE(second.hasEnded());
+  EXPECT_TRUE(eventually([&] { return result == -1 || result == 1; }));
+  Reading third(queue.get(), 2 * kBlock, 10);
+  ASSERT_TRUE(third.hasEnded());
+  transfer.join();
+  EXPECT_EQ(result, 1);
+  EXPECT_TRUE(right(third, 2 * kBlock));
+}
+
+TEST_F(BufferQueueTest, ReaderElsewhereReleasesAHeldTransferAndTheChunkIsDropped) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  std::atomic<int> result{-1};
+  std::thread transfer([&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  Reading far(queue.get(), 5000000, 10);
+  ASSERT_TRUE(runs(2));
+  transfer.join();
+  EXPECT_EQ(result, 0);
+  const long long from = producer.started()[1].from;
+  EXPECT_EQ(from, 5000000 / kBlock * kBlock);
+  for (long long at = from; at < 5000010; at += 8192) deliver(at, 8192);
+  ASSERT_TRUE(far.hasEnded());
+  EXPECT_TRUE(right(far, 5000000));
+}
+
+TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
+  make(4);
+  auto far = read(5 * kBlock, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
+  ASSERT_TRUE(far->hasEnded());
+  // Back to the block before: its connection is bounded by the block that is held.
+  Reading back(queue.get(), 4 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(6 * kBlock, 100), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(producer.started()[2], (Started{2, 4 * kBlock, kBlock}));
+  EXPECT_EQ(deliver(4 * kBlock, kBlock), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_EQ(deliver(5 * kBlock, 100), 0) << "more than was asked";
+  EXPECT_TRUE(log.has("streamIn: Server gives more than the client required, stop streaming"));
+  std::thread end([&] { event(util::STREAM_CANCELED); });
+  EXPECT_TRUE(eventually([&] {
+    return log.has(
+        "notifyStreamException: manually translate cancel action to partition end action");
+  }));
+  queue->release();
+  end.join();
+}
+
+TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
+  producer.size = 100;
+  make(2);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_EQ(reading->got, 100u);
+  Reading atEnd(queue.get(), 100, 10);
+  ASSERT_TRUE(atEnd.hasEnded());
+  EXPECT_EQ(atEnd.result, -13);
+  EXPECT_EQ(atEnd.got, 0u);
+  Reading beyond(queue.get(), 101, 10);
+  ASSERT_TRUE(beyond.hasEnded());
+  EXPECT_FALSE(beyond.moved);
+  Reading before(queue.get(), -1, 10);
+  ASSERT_TRUE(before.hasEnded());
+  EXPECT_FALSE(before.moved);
+}
+
+TEST_F(BufferQueueTest, SizeLearntWhileAReaderWaitsEndsItsRead) {
+  producer.size = util::UNKNOWN_CONTENT_SIZE;
+  producer.seekable = false;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  producer.size = 300;
+  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_EQ(reading->got, 300u);
+  EXPECT_TRUE(log.has("notifyStreamException: setFileSize: 300"));
+  Reading atEnd(queue.get(), 300, 10);
+  ASSERT_TRUE(atEnd.hasEnded());
+  EXPECT_EQ(atEnd.result, -13);
+  EXPECT_EQ(producer.started().size(), 1u) << "the body is not downloaded again";
+  queue->release();
+  end.join();
+}
+
+TEST_F(BufferQueueTest, FirstErrorReconnectsAtTheWriteHeadAndTheSecondIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  event(util::STREAM_ERROR);
+  EXPECT_TRUE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
+  EXPECT_FALSE(queue->needExit());
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 300, 0}));
+  event(util::STREAM_ERROR);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in not available error"));
+  EXPECT_TRUE(queue->needExit());
+  EXPECT_TRUE(log.has("needExit: stream status is :2, retry finished:2 times"));
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(reading->got, 300u);
+  EXPECT_TRUE(log.has("read: error status that read fail but status is ok 2"));
+}
+
+TEST_F(BufferQueueTest, DataBetweenTwoErrorsStartsTheCountAnew) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  for (size_t round = 1; round <= 4; ++round) {
+    EXPECT_EQ(deliver(static_cast<long long>(round - 1) * 100, 100), 1);
+    event(util::STREAM_ERROR);
+    ASSERT_TRUE(runs(round + 1));
+    EXPECT_FALSE(queue->needExit());
+  }
+  EXPECT_EQ(deliver(400, 600), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, ChunkOfNothingDoesNotEndASequenceOfRetries) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_ERROR);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(0, 0), 1);
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(queue->needExit()) << "an error and a time-out share the count";
+  ASSERT_TRUE(reading->hasEnded());
+}
+
+TEST_F(BufferQueueTest, SecondTimeoutInARowIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(log.has("notifyStreamException: reset stream cause of timeout"));
+  ASSERT_TRUE(runs(2));
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in timeout"));
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_TIMEOUT);
+  EXPECT_EQ(BufferQueueProbe::retries(*queue), 2);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -6);
+}
+
+struct Final {
+  int event;
+  int status;
+  int result;
+  const char* line;
+};
+class FinalEvent : public BufferQueueTest, public testing::WithParamInterface<Final> {};
+
+TEST_P(FinalEvent, EndsEveryRead) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(GetParam().event);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, GetParam().result);
+  EXPECT_EQ(BufferQueueProbe::status(*queue), GetParam().status);
+  EXPECT_TRUE(log.has(GetParam().line));
+  Reading later(queue.get(), 0, 10);
+  ASSERT_TRUE(later.hasEnded());
+  EXPECT_FALSE(later.moved) << "a failed stream refuses the move";
+  event(util::STREAM_NORMAL);
+  EXPECT_TRUE(log.has("notifyStreamException: request exit by user"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FinalEvent,
+    testing::Values(Final{util::STREAM_FILE_NOT_FOUND, util::STATUS_NOT_FOUND, -21,
+                          "notifyStreamException: File not found"},
+                    Final{util::STREAM_NOT_AVAILABLE, util::STATUS_NOT_AVAILABLE, -17,
+                          "notifyStreamException: retry finished in not available error"}));
+
+TEST_F(BufferQueueTest, DeadConnectionRestartsWithoutCounting) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 200), 1);
+  for (size_t round = 1; round <= 3; ++round) {
+    event(util::STREAM_DEAD);
+    ASSERT_TRUE(runs(round + 1));
+    EXPECT_EQ(producer.started()[round].from, 200);
+  }
+  EXPECT_EQ(deliver(200, 800), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, UnknownEventIsReported) {
+  make(4);
+  event(99);
+  EXPECT_TRUE(log.has("notifyStreamException: error !!! event hasn't been handled, canceled is:7"));
+}
+
+TEST_F(BufferQueueTest, EarlyEndOfAStreamThatCannotSeekReconnectsAtTheWriteHead) {
+  producer.seekable = false;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  EXPECT_TRUE(
+      log.has("notifyStreamException: reset stream!!! in a unseekable file which has disconnected "
+              "normally"));
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 300);
+  EXPECT_EQ(deliver(300, 700), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, SecondEndInARowWithoutAByteIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  ASSERT_TRUE(runs(2)) << "the first is forgiven";
+  EXPECT_FALSE(queue->needExit());
+  event(util::EVENT_STREAM_PARTIAL_END);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in not available error"));
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(producer.started().size(), 2u);
+}
+
+TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
+  producer.size = 300;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  std::thread end([&] { event(util::STREAM_ERROR); });
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_EQ(producer.started().size(), 1u);
+  EXPECT_FALSE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
+  queue->release();
+  end.join();
+}
+
+TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
+  producer.size = 6 * kBlock;
+  make(2);
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  Reading last(queue.get(), 5 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(kBlock, 1), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
+  ASSERT_TRUE(last.hasEnded());
+  std::thread parked([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_TRUE(log.has("notifyStreamException: no need to continue another stream for fragment"));
+  Reading back(queue.get(), 3 * kBlock + 5, 10);
+  parked.join();
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(producer.started()[2].from, 3 * kBlock);
+  EXPECT_EQ(deliver(3 * kBlock, 16384), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_TRUE(right(back, 3 * kBlock + 5));
+}
+
+TEST_F(BufferQueueTest, EventAfterAMonitorResetIsDropped) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  queue->feedManually();
+  EXPECT_TRUE(log.has("feedManually: no need to feed"));
+  Reading far(queue.get(), 5000000, 10);
+  EXPECT_EQ(deliver(0, 1000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  ASSERT_TRUE(wants());
+  BufferQueue::fillMonitor(queue.get());
+  EXPECT_TRUE(log.has("feedManually: begin to fix connection"));
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_RESET);
+  event(util::STREAM_ERROR);
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_IDLE);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 0) << "the write head's block is streamed anew";
+  queue->release();
+}
+
+TEST_F(BufferQueueTest, BreakMakesAWaitingReadFail) {
+  make(4);
+  auto reading = read(0, 1000);
+  ASSERT_TRUE(waits());
+  queue->breakRead();
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(producer.breaks, 1);
+  EXPECT_TRUE(log.has("breakRead: Have broken from reading"));
+  Reading again(queue.get(), 0, 100);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(again.hasEnded());
+  EXPECT_EQ(again.result, 0) << "the flag does not outlive its read";
+}
+
+TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
+  make(4);
+  auto reading = read(0, 1000);
+  ASSERT_TRUE(waits());
+  // The stop of a restart sends its cancel event while a break is under way.
+  std::atomic<bool> broken{false};
+  producer.duringStop = [&] {
+    if (broken) return;
+    std::thread breaker([&] { queue->breakRead(); });
+    eventually([&] { return log.has("breakRead: bread end request but read is running"); });
+    event(util::STREAM_CANCELED);
+    breaker.join();
+    broken = true;
+  };
+  event(util::STREAM_DEAD);
+  ASSERT_TRUE(eventually([&] { return broken.load(); }));
+  ASSERT_TRUE(reading->hasEnded());
+  Reading again(queue.get(), 0, 100);
+  ASSERT_TRUE(runs(2)) << "the restart goes on, or the next read asks for one";
+  ASSERT_TRUE(eventually([&] {
+    deliver(0, 100);
+    return again.ended.load();
+  }));
+  EXPECT_EQ(again.result, 0);
+}
+
+TEST_F(BufferQueueTest, ReleaseEndsAWaitingReadAndStopsTheProducer) {
+  make(4);
+  auto reading = read(0, 1000);
+  ASSERT_TRUE(waits());
+  queue->release();
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_GE(producer.stops, 1);
+  EXPECT_TRUE(log.has("release: going  to release"));
+  EXPECT_TRUE(log.has("release:  begin to stopWorker"));
+  EXPECT_TRUE(log.has("stopWorker: stopWorker in "));
+  EXPECT_TRUE(log.has("release:  begin to stop timer"));
+}
+
+TEST_F(BufferQueueTest, BackwardReadOfAStreamThatCannotSeekBeginsItAnew) {
+  producer.seekable = false;
+  make(2);
+  auto reading = read(100000, 10);
+  event(util::STREAM_NORMAL);
+  for (long long at = 0; at < 110000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 100000));
+  Reading back(queue.get(), 20, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(110000, 10), 0);
+  EXPECT_TRUE(log.has("streamIn: reconnecting connection/stream"));
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 0, 0}));
+  EXPECT_EQ(deliver(0, 1000), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_EQ(back.result, 0);
+  EXPECT_TRUE(right(back, 20));
+}
+
+TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
+  make(8);
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 50000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(queue->getBufferedSize(0), 50000);
+  EXPECT_EQ(queue->getBufferedSize(49999), 1);
+  EXPECT_EQ(queue->getBufferedSize(70000), 0);
+  EXPECT_EQ(queue->getMiniBlockOffset(), 0);
+  Reading far(queue.get(), 1000000, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(50000, 10), 0);
+  ASSERT_TRUE(runs(2));
+  const long long from = producer.started()[1].from;
+  EXPECT_EQ(deliver(from, 30000), 1);
+  ASSERT_TRUE(far.hasEnded());
+  EXPECT_EQ(queue->getBufferedSize(1000000), from + 30000 - 1000000);
+  EXPECT_GE(queue->getBufferedSize(0), 0) << "never measured to the write head over a gap";
+}
+
+TEST_F(BufferQueueTest, ProbeLearnsTheSizeAndLeavesTheOffset) {
+  make(4);
+  std::thread asking([&] { queue->probe(); });
+  ASSERT_TRUE(runs(1));
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  asking.join();
+  EXPECT_EQ(queue->getContentSize(), 10000000);
+  EXPECT_EQ(queue->getReadPosition(), 0);
+  queue->probe();
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
+TEST_F(BufferQueueTest, HeadComparisonTellsTheSameStreamFromAnother) {
+  make(4);
+  std::string head = support::pattern(0, kBlock);
+  std::string other = support::pattern(77, kBlock);
+  unsigned char* bytes = reinterpret_cast<unsigned char*>(&head[0]);
+  unsigned char* others = reinterpret_cast<unsigned char*>(&other[0]);
+  EXPECT_TRUE(queue->cacheHeadToCheck(bytes, 100)) << "undecided";
+  EXPECT_TRUE(queue->cacheHeadToCheck(bytes + 100, kBlock - 100)) << "nothing to compare with";
+  EXPECT_FALSE(queue->cacheHeadToCheck(others, 0)) << "the same head";
+  EXPECT_TRUE(log.has("cacheHeadToCheck: file size is realized again and changed from 0 to 0"));
+}
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// A stop that comes between the worker's decision to start and the producer's start must be
+// repeated.
+TEST_F(BufferQueueTest, StopThatComesBeforeTheProducerStartsIsRepeated) {
+  support::Pauses pauses;
+  pauses.holdAt("BufferQueue::workBegin before start");
+  make(4);
+  Reading reading(queue.get(), 0, 1000);
+  ASSERT_TRUE(pauses.reached("BufferQueue::workBegin before start"));
+  std::thread releasing([&] { queue->release(); });
+  ASSERT_TRUE(eventually([&] { return producer.stops >= 3; }));
+  pauses.release("BufferQueue::workBegin before start");
+  releasing.join();
+  ASSERT_TRUE(reading.hasEnded());
+}
+#endif
+
+}  // namespace

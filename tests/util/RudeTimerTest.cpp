@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <memory>
+
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Watchdog.h"
+#include "util/RudeTimer.h"
+
+namespace {
+
+using support::CapturedStderr;
+using support::eventually;
+using util::RudeTimer;
+
+std::atomic<int> fired{0};
+std::atomic<void*> firedWith{nullptr};
+
+void fire(void* arg) {
+  firedWith = arg;
+  ++fired;
+}
+
+class RudeTimerTest : public testing::Test {
+ protected:
+  RudeTimerTest() {
+    fired = 0;
+    firedWith = nullptr;
+  }
+  support::Watchdog watchdog{60, [] { return std::string(); }};
+};
+
+TEST_F(RudeTimerTest, FiresOnceWithItsArgumentWithoutRealWaiting) {
+  const CapturedStderr log(0);
+  int argument = 0;
+  RudeTimer timer(1000000, false, fire);
+  EXPECT_FALSE(timer.isActive());
+  timer.start(&argument);
+  ASSERT_TRUE(eventually([] { return fired == 1; }));
+  EXPECT_EQ(firedWith, &argument);
+  ASSERT_TRUE(eventually([&] { return !timer.isActive(); }));
+  EXPECT_TRUE(log.has("run: RudeTimer run loop"));
+  EXPECT_TRUE(log.has("run: Timer out:1000000 ~ 1000000"));
+  timer.start(&argument);
+  EXPECT_TRUE(eventually([] { return fired == 2; })) << "an inactive timer starts again";
+}
+
+TEST_F(RudeTimerTest, PeriodBelowOneStepIsReportedAndStillFires) {
+  const CapturedStderr log(0);
+  RudeTimer timer(50, false, fire);
+  EXPECT_TRUE(log.has("RudeTimer: Error setting, the give timer time is too little:50 mseconds"));
+  timer.start(nullptr);
+  ASSERT_TRUE(eventually([] { return fired == 1; }));
+  EXPECT_TRUE(log.has("run: Timer out:100 ~ 50"));
+}
+
+TEST_F(RudeTimerTest, StopInterruptsTheCount) {
+  const CapturedStderr log(0);
+  {
+    RudeTimer timer(INT_MAX - 100, false, fire);
+    timer.start(nullptr);
+    ASSERT_TRUE(eventually([&] { return log.has("run: RudeTimer run loop"); }));
+    timer.stop();
+    EXPECT_FALSE(timer.isActive());
+  }
+  EXPECT_EQ(fired, 0);
+  EXPECT_TRUE(log.has("~RudeTimer: begin to stop timer thread"));
+}
+
+// Starts its own timer anew, as a repeating timer's callback does.
+RudeTimer* repeating = nullptr;
+void fireAgain(void* arg) {
+  fire(arg);
+  repeating->start(nullptr);
+}
+
+TEST_F(RudeTimerTest, RepeatingTimerFiresAgainAndEndsWithItsObject) {
+  int argument = 0;
+  {
+    RudeTimer timer(100, true, fireAgain);
+    repeating = &timer;
+    timer.start(&argument);
+    ASSERT_TRUE(eventually([] { return fired >= 5; }));
+    EXPECT_EQ(firedWith, &argument) << "start on an active timer keeps the argument";
+  }
+  const int atEnd = fired;
+  EXPECT_GE(atEnd, 5);
+}
+
+}  // namespace

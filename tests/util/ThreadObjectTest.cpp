@@ -1,0 +1,236 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Pauses.h"
+#include "tests/support/Watchdog.h"
+#include "util/Semaphore.h"
+#include "util/ThreadObject.h"
+
+namespace {
+
+using support::CapturedStderr;
+using support::eventually;
+using util::ThreadObject;
+
+// Counts runs; a run can be held until it is let go.
+struct Runs {
+  std::atomic<int> begun{0};
+  std::atomic<int> ended{0};
+  std::atomic<bool> hold{false};
+  std::atomic<void*> lastArg{nullptr};
+};
+Runs* current = nullptr;
+
+void* countRun(void* arg) {
+  current->lastArg = arg;
+  ++current->begun;
+  eventually([] { return !current->hold.load(); });
+  ++current->ended;
+  return nullptr;
+}
+
+class ThreadObjectTest : public testing::Test {
+ protected:
+  ThreadObjectTest() { current = &runs; }
+  bool begun(int count) {
+    return eventually([&] { return runs.begun == count; });
+  }
+  bool ended(int count) {
+    return eventually([&] { return runs.ended == count; });
+  }
+  bool parked(const CapturedStderr& log, int times = 1) {
+    return eventually([&] { return log.count("runner: thread begin to sleep") >= times; });
+  }
+
+  Runs runs;
+  support::Watchdog watchdog{60, [] { return std::string(); }};
+};
+
+TEST_F(ThreadObjectTest, StartRunsTheFunctionOnceWithItsArgument) {
+  const CapturedStderr log(0);
+  int argument = 0;
+  ThreadObject object(countRun);
+  EXPECT_FALSE(object.isAlive());
+  EXPECT_TRUE(object.start(&argument));
+  ASSERT_TRUE(ended(1));
+  EXPECT_EQ(runs.lastArg, &argument);
+  EXPECT_TRUE(log.has("start: create thread 0"));
+  ASSERT_TRUE(parked(log));
+  EXPECT_EQ(runs.begun, 1);
+}
+
+TEST_F(ThreadObjectTest, StartDuringARunCausesExactlyOneMore) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  runs.hold = true;
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(begun(1));
+  EXPECT_TRUE(object.needExit()) << "the request ends as its run begins";
+  EXPECT_TRUE(object.start(nullptr));
+  EXPECT_FALSE(object.needExit());
+  EXPECT_TRUE(log.has("start: re-alive a thread before it is going to sleep"));
+  EXPECT_FALSE(object.start(nullptr)) << "a run is requested already";
+  runs.hold = false;
+  ASSERT_TRUE(parked(log));
+  EXPECT_EQ(runs.begun, 2);
+  EXPECT_TRUE(log.has("runner: thread continues next loop 1"));
+}
+
+TEST_F(ThreadObjectTest, SecondStartOfAParkedObjectIsRefused) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(parked(log));
+  {
+    // Under the object's lock the parked thread cannot go on between the two.
+    runs.hold = true;
+    EXPECT_TRUE(object.start(nullptr));
+    const bool second = object.start(nullptr);
+    if (!second) {
+      EXPECT_TRUE(log.has("start: error, has already started"));
+    }
+  }
+  EXPECT_TRUE(log.has("start: Tend to wake up or restart thread, sleep:1, alive:0"));
+  runs.hold = false;
+  ASSERT_TRUE(parked(log, 2));
+  EXPECT_TRUE(log.has("runner: thread woken up"));
+  EXPECT_TRUE(log.has("runner: thread continues next loop"));
+}
+
+TEST_F(ThreadObjectTest, PauseOfAParkedObjectChangesNothing) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(parked(log));
+  object.stop(false);
+  EXPECT_TRUE(log.has("stop: have already paused"));
+  EXPECT_TRUE(object.start(nullptr));
+  EXPECT_TRUE(ended(2));
+}
+
+TEST_F(ThreadObjectTest, ForcedStopEndsAParkedThreadForGood) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(parked(log));
+  object.stop(true);
+  EXPECT_TRUE(log.has("stop: wait for thread object to be destroyed"));
+  EXPECT_TRUE(log.has("stop: stop OK"));
+  EXPECT_TRUE(object.needForceClose());
+  EXPECT_FALSE(object.start(nullptr));
+  EXPECT_TRUE(log.has("start: The thread has been froced to destroyed yet, start failed 0"));
+  object.stop(true);
+  EXPECT_TRUE(log.has("stop: have already stopped"));
+  EXPECT_TRUE(eventually([&] { return log.has("runner: attached end "); }));
+  EXPECT_EQ(runs.begun, 1);
+}
+
+TEST_F(ThreadObjectTest, ForcedStopWaitsForTheRun) {
+  ThreadObject object(countRun);
+  const CapturedStderr log(0);
+  runs.hold = true;
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(begun(1));
+  std::atomic<int> stopped{0};
+  std::thread first([&] {
+    object.stop(true);
+    EXPECT_EQ(runs.ended, 1);
+    ++stopped;
+  });
+  ASSERT_TRUE(eventually([&] { return object.needForceClose(); }));
+  std::thread second([&] {
+    object.stop(true);
+    EXPECT_EQ(runs.ended, 1) << "a second stop waits too";
+    ++stopped;
+  });
+  ASSERT_TRUE(eventually([&] { return log.has("stop: have already stopped"); }));
+  EXPECT_EQ(stopped, 0);
+  runs.hold = false;
+  first.join();
+  second.join();
+}
+
+TEST_F(ThreadObjectTest, ForcedStopOfAnObjectNeverStartedLeavesItStartable) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  object.stop(true);
+  EXPECT_TRUE(log.has("stop: hasn't ever started"));
+  EXPECT_TRUE(object.start(nullptr));
+  EXPECT_TRUE(ended(1));
+}
+
+TEST_F(ThreadObjectTest, StartFollowedAtOnceByAPauseStillRunsOnce) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(parked(log));
+  EXPECT_TRUE(object.start(nullptr));
+  object.stop(false);
+  EXPECT_TRUE(ended(2));
+  ASSERT_TRUE(parked(log, 2));
+  EXPECT_EQ(runs.begun, 2);
+}
+
+TEST_F(ThreadObjectTest, WakeUpThatNobodyAskedForRunsNothing) {
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  ASSERT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(parked(log));
+  for (int i = 0; i < 100; ++i) object.notifyAll(0);
+  object.syncBegin();
+  object.syncEnd();
+  EXPECT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(ended(2));
+  ASSERT_TRUE(parked(log, 2));
+  EXPECT_EQ(runs.begun, 2);
+}
+
+TEST_F(ThreadObjectTest, ThousandFreshObjectsRunOnceEach) {
+  const CapturedStderr log(0);
+  for (int i = 0; i < 1000; ++i) {
+    const int before = runs.begun;
+    ThreadObject object(countRun);
+    ASSERT_TRUE(object.start(nullptr));
+    ASSERT_TRUE(ended(before + 1));
+    object.stop(true);
+    ASSERT_EQ(runs.begun, before + 1);
+  }
+}
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// The run must not begin before start() has noted its request, or it would be run once more.
+TEST_F(ThreadObjectTest, RunThatIsReadyBeforeStartReturnsIsNotRepeated) {
+  support::Pauses pauses;
+  const CapturedStderr log(0);
+  ThreadObject object(countRun);
+  pauses.holdAt("ThreadObject::start created");
+  std::thread starter([&] { object.start(nullptr); });
+  ASSERT_TRUE(pauses.reached("ThreadObject::start created"));
+  pauses.release("ThreadObject::start created");
+  starter.join();
+  ASSERT_TRUE(parked(log));
+  EXPECT_EQ(runs.begun, 1);
+}
+#endif
+
+TEST(Delay, BelowASecondDoesNotSleep) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 1000; ++i) util::delay(999);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5))
+      << "a thousand sleeps of a second";
+}
+
+TEST(Delay, SleepsWholeSeconds) {
+  const auto begin = std::chrono::steady_clock::now();
+  util::delay(2500);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1999));
+}
+
+}  // namespace
