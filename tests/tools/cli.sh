@@ -217,6 +217,28 @@ tree_tells_what_is_wrong_with_a_body() {
   says "missing"
 }
 
+# serve: an HTTP server for the test's directory; its address is in $served.
+serve() {
+  python3 -u -m http.server 0 --bind 127.0.0.1 >server.log 2>&1 &
+  trap "kill $!; rm -rf '$dir'" EXIT
+  for _ in $(seq 200); do
+    served=$(sed -n 's|.*(\(http://[0-9.:]*\)/).*|\1|p' server.log)
+    [ -z "$served" ] || return 0
+    sleep 0.05
+  done
+  fail "the server does not start: $(cat server.log)"
+}
+
+tree_reads_urls() {
+  printf '{"a":"x","n":1 }' >body
+  serve
+  gives 0 "$fluvia" tree "$served/body"
+  silent
+  printf 'req\n  "a" = "x"\n  "n" = 1\n' | cmp - out
+  gives 1 "$fluvia" tree "$served/missing"
+  says "the server has no such resource"
+}
+
 tree_help_says_that_nothing_is_escaped() {
   gives 0 "$fluvia" tree --help
   grep -q 'escape nothing' out
