@@ -1,11 +1,11 @@
 // Tree to text to tree, over random trees of what each format can hold.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <functional>
+#include <cstdio>
 #include <random>
 
 #include "tests/support/TreeShape.h"
+#include "tests/support/Watchdog.h"
 #include "webs/JSONReader.h"
 #include "webs/TreeWalk.h"
 #include "webs/XMLReader.h"
@@ -22,11 +22,8 @@ const int TREES_OF_A_PART = 25000;
 // A node gets children at this depth no more.
 const int MAX_DEPTH = 5;
 
-unsigned int seed() {
-  const char* given = std::getenv("FLUVIA_TEST_SEED");
-  return given != nullptr ? static_cast<unsigned int>(std::strtoul(given, nullptr, 10))
-                          : std::random_device()();
-}
+// Different every time, unless FLUVIA_SEED is set.
+unsigned int newSeed() { return support::seedOr(std::random_device()()); }
 
 class Dice {
  public:
@@ -146,8 +143,9 @@ class TreeRoundTrip : public testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(Part, TreeRoundTrip, testing::Range(0, PARTS));
 
 TEST_P(TreeRoundTrip, XmlComesBackAsItWas) {
-  const unsigned int start = seed();
-  SCOPED_TRACE("FLUVIA_TEST_SEED=" + std::to_string(start));
+  const unsigned int start = newSeed();
+  SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(start));
+  printf("FLUVIA_SEED=%u\n", start);
   Dice dice(start + static_cast<unsigned int>(GetParam()));
   XmlMaker maker(&dice);
   XMLReader reader;
@@ -170,8 +168,9 @@ TEST_P(TreeRoundTrip, XmlComesBackAsItWas) {
 }
 
 TEST_P(TreeRoundTrip, JsonComesBackAsItWas) {
-  const unsigned int start = seed();
-  SCOPED_TRACE("FLUVIA_TEST_SEED=" + std::to_string(start));
+  const unsigned int start = newSeed();
+  SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(start));
+  printf("FLUVIA_SEED=%u\n", start);
   Dice dice(start + static_cast<unsigned int>(GetParam()));
   JsonMaker maker(&dice);
   JSONReader reader;
