@@ -77,7 +77,8 @@
  * UNLOADING. Handles are not closed at exit. The library stays mapped after dlclose(): its worker
  * threads live as long as the process.
  *
- * TWO FAMILIES. c_fluvia_file_NAME() does exactly what x_fluvia_file_NAME() does.
+ * TWO FAMILIES. c_fluvia_file_NAME() does exactly what x_fluvia_file_NAME() does. Two functions,
+ * told below, have no c_ twin.
  */
 #ifndef FLUVIAFS_H_
 #define FLUVIAFS_H_

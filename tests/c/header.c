@@ -21,8 +21,29 @@
   void (*prefix##SetLogLevel)(int) = prefix##_fluvia_file_set_log_level;                    \
   int (*prefix##GetLogLevel)(void) = prefix##_fluvia_file_get_log_level
 
+#define HTTP_FAMILY(prefix)                                                                      \
+  int (*prefix##FeatureFlag)(int, int) = prefix##_fluvia_file_set_featureflag;                   \
+  long long (*prefix##GetSpeed)(int) = prefix##_fluvia_file_http_get_speed;                      \
+  int (*prefix##SetSpeed)(int, long long) = prefix##_fluvia_file_http_set_speed;                 \
+  const char* (*prefix##ContentType)(int) = prefix##_fluvia_file_http_get_content_type;          \
+  const char* (*prefix##ServerName)(int) = prefix##_fluvia_file_http_get_server_name;            \
+  int (*prefix##UserAgent)(int, const char*) = prefix##_fluvia_file_http_set_userAgent;          \
+  int (*prefix##Proxy)(int, const char*) = prefix##_fluvia_file_http_set_proxy;                  \
+  int (*prefix##CA)(int, const char*) = prefix##_fluvia_file_http_set_CA;                        \
+  int (*prefix##Cookie)(int, const char*) = prefix##_fluvia_file_http_set_cookie;                \
+  int (*prefix##ClientAuthert)(int, const char*) = prefix##_fluvia_file_http_set_client_authert; \
+  int (*prefix##PrivateKey)(int, const char*) = prefix##_fluvia_file_http_set_private_key;       \
+  int (*prefix##KeyType)(int, const char*) = prefix##_fluvia_file_http_set_key_type;             \
+  int (*prefix##IpResolve)(int, const char*) = prefix##_fluvia_file_http_set_ip_resolve;         \
+  int (*prefix##Status)(int) = prefix##_fluvia_file_http_get_download_status;                    \
+  int (*prefix##Header)(int, char*, int, int*) = prefix##_fluvia_file_http_get_header
+
 FAMILY(x);
 FAMILY(c);
+HTTP_FAMILY(x);
+HTTP_FAMILY(c);
+int (*xCAPath)(int, const char*) = x_fluvia_file_http_set_CAPath;
+int (*xUrlIp)(int, char*) = x_fluvia_file_http_get_url_ip;
 
 /* An array of negative size stops the compilation when a value that callers have compiled in moves.
  */
@@ -40,3 +61,10 @@ SAME(asyncDoneIs1, FVFR_ASYNC_DONE, 1);
 SAME(asyncCancelledIs3, FVFR_ASYNC_CANCELLED, 3);
 SAME(asyncEndOfFileIs4, FVFR_ASYNC_END_OF_FILE, 4);
 SAME(unknownSizeIs60Bits, FVFR_UNKNOWN_SIZE, 1152921504606846975LL);
+SAME(downloadOkIs0, FVFR_DOWNLOAD_OK, 0);
+SAME(downloadTimeoutIsMinus2, FVFR_DOWNLOAD_TIMEOUT, -2);
+SAME(downloadNoDataIsMinus3, FVFR_DOWNLOAD_NO_DATA, -3);
+SAME(downloadDeadIsMinus5, FVFR_DOWNLOAD_CONNECTION_DEAD, -5);
+SAME(downloadUnknownHostIsMinus6, FVFR_DOWNLOAD_UNKNOWN_HOST, -6);
+SAME(downloadUnreachableIsMinus7, FVFR_DOWNLOAD_UNREACHABLE, -7);
+SAME(downloadRefusedIsMinus8, FVFR_DOWNLOAD_REFUSED, -8);
