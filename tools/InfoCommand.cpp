@@ -2,7 +2,9 @@
 
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "Source.h"
@@ -22,14 +24,73 @@ struct Facts {
   bool seekable = false;
   int capacity = 0;
   int buffered = 0;
+  bool http = false;
+  int status = 0;
+  std::string server;
+  std::string type;
+  std::string address;
+  long long speed = 0;
+  std::vector<std::string> headers;
 };
+
+std::string textOf(const char* text) { return text == nullptr ? "" : text; }
+
+std::vector<std::string> headersOf(int handle) {
+  std::vector<char> block(8192);
+  int length = 0;
+  x_fluvia_file_http_get_header(handle, block.data(), static_cast<int>(block.size()), &length);
+  std::istringstream lines(std::string(block.data(), static_cast<size_t>(length)));
+  std::vector<std::string> headers;
+  for (std::string line; std::getline(lines, line);) {
+    line.erase(line.find_last_not_of("\r") + 1);
+    if (!line.empty()) {
+      headers.push_back(line);
+    }
+  }
+  return headers;
+}
+
+void askHttp(int handle, Facts* facts) {
+  char address[16] = {};
+  facts->http = true;
+  facts->status = x_fluvia_file_http_get_download_status(handle);
+  facts->server = textOf(x_fluvia_file_http_get_server_name(handle));
+  facts->type = textOf(x_fluvia_file_http_get_content_type(handle));
+  x_fluvia_file_http_get_url_ip(handle, address);
+  facts->address = address;
+  facts->speed = x_fluvia_file_http_get_speed(handle);
+  facts->headers = headersOf(handle);
+}
+
+std::string httpJson(const Facts& facts) {
+  std::string headers;
+  for (const std::string& line : facts.headers) {
+    headers += (headers.empty() ? "" : ", ") + jsonString(line);
+  }
+  return ", \"status\": " + std::to_string(facts.status) +
+         ", \"server\": " + jsonString(facts.server) + ", \"type\": " + jsonString(facts.type) +
+         ", \"address\": " + jsonString(facts.address) +
+         ", \"speed\": " + std::to_string(facts.speed) + ", \"headers\": [" + headers + "]";
+}
+
+std::string httpText(const Facts& facts) {
+  std::string text = "status    " + (facts.status == 0 ? "ok" : std::to_string(facts.status)) +
+                     "\nserver    " + facts.server + "\ntype      " + facts.type + "\naddress   " +
+                     facts.address + "\nspeed     " + humanBytes(static_cast<double>(facts.speed)) +
+                     "/s\nheaders\n";
+  for (const std::string& line : facts.headers) {
+    text += "  " + line + "\n";
+  }
+  return text;
+}
 
 std::string asJson(const Facts& facts) {
   return "{\"source\": " + jsonString(facts.name) +
          ", \"size\": " + (facts.size < 0 ? "null" : std::to_string(facts.size)) +
          ", \"seekable\": " + (facts.seekable ? "true" : "false") +
          ", \"bufferSize\": " + std::to_string(facts.capacity) +
-         ", \"bufferedSize\": " + std::to_string(facts.buffered) + "}\n";
+         ", \"bufferedSize\": " + std::to_string(facts.buffered) +
+         (facts.http ? httpJson(facts) : "") + "}\n";
 }
 
 std::string asText(const Facts& facts) {
@@ -38,7 +99,7 @@ std::string asText(const Facts& facts) {
                                                 humanBytes(static_cast<double>(facts.size)) + ")";
   return "source    " + facts.name + "\nsize      " + size + "\nseekable  " +
          (facts.seekable ? "yes" : "no") + "\nbuffer    " + humanBytes(facts.capacity) + ", " +
-         humanBytes(facts.buffered) + " held\n";
+         humanBytes(facts.buffered) + " held\n" + (facts.http ? httpText(facts) : "");
 }
 
 // Reads one byte: the size alone cannot tell an empty resource from a broken one.
@@ -67,6 +128,9 @@ int runInfo(const InfoOptions& options, const Screen& screen) {
   facts.seekable = source.seekable();
   facts.capacity = x_fluvia_file_bufferSize(source.handle());
   facts.buffered = x_fluvia_file_bufferedSize(source.handle());
+  if (!source.isLocal()) {
+    askHttp(source.handle(), &facts);
+  }
   const std::string text = options.json ? asJson(facts) : asText(facts);
   if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
     screen.fail("cannot write to standard output");

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "HttpOptions.h"
+
 namespace tools {
 namespace {
 
@@ -36,6 +38,24 @@ const char* meaning(int code) {
       return "the server has no such resource";
     default:
       return "the stream failed";
+  }
+}
+
+// Why a transfer ended, by its status; empty when that tells nothing.
+std::string transferProblem(int status) {
+  switch (status) {
+    case FVFR_DOWNLOAD_TIMEOUT:
+      return "the server cannot be reached in time";
+    case FVFR_DOWNLOAD_NO_DATA:
+      return "the server has fallen silent";
+    case FVFR_DOWNLOAD_UNKNOWN_HOST:
+      return "nobody knows the name of that server";
+    case FVFR_DOWNLOAD_UNREACHABLE:
+      return "the server cannot be reached";
+    case FVFR_DOWNLOAD_REFUSED:
+      return "the server refuses the connection; is it running?";
+    default:
+      return status >= 400 ? "the server answered " + std::to_string(status) : "";
   }
 }
 
@@ -76,10 +96,10 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   if (x_fluvia_file_bufferSize(handle_) == FVFR_FAILED) {
     *error = "cannot open " + name +
              (local_ ? ": no memory for its buffer; ask for less with --buffer"
-                     : ": this build of the library does not stream it");
+                     : ": it names no server the library could ask");
     return false;
   }
-  return true;
+  return local_ || applyHttpOptions(handle_, name_, error);
 }
 
 std::string Source::localProblem() const {
@@ -113,8 +133,10 @@ bool Source::seekable() const {
 }
 
 std::string Source::explain(const std::string& action, int code) const {
-  return "cannot " + action + " " + name_ + ": " + meaning(code) + " (" + std::to_string(code) +
-         "). Try again with --log FILE -v to see what the library met.";
+  const std::string why =
+      local_ ? "" : transferProblem(x_fluvia_file_http_get_download_status(handle_));
+  return "cannot " + action + " " + name_ + ": " + (why.empty() ? meaning(code) : why) + " (" +
+         std::to_string(code) + "). Try again with --log FILE -v to see what the library met.";
 }
 
 }  // namespace tools

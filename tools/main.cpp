@@ -2,6 +2,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "HttpOptions.h"
 #include "Screen.h"
 #include "Source.h"
 #include "TreeCommand.h"
@@ -30,7 +31,8 @@ int logLevel(int verbosity) {
   return verbosity - 1;
 }
 
-int runCommand(const LogOptions& log, const tools::Command& command) {
+int runCommand(const LogOptions& log, const tools::HttpOptions& http,
+               const tools::Command& command) {
   tools::Screen screen;
   std::string error;
   if (!screen.redirect(log.file, &error)) {
@@ -40,6 +42,7 @@ int runCommand(const LogOptions& log, const tools::Command& command) {
   if (log.verbosity > 0) {
     tools::forceLogLevel(logLevel(log.verbosity));
   }
+  tools::forceHttpOptions(&http, &screen);
   return command(screen);
 }
 
@@ -55,6 +58,8 @@ int main(int argc, char** argv) {
       "read, 2 wrong usage, 3 check found a difference, 4 the output cannot be written.");
   LogOptions log;
   addLogOptions(app, &log);
+  tools::HttpOptions http;
+  tools::addHttpOptions(app, &http);
   tools::Command command;
   tools::addCat(app, &command);
   tools::addInfo(app, &command);
@@ -65,5 +70,5 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& answer) {
     return app.exit(answer) == 0 ? tools::kExitOk : tools::kExitUsage;
   }
-  return runCommand(log, command);
+  return runCommand(log, http, command);
 }

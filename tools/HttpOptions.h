@@ -1,0 +1,40 @@
+#ifndef FLUVIAFS_TOOLS_HTTPOPTIONS_H_
+#define FLUVIAFS_TOOLS_HTTPOPTIONS_H_
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "Screen.h"
+
+namespace tools {
+
+// The HTTP settings of the command line; an empty text leaves the library's setting.
+struct HttpOptions {
+  std::string userAgent;
+  std::string proxy;
+  std::string cookie;
+  std::string ca;
+  std::string caPath;
+  std::string certificate;
+  std::string key;
+  std::string keyType;
+  std::string addresses;
+  long long speed = 0;  // bytes per second; 0: no cap
+  bool fastTimeouts = false;
+  bool insecure = false;
+};
+
+// Adds the options to app.
+void addHttpOptions(CLI::App& app, HttpOptions* options);
+
+// Makes them hold for every URL opened from now on. options and screen must outlive that; screen is
+// told once when an https:// source is read without checking who sends it.
+void forceHttpOptions(const HttpOptions* options, const Screen* screen);
+
+// Applies what was forced to the handle of the URL name. False with *error set when the library
+// refuses a setting.
+bool applyHttpOptions(int handle, const std::string& name, std::string* error);
+
+}  // namespace tools
+
+#endif  // FLUVIAFS_TOOLS_HTTPOPTIONS_H_
