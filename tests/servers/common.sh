@@ -1,0 +1,90 @@
+# shellcheck shell=bash
+# Shared by the tests against real servers; to be sourced from the root of the repository. Each runs
+# its server in the foreground on loopback, with everything it needs in a folder that goes with it.
+set -euo pipefail
+. scripts/nginx.sh
+
+fluvia=${FLUVIA:-build/release/tools/fluvia}
+fluvia=$(realpath "$fluvia")
+name=$(basename "$0")
+folder=$(mktemp -d)
+www=$folder/www
+mkdir "$www"
+servers=()
+
+end_servers() {
+  local pid
+  for pid in "${servers[@]}"; do
+    kill "$pid" 2>/dev/null || true
+  done
+  wait
+  rm -rf "$folder"
+}
+trap end_servers EXIT
+trap 'exit 130' INT TERM
+
+fail() {
+  echo "$name: $*" >&2
+  tail -n 20 "$folder"/*.log >&2 2>/dev/null || true
+  exit 1
+}
+
+# serve PORT COMMAND...: starts a server and waits until it listens.
+serve() {
+  local port=$1
+  shift
+  "$@" >"$folder/server.log" 2>&1 &
+  servers+=($!)
+  await_port "$port" "$!" || fail "does not listen: $*"
+}
+
+# make_media FILE BYTES: bytes without a pattern, the same every time.
+make_media() {
+  openssl enc -aes-128-ctr -K 00112233445566778899aabbccddeeff -iv 00000000000000000000000000000000 \
+    </dev/zero 2>/dev/null | head -c "$2" >"$1" || true
+  [ "$(stat -c %s "$1")" -eq "$2" ] || fail "cannot make $1"
+}
+
+# same URL FILE [options]: every byte is the file's, read from beginning to end, with small and large
+# reads and buffers, and from an offset.
+same() {
+  local url=$1 file=$2
+  shift 2
+  local way
+  for way in "" "--read-size 1000 --buffer 64K" "--read-size 1M --buffer 96K" "--async"; do
+    # shellcheck disable=SC2086  # the words are meant to be split
+    "$fluvia" cat "$url" $way "$@" >"$folder/out" || fail "cannot read $url ($way)"
+    cmp "$file" "$folder/out" || fail "other bytes from $url ($way)"
+  done
+}
+
+# part URL FILE OFFSET LENGTH
+part() {
+  "$fluvia" cat "$1" --offset "$3" --length "$4" >"$folder/out" || fail "cannot read $1 at $3"
+  cmp <(tail -c "+$(($3 + 1))" "$2" | head -c "$4") "$folder/out" || fail "other bytes of $1 at $3"
+}
+
+# seeks URL COUNT [options]: random seeks and reads agree with one plain reading.
+seeks() {
+  "$fluvia" check "$1" --count "$2" "${@:3}" >"$folder/out" 2>&1 || fail "check: $(cat "$folder/out")"
+}
+
+# fact URL KEY: what info tells, as JSON.
+fact() {
+  "$fluvia" info --json "$1" "${@:3}" | python3 -c 'import json,sys; print(json.load(sys.stdin)[sys.argv[1]])' "$2"
+}
+
+# tells URL KEY VALUE [options]
+tells() {
+  local value
+  value=$(fact "$1" "$2" "${@:4}") || fail "no facts about $1"
+  [ "$value" = "$3" ] || fail "$2 of $1 is \"$value\", not \"$3\""
+}
+
+# fails CODE TEXT COMMAND...: ends so and says so.
+fails() {
+  local code=0
+  "${@:3}" >"$folder/out" 2>"$folder/err" || code=$?
+  [ "$code" -eq "$1" ] || fail "exit code $code, not $1, from ${*:3}: $(cat "$folder/err")"
+  grep -qF -- "$2" "$folder/err" || fail "does not say \"$2\" but: $(cat "$folder/err")"
+}
