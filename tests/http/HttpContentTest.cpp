@@ -147,13 +147,17 @@ TEST(HttpRangeHeaders, FirstRequestHasNoneAndLaterOnesStartAtBlocks) {
   EXPECT_EQ(ranges[1], "bytes=4980736-") << "5000001 down to a block";
 }
 
-TEST(HttpRangeHeaders, ResetConnectionGoesOnWhereItEnded) {
+TEST(HttpRangeHeaders, BrokenConnectionGoesOnWhereItEnded) {
   FaultServer server;
   server.on("/a",
             support::inTurn({support::dropAfter(1000000, 100000), support::serveRanges(1000000)}));
   ApiFile file(server.url("/a"));
   EXPECT_TRUE(file.restIsPattern(0, 1000000, 65536));
-  EXPECT_EQ(server.ranges("/a"), (std::vector<std::string>{"", "bytes=100000-"}));
+  const std::vector<std::string> ranges = server.ranges("/a");
+  ASSERT_EQ(ranges.size(), 2u);
+  EXPECT_EQ(ranges[0], "");
+  // A block that no reader is in is begun again: 100000 or, down to its block, 98304.
+  EXPECT_TRUE(ranges[1] == "bytes=100000-" || ranges[1] == "bytes=98304-") << ranges[1];
 }
 
 TEST(HttpRangeHeaders, StreamWithoutALengthIsNeverAskedForOne) {

@@ -1,5 +1,7 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,6 +15,23 @@
 #include "tests/support/Pattern.h"
 #include "webs/MethodRequest.h"
 #include "webs/SslMultithread.h"
+
+namespace {
+
+// Seconds that the wall clock is wrong by.
+std::atomic<long> clockError{0};
+
+}  // namespace
+
+// Takes the place of the C library's function for the session.
+extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval* time,
+                                                                   void* zone) noexcept {
+  using Function = int (*)(struct timeval*, void*);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "gettimeofday"));
+  const int result = real(time, zone);
+  time->tv_sec += clockError;
+  return result;
+}
 
 namespace {
 
@@ -471,6 +490,23 @@ TEST(MethodRequestStall, BreakEndsTheConnectionPhaseToo) {
   EXPECT_EQ(probe.get(server.url("/s")), -1);
   EXPECT_GE(watch.seconds(), 1.99);
   EXPECT_LT(watch.seconds(), 5);
+}
+
+TEST(MethodRequestStall, ClockSetBackStartsTheWatchAgain) {
+  FaultServer server;
+  server.on("/s", support::stallAfter(100000, 1000));
+  Probe probe(1);
+  probe.start(server.url("/s"));
+  ASSERT_TRUE(probe.receiver.waitForBytes(1000));
+  support::CapturedStderr log(-4);
+  const support::Stopwatch watch;
+  while (log.text().find("connection speed is low") == std::string::npos && watch.seconds() < 20) {
+    std::this_thread::yield();
+  }
+  clockError = -1000;
+  EXPECT_EQ(probe.join(), -2);
+  clockError = 0;
+  EXPECT_LT(watch.seconds(), 12) << "a watch that counts backwards never ends";
 }
 
 TEST(MethodRequestStall, DripKeepsATransferAlive) {
