@@ -1,0 +1,9 @@
+# shellcheck shell=bash
+# The servers people use, each in a folder of its own on loopback.
+check "packages of the servers" scripts/install-packages servers
+for test in tests/servers/*; do
+  case $test in
+    *.sh) ;;
+    *) check "server $(basename "$test")" "$test" ;;
+  esac
+done
