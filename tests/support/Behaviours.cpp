@@ -165,6 +165,18 @@ Behaviour stallAfter(long long size, long long count) {
   };
 }
 
+Behaviour stallAndTell(long long size, long long count, std::atomic<bool>* settled) {
+  return [=](Exchange& exchange) {
+    const Part part = partOf(exchange.request(), size);
+    if (count >= 0 && sendRangeHead(exchange, part, size, "")) {
+      exchange.sendPattern(part.first, std::min(count, part.count));
+    }
+    exchange.pause(400);
+    *settled = true;
+    exchange.hold();
+  };
+}
+
 Behaviour drip(long long size, long long piece, int interval) {
   return [=](Exchange& exchange) {
     const Part part = partOf(exchange.request(), size);

@@ -1,6 +1,7 @@
 #ifndef FLUVIAFS_TESTS_SUPPORT_BEHAVIOURS_H_
 #define FLUVIAFS_TESTS_SUPPORT_BEHAVIOURS_H_
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,9 @@ Behaviour startBeside(long long size, long long delta);
 Behaviour serveLongHeaders(long long size, size_t headerBytes);
 // One behaviour a request, in order; the last one for all that follow.
 Behaviour inTurn(std::vector<Behaviour> behaviours);
+// As stallAfter; settled becomes true when the connection has been silent for long enough that the
+// client's own short timers have passed and it looks around once a second only.
+Behaviour stallAndTell(long long size, long long count, std::atomic<bool>* settled);
 // Accepts, reads the request and says nothing.
 Behaviour staySilent();
 
