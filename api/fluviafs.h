@@ -51,6 +51,7 @@
  *   read_abort           until the broken read has given up its wait; short.
  *   close                until running reads of the handle have ended and the callbacks of its
  *                        asynchronous reads that run on other threads have returned.
+ *   volatile             until a read of the resource that is under way, on whatever handle, is over.
  *   everything else      never, apart from the open above.
  *
  * ASYNCHRONOUS READS. A completion callback runs on one of the library's worker threads, with one
@@ -66,8 +67,9 @@
  *   - ABORTING A QUEUED REQUEST CALLS BACK TWICE, both times with FVFR_ASYNC_CANCELLED and 0 bytes.
  *     userData must outlive the first call. (Closing the handle tells each request once.)
  *   - close waits for callbacks: after it has returned none comes and the buffers are the caller's
- *     again. Do not call close while holding a lock that a callback takes. Called from inside a
- *     callback, close does not wait for that callback itself.
+ *     again. Do not call close while holding a lock that a callback takes. Called from inside any
+ *     callback, close waits for no callback (they might wait for each other): a completion of that
+ *     handle that has begun on another thread may then still be running when close returns.
  *
  * LOG. The library writes its log lines to standard error. Level FVFR_LOG_DEFAULT prints errors
  * only, 0 adds the calls of this interface, 3 prints everything. The first successful open of the
@@ -184,7 +186,8 @@ FLUVIA_FILE_API int c_fluvia_file_close(int handle);
 
 /*
  * Says that the length of the handle's resource may grow or shrink while it is read (a live stream,
- * a file being recorded). It holds for every handle of the resource and cannot be taken back.
+ * a file being recorded). It holds for every handle of the resource and cannot be taken back. Waits
+ * for a read of the resource that is under way.
  *
  *   FVFR_OK      marked; also when the handle is empty
  *   FVFR_FAILED  out of range or not open
