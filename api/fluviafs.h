@@ -51,8 +51,8 @@
  *   read_abort           until the broken read has given up its wait; short.
  *   close                until running reads of the handle have ended and the callbacks of its
  *                        asynchronous reads that run on other threads have returned.
- *   volatile             until a read of the resource that is under way, on whatever handle, is over.
- *   everything else      never, apart from the open above.
+ *   volatile             until a read of the resource that is under way, on whatever handle, is
+ * over. everything else      never, apart from the open above.
  *
  * ASYNCHRONOUS READS. A completion callback runs on one of the library's worker threads, with one
  * exception: a request that is cancelled before a worker took it is told so on the thread that
