@@ -36,7 +36,7 @@ void ThreadEngine::initialize() {
   executors.reserve(kWorkers);
   std::unique_ptr<Executor> made[kWorkers];
   for (int i = 0; i < kWorkers; ++i) {
-    char name[16];
+    char name[32];
     snprintf(name, sizeof name, "ThreadEngine %d", i);
     made[i].reset(new Executor(&queue, name));
   }
