@@ -236,7 +236,7 @@ tree_reads_urls() {
   silent
   printf 'req\n  "a" = "x"\n  "n" = 1\n' | cmp - out
   gives 1 "$fluvia" tree "$served/missing"
-  says "the server has no such resource"
+  says "the server answered 404"
 }
 
 tree_help_says_that_nothing_is_escaped() {

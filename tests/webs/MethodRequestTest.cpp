@@ -379,13 +379,15 @@ TEST(MethodRequestStop, SecondCallerWaitsToo) {
   Probe probe;
   std::atomic<bool> release{false};
   std::atomic<bool> left{false};
+  std::atomic<bool> entered{false};
   probe.receiver.onPiece = [&](void*, int size) {
+    entered = true;
     while (!release) std::this_thread::yield();
     left = true;
     return size;
   };
   probe.start(server.url("/a"));
-  ASSERT_TRUE(server.waitForRequests("/a", 1));
+  ASSERT_TRUE(support::eventually([&] { return entered.load(); }));
   std::thread first([&] { probe.session.stop(); });
   while (probe.session.isActive()) std::this_thread::yield();
   std::thread second([&] {
