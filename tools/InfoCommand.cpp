@@ -42,7 +42,7 @@ std::vector<std::string> headersOf(int handle) {
   std::istringstream lines(std::string(block.data(), static_cast<size_t>(length)));
   std::vector<std::string> headers;
   for (std::string line; std::getline(lines, line);) {
-    line.erase(line.find_last_not_of("\r") + 1);
+    line.erase(line.find_last_not_of('\r') + 1);
     if (!line.empty()) {
       headers.push_back(line);
     }

@@ -94,7 +94,7 @@ int MethodRequest::getUrlIP(char* ipBuf) const {
   }
   char text[sizeof lastAddress];
   getAddressText(text);
-  strcpy(ipBuf, text);
+  memcpy(ipBuf, text, strlen(text) + 1);
   FLUVIA_LOG(0, "IP : %s", text);
   return 0;
 }

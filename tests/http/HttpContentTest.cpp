@@ -59,16 +59,7 @@ TEST_P(HttpContent, SequentialReadsAreRight) {
   }
 }
 
-// Those servers whose answers can be sought in.
 class HttpSeeks : public HttpContent {};
-
-std::vector<int> seekableServers() {
-  std::vector<int> numbers;
-  for (size_t i = 0; i < servers().size(); ++i) {
-    if (servers()[i].seekable) numbers.push_back(static_cast<int>(i));
-  }
-  return numbers;
-}
 
 TEST_P(HttpSeeks, AreRight) {
   const unsigned int seed = support::seedOr(static_cast<unsigned int>(20 + GetParam()));
@@ -101,8 +92,53 @@ TEST_P(HttpSeeks, AreRight) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, HttpContent, ::testing::Range(0, 13));
-INSTANTIATE_TEST_SUITE_P(Servers, HttpSeeks, ::testing::ValuesIn(seekableServers()));
+// The servers by whether their resource has a size.
+std::vector<int> which(bool sized) {
+  std::vector<int> indexes;
+  const std::vector<Server> all = servers();
+  for (size_t i = 0; i < all.size(); ++i) {
+    if (all[i].seekable == sized) indexes.push_back(static_cast<int>(i));
+  }
+  return indexes;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sized, HttpContent, ::testing::ValuesIn(which(true)));
+INSTANTIATE_TEST_SUITE_P(Streams, HttpContent, ::testing::ValuesIn(which(false)));
+INSTANTIATE_TEST_SUITE_P(Sized, HttpSeeks, ::testing::ValuesIn(which(true)));
+
+TEST(HttpStream, MovesForwardByReadingAndBackToWhatIsHeld) {
+  FaultServer server;
+  server.on("/a", support::serveChunked(kSize));
+  ApiFile file(server.url("/a"), 64 * kBlock);
+  ASSERT_TRUE(file.readsPattern(0, 1000));
+  ASSERT_EQ(file.seek(500000), FVFR_OK);
+  ASSERT_TRUE(file.readsPattern(500000, 100000));
+  ASSERT_EQ(file.seek(100), FVFR_OK);
+  ASSERT_TRUE(file.readsPattern(100, 100000));
+  ASSERT_EQ(file.seek(2900000), FVFR_SEEK_REFUSED);
+  ASSERT_TRUE(file.readsPattern(100100, 100000));
+}
+
+TEST(HttpStream, MovedBackToWhatIsGoneReadsWhereItsPositionSays) {
+  FaultServer server;
+  server.on("/a", support::serveChunked(kSize));
+  for (const int blocks : {2, 3, 8}) {
+    ApiFile file(server.url("/a"), blocks * kBlock);
+    ASSERT_TRUE(file.readsPattern(0, 1000));
+    ASSERT_EQ(file.seek(500000), FVFR_OK);
+    ASSERT_TRUE(file.readsPattern(500000, 100000));
+    ASSERT_EQ(file.seek(100), FVFR_OK);
+    const std::string bytes = file.read(100000);
+    ASSERT_EQ(file.last, FVFR_OK);
+    // A stream is taken for live: its position moves up by the oldest byte that is held.
+    const long long from = x_fluvia_file_offset(file.handle) - static_cast<long long>(bytes.size());
+    EXPECT_GT(from, 100);
+    EXPECT_EQ(
+        support::firstDifference(static_cast<unsigned long long>(from), bytes.data(), bytes.size()),
+        -1)
+        << blocks;
+  }
+}
 
 TEST(HttpShared, TwoHandlesAreOneDownload) {
   FaultServer server;
