@@ -108,14 +108,15 @@ INSTANTIATE_TEST_SUITE_P(Sized, HttpSeeks, ::testing::ValuesIn(which(true)));
 
 TEST(HttpStream, MovesForwardByReadingAndBackToWhatIsHeld) {
   FaultServer server;
-  server.on("/a", support::serveChunked(kSize));
+  // The buffer holds all of it.
+  server.on("/a", support::serveChunked(1900000));
   ApiFile file(server.url("/a"), 64 * kBlock);
   ASSERT_TRUE(file.readsPattern(0, 1000));
   ASSERT_EQ(file.seek(500000), FVFR_OK);
   ASSERT_TRUE(file.readsPattern(500000, 100000));
   ASSERT_EQ(file.seek(100), FVFR_OK);
   ASSERT_TRUE(file.readsPattern(100, 100000));
-  ASSERT_EQ(file.seek(2900000), FVFR_SEEK_REFUSED);
+  ASSERT_EQ(file.seek(1800000), FVFR_SEEK_REFUSED);
   ASSERT_TRUE(file.readsPattern(100100, 100000));
 }
 
