@@ -110,6 +110,59 @@ TEST(HttpFailure, TruncatedResourceEndsInAnError) {
   EXPECT_LE(server.requestCount("/a"), 5) << "connections without a byte are counted";
 }
 
+TEST(HttpFailure, BodyLongerThanItsLengthEndsAtTheLength) {
+  FaultServer server;
+  server.on("/a", support::lieAboutLength(20000, 90000));
+  ApiFile file(server.url("/a"));
+  EXPECT_TRUE(file.restIsPattern(0, 20000, 4096));
+  EXPECT_EQ(server.requestCount("/a"), 1);
+}
+
+TEST(HttpFailure, HostileHeadersHurtNothing) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string answers[] = {
+      ok + "Content-Length: -5\r\n\r\nhello",
+      ok + "Content-Length: 99999999999999999999999\r\n\r\nhello",
+      ok + "Content-Length: 9223372036854775807\r\n\r\nhello",
+      ok + "Content-Length: 5\r\nContent-Length: 7\r\n\r\nhello",
+      ok + "Content-Length:\r\n\r\nhello",
+      ok + "Content-Range: bytes 0-4/99999999999999999999\r\n\r\nhello",
+      "HTTP/1.1 206 P\r\nContent-Range: bytes -9-4/-1\r\n\r\nhello",
+      "HTTP/1.1 206 P\r\nContent-Range: /\r\n\r\nhello",
+      "HTTP/1.1 206 P\r\nContent-Range: bytes 99999999999999999999-1/5\r\n\r\nhello",
+      ok + "Server:\r\n\r\nhello",
+      ok + std::string("Ser\0ver: x\r\n\r\nhello", 20),
+      ok + ": no name\r\nnothing\r\n\r\nhello",
+      ok + "Location: " + std::string(30000, 'x') + "\r\n\r\nhello",
+      ok + std::string(90000, 'x') + "\r\n\r\nhello",
+      "HTTP/1.1 \r\n\r\nhello",
+      "HTTP/9.9 200 OK\r\n\r\nhello",
+      "HTTP/1.1 99999 OK\r\n\r\nhello",
+      "HTTP/1.1 302 Found\r\nLocation: \r\n\r\nhello",
+      "HTTP/1.1 302 Found\r\nLocation: http://[::\r\n\r\nhello",
+      "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 100 Continue\r\n\r\n",
+      ok + "Transfer-Encoding: chunked\r\n\r\nzzzz\r\nhello",
+      ok + "Transfer-Encoding: chunked\r\n\r\nffffffffffffffffff\r\nhello",
+      ok + "Content-Encoding: gzip\r\n\r\nhello",
+      "\r\n\r\n",
+      std::string(20000, '\0')};
+  support::Watchdog watchdog(40, [] { return std::string("hostile headers"); });
+  for (const std::string& answer : answers) {
+    FaultServer server;
+    server.on("/a", support::answerRaw(answer));
+    ApiFile file(server.url("/a"));
+    watchdog.at(answer.substr(0, 100));
+    const std::string bytes = file.read(1000);
+    EXPECT_LE(bytes.size(), 1000u);
+    EXPECT_LE(file.last, FVFR_OK) << answer.substr(0, 100);
+    x_fluvia_file_http_get_server_name(file.handle);
+    x_fluvia_file_http_get_content_type(file.handle);
+    x_fluvia_file_http_get_download_status(file.handle);
+    file.seek(3);
+    file.read(2);
+  }
+}
+
 TEST(HttpFailure, IsSharedUntilTheLastHandleIsClosed) {
   FaultServer server;
   server.on("/a", support::inTurn({support::answerStatus(404), support::serveRanges(1000)}));
