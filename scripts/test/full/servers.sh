@@ -4,6 +4,6 @@ check "packages of the servers" scripts/install-packages servers
 for test in tests/servers/*; do
   case $test in
     *.sh) ;;
-    *) check "server $(basename "$test")" "$test" ;;
+    *) check "server $(basename "$test")" timeout --kill-after=10 120 "$test" ;;
   esac
 done
