@@ -112,9 +112,9 @@ const char* x_fluvia_file_http_get_content_type(int handle) {
                    Handle file(handle);
                    if (!file) return nullptr;
                    if (HttpUse http(file); http) {
-                     const char* text = file->keepContentType(http->getContentType());
-                     FLUVIA_LOG_AS(function, 0, "Content type:%s", text);
-                     return text;
+                     const std::string text = http->getContentType();
+                     FLUVIA_LOG_AS(function, 0, "Content type:%s", text.c_str());
+                     return file->keepContentType(text);
                    }
                    FLUVIA_LOG_AS(function, 0, "not http file");
                    return nullptr;
@@ -129,9 +129,9 @@ const char* x_fluvia_file_http_get_server_name(int handle) {
                    // A closed handle is not refused: it is one without an HTTP producer.
                    if (file) {
                      if (HttpUse http(file); http) {
-                       const char* text = file->keepServerName(http->getServerName());
-                       FLUVIA_LOG_AS(function, 0, "Content type:%s", text);
-                       return text;
+                       const std::string text = http->getServerName();
+                       FLUVIA_LOG_AS(function, 0, "Content type:%s", text.c_str());
+                       return file->keepServerName(text);
                      }
                    }
                    FLUVIA_LOG_AS(function, 0, "not http file");

@@ -51,8 +51,8 @@
  *   read_abort           until the broken read has given up its wait; short.
  *   close                until running reads of the handle have ended and the callbacks of its
  *                        asynchronous reads that run on other threads have returned.
- *   volatile             until a read of the resource that is under way, on whatever handle, is
- * over. everything else      never, apart from the open above.
+ *   volatile             until a read of the resource that is under way is over.
+ *   everything else      never, apart from the open above.
  *
  * ASYNCHRONOUS READS. A completion callback runs on one of the library's worker threads, with one
  * exception: a request that is cancelled before a worker took it is told so on the thread that
@@ -352,10 +352,10 @@ FLUVIA_FILE_API int c_fluvia_file_get_log_level(void);
  * "out of range" and "not open" are FVFR_FAILED (null for the functions that return text) in all of
  * them.
  *
- * Proxy variables of the environment (http_proxy, https_proxy, no_proxy ...) are obeyed when no
- * proxy was set; 127.0.0.1 is always reached without one. Redirects are followed, at most 50, to
- * http and https only. Without a name that the system's resolver can answer at once, close and the
- * restart after a seek can last as long as that resolver.
+ * Proxy variables of the environment (http_proxy, https_proxy ...) are obeyed when no proxy was
+ * set; 127.0.0.1 is always reached without one, and no_proxy is not read. Redirects are followed,
+ * at most 50, to http and https only. Without a name that the system's resolver can answer at once,
+ * close and the restart after a seek can last as long as that resolver.
  */
 
 /* What x_fluvia_file_http_get_download_status() gives besides HTTP statuses of 400 and above. */

@@ -51,8 +51,8 @@ bool HttpFileRequest::receive(void* handle) {
   }
   long long first = 0;
   const bool known = code == kOk || code == kPartialContent || code == kNoStatus;
-  const bool late =
-      code == kPartialContent && method.getStartFromResponseRange(&first) && first > requestOffset;
+  // Also of a 200: what the line says is where the body begins.
+  const bool late = method.getStartFromResponseRange(&first) && first > requestOffset;
   if (!known || late) {
     notifyAll(0);
     sendEvent(util::STREAM_ERROR);
@@ -122,7 +122,7 @@ void HttpFileRequest::receive(int code, long long size) {
 // Where the body of this run begins in the resource, in bytes; never after the asked offset.
 long long HttpFileRequest::startOfBody(int code, void* handle) const {
   long long first = 0;
-  if (code == kPartialContent && method.getStartFromResponseRange(&first)) return first;
+  if (method.getStartFromResponseRange(&first)) return first;
   if (startedPlain) return 0;
   if (code == kPartialContent || carriesOnlyTheRest(handle)) return requestOffset;
   return 0;
@@ -130,8 +130,6 @@ long long HttpFileRequest::startOfBody(int code, void* handle) const {
 
 // Some servers honour a range and say 200 all the same.
 bool HttpFileRequest::carriesOnlyTheRest(void* handle) const {
-  long long first = 0;
-  if (method.getStartFromResponseRange(&first)) return first == requestOffset;
   const long long length = toInteger(MethodRequest::statedLengthOf(handle));
   if (length < 0 || length == contentSize) return false;
   return length == contentSize - requestOffset || (requestCount > 0 && length == requestCount);

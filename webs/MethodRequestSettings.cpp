@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "util/Log.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
@@ -22,6 +24,11 @@ void MethodRequest::setOptions(std::initializer_list<Option> options) {
   for (const Option& option : options) {
     // A running transfer reads the strings that an option would free.
     if (running) {
+      // Only the last value counts: a transfer may run for hours, and its caller keep setting.
+      keptOptions.erase(
+          std::remove_if(keptOptions.begin(), keptOptions.end(),
+                         [&](const Option& kept) { return kept.option == option.option; }),
+          keptOptions.end());
       keptOptions.push_back(option);
     } else {
       applyOption(option);

@@ -44,9 +44,9 @@ curl_socket_t MethodRequestCallbacks::FluviaSocket(void* session, curlsocktype /
 }
 
 int MethodRequest::openSocket(int family, int type, int protocol) {
-  ++socketsOpened;
   const int opened = socket(family, type | SOCK_CLOEXEC, protocol);
   if (opened < 0) return CURL_SOCKET_BAD;
+  ++socketsOpened;
   try {
     util::Lock lock(*this);
     // A stop that came before has looked for sockets already.
