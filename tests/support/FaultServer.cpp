@@ -151,8 +151,6 @@ FaultServer::FaultServer(const std::string& certificate, const std::string& key)
       SSL_CTX_use_PrivateKey_file(tlsContext, key.c_str(), SSL_FILETYPE_PEM) != 1) {
     fail("TLS context");
   }
-  // SSL_write() has no flag against it.
-  signal(SIGPIPE, SIG_IGN);
   open();
 }
 
@@ -223,6 +221,11 @@ void FaultServer::joinFinished() {
 }
 
 void FaultServer::serve(Connection* connection) {
+  // SSL_write() has no flag against the signal. Only this thread: the library has to do without.
+  sigset_t brokenPipe;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
   const int socket = connection->socket;
   ssl_st* tls = nullptr;
   bool ready = true;
