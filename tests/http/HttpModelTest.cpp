@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <ostream>
 #include <random>
 #include <thread>
 #include <vector>
@@ -27,6 +28,8 @@ struct Model {
   int calls;  // of each thread, in the short run
   const char* name;
 };
+
+void PrintTo(const Model& model, std::ostream* out) { *out << model.name; }
 
 // How many times longer than the short run: FLUVIA_MODEL_FACTOR of the environment.
 int factor() {
