@@ -354,8 +354,8 @@ FLUVIA_FILE_API int c_fluvia_file_get_log_level(void);
  *
  * Proxy variables of the environment (http_proxy, https_proxy ...) are obeyed when no proxy was
  * set; 127.0.0.1 is always reached without one, and no_proxy is not read. Redirects are followed,
- * at most 50, to http and https only. Without a name that the system's resolver can answer at once,
- * close and the restart after a seek can last as long as that resolver.
+ * at most 50, to http and https only. While a host's name is being resolved, close and the restart
+ * after a seek take up to a second; the resolver itself goes on in the background.
  */
 
 /* What x_fluvia_file_http_get_download_status() gives besides HTTP statuses of 400 and above. */

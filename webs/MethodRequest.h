@@ -68,8 +68,8 @@ class MethodRequest : public util::Semaphore {
   // waits for it. executeGet must follow.
   void arm() EXCLUDES(this);
   // Ends the transfer that runs or is announced and waits until executeGet has left it. Shuts the
-  // session's sockets down, so that a silent server does not delay it; only the system's name
-  // resolver can.
+  // session's sockets down, so that a silent server does not delay it; while a host name is being
+  // resolved it takes up to a second.
   void stop() EXCLUDES(this);
   // Lets the stall watch give up after 2 s without data, once.
   void setBreak();

@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -24,7 +25,28 @@ std::atomic<long> clockError{0};
 
 }  // namespace
 
-// Takes the place of the C library's function for the session.
+namespace {
+
+// While held, a host name is being resolved, for five seconds at most.
+std::atomic<bool> resolverHeld{false};
+std::atomic<int> resolving{0};
+
+}  // namespace
+
+// Take the place of the C library's functions for the session and libcurl.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
+                                                                  const char* service,
+                                                                  const struct addrinfo* hints,
+                                                                  struct addrinfo** result) {
+  using Function = int (*)(const char*, const char*, const struct addrinfo*, struct addrinfo**);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  if (!resolverHeld) return real(node, service, hints, result);
+  ++resolving;
+  support::eventually([] { return !resolverHeld.load(); }, 5);
+  --resolving;
+  return EAI_FAIL;
+}
+
 extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval* time,
                                                                    void* zone) noexcept {
   using Function = int (*)(struct timeval*, void*);
@@ -344,6 +366,24 @@ TEST(MethodRequestStop, EndsAConnectThatNobodyAnswers) {
   probe.session.stop();
   EXPECT_LT(watch.seconds(), 1.5);
   EXPECT_EQ(probe.join(), kAborted);
+}
+
+TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
+  resolverHeld = true;
+  double shortest = 1000;
+  for (int round = 0; round < 2; ++round) {
+    Probe probe;
+    const int before = resolving;
+    probe.start("http://slow.test/");
+    ASSERT_TRUE(support::eventually([&] { return resolving > before; }));
+    const support::Stopwatch watch;
+    probe.session.stop();
+    shortest = std::min(shortest, watch.seconds());
+    EXPECT_EQ(probe.join(), kAborted);
+  }
+  EXPECT_LT(shortest, 2) << "the resolver takes five seconds";
+  resolverHeld = false;
+  EXPECT_TRUE(support::eventually([] { return resolving == 0; }));
 }
 
 TEST(MethodRequestStop, CutBodyWithoutALengthSetsNoSize) {
