@@ -301,4 +301,12 @@ ENTRIES = [
         preset="debug",
         tests="HeaderAnalysis.LastLine",
     ),
+    dict(
+        name="http: a stop does not wait for the resolver",
+        file="webs/MethodRequest.cpp",
+        snippet="  curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);",
+        replacement="",
+        preset="debug",
+        tests="MethodRequestStop.DoesNotWaitForTheNameResolver",
+    ),
 ]
