@@ -112,6 +112,7 @@ class BufferQueueTest : public testing::Test {
   std::unique_ptr<Reading> read(long long offset, unsigned int size) {
     std::unique_ptr<Reading> reading(new Reading(queue.get(), offset, size));
     EXPECT_TRUE(runs(1));
+    EXPECT_TRUE(waits());
     return reading;
   }
   bool runs(size_t count) {
@@ -138,6 +139,7 @@ class BufferQueueTest : public testing::Test {
   }
 
   const CapturedStderr log{2};
+  std::atomic<bool> broken{false};  // a read was broken during the first stop
   SteppedProducer producer;
   std::unique_ptr<BufferQueue> queue;
   support::Watchdog watchdog{60, [this] { return BufferQueueProbe::describe(*queue); }};
@@ -564,7 +566,6 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
   auto reading = read(0, 1000);
   ASSERT_TRUE(waits());
   // The stop of a restart sends its cancel event while a break is under way.
-  std::atomic<bool> broken{false};
   producer.duringStop = [&] {
     if (broken) return;
     std::thread breaker([&] { queue->breakRead(); });
