@@ -117,6 +117,7 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
     const bool ok = rbuffer.seek(offset, &currentOffset);
     FLUVIA_LOG_AS("read", 1, "seek:  %d , offset =%lld, curOffset = %lld", ok, offset,
                   currentOffset);
+    FLUVIA_PAUSE_POINT("DullFile::read moved");
     if (ok) {
       result = rbuffer.read(buffer, size, readBytes);
     } else {

@@ -376,6 +376,18 @@ TEST_F(LocalFileRequestTest, StartsAgainWithoutStopAfterARefusal) {
   EXPECT_TRUE(right(receiver.bytes(2), 98304));
 }
 
+TEST_F(LocalFileRequestTest, RefusalHasTheFileOpenedAnew) {
+  make(100000);
+  receiver.refuseAt = 1;
+  EXPECT_EQ(request->startStreaming(1, 0, 0), 0);
+  ASSERT_TRUE(finished());
+  ASSERT_EQ(unlink(folder.file("a").c_str()), 0);
+  folder.makePattern("a", 100000, 5000000);
+  EXPECT_EQ(request->startStreaming(2, 98304, 0), 0);
+  ASSERT_TRUE(ended());
+  EXPECT_TRUE(right(receiver.bytes(2), 5098304)) << "the file that stands there now";
+}
+
 TEST_F(LocalFileRequestTest, StartsAgainAfterStop) {
   make(100000);
   EXPECT_EQ(request->startStreaming(1, 0, 0), 0);
@@ -469,6 +481,21 @@ TEST_F(LocalFileRequestTest, RunThatIsStoppedSendsNoEnd) {
   EXPECT_TRUE(log.has("perform: LocalFileRequest break from streaming"));
   EXPECT_EQ(receiver.sizes(), std::vector<int>());
   EXPECT_EQ(receiver.count(util::EVENT_STREAM_PARTIAL_END), 0);
+}
+
+// The refused run has ended although its thread has not come to its end yet.
+TEST_F(LocalFileRequestTest, StartIsTakenAsSoonAsTheReceiverHasRefused) {
+  support::Pauses pauses;
+  make(100000);
+  receiver.refuseAt = 1;
+  pauses.holdAt("LocalFileRequest::perform before end");
+  EXPECT_EQ(request->startStreaming(1, 0, 0), 0);
+  ASSERT_TRUE(pauses.reached("LocalFileRequest::perform before end"));
+  EXPECT_EQ(request->startStreaming(2, 98304, 0), 0);
+  pauses.release("LocalFileRequest::perform before end");
+  ASSERT_TRUE(ended());
+  EXPECT_TRUE(right(receiver.bytes(2), 98304));
+  EXPECT_EQ(receiver.bytes(2).size(), 1696u);
 }
 
 TEST_F(LocalFileRequestTest, DestructionEndsARunUnderWay) {

@@ -1,0 +1,357 @@
+// Aborts and closes that fall between two steps of a read, forced by pause points.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+#include "webs/FluviaFile.h"
+
+namespace {
+
+using support::Completions;
+using support::eventually;
+
+constexpr long long kFar = 2999000;
+
+class DullFileRace : public testing::Test {
+ protected:
+  int open(const std::string& path) {
+    int handle = 0;
+    EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 65536), 0);
+    return handle;
+  }
+  // A handle whose reads wait for ever: the stream cannot begin anew, its file is gone.
+  int openBlocked(const std::string& name) {
+    const std::string path = folder.makePattern(name, 3000000);
+    const int handle = open(path);
+    unsigned int got = 0;
+    long long now = 0;
+    EXPECT_EQ(x_fluvia_file_read(handle, byte, 1, &got), 0);
+    unlink(path.c_str());
+    EXPECT_EQ(x_fluvia_file_seek(handle, kFar, &now), 0);
+    return handle;
+  }
+  int start(int handle, Completions* done) {
+    int id = 0;
+    EXPECT_EQ(x_fluvia_file_read_async(handle, byte, 1, &Completions::completed, done, &id), 0);
+    return id;
+  }
+  bool waitForLine(const std::string& line, int times = 1) {
+    return eventually([&] { return log.count(line) >= times; });
+  }
+
+  const support::CapturedStderr log{0};
+  support::TemporaryFolder folder;
+  support::Watchdog watchdog{80, [this] { return log.text(); }};
+  char byte[1];
+};
+
+// --- places on the engine ------------------------------------------------------------------------
+
+TEST_F(DullFileRace, RequestsThatWaitOnManyFilesLeaveAWorkerForRestarts) {
+  std::vector<int> handles;
+  Completions done;
+  for (int i = 0; i < 6; ++i) {
+    handles.push_back(openBlocked(std::to_string(i)));
+    start(handles.back(), &done);
+  }
+  // A far read of another file needs its stream restarted by a worker.
+  const int other = open(folder.makePattern("other", 3000000));
+  long long now = 0;
+  unsigned int got = 0;
+  EXPECT_EQ(x_fluvia_file_read(other, byte, 1, &got), 0);
+  EXPECT_EQ(x_fluvia_file_seek(other, kFar, &now), 0);
+  EXPECT_EQ(x_fluvia_file_read(other, byte, 1, &got), 0);
+  EXPECT_EQ(support::firstDifference(kFar, byte, 1), -1);
+  EXPECT_EQ(done.count(), 0u);
+  for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  EXPECT_EQ(done.count(), 6u);
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+}
+
+TEST_F(DullFileRace, RequestsOfOneFileTakeOnePlace) {
+  const int blocked = openBlocked("a");
+  Completions done;
+  for (int i = 0; i < 8; ++i) start(blocked, &done);
+  const int other = open(folder.makePattern("other", 100));
+  Completions others;
+  start(other, &others);
+  EXPECT_TRUE(others.waitFor(1)) << "the blocked file's requests hold one worker, not all";
+  EXPECT_EQ(done.count(), 0u);
+  EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+  EXPECT_EQ(done.count(), 8u);
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+}
+
+// --- aborts --------------------------------------------------------------------------------------
+
+TEST_F(DullFileRace, CloseOfAnotherHandleDoesNotDisarmAnAbort) {
+  const int blocked = openBlocked("a");
+  const int other = open(folder.file("a"));
+  Completions done;
+  const int id = start(blocked, &done);
+  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+  EXPECT_EQ(x_fluvia_file_read_abort(blocked, id), 0);
+  ASSERT_TRUE(done.waitFor(1));
+  EXPECT_EQ(done.calls()[0].status, 3);
+  EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+}
+
+TEST_F(DullFileRace, AbortOfARequestThatWaitsLeavesTheOneThatReads) {
+  const int blocked = openBlocked("a");
+  Completions reading;
+  Completions waiting;
+  start(blocked, &reading);
+  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  const int id = start(blocked, &waiting);
+  EXPECT_EQ(x_fluvia_file_read_abort(blocked, id), 0);
+  EXPECT_EQ(waiting.count(), 2u) << "both calls of a request that was queued";
+  EXPECT_EQ(reading.count(), 0u);
+  EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+  EXPECT_EQ(reading.calls()[0].status, -1) << "broken by the close, not aborted";
+}
+
+// In its second call it asks for another read, whose id is the aborted one's: the end of the abort
+// must not take that away.
+struct AskAgain {
+  int handle = 0;
+  char byte[1];
+  int calls = 0;
+  int id = 0;
+  Completions done;
+
+  static void called(int /*id*/, void* data, int /*status*/, int /*bytes*/) {
+    AskAgain* self = static_cast<AskAgain*>(data);
+    if (++self->calls != 2) return;
+    x_fluvia_file_read_async(self->handle, self->byte, 1, &Completions::completed, &self->done,
+                             &self->id);
+  }
+};
+
+TEST_F(DullFileRace, IdOfARequestMadeInTheSecondCallStaysItsOwn) {
+  AskAgain asking;
+  asking.handle = openBlocked("a");
+  Completions first;
+  start(asking.handle, &first);
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(asking.handle, byte, 1, &AskAgain::called, &asking, &id), 0);
+  EXPECT_EQ(x_fluvia_file_read_abort(asking.handle, id), 0);
+  ASSERT_EQ(asking.calls, 2);
+  ASSERT_EQ(asking.id, id) << "the lowest free one";
+  EXPECT_EQ(x_fluvia_file_read_abort(asking.handle, asking.id), 0);
+  EXPECT_EQ(asking.done.count(), 2u) << "it is known by its id";
+  EXPECT_EQ(x_fluvia_file_close(asking.handle), 0);
+}
+
+// --- closing in callbacks ------------------------------------------------------------------------
+
+struct CloseOnce {
+  int handle = 0;
+  std::atomic<int> calls{0};
+  std::atomic<int> result{-1};
+
+  static void called(int /*id*/, void* data, int /*status*/, int /*bytes*/) {
+    CloseOnce* self = static_cast<CloseOnce*>(data);
+    if (++self->calls == 1) self->result = x_fluvia_file_close(self->handle);
+  }
+};
+
+TEST_F(DullFileRace, CloseInTheFirstCallOfAnAbortLeavesOutTheSecond) {
+  CloseOnce closing;
+  closing.handle = openBlocked("a");
+  Completions first;
+  start(closing.handle, &first);
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(closing.handle, byte, 1, &CloseOnce::called, &closing, &id),
+            0);
+  EXPECT_EQ(x_fluvia_file_read_abort(closing.handle, id), 0);
+  EXPECT_EQ(closing.result, 0);
+  EXPECT_EQ(closing.calls, 1) << "no callback comes after the close";
+  EXPECT_TRUE(first.waitFor(1));
+  EXPECT_EQ(x_fluvia_file_close(closing.handle), -4);
+}
+
+// Notes whether the close of its handle returned while it was still running.
+struct SlowCallback {
+  std::mutex lock;
+  std::condition_variable changed;
+  bool entered = false;
+  bool closing = false;
+  bool closed = false;
+  bool overtaken = false;
+
+  static void called(int /*id*/, void* data, int /*status*/, int /*bytes*/) {
+    SlowCallback* self = static_cast<SlowCallback*>(data);
+    std::unique_lock<std::mutex> guard(self->lock);
+    self->entered = true;
+    self->changed.notify_all();
+    self->changed.wait_for(guard, std::chrono::seconds(20), [self] { return self->closing; });
+    self->overtaken = self->changed.wait_for(guard, std::chrono::milliseconds(300),
+                                             [self] { return self->closed; });
+  }
+  void set(bool* flag) {
+    std::lock_guard<std::mutex> guard(lock);
+    *flag = true;
+    changed.notify_all();
+  }
+};
+
+TEST_F(DullFileRace, CloseWaitsForItsCallbackOnAnotherThread) {
+  const int handle = open(folder.makePattern("a", 100));
+  SlowCallback slow;
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(handle, byte, 1, &SlowCallback::called, &slow, &id), 0);
+  ASSERT_TRUE(eventually([&] {
+    std::lock_guard<std::mutex> guard(slow.lock);
+    return slow.entered;
+  }));
+  std::thread closing([&] {
+    EXPECT_EQ(x_fluvia_file_close(handle), 0);
+    slow.set(&slow.closed);
+  });
+  EXPECT_TRUE(waitForLine("cancelRead: cancelRead, reqID:0"));
+  slow.set(&slow.closing);
+  closing.join();
+  EXPECT_FALSE(slow.overtaken) << "close returned while a callback was running";
+}
+
+// --- blocking reads ------------------------------------------------------------------------------
+
+// Reads one byte on a thread of its own.
+class BackgroundRead {
+ public:
+  explicit BackgroundRead(int handle)
+      : thread([this, handle] {
+          char one = 0;
+          unsigned int got = 0;
+          result = x_fluvia_file_read(handle, &one, 1, &got);
+          ended = true;
+        }) {}
+  ~BackgroundRead() { thread.join(); }
+  bool hasEnded() {
+    return eventually([this] { return ended.load(); });
+  }
+
+  std::atomic<bool> ended{false};
+  std::atomic<int> result{1};
+
+ private:
+  std::thread thread;
+};
+
+TEST_F(DullFileRace, ReadThatWaitsForItsTurnIsRefusedAfterItsClose) {
+  const int blocked = openBlocked("a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  {
+    const support::CapturedStderr steps(1);
+    BackgroundRead second(waiting);
+    EXPECT_TRUE(eventually([&] {
+      return steps.has("x_fluvia_file_read: befor x_fluvia_file_read(handle: " +
+                       std::to_string(waiting) + ", size: 1)");
+    }));
+    EXPECT_EQ(x_fluvia_file_close(waiting), 0) << "it does not wait for the other's read";
+    EXPECT_FALSE(first.ended);
+    EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+    EXPECT_TRUE(second.hasEnded());
+    EXPECT_EQ(second.result, -4);
+  }
+  EXPECT_TRUE(first.hasEnded());
+  EXPECT_EQ(first.result, -4);
+}
+
+#if defined(FLUVIA_PAUSE_POINTS)
+
+TEST_F(DullFileRace, RequestAbortedBeforeItReadsDoesNotRead) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  Completions done;
+  pauses.holdAt("DullFile::perform started");
+  byte[0] = 'x';
+  const int id = start(handle, &done);
+  ASSERT_TRUE(pauses.reached("DullFile::perform started"));
+  EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
+  EXPECT_EQ(done.count(), 0u) << "its worker calls back";
+  pauses.release("DullFile::perform started");
+  ASSERT_TRUE(done.waitFor(1));
+  EXPECT_EQ(done.calls()[0].status, 3);
+  EXPECT_EQ(done.calls()[0].bytes, 0);
+  EXPECT_EQ(byte[0], 'x');
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(DullFileRace, CloseAnswersARequestThatAWorkerHasJustTaken) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  Completions done;
+  pauses.holdAt("DullFile::perform started");
+  start(handle, &done);
+  ASSERT_TRUE(pauses.reached("DullFile::perform started"));
+  std::thread closing([&] { EXPECT_EQ(x_fluvia_file_close(handle), 0); });
+  EXPECT_TRUE(done.waitFor(1)) << "the close does not wait for the worker";
+  pauses.release("DullFile::perform started");
+  closing.join();
+  ASSERT_EQ(done.count(), 1u);
+  EXPECT_EQ(done.calls()[0].status, 3);
+}
+
+// The read is registered, and the buffer does not know of it yet: one break alone meets nothing.
+class BreakBeforeTheRead : public DullFileRace, public testing::WithParamInterface<const char*> {};
+
+TEST_P(BreakBeforeTheRead, AbortIsRepeatedUntilTheReadEnds) {
+  support::Pauses pauses;
+  const int handle = openBlocked("a");
+  Completions done;
+  pauses.holdAt(GetParam());
+  const int id = start(handle, &done);
+  ASSERT_TRUE(pauses.reached(GetParam()));
+  std::thread aborting([&] { EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0); });
+  EXPECT_TRUE(waitForLine("breakRead: Going to break read"));
+  pauses.release(GetParam());
+  EXPECT_TRUE(done.waitFor(1));
+  aborting.join();
+  EXPECT_EQ(done.calls()[0].status, 3);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_P(BreakBeforeTheRead, CloseIsRepeatedUntilTheReadEnds) {
+  const std::string path = folder.makePattern("a", 3000000);
+  webs::FluviaFile* file = new webs::FluviaFile(65536);
+  ASSERT_TRUE(file->open(path));
+  unsigned int got = 0;
+  long long now = 0;
+  EXPECT_EQ(file->read(byte, 1, &got), 0);
+  unlink(path.c_str());
+  EXPECT_EQ(file->seek(kFar, &now), 0);
+  support::Pauses pauses;
+  pauses.holdAt(GetParam());
+  std::thread reading([&] { EXPECT_EQ(file->read(byte, 1, &got), -4); });
+  EXPECT_TRUE(pauses.reached(GetParam()));
+  std::thread closing([&] { file->close(); });
+  EXPECT_TRUE(waitForLine("breakRead: Going to break read"));
+  pauses.release(GetParam());
+  reading.join();
+  closing.join();
+  file->unuse();
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryPlace, BreakBeforeTheRead,
+                         testing::Values("DullFile::read begun", "DullFile::read moved",
+                                         "BufferQueue::read before feedLock"));
+
+#endif
+
+}  // namespace
