@@ -11,6 +11,8 @@ Each entry:
   seconds      optional: a run that lasts longer counts as failed; 150 unless given
 """
 
+from streams import ENTRIES as STREAMS
+
 ENTRIES = [
     dict(
         name="fluvia: the library's log stays off the screen",
@@ -309,4 +311,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestStop.DoesNotWaitForTheNameResolver",
     ),
-]
+] + STREAMS

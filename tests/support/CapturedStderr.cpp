@@ -5,16 +5,62 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 
 #include "util/Log.h"
 
 namespace support {
 
+namespace {
+
+// The library writes a line in three pieces, and threads get between them. In test programs each
+// thread's line is put together before it goes to descriptor 2, so that every line can be found.
+constexpr size_t kLongestLine = 8192;
+thread_local char line[kLongestLine];
+thread_local size_t lineLength = 0;
+
+void writeAll(const char* text, size_t size) {
+  while (size > 0) {
+    const ssize_t n = write(2, text, size);
+    if (n <= 0) return;
+    text += n;
+    size -= static_cast<size_t>(n);
+  }
+}
+
+ssize_t assemble(void* /*cookie*/, const char* text, size_t size) {
+  const bool begins = lineLength == 0 && size > 10 && strncmp(text, "[FluviaFS]", 10) == 0;
+  if ((!begins && lineLength == 0) || lineLength + size > kLongestLine) {
+    writeAll(line, lineLength);
+    lineLength = 0;
+    writeAll(text, size);
+    return static_cast<ssize_t>(size);
+  }
+  std::copy(text, text + size, line + lineLength);
+  lineLength += size;
+  if (line[lineLength - 1] == '\n') {
+    writeAll(line, lineLength);
+    lineLength = 0;
+  }
+  return static_cast<ssize_t>(size);
+}
+
+// Once in a test program, before it has threads.
+const bool installed = [] {
+  FILE* assembled = fopencookie(nullptr, "w", {nullptr, &assemble, nullptr, nullptr});
+  if (assembled == nullptr) abort();
+  setvbuf(assembled, nullptr, _IONBF, 0);
+  stderr = assembled;
+  return true;
+}();
+
+}  // namespace
+
 CapturedStderr::CapturedStderr(int logLevel) : saved(dup(2)), savedLevel(util::LOG_LEV) {
   char name[] = "/tmp/fluviafs-stderr-XXXXXX";
   file = mkstemp(name);
-  if (file < 0 || saved < 0) abort();
+  if (file < 0 || saved < 0 || !installed) abort();
   unlink(name);
   fflush(stderr);
   dup2(file, 2);
@@ -42,18 +88,18 @@ std::string CapturedStderr::text() const {
 std::vector<std::string> CapturedStderr::messages(const std::string& function) const {
   std::vector<std::string> found;
   std::istringstream lines(text());
-  std::string line;
-  while (std::getline(lines, line)) {
+  std::string one;
+  while (std::getline(lines, one)) {
     // [FluviaFS][00:s:ms][thread][function][line]-------message
-    const size_t start = line.find("[FluviaFS][00:");
-    const size_t dashes = line.find("]-------", start);
+    const size_t start = one.find("[FluviaFS][00:");
+    const size_t dashes = one.find("]-------", start);
     if (start == std::string::npos || dashes == std::string::npos) continue;
-    size_t name = line.find("][", line.find("][", start + 11) + 2);
+    size_t name = one.find("][", one.find("][", start + 11) + 2);
     if (name == std::string::npos) continue;
     name += 2;
-    const std::string logged = line.substr(name, line.find(']', name) - name);
+    const std::string logged = one.substr(name, one.find(']', name) - name);
     if (function.empty() || function == logged) {
-      found.push_back(logged + ": " + line.substr(dashes + 8));
+      found.push_back(logged + ": " + one.substr(dashes + 8));
     }
   }
   return found;

@@ -41,7 +41,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   int startStreaming(int version, long long from, long long length) override {
     std::lock_guard<std::mutex> guard(lock);
     runs.push_back({version, from, length});
-    return 0;
+    return startResult;
   }
   int stopStreaming() override {
     ++stops;
@@ -63,6 +63,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   std::atomic<long long> size{10000000};
   std::atomic<bool> seekable{true};
   std::atomic<bool> stopWait{false};
+  std::atomic<int> startResult{0};
   std::atomic<int> stops{0};
   std::atomic<int> breaks{0};
   std::function<void()> duringStop;
@@ -292,13 +293,29 @@ TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
   ASSERT_TRUE(back.hasEnded());
   EXPECT_EQ(deliver(5 * kBlock, 100), 0) << "more than was asked";
   EXPECT_TRUE(log.has("streamIn: Server gives more than the client required, stop streaming"));
+  // The cancel of another queue is not taken for it.
+  SteppedProducer otherProducer;
+  BufferQueue other(2 * static_cast<int>(kBlock));
+  ASSERT_TRUE(other.initialize(&otherProducer));
+  other.notifyStreamException(util::STREAM_CANCELED);
+  EXPECT_TRUE(log.has("notifyStreamException: cancel without continuing"));
   std::thread end([&] { event(util::STREAM_CANCELED); });
   EXPECT_TRUE(eventually([&] {
     return log.has(
         "notifyStreamException: manually translate cancel action to partition end action");
   }));
   queue->release();
+  other.release();
   end.join();
+}
+
+TEST_F(BufferQueueTest, ProducerThatDoesNotStartFailsTheRead) {
+  producer.startResult = -1;
+  make(4);
+  auto reading = read(0, 1000);
+  ASSERT_TRUE(reading->hasEnded()) << "no event will come";
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_TRUE(queue->errorOccured());
 }
 
 TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
@@ -622,6 +639,7 @@ TEST_F(BufferQueueTest, BackwardReadOfAStreamThatCannotSeekBeginsItAnew) {
 
 TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
   make(8);
+  EXPECT_EQ(queue->getBufferedSize(100), 0) << "a block without data holds nothing";
   auto reading = read(0, 10);
   event(util::STREAM_NORMAL);
   EXPECT_EQ(deliver(0, 50000), 1);

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "tests/support/CapturedStderr.h"
@@ -126,7 +127,7 @@ TEST_F(Engine, RunsEachTaskOnceOnSixWorkers) {
   EXPECT_FALSE(log.has("initialize: creat thread 6 OK"));
   EXPECT_EQ(log.count("initialize: end to init"), 1);
   EXPECT_EQ(log.count("detectLoglevel: Log level==1"), 1);
-  EXPECT_TRUE(log.has("execute: ThreadEngine 0 begin to popTask"));
+  EXPECT_TRUE(eventually([&] { return log.has("execute: ThreadEngine 0 begin to popTask"); }));
 }
 
 TEST_F(TaskQueueTest, TasksAreTakenInTheOrderTheyCame) {
@@ -134,6 +135,41 @@ TEST_F(TaskQueueTest, TasksAreTakenInTheOrderTheyCame) {
   TaskQueue queue;
   for (int& mark : marks) queue.putTask(record, &mark, &sender);
   for (int& mark : marks) EXPECT_EQ(queue.popTask(nullptr)->arg, &mark);
+}
+
+TEST_F(Engine, StartedByManyThreadsAtOnceHasSixWorkers) {
+  const int before = support::threadCount();
+  for (int round = 0; round < 20; ++round) {
+    util::ThreadEngine engine;
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        ++ready;
+        while (ready < 4) std::this_thread::yield();
+        engine.initialize();
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_TRUE(eventually([before] { return support::threadCount() == before + 6; }, 5))
+        << support::threadCount() - before << " workers";
+  }
+}
+
+TEST_F(TaskQueueTest, QueuesOfTwoThreadsDoNotDisturbEachOther) {
+  std::atomic<int> missed{0};
+  const auto putAndCancel = [&missed, this](int* mark) {
+    TaskQueue queue;
+    for (int i = 0; i < 20000; ++i) {
+      queue.putTask([](void*, TEngineEvent_E) {}, mark, &sender);
+      if (!queue.cancel(mark)) ++missed;
+    }
+  };
+  std::thread first(putAndCancel, &a);
+  std::thread second(putAndCancel, &b);
+  first.join();
+  second.join();
+  EXPECT_EQ(missed, 0);
 }
 
 TEST_F(Engine, DestructionRunsWhatIsPendingAndJoins) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -203,6 +204,28 @@ TEST_F(ThreadObjectTest, ThousandFreshObjectsRunOnceEach) {
     ASSERT_EQ(runs.begun, before + 1);
   }
 }
+
+// Sanitizers choose the stacks of threads themselves.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(ThreadObjectTest, ThreadThatCannotBeMadeIsNotWaitedFor) {
+  const CapturedStderr log(0);
+  pthread_attr_t attributes;
+  size_t size = 0;
+  ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+  ASSERT_EQ(pthread_attr_getstacksize(&attributes, &size), 0);
+  ThreadObject object(countRun);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, size_t{1} << 46), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+  EXPECT_FALSE(object.start(nullptr)) << "there is no room for its stack";
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+  pthread_attr_destroy(&attributes);
+  EXPECT_TRUE(log.has("start: create failed11"));
+  EXPECT_TRUE(object.start(nullptr)) << "it counts as created, wanted";
+  object.stop(true);
+  EXPECT_EQ(runs.begun, 0);
+}
+#endif
 
 #if defined(FLUVIA_PAUSE_POINTS)
 // The run must not begin before start() has noted its request, or it would be run once more.
