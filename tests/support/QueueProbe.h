@@ -28,6 +28,8 @@ class BufferQueueProbe {
   static bool readWaits(BufferQueue& queue);
   static long long streamFrom(BufferQueue& queue);
   static long long streamLength(BufferQueue& queue);
+  // Leaves the status that a cancel event leaves when it meets a broken read.
+  static void leaveBroken(BufferQueue& queue) { queue.setStatus(STATUS_RELEASED); }
 };
 
 }  // namespace util

@@ -656,7 +656,69 @@ TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
   EXPECT_EQ(deliver(from, 30000), 1);
   ASSERT_TRUE(far.hasEnded());
   EXPECT_EQ(queue->getBufferedSize(1000000), from + 30000 - 1000000);
-  EXPECT_GE(queue->getBufferedSize(0), 0) << "never measured to the write head over a gap";
+  EXPECT_GT(queue->getBufferedSize(0), 0);
+  EXPECT_LE(queue->getBufferedSize(0), 50010) << "never measured to the write head over a gap";
+}
+
+TEST_F(BufferQueueTest, BufferedSizeBehindTheWriteHeadStaysWhatIsHeld) {
+  make(2);
+  auto far = read(5 * kBlock, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(5 * kBlock, 100), 1);
+  ASSERT_TRUE(far->hasEnded());
+  EXPECT_EQ(deliver(5 * kBlock + 100, kBlock - 100), 1);
+  Reading back(queue.get(), 3 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(6 * kBlock, 100), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(deliver(3 * kBlock, 100), 1);
+  ASSERT_TRUE(back.hasEnded());
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(queue->getBufferedSize(3 * kBlock), 100);
+    EXPECT_EQ(queue->getBufferedSize(5 * kBlock), kBlock) << "the write head is before it";
+  }
+}
+
+TEST_F(BufferQueueTest, StatusOfABrokenReadIsGoneWithTheNextRead) {
+  make(4);
+  auto reading = read(0, 100);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 200), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  BufferQueueProbe::leaveBroken(*queue);
+  EXPECT_TRUE(queue->errorOccured());
+  Reading again(queue.get(), 100, 100);
+  ASSERT_TRUE(again.hasEnded());
+  EXPECT_EQ(again.result, 0);
+  BufferQueueProbe::leaveBroken(*queue);
+  queue->release();
+  Reading late(queue.get(), 0, 100);
+  ASSERT_TRUE(late.hasEnded());
+  EXPECT_EQ(late.result, -4) << "after release it is for good";
+}
+
+TEST_F(BufferQueueTest, StreamThatCannotSeekBeginsAt0AlsoAfterAReconnection) {
+  producer.seekable = false;
+  make(2);
+  auto reading = read(100000, 10);
+  event(util::STREAM_NORMAL);
+  for (long long at = 0; at < 50000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
+  event(util::STREAM_DEAD);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 50000);
+  for (long long at = 50000; at < 110000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  Reading back(queue.get(), 20, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(110000, 10), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(producer.started()[2], (Started{2, 0, 0}));
+  EXPECT_EQ(deliver(0, 1000), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_TRUE(right(back, 20));
 }
 
 TEST_F(BufferQueueTest, ProbeLearnsTheSizeAndLeavesTheOffset) {

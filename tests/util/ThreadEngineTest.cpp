@@ -158,9 +158,12 @@ TEST_F(Engine, StartedByManyThreadsAtOnceHasSixWorkers) {
 
 TEST_F(TaskQueueTest, QueuesOfTwoThreadsDoNotDisturbEachOther) {
   std::atomic<int> missed{0};
-  const auto putAndCancel = [&missed, this](int* mark) {
+  std::atomic<int> ready{0};
+  const auto putAndCancel = [&](int* mark) {
     TaskQueue queue;
-    for (int i = 0; i < 20000; ++i) {
+    ++ready;
+    while (ready < 2) std::this_thread::yield();
+    for (int i = 0; i < 200000; ++i) {
       queue.putTask([](void*, TEngineEvent_E) {}, mark, &sender);
       if (!queue.cancel(mark)) ++missed;
     }
