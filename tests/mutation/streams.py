@@ -220,8 +220,6 @@ SHARED_FILES = [
     entry("files: a handle without a shared file has no buffer", HANDLE,
           "return file ? file->getBufferSize() : kFailed;", "return file->getBufferSize();",
           "^Api.MissingFile"),
-    entry("files: a path of a dump may lack its end", "util/DumpFile.cpp",
-          '"%.200s/QV_id', '"%s/QV_id', "ReadDump.PathOfTwoHundred"),
 ]
 
 ENTRIES = THREADS + LOCAL_FILES + BUFFER_QUEUE + SHARED_FILES

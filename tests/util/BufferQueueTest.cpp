@@ -601,6 +601,8 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
     return again.ended.load();
   }));
   EXPECT_EQ(again.result, 0);
+  queue->release();
+  producer.duringStop = nullptr;  // it looks at locals
 }
 
 TEST_F(BufferQueueTest, ReleaseEndsAWaitingReadAndStopsTheProducer) {
