@@ -106,16 +106,16 @@ int HttpFileRequest::sendRequest() {
     FLUVIA_LOG(0, "setFileSize: %lld", contentSize.get());
   }
   // The lock is held while the event is sent: it may park here until a reader wants more.
-  sendEvent(sendRequest(result));
+  sendEvent(reportResult(result));
   finished = true;
   notifyAll(0);
   return 0;
 }
 
-int HttpFileRequest::sendRequest(int result) {
+int HttpFileRequest::reportResult(int result) {
   if (result == 0 && !runReceived && !firstReceived) {
     // An answer that never has a body would be asked for again without end.
-    FLUVIA_LOG(0, "http error %d", method.getResponseCode());
+    FLUVIA_LOG_AS("sendRequest", 0, "http error %d", method.getResponseCode());
     return util::STREAM_ERROR;
   }
   if (result >= 400) {
@@ -127,34 +127,34 @@ int HttpFileRequest::sendRequest(int result) {
   switch (result) {
     case 0:
     case kPartialFile:
-      FLUVIA_LOG(0, "[QV]return EVENT_STREAM_PARTIAL_END");
+      FLUVIA_LOG_AS("sendRequest", 0, "[QV]return EVENT_STREAM_PARTIAL_END");
       return util::EVENT_STREAM_PARTIAL_END;
     case kStalled:
       downloadStatus = DOWNLOAD_NOT_REVEIVE_DATA;
       if (!otherReports) return util::STREAM_FILE_NOT_FOUND;
-      FLUVIA_LOG(-4, "FBZ Case DOWNLOAD_NOT_REVEIVE_DATA");
+      FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_NOT_REVEIVE_DATA");
       return util::STREAM_TIMEOUT;
     case kBroken:
       downloadStatus = DOWNLOAD_CONNECTION_DEAD;
-      FLUVIA_LOG(-4, "connection is dead");
+      FLUVIA_LOG_AS("sendRequest", -4, "connection is dead");
       return util::STREAM_DEAD;
     case kCouldNotResolveHost:
       downloadStatus = DOWNLOAD_DNS_UNABLE_RESOLVED;
       if (!otherReports) {
-        FLUVIA_LOG(-4, "NO FBZ CASE, couldn't resolve host");
+        FLUVIA_LOG_AS("sendRequest", -4, "NO FBZ CASE, couldn't resolve host");
         return util::STREAM_FILE_NOT_FOUND;
       }
-      FLUVIA_LOG(-4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
+      FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
       return util::STREAM_ERROR;
     case kCouldNotConnect:
       if (method.getErrno() == kHostUnreachable) {
         downloadStatus = DOWNLOAD_CONNECT_FAIL;
-        FLUVIA_LOG(2, "set status DOWNLOAD_CONNECT_FAIL");
+        FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_FAIL");
       } else if (method.getErrno() == kConnectionRefused) {
         downloadStatus = DOWNLOAD_CONNECT_REJECT;
-        FLUVIA_LOG(2, "set status DOWNLOAD_CONNECT_REJECT");
+        FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_REJECT");
       }
-      FLUVIA_LOG(-4, "notify EVENT_STREAM_ERROR");
+      FLUVIA_LOG_AS("sendRequest", -4, "notify EVENT_STREAM_ERROR");
       return util::STREAM_ERROR;
     case kWriteRefused:
       return util::STREAM_CANCELED;
@@ -162,10 +162,10 @@ int HttpFileRequest::sendRequest(int result) {
       downloadStatus = DOWNLOAD_TIMEOUT;
       return util::STREAM_TIMEOUT;
     case kAborted:
-      FLUVIA_LOG(0, "aborted by callback :%d", result);
+      FLUVIA_LOG_AS("sendRequest", 0, "aborted by callback :%d", result);
       return util::STREAM_CANCELED;
     default:
-      FLUVIA_LOG(0, "HttpFileRequest error:%d ", result);
+      FLUVIA_LOG_AS("sendRequest", 0, "HttpFileRequest error:%d ", result);
       return util::STREAM_ERROR;
   }
 }

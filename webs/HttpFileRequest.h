@@ -81,12 +81,12 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
 
  private:
   int sendRequest() EXCLUDES(this);
-  int sendRequest(int result);
+  int reportResult(int result);
   void sendEvent(int event);
-  bool receive(void* handle);
-  bool receive(char* data, int size, int versionTag);
-  void receive(int code, void* handle);
-  void receive(int code, long long size);
+  bool acceptAnswer(void* handle);
+  bool deliver(char* data, int size, int versionTag);
+  void learnResource(int code, void* handle);
+  void decideSizeAndSeeking(int code, long long size);
   long long startOfBody(int code, void* handle) const;
   bool carriesOnlyTheRest(void* handle) const;
   // A stop is announced and has not come yet.

@@ -24,9 +24,9 @@ long long toInteger(double length) {
 int HttpFileRequest::receive(void* data, int size, void* handle, int versionTag) {
   if (!runReceived) {
     runReceived = true;
-    if (!receive(handle)) return 0;
+    if (!acceptAnswer(handle)) return 0;
   }
-  if (out != nullptr && !receive(static_cast<char*>(data), size, versionTag)) {
+  if (out != nullptr && !deliver(static_cast<char*>(data), size, versionTag)) {
     FLUVIA_LOG(0, "to terminate http perform");
     return 0;
   }
@@ -39,14 +39,14 @@ int HttpFileRequest::receive(void* data, int size, void* handle, int versionTag)
 }
 
 // First piece of a run. False: the answer is none that a body can be taken from.
-bool HttpFileRequest::receive(void* handle) {
+bool HttpFileRequest::acceptAnswer(void* handle) {
   const int code = MethodRequest::responseCodeOf(handle);
   if (!firstReceived) {
-    FLUVIA_LOG(0, "first time receive , get content length !!");
-    FLUVIA_LOG(0, "response code: %d !!", code);
+    FLUVIA_LOG_AS("receive", 0, "first time receive , get content length !!");
+    FLUVIA_LOG_AS("receive", 0, "response code: %d !!", code);
   }
   if (code >= 400) {
-    FLUVIA_LOG(-4, "error, the server send %d respond code", code);
+    FLUVIA_LOG_AS("receive", -4, "error, the server send %d respond code", code);
     return false;
   }
   long long first = 0;
@@ -56,11 +56,11 @@ bool HttpFileRequest::receive(void* handle) {
   if (!known || late) {
     notifyAll(0);
     sendEvent(util::STREAM_ERROR);
-    FLUVIA_LOG(0, "http error %d", code);
+    FLUVIA_LOG_AS("receive", 0, "http error %d", code);
     return false;
   }
   if (!firstReceived) {
-    receive(code, handle);
+    learnResource(code, handle);
     method.setSupportSeek(seekable);
     firstReceived = true;
     notifyAll(0);
@@ -72,46 +72,46 @@ bool HttpFileRequest::receive(void* handle) {
 }
 
 // First piece of the resource: what the answer tells about its size.
-void HttpFileRequest::receive(int code, void* handle) {
+void HttpFileRequest::learnResource(int code, void* handle) {
   long long size = 0;
   if (code != kNoStatus) {
     size = toInteger(MethodRequest::statedLengthOf(handle));
-    FLUVIA_LOG(0, "contentSize:%lld", size);
+    FLUVIA_LOG_AS("receive", 0, "contentSize:%lld", size);
     // Without a length the figure is negative, which the receiver would take for a size.
     if (size < 0) size = 0;
     if (size < kTrustedSize && !method.checkFromContentLength()) size = 0;
   }
-  receive(code, size);
+  decideSizeAndSeeking(code, size);
 }
 
 // First piece of the resource: its size, 0 for none, and whether it can be started anywhere. Other
 // threads see the fields: each is written once.
-void HttpFileRequest::receive(int code, long long size) {
+void HttpFileRequest::decideSizeAndSeeking(int code, long long size) {
   bool ranges = false;
   if (size == 0) {
-    FLUVIA_LOG(0, "got contentSize is too small:%lld", size);
+    FLUVIA_LOG_AS("receive", 0, "got contentSize is too small:%lld", size);
     size = util::UNKNOWN_CONTENT_SIZE;
     if (code == kPartialContent) {
       const long long total = method.getSizeFromResponseRange();
       if (total > 0) {
         ranges = true;
         size = total;
-        FLUVIA_LOG(0, "new revise content size is:%lld", size);
+        FLUVIA_LOG_AS("receive", 0, "new revise content size is:%lld", size);
       } else {
-        FLUVIA_LOG(0, "Can't get size from content-range, don't support seek");
+        FLUVIA_LOG_AS("receive", 0, "Can't get size from content-range, don't support seek");
       }
     } else {
-      FLUVIA_LOG(0, "Can't get size from the network file");
+      FLUVIA_LOG_AS("receive", 0, "Can't get size from the network file");
     }
   } else if (code == kOk) {
-    FLUVIA_LOG(0, "got http:200 double check if server still support seek");
+    FLUVIA_LOG_AS("receive", 0, "got http:200 double check if server still support seek");
     if (method.isRangeGet()) {
-      FLUVIA_LOG(0, "contain range request, but server return 200, try check seek");
+      FLUVIA_LOG_AS("receive", 0, "contain range request, but server return 200, try check seek");
     } else {
-      FLUVIA_LOG(0, "check seekable");
+      FLUVIA_LOG_AS("receive", 0, "check seekable");
     }
     ranges = method.seekAbleCheckFromResponse();
-    FLUVIA_LOG(0, "double check seek:%d", ranges);
+    FLUVIA_LOG_AS("receive", 0, "double check seek:%d", ranges);
   } else {
     ranges = true;
   }
@@ -136,11 +136,11 @@ bool HttpFileRequest::carriesOnlyTheRest(void* handle) const {
 }
 
 // Delivers one piece from the requested offset on. False: the receiver refused it.
-bool HttpFileRequest::receive(char* data, int size, int versionTag) {
+bool HttpFileRequest::deliver(char* data, int size, int versionTag) {
   if (!skipping) {
     const bool ok = out->streamIn(data, static_cast<unsigned int>(size), versionTag) != 0;
     while (stopPending()) {
-      FLUVIA_LOG(0, "wait stop flag");
+      FLUVIA_LOG_AS("receive", 0, "wait stop flag");
       std::this_thread::yield();
     }
     return ok;

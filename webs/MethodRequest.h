@@ -163,9 +163,9 @@ class MethodRequest : public util::Semaphore {
   void applyOption(const Option& option);
   void beginTransfer() EXCLUDES(this);
   void endTransfer() EXCLUDES(this);
-  int executeGet(const std::string& resource, long long start, long long end);
-  int executeGet(long long start, Outcome* outcome);
-  int executeGet(const Outcome& outcome) const;
+  int performGet(const std::string& resource, long long start, long long end);
+  int evaluate(long long start, Outcome* outcome);
+  int resultOf(const Outcome& outcome) const;
   static void getAddressText(char* text);
   int openSocket(int family, int type, int protocol) EXCLUDES(this);
   int closeSocket(int socketHandle) EXCLUDES(this);

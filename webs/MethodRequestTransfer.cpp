@@ -55,7 +55,7 @@ int MethodRequest::executeGet(const std::string& resource, long long start, long
   int result = CURLE_OUT_OF_MEMORY;
   try {
     version = versionTag;
-    result = executeGet(resource, start, end);
+    result = performGet(resource, start, end);
   } catch (const std::exception& failure) {
     FLUVIA_LOG(-4, "handle:%p, request failed: %s", curl, failure.what());
   }
@@ -63,26 +63,27 @@ int MethodRequest::executeGet(const std::string& resource, long long start, long
   return result;
 }
 
-int MethodRequest::executeGet(const std::string& resource, long long start, long long end) {
+int MethodRequest::performGet(const std::string& resource, long long start, long long end) {
   noDataLimit = featureFlag == kFeatureShortTimeouts ? kShortNoDataSeconds : kNoDataSeconds;
   const std::string requestUrl = buildUrl(resource);
   curl_easy_setopt(curl, CURLOPT_URL, requestUrl.c_str());
 
   const bool ranged = supportSeek;
   if (ranged) {
-    FLUVIA_LOG(0, "set fgrangeget to true");
+    FLUVIA_LOG_AS("executeGet", 0, "set fgrangeget to true");
     rangeGet = true;
     char range[64];
     int used = snprintf(range, sizeof range, "%lld-", start);
     if (end != 0) snprintf(range + used, sizeof range - static_cast<size_t>(used), "%lld", end);
     curl_easy_setopt(curl, CURLOPT_RANGE, range);
   } else {
-    FLUVIA_LOG(0, "set fgrangeget to false");
+    FLUVIA_LOG_AS("executeGet", 0, "set fgrangeget to false");
     curl_easy_setopt(curl, CURLOPT_RANGE, nullptr);
   }
 
-  FLUVIA_LOG(-4, "handle:%p, PFFFF begin to perform(url: %s, start: %lld, end: %lld)", curl,
-             requestUrl.c_str(), start, end);
+  FLUVIA_LOG_AS("executeGet", -4,
+                "handle:%p, PFFFF begin to perform(url: %s, start: %lld, end: %lld)", curl,
+                requestUrl.c_str(), start, end);
   lifeCount = -1;
   timeoutNum = 0;
   lastStamp = 0;
@@ -94,10 +95,10 @@ int MethodRequest::executeGet(const std::string& resource, long long start, long
   limiter.InitSpeed();
   Outcome outcome{curl_easy_perform(curl), ranged && end != 0, 0};
   limiter.CalAvgSpeed();
-  return executeGet(start, &outcome);
+  return evaluate(start, &outcome);
 }
 
-int MethodRequest::executeGet(long long start, Outcome* outcome) {
+int MethodRequest::evaluate(long long start, Outcome* outcome) {
   // A stop shuts the sockets down under libcurl, which takes that for a broken or even a complete
   // body. A piece that the receiver refused keeps its code: it was cancelled already.
   const bool stopped = !active;
@@ -111,31 +112,31 @@ int MethodRequest::executeGet(long long start, Outcome* outcome) {
   // libcurl keeps the number of an earlier transfer.
   socketErrno = socketsOpened == 0 ? 0 : systemError;
   const long long endSize = start + static_cast<long long>(outcome->bytes);
-  FLUVIA_LOG(-4,
-             "handle:%p, curl_easy_perform ret:%d, respond code:%d, socket_errno:%ld, "
-             "cal_speed:%lld Byte/s, maxspeed:%lld Byte/s, download End size %lld Byte",
-             curl, outcome->code, responseCode.get(), socketErrno.get(), limiter.GetAvgSpeed(),
-             limiter.getMaxSpeed(), endSize);
+  FLUVIA_LOG_AS("executeGet", -4,
+                "handle:%p, curl_easy_perform ret:%d, respond code:%d, socket_errno:%ld, "
+                "cal_speed:%lld Byte/s, maxspeed:%lld Byte/s, download End size %lld Byte",
+                curl, outcome->code, responseCode.get(), socketErrno.get(), limiter.GetAvgSpeed(),
+                limiter.getMaxSpeed(), endSize);
 
   if (outcome->code == CURLE_OK && !outcome->bounded) {
     fileSize = endSize;
-    FLUVIA_LOG(2, "get file size : %lld", fileSize.get());
+    FLUVIA_LOG_AS("executeGet", 2, "get file size : %lld", fileSize.get());
   }
   if (stopped && outcome->code == CURLE_ABORTED_BY_CALLBACK) return outcome->code;
-  return executeGet(*outcome);
+  return resultOf(*outcome);
 }
 
-int MethodRequest::executeGet(const Outcome& outcome) const {
+int MethodRequest::resultOf(const Outcome& outcome) const {
   if (responseCode >= 400) return responseCode;
   const bool success = responseCode == 200 || responseCode == 206;
   if (success && outcome.bytes <= 0 && outcome.code == CURLE_OK) {
-    FLUVIA_LOG(0, "error, file size is 0");
+    FLUVIA_LOG_AS("executeGet", 0, "error, file size is 0");
     return 404;
   }
   if (outcome.code != CURLE_ABORTED_BY_CALLBACK) return outcome.code;
   // Nobody stopped it, so it was the stall watch.
-  FLUVIA_LOG(2, "timeoutNum=%ld, lifeCount=%ld", static_cast<long>(timeoutNum),
-             static_cast<long>(lifeCount));
+  FLUVIA_LOG_AS("executeGet", 2, "timeoutNum=%ld, lifeCount=%ld", static_cast<long>(timeoutNum),
+                static_cast<long>(lifeCount));
   return timeoutNum < kConnectLimit && lifeCount < noDataLimit * kSecond ? -1 : -2;
 }
 
