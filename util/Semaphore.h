@@ -48,9 +48,10 @@ class SCOPED_CAPABILITY Lock {
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
-  void release() RELEASE() {
-    semaphore_->syncEnd();
+  // Returns the status of the unlock, 0 on success.
+  int release() RELEASE() {
     held_ = false;
+    return semaphore_->syncEnd();
   }
   // Locks again after release().
   void acquire() ACQUIRE() {

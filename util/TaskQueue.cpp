@@ -1,6 +1,7 @@
 #include "util/TaskQueue.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "util/Log.h"
 
@@ -18,29 +19,19 @@ TaskQueue::TaskQueue() : exiting(false) {}
 TaskQueue::~TaskQueue() = default;
 
 int TaskQueue::putTask(TaskCallback callback, void* arg, void* sender) {
-  syncBegin();
-  try {
-    if (freeTasks.empty()) {
-      pending.push_back(nullptr);
-      try {
-        pending.back() = new Task(callback, arg, sender);
-      } catch (...) {
-        pending.pop_back();
-        throw;
-      }
-    } else {
-      Task* task = freeTasks.front();
-      task->callback = callback;
-      task->arg = arg;
-      task->sender = sender;
-      pending.splice(pending.end(), freeTasks, freeTasks.begin());
-    }
-  } catch (...) {
-    syncEnd();
-    throw;
+  Lock lock(*this);
+  if (freeTasks.empty()) {
+    std::unique_ptr<Task> made(new Task(callback, arg, sender));
+    freeTasks.push_back(made.get());
+    made.release();
   }
+  Task* task = freeTasks.front();
+  task->callback = callback;
+  task->arg = arg;
+  task->sender = sender;
+  pending.splice(pending.end(), freeTasks, freeTasks.begin());
   notifyAll(0);
-  return syncEnd();
+  return lock.release();
 }
 
 Task* TaskQueue::popTask(Task* finished) {
