@@ -366,6 +366,7 @@ TEST_F(BufferQueueTest, FirstErrorReconnectsAtTheWriteHeadAndTheSecondIsFinal) {
   auto reading = read(0, 1000);
   event(util::STREAM_NORMAL);
   EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(eventually([&] { return queue->getReadPosition() == 300; }));
   event(util::STREAM_ERROR);
   EXPECT_TRUE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
   EXPECT_FALSE(queue->needExit());
