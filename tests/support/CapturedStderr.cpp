@@ -105,11 +105,11 @@ std::vector<std::string> CapturedStderr::messages(const std::string& function) c
   return found;
 }
 
-bool CapturedStderr::has(const std::string& line) const { return count(line) > 0; }
+bool CapturedStderr::has(const std::string& wanted) const { return count(wanted) > 0; }
 
-int CapturedStderr::count(const std::string& line) const {
+int CapturedStderr::count(const std::string& wanted) const {
   const std::vector<std::string> all = messages();
-  return static_cast<int>(std::count(all.begin(), all.end(), line));
+  return static_cast<int>(std::count(all.begin(), all.end(), wanted));
 }
 
 }  // namespace support
