@@ -97,6 +97,15 @@ EVENTS = "util/BufferQueueEvents.cpp"
 INPUT = "util/BufferQueueInput.cpp"
 READ = "util/BufferQueueRead.cpp"
 BUFFER_QUEUE = [
+    entry("queue: a transfer that dropped bytes does not go on",
+          "util/BufferQueueInput.cpp",
+          "  if (!dropped &&\n      (head->willContained(readOffset)",
+          "  if ((head->willContained(readOffset)",
+          "BufferQueueTest.TransferThatDroppedBytes", seconds=90),
+    entry("queue: two restarts on their way make one connection",
+          "util/BufferQueue.cpp",
+          "    if (notedVersion == version) {\n", "    if (false) {\n",
+          "BufferQueueTest.TwoRestarts"),
     entry("queue: a block that moves stays the block of its iterators", BLOCKS,
           "  blocks.splice(blocks.end(), blocks, it);\n",
           "  blocks.push_back(*it);\n  blocks.erase(it);\n", "BufferQueue", tries=3),

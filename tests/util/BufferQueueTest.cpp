@@ -140,7 +140,7 @@ class BufferQueueTest : public testing::Test {
   }
 
   const CapturedStderr log{2};
-  std::atomic<bool> broken{false};  // a read was broken during the first stop
+  std::atomic<bool> disturbed{false};  // a read was disturbed during the first stop
   SteppedProducer producer;
   std::unique_ptr<BufferQueue> queue;
   support::Watchdog watchdog{60, [this] { return BufferQueueProbe::describe(*queue); }};
@@ -317,6 +317,58 @@ TEST_F(BufferQueueTest, ProducerThatDoesNotStartFailsTheRead) {
   // -1 when the stream has failed before the read looks at it.
   EXPECT_TRUE(reading.result == -4 || reading.result == -1) << reading.result;
   EXPECT_TRUE(queue->errorOccured());
+}
+
+// A transfer that gave up bytes for a reader elsewhere must not go on behind them, even for a
+// reader within the margin.
+TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(first->hasEnded());
+  Reading second(queue.get(), 3 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(100, 1), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(3 * kBlock, kBlock), 1);
+  ASSERT_TRUE(second.hasEnded());
+  Reading back(queue.get(), kBlock + 5, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(4 * kBlock, 10), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(deliver(kBlock, kBlock), 1);
+  ASSERT_TRUE(back.hasEnded());
+  // Both blocks are full and the reader is in the second one: there is no room for block 2.
+  Reading ahead(queue.get(), 4 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(2 * kBlock, 100), 0) << "exactly the margin behind the reader";
+  EXPECT_TRUE(log.has("streamIn: break 2"));
+  ASSERT_TRUE(runs(4));
+  EXPECT_EQ(producer.started()[3].from, 4 * kBlock);
+  EXPECT_EQ(deliver(4 * kBlock, 100), 1);
+  ASSERT_TRUE(ahead.hasEnded());
+  EXPECT_TRUE(right(ahead, 4 * kBlock));
+}
+
+TEST_F(BufferQueueTest, TwoRestartsOnTheirWayMakeOneConnection) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 200), 1);
+  // The connection ends once more while the first restart stops it.
+  producer.duringStop = [this] {
+    if (!disturbed.exchange(true)) event(util::STREAM_DEAD);
+  };
+  event(util::STREAM_DEAD);
+  ASSERT_TRUE(runs(2));
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::activeWork(*queue) == 1; }));
+  EXPECT_EQ(producer.started()[1], (Started{2, 200, 0}));
+  EXPECT_EQ(producer.started().size(), 2u);
+  EXPECT_EQ(producer.stops, 1) << "the second restart finds its version started";
+  EXPECT_EQ(deliver(200, 800), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
 }
 
 TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
@@ -573,7 +625,7 @@ TEST_F(BufferQueueTest, BreakMakesAWaitingReadFail) {
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_EQ(reading->result, -4);
   EXPECT_EQ(producer.breaks, 1);
-  EXPECT_TRUE(log.has("breakRead: Have broken from reading"));
+  EXPECT_TRUE(log.has("breakRead: Have disturbed from reading"));
   Reading again(queue.get(), 0, 100);
   EXPECT_EQ(deliver(0, 100), 1);
   ASSERT_TRUE(again.hasEnded());
@@ -586,15 +638,15 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
   ASSERT_TRUE(waits());
   // The stop of a restart sends its cancel event while a break is under way.
   producer.duringStop = [&] {
-    if (broken) return;
+    if (disturbed) return;
     std::thread breaker([&] { queue->breakRead(); });
     eventually([&] { return log.has("breakRead: bread end request but read is running"); });
     event(util::STREAM_CANCELED);
     breaker.join();
-    broken = true;
+    disturbed = true;
   };
   event(util::STREAM_DEAD);
-  ASSERT_TRUE(eventually([&] { return broken.load(); }));
+  ASSERT_TRUE(eventually([&] { return disturbed.load(); }));
   ASSERT_TRUE(reading->hasEnded());
   Reading again(queue.get(), 0, 100);
   ASSERT_TRUE(runs(2)) << "the restart goes on, or the next read asks for one";
