@@ -625,7 +625,7 @@ TEST_F(BufferQueueTest, BreakMakesAWaitingReadFail) {
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_EQ(reading->result, -4);
   EXPECT_EQ(producer.breaks, 1);
-  EXPECT_TRUE(log.has("breakRead: Have disturbed from reading"));
+  EXPECT_TRUE(log.has("breakRead: Have broken from reading"));
   Reading again(queue.get(), 0, 100);
   EXPECT_EQ(deliver(0, 100), 1);
   ASSERT_TRUE(again.hasEnded());
