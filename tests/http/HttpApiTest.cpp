@@ -121,7 +121,11 @@ TEST(HttpApi, ClosedHandlesAndWrongNumbersFailEverywhere) {
     EXPECT_EQ(x_fluvia_file_http_get_download_status(bad), FVFR_FAILED);
     EXPECT_EQ(x_fluvia_file_http_get_url_ip(bad, text), FVFR_FAILED);
     EXPECT_EQ(x_fluvia_file_http_get_header(bad, text, 16, &length), FVFR_FAILED);
-    const int refusals = static_cast<int>(log.messages().size());
+    // Threads of the file that was just closed may still be saying that they end.
+    const std::vector<std::string> lines = log.messages();
+    const auto refusals = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.compare(0, 8, "x_fluvia") == 0;
+    });
     if (bad == handles.closed) {
       EXPECT_TRUE(
           log.has("x_fluvia_file_set_featureflag: could not find handle:" + std::to_string(bad)));
