@@ -1,6 +1,9 @@
 // The HTTP entry points: codes and log lines for every kind of handle.
+#include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "tests/http/ApiFile.h"
 #include "tests/support/Behaviours.h"
