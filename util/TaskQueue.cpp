@@ -23,7 +23,7 @@ int TaskQueue::putTask(TaskCallback callback, void* arg, void* sender) {
   if (freeTasks.empty()) {
     std::unique_ptr<Task> made(new Task(callback, arg, sender));
     freeTasks.push_back(made.get());
-    made.release();
+    static_cast<void>(made.release());
   }
   Task* task = freeTasks.front();
   task->callback = callback;
