@@ -39,7 +39,8 @@ std::string sizedHead(int status, long long length, const std::string& extra) {
 }
 
 // Sends the head that a well-behaved server would. False when there is no body to follow.
-bool sendRangeHead(Exchange& exchange, const Part& part, long long size, const std::string& extra) {
+bool sendRangeHead(Exchange& exchange, const Part& part, long long size, const std::string& extra,
+                   int rangeStatus = 206) {
   if (!part.possible) {
     exchange.send("HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */" +
                   std::to_string(size) + "\r\nContent-Length: 4\r\n\r\n416\n");
@@ -49,7 +50,7 @@ bool sendRangeHead(Exchange& exchange, const Part& part, long long size, const s
   if (part.ranged) {
     lines += "Content-Range: " + contentRange(part.first, part.count, size) + "\r\n";
   }
-  return exchange.send(sizedHead(part.ranged ? 206 : 200, part.count, lines));
+  return exchange.send(sizedHead(part.ranged ? rangeStatus : 200, part.count, lines));
 }
 
 bool sendChunk(Exchange& exchange, long long from, long long count) {
@@ -225,14 +226,16 @@ Behaviour serveRestAs200(long long size, bool withContentRange) {
   };
 }
 
-Behaviour startBeside(long long size, long long delta) {
+Behaviour startBeside(long long size, long long delta, int status) {
   return [=](Exchange& exchange) {
     Part part = partOf(exchange.request(), size);
     if (part.ranged && part.first > 0) {
       part.first += delta;
       part.count -= delta;
     }
-    if (sendRangeHead(exchange, part, size, "")) exchange.sendPattern(part.first, part.count);
+    if (sendRangeHead(exchange, part, size, "", status)) {
+      exchange.sendPattern(part.first, part.count);
+    }
   };
 }
 

@@ -43,8 +43,8 @@ Behaviour lieAboutLength(long long stated, long long sent);
 Behaviour cutChunk(long long size, long long count);
 // The rest that was asked, called 200; with a Content-Range line or only the length.
 Behaviour serveRestAs200(long long size, bool withContentRange);
-// 206 that starts delta bytes beside the asked offset and says so.
-Behaviour startBeside(long long size, long long delta);
+// An answer that starts delta bytes beside the asked offset and says so: 206, or another status.
+Behaviour startBeside(long long size, long long delta, int status = 206);
 // Headers of about that many bytes before those that count.
 Behaviour serveLongHeaders(long long size, size_t headerBytes);
 // One behaviour a request, in order; the last one for all that follow.

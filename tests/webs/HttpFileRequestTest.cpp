@@ -452,6 +452,16 @@ TEST(HttpFileRequestRange, PartialAnswerThatStartsAfterIsAnError) {
   EXPECT_TRUE(log.has("receive: http error 206"));
 }
 
+// Where the body begins is what the line says, also when the server calls it 200.
+TEST(HttpFileRequestRange, WholeAnswerThatStartsBeforeIsTrimmed) {
+  EXPECT_TRUE(
+      isPattern(secondRun(support::startBeside(kSize, -5000, 200), {3}), kOffset, kSize - kOffset));
+}
+
+TEST(HttpFileRequestRange, WholeAnswerThatStartsAfterIsAnError) {
+  EXPECT_EQ(secondRun(support::startBeside(kSize, 5000, 200), {1, 7}), "");
+}
+
 TEST(HttpFileRequestRange, ErrorPagesOfLaterRunsAreNotDelivered) {
   EXPECT_EQ(secondRun(support::answerStatus(404), {5}), "");
   EXPECT_EQ(secondRun(support::answerStatus(503), {6}), "");
