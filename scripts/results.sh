@@ -33,19 +33,6 @@ attribute() {
   tr '\n' ' ' <"$2" | sed -n "s/.*<testsuite [^>]*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p"
 }
 
-# passes_repeated TREE COUNT: a few tests that only missed an expectation may have met a busy machine:
-# they run once more, alone, and are named. A crash, a hang or what a sanitizer says is never repeated.
-passes_repeated() {
-  local tree=$1
-  local grave='Sanitizer|runtime error:|no progress for|\*\*\*(Timeout|Exception|Not Run)|SEGFAULT|Subprocess aborted'
-  [ "$2" -ge 1 ] && [ "$2" -le 3 ] || return 1
-  ! grep -qE "$grave" "$tree/ctest.log" || return 1
-  local names
-  names=$(cut -d: -f2 "$tree/Testing/Temporary/LastTestsFailed.log" | xargs)
-  ctest --test-dir "$tree" -j 1 --rerun-failed --output-on-failure >"$tree/repeated.log" 2>&1 || return 1
-  echo "        passed only when repeated, to be looked into: $names"
-}
-
 # run_ctest PRESET [ctest options]: runs the tests of a build; shows what failed.
 run_ctest() {
   local preset=$1
@@ -64,9 +51,6 @@ run_ctest() {
   tests=$(attribute tests "$tree/junit.xml")
   failures=$(attribute failures "$tree/junit.xml")
   skipped=$(($(attribute skipped "$tree/junit.xml") + $(attribute disabled "$tree/junit.xml")))
-  if passes_repeated "$tree" "$failures"; then
-    failures=0
-  fi
   if [ "$failures" -ne 0 ]; then
     grep -vE '^ *[0-9]+/[0-9]+ Test +#.* Passed |^ *Start +[0-9]+: |^Internal ctest' \
       "$tree/ctest.log" >&2 || true
