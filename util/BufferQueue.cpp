@@ -286,6 +286,7 @@ void BufferQueue::restartTask(void* queue, TEngineEvent_E event) {
 }
 
 void BufferQueue::restart() {
+  FLUVIA_PAUSE_POINT("BufferQueue::restart begun");
   FLUVIA_LOG_AS("restartTask", 0, "restart worker");
   Lock work(workerLock);
   forgetBrokenRead();

@@ -189,6 +189,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Reading (BufferQueueRead.cpp).
   int readLocked(char* buffer, unsigned int size, unsigned int* readBytes) REQUIRES(this)
       EXCLUDES(feedLock);
+  bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
       REQUIRES(feedLock);
@@ -218,6 +219,9 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void parkUntilFed() REQUIRES(feedLock);
   void feedReader() REQUIRES(feedLock);
   bool needToFeed() REQUIRES(feedLock);
+  void followReader() REQUIRES(feedLock);
+  bool stepForward(long long pos) REQUIRES(feedLock);
+  bool stepBackward(long long pos) REQUIRES(feedLock);
   bool everythingArrived() REQUIRES(feedLock) {
     return contentSize > 0 && writeEnd() >= contentSize;
   }

@@ -309,8 +309,19 @@ void BufferQueue::feedReader() {
   }
 }
 
+// Moves rdTail to where the reader that waits goes when it has its turn: what it wants may have
+// been stored since it last looked.
+void BufferQueue::followReader() {
+  if (!needFeed) return;
+  const long long pos = readOffset;
+  const bool forward = pos >= (*rdTail)->getBeginningSeqNum();
+  while (!(*rdTail)->willContained(pos) && (forward ? stepForward(pos) : stepBackward(pos))) {
+  }
+}
+
 bool BufferQueue::needToFeed() {
   if (readOffset >= contentSize || !needFeed) return false;
+  followReader();
   const BufferBlock* tail = *rdTail;
   if (readOffset >= tail->getBeginningSeqNum()) {
     if (tail->isContained(readOffset)) return false;

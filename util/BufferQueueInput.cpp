@@ -111,6 +111,7 @@ BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
       return Room::kStop;
     }
     if (dataVersion != version) return Room::kStop;
+    followReader();
     if (needFeed && rdTail == tail) {
       FLUVIA_LOG_AS("streamIn", 2, "break out while");
       waitingFeedRequest = false;
@@ -164,6 +165,7 @@ int BufferQueue::serveReader(BufferBlock* first, bool dropped) {
 }
 
 int BufferQueue::serveReaderBehind(bool dropped) {
+  followReader();
   const long long tailBegin = (*rdTail)->getBeginningSeqNum();
   if (readOffset == tailBegin) {
     FLUVIA_LOG_AS("streamIn", 2, " last line ");

@@ -54,19 +54,14 @@ int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes) 
 int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readBytes) {
   forgetBrokenRead();
   seekRequested = false;
-  if (!workerStarted) {
-    workerStarted = true;
-    activeWorkNum = 1;
-    Lock feed(feedLock);
-    streaming = true;
-    if (!worker.start(this)) {
-      streaming = false;
-      failStream();
-    }
-  }
+  // What the first connection meets is the result of the read that opened it, however soon it
+  // comes.
+  const bool ended = needExit();
+  const bool opens = !workerStarted && startFirstConnection() && !ended;
+  FLUVIA_PAUSE_POINT("BufferQueue::read begun");
   FLUVIA_LOG_AS("read", 2, "read offset:%lld, read size:%d, needExit :%d", readOffset.get(),
                 static_cast<int>(size), needExit());
-  if (needExit()) return READ_EXITING;
+  if (!opens && needExit()) return READ_EXITING;
   if (atEnd(readOffset)) {
     FLUVIA_LOG_AS("read", 2, "EOF !!!!!!!!!");
     return READ_END;
@@ -77,7 +72,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   {
     const RunningRead running(this);
     feedLock.notifyAll(0);
-    if (needExit()) {
+    if (!opens && needExit()) {
       FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
       return READ_FAILED;
     }
@@ -104,6 +99,17 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
                 static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
   FLUVIA_LOG_AS("read", 2, "BufferQueue read ok");
   return READ_OK;
+}
+
+bool BufferQueue::startFirstConnection() {
+  workerStarted = true;
+  activeWorkNum = 1;
+  Lock feed(feedLock);
+  streaming = true;
+  if (worker.start(this)) return true;
+  streaming = false;
+  failStream();
+  return false;
 }
 
 // Why a fill failed, told by the stream status.
@@ -187,14 +193,29 @@ BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after
   return atEnd(pos) ? Wake::kEnd : Wake::kLook;
 }
 
+// One block on, when pos is not before that one.
+bool BufferQueue::stepForward(long long pos) {
+  const BlockIt next = std::next(rdTail);
+  if (next == blocks.end() || (*next)->isUnused() || pos < (*next)->getBeginningSeqNum()) {
+    return false;
+  }
+  rdTail = next;
+  return true;
+}
+
+// One block back, when pos is not behind that one.
+bool BufferQueue::stepBackward(long long pos) {
+  if (rdTail == blocks.begin()) return false;
+  const BlockIt previous = std::prev(rdTail);
+  if (pos >= (*previous)->getBeginningSeqNum() + (*previous)->size()) return false;
+  rdTail = previous;
+  return true;
+}
+
 // Moves rdTail forward to the block that will contain pos, waiting until there is one.
 bool BufferQueue::findForward(long long pos) {
   while (!(*rdTail)->willContained(pos)) {
-    const BlockIt next = std::next(rdTail);
-    if (next != blocks.end() && !(*next)->isUnused() && pos >= (*next)->getBeginningSeqNum()) {
-      rdTail = next;
-      continue;
-    }
+    if (stepForward(pos)) continue;
     if (atEnd(pos)) {
       endReached = true;
       return false;
@@ -231,11 +252,7 @@ bool BufferQueue::findBackward(long long pos, bool* forwardInstead) {
     const char* broken = nullptr;
     bool inFront = false;
     if (rdTail != blocks.begin()) {
-      const BlockIt previous = std::prev(rdTail);
-      if (pos < (*previous)->getBeginningSeqNum() + (*previous)->size()) {
-        rdTail = previous;
-        continue;
-      }
+      if (stepBackward(pos)) continue;
       FLUVIA_LOG_AS("fill", 2,
                     "wait in backword finding  readOffset=%lld, read:%lld, read id=%d, wtHead "
                     "id=%d, wtHead:%lld",

@@ -6,12 +6,14 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <vector>
 
 #include "api/fluviafs.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/PrivateData.h"
 #include "tests/support/TestFiles.h"
+#include "util/DumpFile.h"
 
 namespace {
 
@@ -191,6 +193,20 @@ TEST(ReadDump, ProbeAndAsynchronousReadsCountToo) {
     if (access("/data/usb/QV_id2_0_50.dat", F_OK) != 0) _exit(3);
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
+}
+
+// A dump object at the end of its memory: what is read behind the path belongs to somebody else.
+TEST(ReadDump, PathOfTwoHundredBytesIsNotReadPastItsEnd) {
+  const support::ChildResult child = support::inPrivateData([] {
+    support::writeData(kPathFile, "/data/" + std::string(294, 'd'));
+    const std::unique_ptr<util::DumpFile> dump(new util::DumpFile);
+    dump->read_usb_path();
+    unsigned char byte = 0;
+    dump->read_to_file(0, &byte, 1);
+  });
+  EXPECT_EQ(child.exitCode, 0) << child.error;
+  EXPECT_NE(child.error.find("-------FluviaFile readed=1, id:1\n"), std::string::npos)
+      << child.error;
 }
 
 TEST(ReadDump, SharedSecondHandleReadsNoPathAgain) {

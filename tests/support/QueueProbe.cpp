@@ -93,4 +93,29 @@ long long BufferQueueProbe::streamLength(BufferQueue& queue) {
   return queue.streamLength;
 }
 
+void BufferQueueProbe::ask(BufferQueue& queue, long long offset) {
+  Lock feed(queue.feedLock);
+  queue.readOffset = offset;
+  queue.needFeed = true;
+}
+
+void BufferQueueProbe::arrange(BufferQueue& queue,
+                               const std::vector<std::pair<long long, unsigned int>>& held) {
+  Lock feed(queue.feedLock);
+  auto block = queue.blocks.begin();
+  for (const auto& part : held) {
+    std::string bytes = support::pattern(static_cast<unsigned long long>(part.first), part.second);
+    (*block)->setBeginningSeqNum(part.first, true);
+    (*block)->in(reinterpret_cast<unsigned char*>(&bytes[0]), part.second);
+    ++block;
+  }
+  queue.rdTail = queue.blocks.begin();
+  queue.wtHead = queue.blocks.begin();
+}
+
+void BufferQueueProbe::wake(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  queue.feedLock.notifyAll(0);
+}
+
 }  // namespace util

@@ -2,6 +2,8 @@
 #define FLUVIAFS_TESTS_SUPPORT_QUEUEPROBE_H_
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "util/BufferQueue.h"
 
@@ -28,6 +30,14 @@ class BufferQueueProbe {
   static bool readWaits(BufferQueue& queue);
   static long long streamFrom(BufferQueue& queue);
   static long long streamLength(BufferQueue& queue);
+  // A reader that waits at the offset and has not had its turn since: only its wish is there.
+  static void ask(BufferQueue& queue, long long offset);
+  // Fills the blocks, from the front on, with the pattern from an offset on, and lets reader and
+  // writer be at the front one.
+  static void arrange(BufferQueue& queue,
+                      const std::vector<std::pair<long long, unsigned int>>& held);
+  // Wakes everybody who waits, as any call on the queue may.
+  static void wake(BufferQueue& queue);
   // Leaves the status that a cancel event leaves when it meets a broken read.
   static void leaveBroken(BufferQueue& queue) { queue.setStatus(STATUS_RELEASED); }
 };

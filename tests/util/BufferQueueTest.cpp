@@ -351,6 +351,78 @@ TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
   EXPECT_TRUE(right(ahead, 4 * kBlock));
 }
 
+// A transfer may ask what a reader wants before that reader has had its turn: what it wants may
+// have been stored since it last looked, and must neither be placed again nor fail for want of a
+// place.
+class HeldDataOfAWaitingReader : public BufferQueueTest, public testing::WithParamInterface<int> {};
+
+TEST_P(HeldDataOfAWaitingReader, IsNotPlacedAgain) {
+  const int blocks = GetParam();
+  make(blocks);
+  const long long far = 100 * static_cast<long long>(kBlock);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::ask(*queue, far + 10);
+  EXPECT_EQ(deliver(kBlock, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, far, 0}));
+  BufferQueueProbe::ask(*queue, far + 10);
+  // Every block but the one where the reader last was is filled: the transfer waits for room.
+  std::atomic<bool> left{false};
+  std::thread transfer([&] {
+    deliver(far, static_cast<unsigned int>(blocks - 1) * kBlock + 100);
+    left = true;
+  });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  BufferQueueProbe::wake(*queue);
+  EXPECT_TRUE(eventually([&] { return left.load(); }));
+  EXPECT_EQ(BufferQueueProbe::fault(*queue, 0), "");
+  EXPECT_FALSE(queue->errorOccured());
+  EXPECT_EQ(producer.started().size(), 2u);
+  Reading second(queue.get(), far + 10, 100);
+  EXPECT_TRUE(second.hasEnded());
+  EXPECT_EQ(second.got, 100u);
+  EXPECT_TRUE(right(second, far + 10));
+  queue->release();
+  transfer.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(Buffers, HeldDataOfAWaitingReader, testing::Values(3, 4, 5));
+
+// The last thing to do when a reader's place is refused twice, however it came to that: its read
+// must end, and so must the transfer that was told to hold still.
+TEST_F(BufferQueueTest, ReaderWithoutAPlaceFailsAndItsTransferEnds) {
+  make(3);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::arrange(
+      *queue, {{0, kBlock - 100}, {100LL * kBlock, kBlock}, {200LL * kBlock, kBlock}});
+  BufferQueueProbe::ask(*queue, 250LL * kBlock);
+  EXPECT_EQ(deliver(kBlock - 100, 100), 0);
+  EXPECT_TRUE(producer.stopWait || producer.stops > 0);
+  EXPECT_TRUE(log.has("streamIn: fragmentStreaming failed"));
+  EXPECT_TRUE(eventually([&] { return producer.stops > 0; }));
+  Reading next(queue.get(), 250LL * kBlock, 10);
+  ASSERT_TRUE(next.hasEnded());
+  EXPECT_LT(next.result, 0);
+}
+
+// The wake-up before a chunk is stored comes too early for a reader that looks, and sleeps again,
+// while the chunk waits for room.
+TEST_F(BufferQueueTest, ChunkThatWaitedForRoomWakesItsReaderAtItsEnd) {
+  make(2);
+  auto reading = read(0, 2 * kBlock + 100);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock + 100), 1);
+  ASSERT_TRUE(reading->hasEnded()) << "nothing else comes";
+  EXPECT_EQ(reading->got, 2 * kBlock + 100);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
 TEST_F(BufferQueueTest, TwoRestartsOnTheirWayMakeOneConnection) {
   make(4);
   auto reading = read(0, 1000);
@@ -803,6 +875,98 @@ TEST_F(BufferQueueTest, HeadComparisonTellsTheSameStreamFromAnother) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
+// However soon the first connection fails, the read that opened it tells why.
+class FirstConnection
+    : public BufferQueueTest,
+      public testing::WithParamInterface<std::tuple<const char*, std::pair<int, int>>> {};
+
+TEST_P(FirstConnection, TellsItsReadWhyItFailed) {
+  const char* point = std::get<0>(GetParam());
+  make(2);
+  support::Pauses pauses;
+  pauses.holdAt(point);
+  Reading reading(queue.get(), 0, 10);
+  EXPECT_TRUE(pauses.reached(point));
+  EXPECT_TRUE(runs(1));
+  event(std::get<1>(GetParam()).first);
+  pauses.release(point);
+  ASSERT_TRUE(reading.hasEnded());
+  EXPECT_EQ(reading.result, std::get<1>(GetParam()).second);
+  Reading next(queue.get(), 0, 10);
+  ASSERT_TRUE(next.hasEnded());
+  EXPECT_LT(next.result, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Races, FirstConnection,
+    testing::Combine(testing::Values("BufferQueue::read begun",
+                                     "BufferQueue::read before feedLock"),
+                     testing::Values(std::make_pair(int{util::STREAM_FILE_NOT_FOUND}, -21),
+                                     std::make_pair(int{util::STREAM_NOT_AVAILABLE}, -17))));
+
+TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadWaitsEndsIt) {
+  make(2);
+  producer.size = 1000;
+  support::Pauses pauses;
+  pauses.holdAt("BufferQueue::read before feedLock");
+  Reading reading(queue.get(), 2 * kBlock, 10);
+  EXPECT_TRUE(pauses.reached("BufferQueue::read before feedLock"));
+  EXPECT_TRUE(runs(1));
+  event(util::STREAM_NORMAL);
+  pauses.release("BufferQueue::read before feedLock");
+  ASSERT_TRUE(reading.hasEnded()) << "nothing wakes it any more";
+  EXPECT_EQ(reading.result, -13);
+}
+
+// A restart task that comes late finds its version started and only gives its count back: until
+// then an end must not take it for a connection to come.
+TEST_F(BufferQueueTest, LateRestartTaskIsNoConnectionToCome) {
+  make(4);
+  support::Pauses pauses;
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 200), 1);
+  producer.duringStop = [&] {
+    if (disturbed.exchange(true)) return;
+    pauses.holdAt("BufferQueue::restart begun");
+    event(util::STREAM_DEAD);
+  };
+  event(util::STREAM_DEAD);
+  ASSERT_TRUE(runs(2));
+  EXPECT_TRUE(pauses.reached("BufferQueue::restart begun"));
+  EXPECT_EQ(producer.started()[1], (Started{2, 200, 0}));
+  EXPECT_EQ(BufferQueueProbe::activeWork(*queue), 2);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  ASSERT_TRUE(runs(3)) << "the reader would wait for ever";
+  pauses.release("BufferQueue::restart begun");
+  EXPECT_EQ(producer.started()[2], (Started{3, 200, 0}));
+  EXPECT_EQ(deliver(200, 800), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+// The queue's owner frees it as soon as release() has returned.
+TEST_F(BufferQueueTest, ReleaseWaitsForARestartTaskThatHasBegun) {
+  make(2);
+  support::Pauses pauses;
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  pauses.holdAt("BufferQueue::restart begun");
+  event(util::STREAM_DEAD);
+  EXPECT_TRUE(pauses.reached("BufferQueue::restart begun"));
+  std::atomic<bool> released{false};
+  std::thread closer([&] {
+    queue->release();
+    released = true;
+  });
+  EXPECT_TRUE(eventually([&] { return log.has("release:  begin to stop timer"); }));
+  for (int i = 0; i < 100 && !released; ++i) std::this_thread::yield();
+  EXPECT_FALSE(released);
+  pauses.release("BufferQueue::restart begun");
+  closer.join();
+  ASSERT_TRUE(reading->hasEnded());
+}
+
 // A stop that comes between the worker's decision to start and the producer's start must be
 // repeated.
 TEST_F(BufferQueueTest, StopThatComesBeforeTheProducerStartsIsRepeated) {
