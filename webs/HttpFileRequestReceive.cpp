@@ -1,6 +1,7 @@
 #include <thread>
 
 #include "util/Log.h"
+#include "util/PausePoint.h"
 #include "webs/HttpFileRequest.h"
 
 namespace webs {
@@ -115,6 +116,7 @@ void HttpFileRequest::decideSizeAndSeeking(int code, long long size) {
   } else {
     ranges = true;
   }
+  FLUVIA_PAUSE_POINT("HttpFileRequest::decideSizeAndSeeking decided");
   contentSize = size;
   seekable = ranges;
 }

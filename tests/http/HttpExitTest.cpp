@@ -1,4 +1,7 @@
 // exit() while transfers run.
+#include <openssl/crypto.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <thread>
 
@@ -32,6 +35,21 @@ void readOn(int handle) {
     if (!server->waitForRequests(path, 1)) _exit(4);
   }
   exit(0);
+}
+
+// Runs at exit after the crypto library's own handler, if that one is there.
+void leaveAsCryptoIs() { _exit(OPENSSL_init_crypto(0, nullptr) == 1 ? 0 : 5); }
+
+[[noreturn]] void exitAfterUse() {
+  if (atexit(leaveAsCryptoIs) != 0) _exit(3);
+  int handle = 0;
+  if (x_fluvia_file_open("https://127.0.0.1:1/", &handle) != FVFR_OK) _exit(4);
+  exit(1);
+}
+
+TEST(HttpExitDeathTest, LeavesTheCryptoLibraryToTransfersThatRun) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exitAfterUse(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(HttpExitDeathTest, WhileTransfersRunIsClean) {

@@ -311,4 +311,38 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestStop.DoesNotWaitForTheNameResolver",
     ),
+    dict(
+        name="http: the crypto library has no exit handler",
+        file="webs/MethodRequest.cpp",
+        snippet="  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);\n",
+        replacement="",
+        preset="debug",
+        tests="HttpExitDeathTest.LeavesTheCryptoLibrary",
+    ),
+    dict(
+        name="http: size and seekability are written once",
+        file="webs/HttpFileRequestReceive.cpp",
+        snippet="    size = util::UNKNOWN_CONTENT_SIZE;\n",
+        replacement="    size = util::UNKNOWN_CONTENT_SIZE;\n    contentSize = size;\n",
+        preset="debug",
+        tests="HttpFileRequestLearns.SizeAndSeekabilityInOneStep",
+    ),
+    dict(
+        name="http: one header list for all",
+        file="webs/MethodRequest.cpp",
+        snippet="  static struct curl_slist* const list = curl_slist_append(nullptr, \"Pragma: no-cache\");\n",
+        replacement="  static struct curl_slist* list = nullptr;\n"
+                    "  list = curl_slist_append(nullptr, \"Pragma: no-cache\");\n",
+        preset="tsan",
+        tests="MethodRequestSettings.SessionsAreMade",
+        tries=10,
+    ),
+    dict(
+        name="http: only the last of many settings is kept",
+        file="webs/MethodRequestSettings.cpp",
+        snippet="return kept.option == option.option; }",
+        replacement="return kept.option == option.option && option.text.empty(); }",
+        preset="debug",
+        tests="MethodRequestSettings.MadeAgainAndAgain",
+    ),
 ] + STREAMS

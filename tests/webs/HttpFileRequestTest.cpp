@@ -631,6 +631,30 @@ void stopAt(const char* name, const Events& expected) {
   EXPECT_EQ(server.connectionCount(), 0);
 }
 
+// Other threads ask for size and seekability all the time: what the analysis tries first must not
+// show.
+TEST(HttpFileRequestLearns, SizeAndSeekabilityInOneStep) {
+  FaultServer server;
+  server.on("/a", support::serveContentRangeOnly(1000));
+  isHeld = false;
+  mayGo = false;
+  heldName = "HttpFileRequest::decideSizeAndSeeking decided";
+  util::setPauseHook(holdThere);
+  ProducerProbe probe(server.url("/a"));
+  const long long size = probe.producer.getContentSize();
+  const bool seekable = probe.producer.isRandomAccess();
+  probe.start(1, 0, 0);
+  while (!isHeld) std::this_thread::yield();
+  EXPECT_EQ(probe.producer.getContentSize(), size);
+  EXPECT_EQ(probe.producer.isRandomAccess(), seekable);
+  mayGo = true;
+  probe.join();
+  heldName = nullptr;
+  util::setPauseHook(nullptr);
+  EXPECT_EQ(probe.producer.getContentSize(), 1000);
+  EXPECT_TRUE(probe.producer.isRandomAccess());
+}
+
 TEST(HttpFileRequestStop, BeforeTheRequestIsTakenUpEndsTheRunSilently) {
   support::CapturedStderr log(0);
   stopAt("HttpFileRequest::startStreaming before sendRequest", {});

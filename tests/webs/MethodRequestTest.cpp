@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -611,6 +612,38 @@ TEST(MethodRequestSettings, MadeDuringATransferHoldFromTheNextOneOn) {
   EXPECT_EQ(probe.get(server.url("/b")), 0) << "the last family holds";
   EXPECT_EQ(server.requests("/b")[0].header("User-Agent"), "during 999");
   EXPECT_EQ(server.requests("/b")[0].header("Cookie"), "n=999");
+}
+
+// A transfer may run for hours, and its caller keep setting.
+TEST(MethodRequestSettings, MadeAgainAndAgainDuringATransferAreKeptOnce) {
+  FaultServer server;
+  server.on("/a", support::stallAfter(100000, 1000));
+  Probe probe;
+  probe.start(server.url("/a"));
+  ASSERT_TRUE(probe.receiver.waitForBytes(1000));
+  constexpr size_t kValue = 100000;
+  const size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 500; ++i) probe.session.setUserAgent(std::string(kValue, 'v'));
+  EXPECT_LT(mallinfo2().uordblks, before + 100 * kValue);
+  probe.session.stop();
+  probe.join();
+}
+
+// libcurl reads the headers that all sessions share while other sessions are made.
+TEST(MethodRequestSettings, SessionsAreMadeOnManyThreads) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(10));
+  std::vector<std::thread> makers;
+  for (int i = 0; i < 8; ++i) {
+    makers.emplace_back([&] {
+      Probe probe;
+      EXPECT_EQ(probe.get(server.url("/a")), 0);
+    });
+  }
+  for (std::thread& maker : makers) maker.join();
+  for (const auto& request : server.requests("/a")) {
+    EXPECT_EQ(request.header("Pragma"), "no-cache");
+  }
 }
 
 TEST(MethodRequestSettings, InALoopDuringTransfersHurtNothing) {
