@@ -134,6 +134,9 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // How far ahead of the written data a reader may be for the running connection to go on.
   static constexpr long long kReadAheadMargin = 65536;
 
+  // How much of a long read is waited for at once.
+  static constexpr long long kWakeDistance = 8 * kBlockSize;
+
   struct HeadCache {
     unsigned char data[kBlockSize];
     int length;
@@ -177,6 +180,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   int storeChunk(unsigned char* data, unsigned int size, int dataVersion) REQUIRES(feedLock);
   // What the search for a free block came to.
   enum class Room { kFound, kDropped, kStop };
+  void waitForRoom() REQUIRES(feedLock);
   Room findRoom(int dataVersion, BlockIt* found) REQUIRES(feedLock);
   void moveBehindWriteHead(BlockIt selected, long long beginning) REQUIRES(feedLock);
   void noteStored(unsigned int count) REQUIRES(feedLock);
@@ -185,6 +189,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   int serveReaderAhead(bool dropped) REQUIRES(feedLock);
   int goOn(bool dropped) REQUIRES(feedLock);
   bool reportsEnd() const REQUIRES(feedLock);
+  bool readerCanGoOn() REQUIRES(feedLock);
 
   // Reading (BufferQueueRead.cpp).
   int readLocked(char* buffer, unsigned int size, unsigned int* readBytes) REQUIRES(this)
@@ -202,6 +207,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Marks the time of a read inside the buffer, also when the caller's thread is cancelled in it.
   class RunningRead;
   Wake waitForFeed(const char* before, const char* after, long long pos) REQUIRES(feedLock);
+  void waitAsReader() REQUIRES(feedLock);
   bool atEnd(long long pos) const { return contentSize != 0 && pos >= contentSize; }
   void placeReader() REQUIRES(feedLock);
 
@@ -220,6 +226,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void feedReader() REQUIRES(feedLock);
   bool needToFeed() REQUIRES(feedLock);
   void followReader() REQUIRES(feedLock);
+  void moveReaderTo(long long pos) REQUIRES(feedLock);
   bool stepForward(long long pos) REQUIRES(feedLock);
   bool stepBackward(long long pos) REQUIRES(feedLock);
   bool everythingArrived() REQUIRES(feedLock) {
@@ -276,6 +283,18 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool endedSilently GUARDED_BY(feedLock);
   // The read that runs may ask for a connection when it begins to wait.
   bool mayPlace GUARDED_BY(feedLock);
+  // A reader waits, and has no use for a wake-up before the resource is held up to there (or
+  // something else happens).
+  bool readerWaits GUARDED_BY(feedLock);
+  long long readerWants GUARDED_BY(feedLock);
+  // Where the read that runs ends, if nothing stops it.
+  long long readEnd GUARDED_BY(feedLock);
+  // The transfer waits for room, and has no use for a wake-up before the reader has gone that many
+  // blocks (or something else happens).
+  bool writerWaits GUARDED_BY(feedLock);
+  int roomWanted GUARDED_BY(feedLock);
+  // Blocks that the reader has gone since.
+  int readerSteps GUARDED_BY(feedLock);
   // The read that runs stopped at the end of the resource.
   bool endReached GUARDED_BY(feedLock);
   // This queue's connection delivered more than was asked; the process-wide flag may belong to

@@ -312,8 +312,10 @@ void BufferQueue::feedReader() {
 // Moves rdTail to where the reader that waits goes when it has its turn: what it wants may have
 // been stored since it last looked.
 void BufferQueue::followReader() {
-  if (!needFeed) return;
-  const long long pos = readOffset;
+  if (needFeed) moveReaderTo(readOffset);
+}
+
+void BufferQueue::moveReaderTo(long long pos) {
   const bool forward = pos >= (*rdTail)->getBeginningSeqNum();
   while (!(*rdTail)->willContained(pos) && (forward ? stepForward(pos) : stepBackward(pos))) {
   }

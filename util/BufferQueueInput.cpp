@@ -6,14 +6,37 @@
 
 namespace util {
 
+namespace {
+// A transfer that finds room again goes on when this part of the blocks is free, or after that
+// time.
+constexpr int kRoomShare = 4;
+constexpr int kGatherRoomMs = 10;
+}  // namespace
+
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   Lock feed(feedLock);
-  feedLock.notifyAll(0);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd()) streaming = false;
-  feedLock.notifyAll(0);
+  const bool wakes = result == 0 || readerCanGoOn();
+  // Who is woken finds the lock free.
+  feed.release();
+  if (wakes) feedLock.notifyAll(0);
   return result;
+}
+
+// A wake-up costs a reader more than the copy of a small chunk.
+bool BufferQueue::readerCanGoOn() {
+  if (!readerWaits) return false;
+  moveReaderTo(readOffset);
+  BlockIt block = rdTail;
+  if (!(*block)->isContained(readOffset)) return false;
+  while ((*block)->end() < readerWants) {
+    const BlockIt next = std::next(block);
+    if (next == blocks.end() || (*next)->getBeginningSeqNum() != (*block)->end()) return false;
+    block = next;
+  }
+  return true;
 }
 
 // True when the transfer runs inside startStreaming: such a producer reports every end with an
@@ -94,6 +117,21 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
   return serveReader(first, dropped);
 }
 
+// Waits until the reader leaves a block, and then a moment more: a wake-up for every block that a
+// busy reader leaves would cost more than the block. A reader that waits wakes the transfer at
+// once.
+void BufferQueue::waitForRoom() {
+  writerWaits = true;
+  readerSteps = 0;
+  roomWanted = 1;
+  feedLock.wait(0);
+  roomWanted = blockCount / kRoomShare;
+  const bool onlyRoom =
+      readerSteps > 0 && !needFeed && !readerWaits && streamStatus == STATUS_NORMAL;
+  if (onlyRoom && readerSteps < roomWanted) feedLock.waitFor(kGatherRoomMs);
+  writerWaits = false;
+}
+
 // Finds the block to write next, waiting until readers free one. kDropped: a reader wants data
 // elsewhere meanwhile, the rest of the chunk is given up.
 BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
@@ -103,7 +141,7 @@ BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
     const BlockIt tail = rdTail;
     waitingFeedRequest = true;
     feedLock.notifyAll(0);
-    feedLock.wait(0);
+    waitForRoom();
     FLUVIA_LOG_AS("streamIn", 2, "wake up  in streamIn");
     if (needExit()) return Room::kStop;
     if (isResetStream()) {

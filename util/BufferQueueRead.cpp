@@ -1,4 +1,5 @@
 // Reading and seeking.
+#include <algorithm>
 #include <vector>
 
 #include "util/BufferQueue.h"
@@ -34,6 +35,7 @@ class BufferQueue::RunningRead {
   ~RunningRead() NO_THREAD_SAFETY_ANALYSIS {
     // Whoever asked for a break waits for the end of the read.
     if (queue_->breakRequested) queue_->feedLock.notifyAll(0);
+    queue_->readerWaits = false;
     queue_->breakRequested = false;
     queue_->needFeed = false;
     queue_->readRunning = false;
@@ -71,7 +73,6 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   bool ok = false;
   {
     const RunningRead running(this);
-    feedLock.notifyAll(0);
     if (!opens && needExit()) {
       FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
       return READ_FAILED;
@@ -88,7 +89,9 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
                       *readBytes);
   }
   if (contentSize == 0 && producer != nullptr) contentSize = producer->getContentSize();
+  const bool leftBlocks = writerWaits && readerSteps >= roomWanted;
   if (!ok) {
+    if (leftBlocks) feedLock.notifyAll(0);
     FLUVIA_LOG_AS("read", 2, "read fail %d", ok);
     FLUVIA_LOG_AS("read", 2, "readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
                   readOffset.get(), (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(),
@@ -97,6 +100,9 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   }
   FLUVIA_LOG_AS("read", 2, "readcount:%d, readoffset:%lld, filesize:%lld",
                 static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
+  feed.release();
+  // Who is woken finds the lock free.
+  if (leftBlocks) feedLock.notifyAll(0);
   FLUVIA_LOG_AS("read", 2, "BufferQueue read ok");
   return READ_OK;
 }
@@ -149,6 +155,7 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
     backward = !forwardInstead;
   }
   const bool startedBackward = backward;
+  readEnd = pos + count;
   std::vector<unsigned int> rounds;
   unsigned int done = 0;
   bool ok = true;
@@ -176,13 +183,23 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
   return ok;
 }
 
+// Waits on feedLock's condition until what the read still lacks has arrived, at most a few blocks
+// of it, or something else than data has come.
+void BufferQueue::waitAsReader() {
+  readerWants = std::min(readEnd, alignLeft(readOffset) + kWakeDistance);
+  if (contentSize > 0) readerWants = std::min(readerWants, contentSize.get());
+  readerWaits = true;
+  feedLock.wait(0);
+  readerWaits = false;
+}
+
 // Waits on feedLock's condition between two trace lines and tells why the reader goes on.
 BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
   placeReader();
   if (!needExit()) {
     feedLock.notifyAll(0);
     if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);
-    feedLock.wait(0);
+    waitAsReader();
     FLUVIA_LOG_AS("fill", 2, "%s", after);
   }
   if (breakRequested) {
@@ -200,6 +217,7 @@ bool BufferQueue::stepForward(long long pos) {
     return false;
   }
   rdTail = next;
+  ++readerSteps;
   return true;
 }
 
@@ -209,6 +227,7 @@ bool BufferQueue::stepBackward(long long pos) {
   const BlockIt previous = std::prev(rdTail);
   if (pos >= (*previous)->getBeginningSeqNum() + (*previous)->size()) return false;
   rdTail = previous;
+  ++readerSteps;
   return true;
 }
 
@@ -232,6 +251,9 @@ bool BufferQueue::findForward(long long pos) {
         feedLock.notifyAll(0);
         return false;
       case Wake::kExit:
+        // What arrived before the stream ended is still the reader's.
+        moveReaderTo(pos);
+        if ((*rdTail)->isContained(pos)) return true;
         FLUVIA_LOG_AS("fill", 2, "needexit at fill");
         return false;
       case Wake::kEnd:
@@ -340,6 +362,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
   BufferBlock* block = *rdTail;
   const long long beginning = block->getBeginningSeqNum();
   unsigned int offset = static_cast<unsigned int>(pos - block->getBeginningSeqNum());
+  bool ending = false;
   for (;;) {
     unsigned int got = 0;
     block->out(offset, buffer + *readBytes, count - *readBytes, &got);
@@ -348,6 +371,10 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
                static_cast<int>(block->payloadSize()), pos);
     *readBytes += got;
     readOffset += got;
+    if (ending) {
+      FLUVIA_LOG(2, "need exit at easyfill");
+      return false;
+    }
     if (*readBytes == count || atEnd(readOffset)) {
       FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
                  contentSize.get());
@@ -363,7 +390,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     needFeed = false;
     placeReader();
     feedLock.notifyAll(0);
-    if (!needExit()) feedLock.wait(0);
+    if (!needExit()) waitAsReader();
     FLUVIA_LOG(2, "wake up at easyfill");
     if (breakRequested) {
       breakRequested = false;
@@ -371,16 +398,13 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       feedLock.notifyAll(0);
       return false;
     }
-    if (needExit()) {
-      FLUVIA_LOG(2, "need exit at easyfill");
-      return false;
-    }
+    ending = needExit();  // what arrived before is still the reader's
     if (block->getBeginningSeqNum() != beginning) {
       // The block was placed elsewhere meanwhile: its bytes are not the ones asked for.
       FLUVIA_LOG(2, "error, the argument error");
       return false;
     }
-    if (atEnd(readOffset) && offset >= block->payloadSize()) {
+    if (!ending && atEnd(readOffset) && offset >= block->payloadSize()) {
       if (*readBytes == 0) endReached = true;
       return *readBytes != 0;
     }
