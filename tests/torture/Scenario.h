@@ -1,0 +1,29 @@
+#ifndef FLUVIAFS_TESTS_TORTURE_SCENARIO_H_
+#define FLUVIAFS_TESTS_TORTURE_SCENARIO_H_
+
+#include <string>
+
+// What is done with the library while something fails under it.
+namespace torture {
+
+// Resource of the test pattern. Threads: none of its own.
+struct Resource {
+  std::string url;
+  long long size;  // bytes
+};
+
+// How strictly the answers are judged.
+enum class Judge {
+  kMayFail,  // any code that the interface has; bytes that come are right, each call returns
+  kMustPass  // everything succeeds
+};
+
+// Opens, reads, seeks, asks, reads asynchronously, aborts, closes. Only the calls themselves can be
+// made to fail. Returns an empty text, or what was wrong.
+// *fileless becomes true when the opening gave no shared file: what its producer has opened then
+// stays open for good.
+std::string useLibrary(const Resource& resource, Judge judge, bool* fileless);
+
+}  // namespace torture
+
+#endif  // FLUVIAFS_TESTS_TORTURE_SCENARIO_H_
