@@ -18,8 +18,8 @@ enum class Point {
   kSocket,      // socket, socketpair: EMFILE
   kConnect,     // connect: ENETUNREACH
   kOpen,        // open, openat, fopen: EMFILE
-  kRead,        // read: EIO; recv: ECONNRESET
-  kSend,        // send: ECONNRESET
+  kRead,        // read: EIO; recv of a network socket: ECONNRESET
+  kSend,        // send to a network socket: ECONNRESET
   kResolve      // getaddrinfo: EAI_AGAIN
 };
 

@@ -10,6 +10,7 @@
 //     --length N        how many calls in a row fail, 0: all from that one on; default 1
 //     --only N          only that number
 //     --jobs N          processes at a time; default 2
+//     --deadline N      seconds after which a run hangs; default 90
 //     --seed N          of the sampling; default FLUVIA_SEED or 1
 //
 // rough is a server that breaks one connection off and falls silent on the next. The cold ones are
@@ -58,7 +59,6 @@ using torture::Resource;
 constexpr long long kSize = 300000;
 // Ten seconds of silence pass in a quarter of a second.
 constexpr int kFasterClock = 40;
-constexpr int kDeadlineSeconds = 90;
 constexpr int kWrong = 3;
 
 // One run with one point, in a process of its own.
@@ -124,6 +124,7 @@ struct Options {
   long length = 1;
   long only = 0;
   unsigned int jobs = 2;
+  int deadline = 90;
   unsigned int seed = 1;
 };
 
@@ -310,10 +311,10 @@ class Driver {
   }
 
   // The wait status; a child past its deadline shows its threads and is killed.
-  static int await(pid_t child, const std::string& base) {
+  int await(pid_t child, const std::string& base) const {
     int status = 0;
     const bool ended = support::eventually(
-        [&] { return waitpid(child, &status, WNOHANG) == child; }, kDeadlineSeconds);
+        [&] { return waitpid(child, &status, WNOHANG) == child; }, options_.deadline);
     if (ended) return status;
     const std::string show = "gdb -p " + std::to_string(child) +
                              " -batch -ex 'thread apply all bt 12' >>" + base + ".out 2>&1";
@@ -323,10 +324,10 @@ class Driver {
     return status;
   }
 
-  static std::string describe(int status) {
+  std::string describe(int status) const {
     if (WIFSIGNALED(status)) {
       return WTERMSIG(status) == SIGKILL
-                 ? "did not end within " + std::to_string(kDeadlineSeconds) + " s"
+                 ? "did not end within " + std::to_string(options_.deadline) + " s"
                  : "signal " + std::to_string(WTERMSIG(status));
     }
     return "exit code " + std::to_string(WEXITSTATUS(status));
@@ -347,7 +348,7 @@ class Driver {
 
 [[noreturn]] void usage() {
   std::cerr << "usage: torture [--scenario NAME]... [--point NAME]... [--points N] [--length N]\n"
-               "               [--only N] [--jobs N] [--seed N]\n";
+               "               [--only N] [--jobs N] [--deadline N] [--seed N]\n";
   std::exit(2);
 }
 
@@ -358,6 +359,7 @@ Options parse(int argc, char** argv) {
                                          {"length", required_argument, nullptr, 'l'},
                                          {"only", required_argument, nullptr, 'o'},
                                          {"jobs", required_argument, nullptr, 'j'},
+                                         {"deadline", required_argument, nullptr, 'd'},
                                          {"seed", required_argument, nullptr, 'r'},
                                          {nullptr, 0, nullptr, 0}};
   Options options;
@@ -371,6 +373,7 @@ Options parse(int argc, char** argv) {
     if (name == 'l') options.length = number;
     if (name == 'o') options.only = number;
     if (name == 'j') options.jobs = static_cast<unsigned int>(number);
+    if (name == 'd') options.deadline = static_cast<int>(number);
     if (name == 'r') options.seed = static_cast<unsigned int>(number);
   }
   if (optind < argc) usage();
