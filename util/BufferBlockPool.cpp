@@ -29,7 +29,15 @@ void BufferBlockPool::push(BufferBlock* block) {
   Lock lock(*this);
   block->setId(0);
   block->setBeginningSeqNum(0, true);
-  freeBlocks.push_back(block);
+  try {
+    freeBlocks.push_back(block);
+  } catch (const std::bad_alloc&) {
+    // No memory to remember it by; whoever gives back is often a destructor, where nothing may
+    // fail.
+    delete block;
+    --totalBlockNumber;
+    return;
+  }
   ++freeBlockNumber;
 }
 

@@ -2,6 +2,8 @@
 #include "util/BufferQueue.h"
 
 #include <cstdio>
+#include <exception>
+#include <new>
 
 #include "util/BufferBlockPoolManager.h"
 #include "util/Log.h"
@@ -89,6 +91,7 @@ BufferQueue::~BufferQueue() {
     {
       Lock feed(feedLock);
       blocks.clear();
+      ThreadEngine::getInstance()->giveBack(&nextRestart);
     }
     FLUVIA_LOG(-4, "BufferQueue(%p) poolManagersize:%lld", static_cast<void*>(this),
                manager->getTotalMemorySize());
@@ -161,9 +164,18 @@ void BufferQueue::workBegin() {
   long long length = 0;
   if (!prepareConnection(&startVersion, &from, &length)) return;
   FLUVIA_PAUSE_POINT("BufferQueue::workBegin before start");
-  int result = 0;
-  if (producer != nullptr) result = producer->startStreaming(startVersion, from, length);
-  connectionLeft(startVersion, result);
+  connectionLeft(startVersion, startProducer(startVersion, from, length));
+}
+
+// Without memory a producer starts nothing; its worker goes on.
+int BufferQueue::startProducer(int startVersion, long long from, long long length) {
+  if (producer == nullptr) return 0;
+  try {
+    return producer->startStreaming(startVersion, from, length);
+  } catch (const std::exception& failure) {
+    FLUVIA_LOG_AS("workBegin", -4, "start failed: %s", failure.what());
+    return -1;
+  }
 }
 
 // Takes offset, length and version of the next connection in one step under feedLock, together with
@@ -262,22 +274,42 @@ void BufferQueue::resetStreaming() {
   queueRestartTask();
 }
 
+// False when no restart can come, for want of memory or of workers: the stream cannot go on, and
+// its readers are told so.
+bool BufferQueue::prepareRestart() {
+  ThreadEngine* engine = ThreadEngine::getInstance();
+  if (engine->workerCount() > 0) {
+    try {
+      engine->prepare(&nextRestart);
+      return true;
+    } catch (const std::bad_alloc&) {
+      FLUVIA_LOG_AS("resetStreaming", -4, "no memory for a restart");
+    }
+  } else {
+    FLUVIA_LOG_AS("resetStreaming", -4, "no thread for a restart");
+  }
+  streaming = false;
+  failStream();
+  return false;
+}
+
+// Before a restart on the transfer's own thread: it will hold still until it is stopped. So it is
+// announced only when the restart cannot fail to come. False: the transfer must end by itself.
+bool BufferQueue::announceRestart() {
+  if (!prepareRestart()) return false;
+  producer->setStopWait();
+  return true;
+}
+
 void BufferQueue::queueRestartTask() {
+  if (!prepareRestart()) return;
   ++activeWorkNum;
   FLUVIA_LOG_AS("resetStreaming", 0, "activeWorkNum:%d", activeWorkNum.get());
   {
     Lock restarts(restartLock);
     ++restartTasks;
   }
-  try {
-    ThreadEngine::getInstance()->requestExecute(&BufferQueue::restartTask, this, this);
-  } catch (...) {
-    // No memory for the task: the stream cannot go on, and its readers are told so.
-    restartDone();
-    --activeWorkNum;
-    streaming = false;
-    failStream();
-  }
+  ThreadEngine::getInstance()->requestPrepared(&nextRestart, &BufferQueue::restartTask, this, this);
 }
 
 void BufferQueue::restartFromWriteHead() {

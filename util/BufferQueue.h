@@ -149,6 +149,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   static void restartTask(void* queue, TEngineEvent_E event);
   void workBegin() EXCLUDES(feedLock);
   bool prepareConnection(int* startVersion, long long* from, long long* length) EXCLUDES(feedLock);
+  int startProducer(int startVersion, long long from, long long length) EXCLUDES(feedLock);
   void connectionLeft(int startVersion, int result) EXCLUDES(feedLock);
   void startWorker() EXCLUDES(feedLock);
   void stopWorker() REQUIRES(workerLock) EXCLUDES(feedLock);
@@ -156,6 +157,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void giveRestartUp() EXCLUDES(feedLock);
   void restartDone() EXCLUDES(restartLock);
   void resetStreaming() REQUIRES(feedLock);
+  bool prepareRestart() REQUIRES(feedLock);
+  bool announceRestart() REQUIRES(feedLock);
   void queueRestartTask() REQUIRES(feedLock);
   void restartFromWriteHead() REQUIRES(feedLock);
   void setStatus(int status) EXCLUDES(statusLock);
@@ -312,6 +315,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Restart tasks queued or running, waited for by release().
   Semaphore restartLock;
   int restartTasks GUARDED_BY(restartLock);
+  // Room for the next restart task.
+  PreparedTask nextRestart GUARDED_BY(feedLock);
 
   // Set when a server sends more than was asked for, consumed by the cancel event that follows.
   static Relaxed<bool> overDeliveryCancel;

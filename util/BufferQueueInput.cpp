@@ -180,7 +180,7 @@ void BufferQueue::moveBehindWriteHead(BlockIt selected, long long beginning) {
 // A connection that dropped bytes must not go on as if nothing was missing.
 int BufferQueue::goOn(bool dropped) {
   if (!dropped) return 1;
-  producer->setStopWait();
+  if (!announceRestart()) return 0;
   restartFromWriteHead();
   return 0;
 }
@@ -228,7 +228,7 @@ int BufferQueue::serveReaderBehind(bool dropped) {
       return goOn(dropped);
     }
   }
-  producer->setStopWait();
+  if (!announceRestart()) return 0;
   if (fragmentOrNext(getReadPosition(), endIt)) {
     FLUVIA_LOG_AS("streamIn", 2, "after fragmentStreaming, rdTail is %d", (*rdTail)->getId());
   } else {
@@ -276,7 +276,7 @@ int BufferQueue::serveReaderAhead(bool dropped) {
   } else {
     FLUVIA_LOG_AS("streamIn", 2, "fra1, %d ~ %d", (*rdTail)->getId(), idOf(chosen));
   }
-  producer->setStopWait();
+  if (!announceRestart()) return 0;
   if (fragmentOrNext(getReadPosition(), chosen)) {
     FLUVIA_LOG_AS("streamIn", 2, "after fragmentStreaming, rdTail is %d", (*rdTail)->getId());
   } else {

@@ -19,19 +19,37 @@ TaskQueue::TaskQueue() : exiting(false) {}
 TaskQueue::~TaskQueue() = default;
 
 int TaskQueue::putTask(TaskCallback callback, void* arg, void* sender) {
+  PreparedTask prepared;
+  prepare(&prepared);
+  return putPrepared(&prepared, callback, arg, sender);
+}
+
+void TaskQueue::prepare(PreparedTask* prepared) {
+  if (!prepared->empty()) return;
   Lock lock(*this);
   if (freeTasks.empty()) {
-    std::unique_ptr<Task> made(new Task(callback, arg, sender));
-    freeTasks.push_back(made.get());
+    std::unique_ptr<Task> made(new Task(nullptr, nullptr, nullptr));
+    prepared->push_back(made.get());
     static_cast<void>(made.release());
+  } else {
+    prepared->splice(prepared->end(), freeTasks, freeTasks.begin());
   }
-  Task* task = freeTasks.front();
+}
+
+int TaskQueue::putPrepared(PreparedTask* prepared, TaskCallback callback, void* arg, void* sender) {
+  Task* task = prepared->front();
   task->callback = callback;
   task->arg = arg;
   task->sender = sender;
-  pending.splice(pending.end(), freeTasks, freeTasks.begin());
+  Lock lock(*this);
+  pending.splice(pending.end(), *prepared);
   notifyAll(0);
   return lock.release();
+}
+
+void TaskQueue::giveBack(PreparedTask* prepared) {
+  Lock lock(*this);
+  freeTasks.splice(freeTasks.end(), *prepared);
 }
 
 Task* TaskQueue::popTask(Task* finished) {

@@ -26,6 +26,9 @@ class Task {
   void* sender;  // compared, never dereferenced
 };
 
+// Room for at most one task, got before it is needed.
+using PreparedTask = std::list<Task*>;
+
 // First-in-first-out queue of tasks, with the task objects that are free for reuse.
 //
 // Threads:   any. Callbacks are never called with the queue's lock held, so they may queue and
@@ -38,6 +41,14 @@ class TaskQueue : public Semaphore {
 
   // Appends a task and wakes the workers. Returns the status of the unlock, 0 on success.
   int putTask(TaskCallback callback, void* arg, void* sender) EXCLUDES(this);
+  // Puts a task aside for putPrepared, unless one is there already. Throws std::bad_alloc.
+  void prepare(PreparedTask* prepared) EXCLUDES(this);
+  // putTask with the task that was put aside; needs no memory. prepared must not be empty, and is
+  // afterwards.
+  int putPrepared(PreparedTask* prepared, TaskCallback callback, void* arg, void* sender)
+      EXCLUDES(this);
+  // Takes a task back that was put aside and not needed.
+  void giveBack(PreparedTask* prepared) EXCLUDES(this);
   // Takes the oldest task, waiting for one; finished (may be null) is free for reuse from now on.
   // Returns null only after setExiting(), when nothing is pending.
   Task* popTask(Task* finished) EXCLUDES(this);

@@ -47,6 +47,7 @@ void ThreadEngine::initialize() {
     if (pthread_create(&made[i]->thread, nullptr, Executor::run, made[i].get()) != 0) return;
     FLUVIA_LOG(1, "creat thread %d OK", i);
     executors.push_back(made[i].release());
+    started = i + 1;
   }
   detectLoglevel();
   FLUVIA_LOG(1, "end to init");
@@ -55,6 +56,12 @@ void ThreadEngine::initialize() {
 int ThreadEngine::requestExecute(TaskCallback callback, void* arg, void* sender) {
   FLUVIA_LOG(1, "1");
   return queue.putTask(callback, arg, sender);
+}
+
+int ThreadEngine::requestPrepared(PreparedTask* prepared, TaskCallback callback, void* arg,
+                                  void* sender) {
+  FLUVIA_LOG_AS("requestExecute", 1, "1");
+  return queue.putPrepared(prepared, callback, arg, sender);
 }
 
 int ThreadEngine::requestExecuteOrderly(TaskCallback callback, void* arg, void* sender) {

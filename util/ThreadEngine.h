@@ -5,6 +5,7 @@
 
 #include "util/Executor.h"
 #include "util/NeverDestroyed.h"
+#include "util/Relaxed.h"
 #include "util/TaskQueue.h"
 
 namespace util {
@@ -31,6 +32,12 @@ class ThreadEngine {
   // before initialize() is allowed. Return the status of the unlock, 0 on success.
   int requestExecute(TaskCallback callback, void* arg, void* sender);
   int requestExecuteOrderly(TaskCallback callback, void* arg, void* sender);
+  // requestExecute in two steps, of which only the first needs memory; see TaskQueue::prepare.
+  void prepare(PreparedTask* prepared) { queue.prepare(prepared); }
+  int requestPrepared(PreparedTask* prepared, TaskCallback callback, void* arg, void* sender);
+  void giveBack(PreparedTask* prepared) { queue.giveBack(prepared); }
+  // How many workers initialize() could start, 0 before it.
+  int workerCount() const { return started; }
   // Withdraws the oldest pending task with that argument; see TaskQueue::cancel.
   bool cancel(void* arg);
   // Withdraws every pending task of that sender; see TaskQueue::cancelAll.
@@ -40,6 +47,7 @@ class ThreadEngine {
   TaskQueue queue;
   std::vector<Executor*> executors GUARDED_BY(initLock);
   bool initialized GUARDED_BY(initLock);
+  Relaxed<int> started;  // written under initLock
   Semaphore initLock;
 
   static NeverDestroyed<ThreadEngine> _INS_;

@@ -51,6 +51,12 @@ void callbacksChanged(int* callbacks, int change) {
   if (change < 0) asyncLock().notifyAll(0);
 }
 
+// How many requests may be on the engine at once: one of its workers is left for restarts, also
+// when fewer than six could be made.
+int placesOnEngine() {
+  return std::min(kMaxHanded, util::ThreadEngine::getInstance()->workerCount() - 1);
+}
+
 int lowestFreeId() {
   for (int id = 1; id <= kMaxRequests; ++id) {
     if (asyncRequests[id] == nullptr) return id;
@@ -62,6 +68,8 @@ int lowestFreeId() {
 
 int DullFile::readAsync(char* buffer, unsigned int size, long long offset, ReadCallback callback,
                         void* userData, int* requestId, FluviaFile* reader, int* issued) {
+  // A worker that reads may wait for a restart, which takes another one.
+  if (placesOnEngine() < 1) return kFailed;
   std::unique_ptr<AsyncReadRequest> made(new AsyncReadRequest());
   made->buffer = buffer;
   made->size = size;
@@ -96,7 +104,7 @@ int DullFile::readAsync(char* buffer, unsigned int size, long long offset, ReadC
 // place.
 AsyncReadRequest* DullFile::nextToHandOver() {
   util::Lock lock(asyncLock());
-  if (handedRequests >= kMaxHanded) return nullptr;
+  if (handedRequests >= placesOnEngine()) return nullptr;
   const auto it =
       std::find_if(waitingRequests->begin(), waitingRequests->end(),
                    [](const AsyncReadRequest* record) { return !record->file->asyncHanded; });

@@ -75,10 +75,10 @@ void* below(std::atomic<void*>* known, const char* name) {
   return function;
 }
 
-#define TORTURE_BELOW(name)                                                     \
-  ([]() {                                                                       \
-    static std::atomic<void*> known{nullptr};                                   \
-    return reinterpret_cast<decltype(&::name)>(torture::below(&known, #name));  \
+#define TORTURE_BELOW(name)                                                    \
+  ([]() {                                                                      \
+    static std::atomic<void*> known{nullptr};                                  \
+    return reinterpret_cast<decltype(&::name)>(torture::below(&known, #name)); \
   }())
 
 // The faster clock: told time = told base + (time - base) * factor, for both kinds of clock.
@@ -145,10 +145,14 @@ struct Name {
   Point point;
   const char* name;
 };
-constexpr Name kNames[] = {
-    {Point::kAllocation, "allocation"}, {Point::kThread, "thread"}, {Point::kSocket, "socket"},
-    {Point::kConnect, "connect"},       {Point::kOpen, "open"},     {Point::kRead, "read"},
-    {Point::kSend, "send"},             {Point::kResolve, "resolve"}};
+constexpr Name kNames[] = {{Point::kAllocation, "allocation"},
+                           {Point::kThread, "thread"},
+                           {Point::kSocket, "socket"},
+                           {Point::kConnect, "connect"},
+                           {Point::kOpen, "open"},
+                           {Point::kRead, "read"},
+                           {Point::kSend, "send"},
+                           {Point::kResolve, "resolve"}};
 
 }  // namespace
 
@@ -412,9 +416,9 @@ int getaddrinfo(const char* node, const char* service, const struct addrinfo* hi
 int clock_gettime(clockid_t clock, struct timespec* time) {
   const int result = TORTURE_BELOW(clock_gettime)(clock, time);
   if (result == 0 && torture::isScaled(clock)) {
-    *time = torture::toTimespec(
-        torture::told(torture::kindOf(clock), torture::realTime(
-            clock == CLOCK_REALTIME ? CLOCK_REALTIME : CLOCK_MONOTONIC)));
+    *time = torture::toTimespec(torture::told(
+        torture::kindOf(clock),
+        torture::realTime(clock == CLOCK_REALTIME ? CLOCK_REALTIME : CLOCK_MONOTONIC)));
   }
   return result;
 }

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -38,19 +41,80 @@ struct AsyncRead {
   }
 };
 
+// Aborts what a handle reads when a call of its user lasts too long.
+class Impatience {
+ public:
+  Impatience() : thread_([this] { watch(); }) {}
+  ~Impatience() {
+    {
+      const std::lock_guard<std::mutex> guard(lock_);
+      over_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+  Impatience(const Impatience&) = delete;
+  Impatience& operator=(const Impatience&) = delete;
+
+  void begin(int handle) { set(handle); }
+  void end() { set(0); }
+
+ private:
+  static constexpr std::chrono::seconds kPatience{3};
+
+  void set(int handle) {
+    {
+      const std::lock_guard<std::mutex> guard(lock_);
+      handle_ = handle;
+      ++calls_;
+    }
+    changed_.notify_all();
+  }
+
+  void watch() {
+    const Spared ours;
+    std::unique_lock<std::mutex> guard(lock_);
+    while (!over_) {
+      const unsigned int call = calls_;
+      if (changed_.wait_for(guard, kPatience, [&] { return over_ || calls_ != call; })) continue;
+      if (handle_ == 0) continue;
+      const int handle = handle_;
+      guard.unlock();
+      x_fluvia_file_read_abort(handle, 0);
+      guard.lock();
+    }
+  }
+
+  std::mutex lock_;
+  std::condition_variable changed_;
+  unsigned int calls_ = 0;
+  int handle_ = 0;
+  bool over_ = false;
+  std::thread thread_;
+};
+
 class User {
   // The thread calls the library: what it allocates in there counts.
   template <typename Call>
   auto inside(Call call) {
+    if (impatience_) impatience_->begin(handle_);
+    struct Leave {
+      explicit Leave(Impatience* impatience) : impatience_(impatience) {}
+      ~Leave() {
+        if (impatience_ != nullptr) impatience_->end();
+      }
+      Impatience* impatience_;
+    } leave(impatience_.get());
     const Counted counted;
     return call();
   }
 
  public:
-  User(const Resource& resource, Judge judge) : resource_(resource), judge_(judge) {}
+  User(const Resource& resource, Judge judge) : resource_(resource), judge_(judge) {
+    if (resource.impatient) impatience_.reset(new Impatience());
+  }
 
   std::string run(bool* fileless) {
-    const Spared ours;
     if (!openHandle()) {
       *fileless = true;
       return problem_;
@@ -104,9 +168,9 @@ class User {
       x_fluvia_file_http_set_cookie(handle_, "a=b");
     });
     const long long size = inside([&] { return x_fluvia_file_size(handle_); });
-    const bool fine = size == resource_.size ||
-                      (judge_ == Judge::kMayFail &&
-                       (size == 0 || size == FVFR_FAILED || size == kUnknownSize));
+    const bool fine =
+        size == resource_.size ||
+        (judge_ == Judge::kMayFail && (size == 0 || size == FVFR_FAILED || size == kUnknownSize));
     if (!fine) complain("the size is " + std::to_string(size));
     char header[512];
     int length = 0;
@@ -127,15 +191,16 @@ class User {
   }
 
   void checkBytes(long long offset, const char* bytes, size_t count, const std::string& call) {
-    const long long at = support::firstDifference(static_cast<unsigned long long>(offset), bytes,
-                                                  count);
+    const long long at =
+        support::firstDifference(static_cast<unsigned long long>(offset), bytes, count);
     if (at >= 0) complain(call + ": byte " + std::to_string(offset + at) + " is wrong");
   }
 
   void checkEnd(long long offset, size_t got, size_t wanted, const std::string& call) {
     const long long end = offset + static_cast<long long>(got);
     const bool short_ = got < wanted && end != resource_.size;
-    if (short_) complain(call + " at " + std::to_string(offset) + " ends at " + std::to_string(end));
+    if (short_)
+      complain(call + " at " + std::to_string(offset) + " ends at " + std::to_string(end));
   }
 
   // Offset -1: where the handle stands, which is 0.
@@ -171,7 +236,9 @@ class User {
       twice = 2;
     }
     // Bounded by the deadline of the whole run.
-    while (read.calls == 0) std::this_thread::yield();
+    inside([&] {
+      while (read.calls == 0) std::this_thread::yield();
+    });
     // After the handle has been asked again no callback is under way.
     finishAsync(offset, read, abort);
     if (read.calls > twice) complain("called back " + std::to_string(read.calls) + " times");
@@ -185,16 +252,17 @@ class User {
       checkEnd(offset, got, kPiece, "async read");
       return;
     }
-    const bool fine = status == kCancelled ? aborted
-                                           : status == kFailed && (aborted || mayFail());
-    if (!fine) complain("async read at " + std::to_string(offset) + " ended with status " +
-                        std::to_string(status));
+    const bool fine = status == kCancelled ? aborted : status == kFailed && (aborted || mayFail());
+    if (!fine)
+      complain("async read at " + std::to_string(offset) + " ended with status " +
+               std::to_string(status));
   }
 
   bool mayFail() const { return judge_ == Judge::kMayFail; }
 
   const Resource& resource_;
   const Judge judge_;
+  std::unique_ptr<Impatience> impatience_;
   int handle_ = 0;
   std::string problem_;
 };
@@ -202,6 +270,7 @@ class User {
 }  // namespace
 
 std::string useLibrary(const Resource& resource, Judge judge, bool* fileless) {
+  const Spared ours;
   return User(resource, judge).run(fileless);
 }
 

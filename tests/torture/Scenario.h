@@ -10,6 +10,9 @@ namespace torture {
 struct Resource {
   std::string url;
   long long size;  // bytes
+  // A local file that cannot be opened again gives neither bytes nor an end: its reads wait until
+  // they are aborted. They are, after three seconds.
+  bool impatient = false;
 };
 
 // How strictly the answers are judged.

@@ -70,6 +70,7 @@ struct Job {
   std::string url;    // what is used while something fails
   std::string plain;  // what is used before and after
 
+  bool isLocal() const { return scenario == "local" || scenario == "cold-local"; }
   bool isCold() const { return scenario.compare(0, 5, "cold-") == 0; }
 };
 
@@ -80,7 +81,7 @@ int wrong(const std::string& phase, const std::string& what) {
 
 int runChild(const Job& job) {
   const torture::Spared ours;
-  const Resource plain{job.plain, kSize};
+  const Resource plain{job.plain, kSize, false};
   bool fileless = false;
   if (!job.isCold()) {
     const std::string problem = torture::useLibrary(plain, Judge::kMustPass, &fileless);
@@ -89,9 +90,10 @@ int runChild(const Job& job) {
   const int threads = support::threadCount();
   const int descriptors = support::descriptorCount();
 
-  torture::setClockSpeed(kFasterClock);
+  if (!job.isLocal()) torture::setClockSpeed(kFasterClock);
   torture::arm(job.point, job.first, job.length);
-  const std::string problem = torture::useLibrary({job.url, kSize}, Judge::kMayFail, &fileless);
+  const std::string problem =
+      torture::useLibrary({job.url, kSize, job.isLocal()}, Judge::kMayFail, &fileless);
   const long counted = torture::disarm();
   torture::setClockSpeed(1);
   std::cout << "counted " << counted << " failed " << torture::failures() << std::endl;
@@ -170,9 +172,9 @@ class Driver {
     std::string path = "/plain";
     if (scenario == "rough") {
       path = "/rough-" + std::to_string(++roughs_);
-      server_.on(path, support::inTurn({support::dropAfter(kSize, 90000),
-                                        support::stallAfter(kSize, 20000),
-                                        support::serveRanges(kSize)}));
+      server_.on(path,
+                 support::inTurn({support::dropAfter(kSize, 90000),
+                                  support::stallAfter(kSize, 20000), support::serveRanges(kSize)}));
     }
     return hostUrl(path);
   }
@@ -190,8 +192,7 @@ class Driver {
     made.first = first;
     made.length = options_.length;
     made.url = urlOf(scenario);
-    const bool isLocal = scenario == "local" || scenario == "cold-local";
-    made.plain = isLocal ? local_ : hostUrl("/plain");
+    made.plain = made.isLocal() ? local_ : hostUrl("/plain");
     return made;
   }
 
@@ -228,11 +229,12 @@ class Driver {
     }
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
-    std::printf("%-10s %-10s %5ld calls, %4zu of them failed in turn%s, %ld failures, %ld wrong"
-                ", %.0f s\n",
-                scenario.c_str(), torture::nameOf(point), untouched.counted, todo.size(),
-                sampled ? " (sampled)" : "", failedCalls_ - failedBefore,
-                troubles_ - troublesBefore, seconds);
+    std::printf(
+        "%-10s %-10s %5ld calls, %4zu of them failed in turn%s, %ld failures, %ld wrong"
+        ", %.0f s\n",
+        scenario.c_str(), torture::nameOf(point), untouched.counted, todo.size(),
+        sampled ? " (sampled)" : "", failedCalls_ - failedBefore, troubles_ - troublesBefore,
+        seconds);
     std::fflush(stdout);
   }
 
@@ -266,8 +268,7 @@ class Driver {
   }
 
   Outcome runOne(const Job& one) {
-    const std::string base =
-        folder_.file("run-" + std::to_string(++files_));
+    const std::string base = folder_.file("run-" + std::to_string(++files_));
     const pid_t child = start(one, base);
     Outcome outcome;
     const int status = await(child, base);

@@ -1,0 +1,179 @@
+// What the library does when memory or threads run out at one particular place.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/QueueProbe.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+#include "tests/torture/Interpose.h"
+#include "util/BufferBlockPool.h"
+#include "util/BufferQueue.h"
+#include "util/ThreadEngine.h"
+
+namespace {
+
+using support::Completions;
+using support::eventually;
+using torture::Point;
+using util::BufferQueue;
+using util::BufferQueueProbe;
+using util::ThreadEngine;
+
+constexpr int kFailed = -4;
+
+// A producer in whose place the test delivers.
+class IdleProducer : public util::BufferQueueProducer {
+ public:
+  void setOutput(util::BufferQueueDataReceiver*) override {}
+  void release() override {}
+  int startStreaming(int, long long, long long) override {
+    ++starts;
+    if (outOfMemory) throw std::bad_alloc();
+    return 0;
+  }
+  int stopStreaming() override {
+    stopWait = false;
+    return 0;
+  }
+  bool isRandomAccess() override { return true; }
+  long long getContentSize() override { return 10000000; }
+  void setBreak() override {}
+  bool getStopWait() override { return stopWait; }
+  void setStopWait() override { stopWait = true; }
+
+  std::atomic<int> starts{0};
+  std::atomic<bool> outOfMemory{false};
+  std::atomic<bool> stopWait{false};
+};
+
+// A queue whose one read runs on a thread of its own.
+class OutOfMemory : public testing::Test {
+ protected:
+  OutOfMemory() { EXPECT_TRUE(queue.initialize(&producer)); }
+  ~OutOfMemory() override {
+    queue.release();
+    if (reader.joinable()) reader.join();
+  }
+
+  void readAt(long long offset) {
+    reader = std::thread([this, offset] {
+      char buffer[100];
+      unsigned int got = 0;
+      long long now = 0;
+      queue.seek(offset, &now);
+      result = queue.read(buffer, sizeof buffer, &got);
+      ended = true;
+    });
+  }
+  bool readHasEnded() {
+    return eventually([this] { return ended.load(); });
+  }
+
+  IdleProducer producer;
+  BufferQueue queue{4 * 32768};
+  std::atomic<int> result{77};
+  std::atomic<bool> ended{false};
+  std::thread reader;
+};
+
+TEST_F(OutOfMemory, InAProducersStartFailsTheReadAndNotTheWorker) {
+  producer.outOfMemory = true;
+  readAt(0);
+  ASSERT_TRUE(readHasEnded());
+  EXPECT_EQ(result, kFailed);
+  EXPECT_EQ(producer.starts, 1);
+}
+
+TEST_F(OutOfMemory, ForARestartIsNoticedBeforeTheTransferHoldsStillForIt) {
+  readAt(5000000);
+  ASSERT_TRUE(eventually([&] { return producer.starts == 1; }));
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::wantsFeed(queue); }));
+  std::string bytes = support::pattern(0, 1000);
+  torture::arm(Point::kAllocation, 1, 0);
+  const int goOn = queue.streamIn(&bytes[0], 1000, BufferQueueProbe::version(queue));
+  torture::disarm();
+  EXPECT_EQ(goOn, 0);
+  EXPECT_GT(torture::failures(), 0);
+  EXPECT_FALSE(producer.stopWait) << "nobody would ever end its waiting";
+  ASSERT_TRUE(readHasEnded());
+  EXPECT_EQ(result, kFailed);
+}
+
+TEST(OutOfMemoryPool, FreesABlockThatItCannotRemember) {
+  util::BufferBlockPool pool(100);
+  util::BufferBlock* block = pool.pop();
+  ASSERT_NE(block, nullptr);
+  torture::arm(Point::kAllocation, 1, 0);
+  pool.push(block);
+  torture::disarm();
+  EXPECT_GT(torture::failures(), 0);
+  EXPECT_EQ(pool.getFreeBlockNumber(), 0);
+  EXPECT_EQ(pool.getTotalBlockNumber(), 0);
+}
+
+// The engine is started with so many workers.
+void startWorkers(int count) {
+  torture::arm(Point::kThread, count + 1, 1);
+  ThreadEngine::getInstance()->initialize();
+  torture::disarm();
+  ASSERT_EQ(ThreadEngine::getInstance()->workerCount(), count);
+}
+
+constexpr long long kSize = 1000000;
+
+TEST(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
+  startWorkers(0);
+  const support::TemporaryFolder folder;
+  const std::string path = folder.makePattern("a", kSize);
+  int handle = 0;
+  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 4 * 32768), 0);
+  std::vector<char> buffer(1000);
+  unsigned int got = 0;
+  EXPECT_EQ(x_fluvia_file_read(handle, buffer.data(), 1000, &got), 0);
+  EXPECT_EQ(got, 1000u);
+  int id = 0;
+  Completions completions;
+  EXPECT_EQ(x_fluvia_file_read_async(handle, buffer.data(), 1000, &Completions::completed,
+                                     &completions, &id),
+            kFailed);
+  long long now = 0;
+  EXPECT_EQ(x_fluvia_file_seek(handle, 900000, &now), 0);
+  EXPECT_EQ(x_fluvia_file_read(handle, buffer.data(), 1000, &got), kFailed);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  EXPECT_EQ(completions.count(), 0u);
+}
+
+TEST(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
+  startWorkers(2);
+  const support::TemporaryFolder folder;
+  constexpr size_t kFiles = 5;
+  Completions completions;
+  std::vector<int> handles(kFiles);
+  std::vector<std::vector<char>> buffers(kFiles, std::vector<char>(1000));
+  for (size_t i = 0; i < kFiles; ++i) {
+    const std::string path = folder.makePattern("f" + std::to_string(i), kSize);
+    ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handles[i], 4 * 32768), 0);
+    unsigned int got = 0;
+    ASSERT_EQ(x_fluvia_file_read(handles[i], buffers[i].data(), 1000, &got), 0);
+    long long now = 0;
+    ASSERT_EQ(x_fluvia_file_seek(handles[i], 900000, &now), 0);
+  }
+  for (size_t i = 0; i < kFiles; ++i) {
+    int id = 0;
+    EXPECT_EQ(x_fluvia_file_read_async(handles[i], buffers[i].data(), 1000, &Completions::completed,
+                                       &completions, &id),
+              0);
+  }
+  EXPECT_TRUE(completions.waitFor(kFiles, 60));
+  for (const Completions::Call& call : completions.calls()) EXPECT_EQ(call.status, 1);
+  for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+}  // namespace
