@@ -59,7 +59,8 @@ MethodRequest::MethodRequest()
       http200Aliases(nullptr),
       armed(false),
       running(false),
-      socketsOpened(0) {}
+      socketsOpened(0),
+      callbackFailed(false) {}
 
 MethodRequest::~MethodRequest() {
   FLUVIA_LOG(0, "~MethodRequest");
@@ -76,7 +77,11 @@ void MethodRequest::initialize(Requestor* receiver, const std::string& resource)
   InitCurl(nullptr);
   curl_easy_setopt(curl, CURLOPT_CLOSESOCKETFUNCTION, &MethodRequestCallbacks::closeSocket);
   curl_easy_setopt(curl, CURLOPT_CLOSESOCKETDATA, this);
-  curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  if (curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") != CURLE_OK) {
+    // A redirect could lead to a file of the device.
+    FLUVIA_LOG(-4, "redirects are not followed");
+    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
+  }
   curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaximumRedirects);
   // A stop does not wait for the system's name resolver: its thread ends and cleans up by itself.
   curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);

@@ -170,6 +170,7 @@ class MethodRequest : public util::Semaphore {
   int openSocket(int family, int type, int protocol) EXCLUDES(this);
   int closeSocket(int socketHandle) EXCLUDES(this);
   void shutDownSockets() REQUIRES(this);
+  bool mayGoOn() EXCLUDES(this);
   void snapshotSpeed();
   std::string headerText() const;
   void dropParams();
@@ -217,6 +218,8 @@ class MethodRequest : public util::Semaphore {
   std::vector<int> sockets GUARDED_BY(this);
   // Sockets opened by the present transfer; its thread only.
   int socketsOpened;
+  // An exception ended one of its callbacks; its thread only.
+  bool callbackFailed;
   util::Relaxed<int> responseCode;
   // libcurl's own average speed, copied on the transfer thread: other threads must not ask for it.
   util::Relaxed<long long> curlSpeed;

@@ -5,8 +5,10 @@
 #define CURL_DISABLE_DEPRECATION
 #include <curl/curl.h>
 
+#include <exception>
 #include <string>
 
+#include "util/Log.h"
 #include "webs/MethodRequest.h"
 
 namespace webs {
@@ -35,6 +37,22 @@ struct MethodRequest::Outcome {
 //
 // Threads: the transfer's thread, except closeSocket, which also runs where the handle is freed.
 struct MethodRequestCallbacks {
+  // Runs the body of a callback. An exception is logged under function with what it prevented,
+  // gives failure, and makes the transfer one that ran out of memory, whatever libcurl calls it.
+  template <typename Result, typename Body>
+  static Result contained(MethodRequest* session, const char* function, const char* prevented,
+                          Result failure, Body body) {
+    try {
+      return body();
+    } catch (const std::exception& error) {
+      FLUVIA_LOG_AS(function, -4, "%s: %s", prevented, error.what());
+    } catch (...) {
+      FLUVIA_LOG_AS(function, -4, "%s", prevented);
+    }
+    session->callbackFailed = true;
+    return failure;
+  }
+
   static size_t response(char* ptr, size_t size, size_t nmemb, void* session);
   static size_t header(char* ptr, size_t size, size_t nmemb, void* session);
   static int curl_progress_fct(void* session, double dltotal, double dlnow, double ultotal,

@@ -3,7 +3,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 
 #include "util/Log.h"
 #include "webs/MethodRequest.h"
@@ -73,14 +72,9 @@ char* _copy_header_value(const char* line) {  // NOLINT(bugprone-reserved-identi
 }
 
 size_t MethodRequestCallbacks::header(char* ptr, size_t size, size_t nmemb, void* session) {
-  try {
-    return static_cast<MethodRequest*>(session)->headerContentIn(ptr, size, nmemb);
-  } catch (const std::exception& failure) {
-    FLUVIA_LOG(-4, "header refused: %s", failure.what());
-  } catch (...) {
-    FLUVIA_LOG(-4, "header refused");
-  }
-  return 0;
+  auto* self = static_cast<MethodRequest*>(session);
+  return contained(self, __func__, "header refused", size_t{0},
+                   [&] { return self->headerContentIn(ptr, size, nmemb); });
 }
 
 size_t MethodRequest::headerContentIn(const void* data, size_t size, size_t nmemb) {

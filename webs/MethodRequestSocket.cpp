@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <exception>
 
 #include "util/Log.h"
 #include "util/NeverDestroyed.h"
+#include "util/PausePoint.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
 
@@ -35,40 +35,44 @@ void rememberAddress(const struct sockaddr* address) {
 
 curl_socket_t MethodRequestCallbacks::FluviaSocket(void* session, curlsocktype /*purpose*/,
                                                    struct curl_sockaddr* address) {
-  rememberAddress(&address->addr);
-  char text[sizeof lastAddress];
-  static_cast<MethodRequest*>(session)->getAddressText(text);
-  FLUVIA_LOG(2, "URL IP: %s\n", text);
-  return static_cast<MethodRequest*>(session)->openSocket(address->family, address->socktype,
-                                                          address->protocol);
+  auto* self = static_cast<MethodRequest*>(session);
+  return contained(self, __func__, "no socket", curl_socket_t{CURL_SOCKET_BAD}, [&] {
+    rememberAddress(&address->addr);
+    char text[sizeof lastAddress];
+    self->getAddressText(text);
+    FLUVIA_LOG_AS("FluviaSocket", 2, "URL IP: %s\n", text);
+    return self->openSocket(address->family, address->socktype, address->protocol);
+  });
 }
 
 int MethodRequest::openSocket(int family, int type, int protocol) {
+  util::Lock lock(*this);
+  FLUVIA_PAUSE_POINT("MethodRequest::openSocket");
+  // Only initialize() asks libcurl to tell when it closes one. The memory comes first: afterwards
+  // nothing may fail.
+  if (initialized) sockets.reserve(sockets.size() + 1);
   const int opened = socket(family, type | SOCK_CLOEXEC, protocol);
   if (opened < 0) return CURL_SOCKET_BAD;
   ++socketsOpened;
-  try {
-    util::Lock lock(*this);
-    // A stop that came before has looked for sockets already.
-    if (active) {
-      // Only initialize() asks libcurl to tell when it closes one.
-      if (initialized) sockets.push_back(opened);
-      return opened;
-    }
-  } catch (const std::exception& failure) {
-    FLUVIA_LOG(-4, "handle:%p, no socket: %s", curl, failure.what());
+  // A stop that came before has looked for sockets already.
+  if (active) {
+    if (initialized) sockets.push_back(opened);
+    return opened;
   }
   close(opened);
   return CURL_SOCKET_BAD;
 }
 
 int MethodRequestCallbacks::closeSocket(void* session, curl_socket_t socketHandle) {
-  return static_cast<MethodRequest*>(session)->closeSocket(socketHandle);
+  auto* self = static_cast<MethodRequest*>(session);
+  return contained(self, __func__, "not closed", -1,
+                   [&] { return self->closeSocket(socketHandle); });
 }
 
 int MethodRequest::closeSocket(int socketHandle) {
   {
     util::Lock lock(*this);
+    FLUVIA_PAUSE_POINT("MethodRequest::closeSocket");
     sockets.erase(std::remove(sockets.begin(), sockets.end(), socketHandle), sockets.end());
   }
   return close(socketHandle);

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "util/Log.h"
+#include "util/PausePoint.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
 #include "webs/WallClock.h"
@@ -90,6 +91,7 @@ int MethodRequest::performGet(const std::string& resource, long long start, long
   lastSampleTime = {0, 0};
   windowBytes = 0;
   socketsOpened = 0;
+  callbackFailed = false;
   responseCode = 0;
   curlSpeed = 0;
   limiter.InitSpeed();
@@ -103,6 +105,8 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
   // body. A piece that the receiver refused keeps its code: it was cancelled already.
   const bool stopped = !active;
   if (stopped && outcome->code != CURLE_WRITE_ERROR) outcome->code = CURLE_ABORTED_BY_CALLBACK;
+  // Not a cancelled transfer: nobody follows it, and readers would wait for ever.
+  if (!stopped && callbackFailed) outcome->code = CURLE_OUT_OF_MEMORY;
 
   snapshotSpeed();
   curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD, &outcome->bytes);
@@ -142,15 +146,10 @@ int MethodRequest::resultOf(const Outcome& outcome) const {
 
 size_t MethodRequestCallbacks::response(char* ptr, size_t size, size_t nmemb, void* session) {
   FLUVIA_LOG(2, "response in");
-  try {
-    return static_cast<size_t>(
-        static_cast<MethodRequest*>(session)->sendData(ptr, static_cast<int>(size * nmemb)));
-  } catch (const std::exception& failure) {
-    FLUVIA_LOG(-4, "body refused: %s", failure.what());
-  } catch (...) {
-    FLUVIA_LOG(-4, "body refused");
-  }
-  return 0;
+  auto* self = static_cast<MethodRequest*>(session);
+  return contained(self, __func__, "body refused", size_t{0}, [&] {
+    return static_cast<size_t>(self->sendData(ptr, static_cast<int>(size * nmemb)));
+  });
 }
 
 int MethodRequest::sendData(void* data, int size) {
@@ -174,16 +173,23 @@ int MethodRequest::sendData(void* data, int size) {
 int MethodRequestCallbacks::curl_progress_fct(void* session, double /*dltotal*/, double /*dlnow*/,
                                               double /*ultotal*/, double /*ulnow*/) {
   auto* self = static_cast<MethodRequest*>(session);
+  return contained(self, __func__, "progress refused", 1,
+                   [self] { return self->mayGoOn() ? 0 : 1; });
+}
+
+// All watches are looked at, also when the first one has spoken.
+bool MethodRequest::mayGoOn() {
+  util::Lock lock(*this);
+  FLUVIA_PAUSE_POINT("MethodRequest::mayGoOn");
   bool goOn = true;
-  util::Lock lock(*self);
-  self->snapshotSpeed();
-  if (!self->active) {
-    FLUVIA_LOG(0, "begin to break out from curl progress");
+  snapshotSpeed();
+  if (!active) {
+    FLUVIA_LOG_AS("curl_progress_fct", 0, "begin to break out from curl progress");
     goOn = false;
   }
-  if (!self->progressCount()) goOn = false;
-  if (!self->timeoutCount()) goOn = false;
-  return goOn ? 0 : 1;
+  if (!progressCount()) goOn = false;
+  if (!timeoutCount()) goOn = false;
+  return goOn;
 }
 
 bool MethodRequest::progressCount() {

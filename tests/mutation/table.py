@@ -11,6 +11,7 @@ Each entry:
   seconds      optional: a run that lasts longer counts as failed; 150 unless given
 """
 
+from memory import ENTRIES as MEMORY
 from streams import ENTRIES as STREAMS
 
 ENTRIES = [
@@ -345,4 +346,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestSettings.MadeAgainAndAgain",
     ),
-] + STREAMS
+] + STREAMS + MEMORY

@@ -1,3 +1,4 @@
+#include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdarg>
 #include <cstring>
 #include <thread>
 
@@ -16,6 +18,7 @@
 #include "tests/support/HttpProbes.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Watchdog.h"
+#include "util/PausePoint.h"
 #include "webs/MethodRequest.h"
 #include "webs/SslMultithread.h"
 
@@ -33,6 +36,27 @@ std::atomic<bool> resolverHeld{false};
 std::atomic<int> resolving{0};
 
 }  // namespace
+
+namespace {
+
+// An option that libcurl does not know, 0 for none.
+std::atomic<int> unknownOption{0};
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL* handle,
+                                                                            CURLoption option,
+                                                                            ...) {
+  using Function = CURLcode (*)(CURL*, CURLoption, ...);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+  if (option == unknownOption) return CURLE_UNKNOWN_OPTION;
+  va_list arguments;
+  va_start(arguments, option);
+  // A pointer or a long: both are handed on in the same way.
+  void* value = va_arg(arguments, void*);
+  va_end(arguments);
+  return real(handle, option, value);
+}
 
 // Take the place of the C library's functions for the session and libcurl.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
@@ -176,7 +200,46 @@ TEST(MethodRequest, ExceptionOfTheReceiverEndsTheTransferOnly) {
   server.on("/a", support::serveRanges(1000));
   Probe probe;
   probe.receiver.onPiece = [](void*, int) -> int { throw std::bad_alloc(); };
-  EXPECT_EQ(probe.get(server.url("/a")), 23);
+  EXPECT_EQ(probe.get(server.url("/a")), 27) << "23 is a piece that was refused, and no failure";
+}
+
+#if defined(FLUVIA_PAUSE_POINTS)
+const char* throwingPoint = "";
+
+void throwAtPoint(const char* name) {
+  if (strcmp(name, throwingPoint) == 0) throw std::bad_alloc();
+}
+
+TEST(MethodRequest, ExceptionOfACallbackEndsTheTransferOnly) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(1000));
+  Probe probe;
+  util::setPauseHook(&throwAtPoint);
+  throwingPoint = "MethodRequest::openSocket";
+  EXPECT_EQ(probe.get(server.url("/a")), 27);
+  throwingPoint = "MethodRequest::mayGoOn";
+  EXPECT_EQ(probe.get(server.url("/a")), 27);
+  throwingPoint = "MethodRequest::closeSocket";
+  EXPECT_EQ(probe.get(server.url("/a")), 27);
+  util::setPauseHook(nullptr);
+  EXPECT_EQ(probe.get(server.url("/a")), 0);
+}
+#endif
+
+TEST(MethodRequest, RedirectsAreNotFollowedWhenTheyCannotBeConfined) {
+  FaultServer server;
+  server.on("/a", support::redirect(302, server.url("/b")));
+  server.on("/b", support::serveRanges(1000));
+  {
+    Probe probe;
+    EXPECT_EQ(probe.get(server.url("/a")), 0);
+  }
+  unknownOption = CURLOPT_REDIR_PROTOCOLS_STR;
+  Probe probe;
+  unknownOption = 0;
+  probe.get(server.url("/a"));
+  EXPECT_EQ(probe.session.getResponseCode(), 302);
+  EXPECT_EQ(server.requestCount("/b"), 1) << "the first session's";
 }
 
 TEST(MethodRequest, BrokenTransfersGiveLibcurlsCode) {

@@ -1,0 +1,25 @@
+# shellcheck shell=bash
+# Everything below the library fails, one call at a time, then everything from one call on. More than
+# 500 calls are sampled, with a fixed seed. The counts are left in build/torture-*.log.
+. scripts/sanitizers.sh
+export ASAN_OPTIONS=$ASAN_OPTIONS:handle_abort=1
+
+make_torture() {
+  configure asan -DFLUVIA_TESTS=ON && build asan --target torture
+}
+
+# torture_with NAME options: shows the table while it goes on.
+torture_with() {
+  local log=build/torture-$1.log
+  shift
+  if build/asan/tests/torture/torture --jobs "$JOBS" "$@" | tee "$log"; then
+    told "torture $*" "$(sed -n 's/^\([0-9]*\) runs, .*/\1/p' "$log")" 0 0
+  else
+    told "torture $*" 0 1 0
+  fi
+}
+
+check "build torture" make_torture
+set -o pipefail
+torture_with once --points 500
+torture_with on --points 200 --length 0
