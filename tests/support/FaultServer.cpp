@@ -94,12 +94,14 @@ bool Request::range(long long* first, long long* last) const {
   return sscanf(header("Range").c_str(), "bytes=%lld-%lld", first, last) >= 1;
 }
 
-Exchange::Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number)
+Exchange::Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number,
+                   unsigned long long patternBase)
     : owner(server),
       connection(socket),
       session(tls),
       received(std::move(request)),
-      index(number) {}
+      index(number),
+      base(patternBase) {}
 
 bool Exchange::send(const std::string& bytes) {
   return sendAll(connection, session, bytes.data(), bytes.size());
@@ -109,7 +111,7 @@ bool Exchange::sendPattern(long long from, long long count) {
   char piece[kPiece];
   while (count > 0) {
     const long long n = std::min<long long>(count, sizeof piece);
-    fillPattern(static_cast<unsigned long long>(from), piece, static_cast<size_t>(n));
+    fillPattern(base + static_cast<unsigned long long>(from), piece, static_cast<size_t>(n));
     if (!sendAll(connection, session, piece, static_cast<size_t>(n))) return false;
     from += n;
     count -= n;
@@ -180,6 +182,11 @@ FaultServer::~FaultServer() {
 void FaultServer::on(const std::string& path, Behaviour behaviour) {
   std::lock_guard<std::mutex> guard(lock);
   behaviours[path] = std::move(behaviour);
+}
+
+void FaultServer::setBase(const std::string& path, unsigned long long base) {
+  std::lock_guard<std::mutex> guard(lock);
+  bases[path] = base;
 }
 
 void FaultServer::limitConnections(const std::string& path, int count) {
@@ -256,10 +263,13 @@ void FaultServer::answer(int socket, ssl_st* tls) {
     exchange.send("HTTP/1.1 404 Not Found\r\nContent-Length: 9\r\n\r\nnot here\n");
   };
   int number = 0;
+  unsigned long long base = 0;
   {
     std::unique_lock<std::mutex> guard(lock);
     const auto found = behaviours.find(path);
     if (found != behaviours.end()) behaviour = found->second;
+    const auto shifted = bases.find(path);
+    if (shifted != bases.end()) base = shifted->second;
     number = static_cast<int>(seen[path].size());
     seen[path].push_back(request);
     const auto limit = limits.find(path);
@@ -274,7 +284,7 @@ void FaultServer::answer(int socket, ssl_st* tls) {
     ++current[path];
     changed.notify_all();
   }
-  Exchange exchange(this, socket, tls, request, number);
+  Exchange exchange(this, socket, tls, request, number, base);
   behaviour(exchange);
   std::lock_guard<std::mutex> guard(lock);
   --current[path];

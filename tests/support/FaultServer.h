@@ -34,14 +34,15 @@ struct Request {
 // connection closed; every call ends early, with false, when the peer or the server is gone.
 class Exchange {
  public:
-  Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number);
+  Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number,
+           unsigned long long patternBase = 0);
 
   const Request& request() const { return received; }
   // How many requests of this path came before: 0 for the first.
   int number() const { return index; }
 
   bool send(const std::string& bytes);
-  // Body bytes of the test resource; counted.
+  // Body bytes of the test resource, from its byte from on; counted.
   bool sendPattern(long long from, long long count);
   // Waits until the peer closes or the server stops.
   void hold();
@@ -56,6 +57,7 @@ class Exchange {
   ssl_st* session;
   Request received;
   int index;
+  unsigned long long base;
 };
 
 using Behaviour = std::function<void(Exchange&)>;
@@ -75,6 +77,8 @@ class FaultServer {
 
   // Requests of path ("/name") are answered so from now on; 404 for paths without a behaviour.
   void on(const std::string& path, Behaviour behaviour);
+  // Byte 0 of path's resource is the pattern's at base, so that resources can be told apart.
+  void setBase(const std::string& path, unsigned long long base);
   // At most that many connections of path at a time; another is answered 503 when none of them ends
   // within two seconds.
   void limitConnections(const std::string& path, int count);
@@ -115,6 +119,7 @@ class FaultServer {
   bool stopping = false;
   int accepted = 0;
   std::map<std::string, Behaviour> behaviours;
+  std::map<std::string, unsigned long long> bases;
   std::map<std::string, int> limits;
   std::map<std::string, int> current;
   std::map<std::string, std::vector<Request>> seen;
