@@ -151,6 +151,7 @@ void Request::finish() {
     fail("called back " + std::to_string(came) + " times");
   }
   buffer = std::vector<char>();
+  then = nullptr;  // it may own this request
 }
 
 }  // namespace stress

@@ -111,13 +111,11 @@ std::string runRound(unsigned int seed, Tally* tally) {
     x_fluvia_file_set_log_level(levels[random() % 10]);
     World world(static_cast<unsigned int>(random()), tally);
     runActors(&world, &random, tally);
-    if (!world.failed()) {
-      checkNumbers(&world);
-      if (!world.waitUntilIdle(60)) world.fail("connections are left");
-    }
+    if (!world.failed()) checkNumbers(&world);
     failure = world.failure();
   }
   ++tally->rounds;
+  // Not the server's side, before: a peer that closes while its window is shut leaves it a minute.
   const auto same = [&] { return support::descriptorCount() == descriptors; };
   if (failure.empty() && !support::eventually(same, 30)) {
     failure = std::to_string(support::descriptorCount()) + " descriptors, before it were " +
