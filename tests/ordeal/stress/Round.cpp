@@ -9,6 +9,7 @@
 #include "tests/ordeal/stress/Actor.h"
 #include "tests/support/Stacks.h"
 #include "tests/support/Watchdog.h"
+#include "util/PausePoint.h"
 
 namespace stress {
 
@@ -71,6 +72,20 @@ class Guard {
   std::thread watcher;
 };
 
+// Holds threads up at the library's pause points for a moment, where there are any: what is seldom
+// between two steps becomes common.
+#if defined(FLUVIA_PAUSE_POINTS)
+void dawdle(const char*) {
+  thread_local std::minstd_rand random(static_cast<unsigned int>(gettid()));
+  const unsigned long drawn = random() % 16;
+  if (drawn < 4) usleep(static_cast<useconds_t>(drawn * drawn * 300));
+}
+
+void setDawdling(bool on) { util::setPauseHook(on ? &dawdle : nullptr); }
+#else
+void setDawdling(bool) {}
+#endif
+
 void runActors(World* world, std::mt19937* random, Tally* tally) {
   Roster roster;
   const bool patient = (*random)() % 25 == 0;
@@ -109,11 +124,13 @@ std::string runRound(unsigned int seed, Tally* tally) {
     std::mt19937 random(seed);
     static const int levels[] = {-4, -4, -4, -4, -4, -4, 0, 1, 3, -1};
     x_fluvia_file_set_log_level(levels[random() % 10]);
+    setDawdling(random() % 2 == 0);
     World world(static_cast<unsigned int>(random()), tally);
     runActors(&world, &random, tally);
     if (!world.failed()) checkNumbers(&world);
     failure = world.failure();
   }
+  setDawdling(false);
   ++tally->rounds;
   // Not the server's side, before: a peer that closes while its window is shut leaves it a minute.
   const auto same = [&] { return support::descriptorCount() == descriptors; };

@@ -1,0 +1,20 @@
+# shellcheck shell=bash
+# What is thrown at the library beyond its tests, in short; scripts/long has the long forms.
+. scripts/sanitizers.sh
+
+stress() {
+  timeout --kill-after=10 600 "build/$1/tests/ordeal/stress/ordeal_stress" --seconds 60
+}
+
+both_stresses() {
+  stress asan &
+  local asan=$!
+  stress tsan
+  local tsan_result=$?
+  wait "$asan" && [ "$tsan_result" -eq 0 ]
+}
+
+check "fault matrix, our column" timeout --kill-after=10 600 \
+  build/release/tests/ordeal/matrix/ordeal_matrix \
+  ours=build/release/tests/ordeal/matrix/ordeal_matrix_ours
+check "stress, ASan and TSan" both_stresses

@@ -1,0 +1,244 @@
+// Every fault times every trace times every column: who delivers the right bytes.
+//
+//   ordeal_matrix [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...
+//
+// Each cell is a process of its own with a limit of 40 s against a server of its own. The first
+// column is this library: its cells must be as the list of faults says, no cell of it may have a
+// wrong byte, and no other column may be right where it is not, unless the list gives the reason.
+// The table is Markdown. Returns 0 when all that holds.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "tests/ordeal/matrix/Faults.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/HttpProbes.h"
+
+namespace {
+
+using matrix::Fault;
+using matrix::Trace;
+
+constexpr int kLimitSeconds = 40;
+
+struct Column {
+  std::string name;
+  std::string program;
+};
+
+struct Cell {
+  const Fault* fault = nullptr;
+  Trace trace = matrix::kSequential;
+  const Column* column = nullptr;
+  std::string result;  // "right 0.1", "failed 0.2 how", "wrong 0.3 where"
+  bool right() const { return result.compare(0, 5, "right") == 0; }
+  bool wrong() const { return result.compare(0, 5, "wrong") == 0; }
+};
+
+const support::TestCertificate& certificate() {
+  static const support::TestCertificate made("somebody.else", true);
+  return made;
+}
+
+// Runs the program; the last line of its output, or that it was ended.
+std::string outputOf(const Column& column, const std::string& url, const Fault& fault,
+                     Trace trace) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) abort();
+  const std::string size = std::to_string(fault.size);
+  const pid_t child = fork();
+  if (child < 0) abort();
+  if (child == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    if (fault.flagged) setenv("FLUVIA_FEATUREFLAG", "1", 1);
+    execl(column.program.c_str(), column.program.c_str(), url.c_str(), size.c_str(),
+          matrix::nameOf(trace), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(ends[1]);
+  std::string text;
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(kLimitSeconds);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        until - std::chrono::steady_clock::now());
+    struct pollfd watched = {ends[0], POLLIN, 0};
+    if (left.count() <= 0 || poll(&watched, 1, static_cast<int>(left.count())) == 0) {
+      kill(child, SIGKILL);
+      text = "failed " + std::to_string(kLimitSeconds) + ".0 no end";
+      break;
+    }
+    char piece[512];
+    const ssize_t got = read(ends[0], piece, sizeof piece);
+    if (got <= 0) break;
+    text.append(piece, static_cast<size_t>(got));
+  }
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (text.empty()) text = "failed 0.0 process ended with status " + std::to_string(status);
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  const size_t line = text.rfind('\n');
+  return line == std::string::npos ? text : text.substr(line + 1);
+}
+
+void run(Cell* cell) {
+  const Fault& fault = *cell->fault;
+  std::unique_ptr<support::FaultServer> server;
+  if (fault.kind == Fault::kTls) {
+    server =
+        std::make_unique<support::FaultServer>(certificate().certificate(), certificate().key());
+  } else {
+    server = std::make_unique<support::FaultServer>();
+  }
+  server->on("/fault", fault.behaviour());
+  server->on("/behind", support::serveRanges(fault.size));
+  if (fault.kind == Fault::kOneAtATime) server->limitConnections("/fault", 1);
+  std::string url = server->url("/fault");
+  std::unique_ptr<support::FullListener> full;
+  if (fault.kind == Fault::kRefused) {
+    url = "http://127.0.0.1:" + std::to_string(support::closedPort()) + "/fault";
+  } else if (fault.kind == Fault::kFull) {
+    full = std::make_unique<support::FullListener>();
+    url = "http://127.0.0.1:" + std::to_string(full->port()) + "/fault";
+  }
+  cell->result = outputOf(*cell->column, url, fault, cell->trace);
+}
+
+void runAll(std::vector<Cell>* cells, int jobs) {
+  std::atomic<size_t> next{0};
+  std::vector<std::thread> workers;
+  for (int i = 0; i < jobs; ++i) {
+    workers.emplace_back([&] {
+      for (size_t at = next++; at < cells->size(); at = next++) run(&(*cells)[at]);
+    });
+  }
+  for (std::thread& worker : workers) worker.join();
+}
+
+// Looks at the cells of one fault and trace, ours first. Returns how many are not as they must be.
+int judge(const std::vector<const Cell*>& cells) {
+  const Cell& ours = *cells.front();
+  const Fault& fault = *ours.fault;
+  const std::string& expected = fault.expected[ours.trace];
+  const std::string where = fault.words + ", " + matrix::nameOf(ours.trace) + ": ";
+  int bad = 0;
+  const size_t how = ours.result.find(' ', 7);
+  const std::string said = how == std::string::npos ? "" : ours.result.substr(how + 1);
+  const bool either = expected.compare(0, 1, "~") == 0;
+  const bool mayBeRight = expected.empty() || either;
+  const bool asTold =
+      !expected.empty() && said.compare(0, expected.size() - either, expected.substr(either)) == 0;
+  if (ours.right() ? !mayBeRight : !asTold) {
+    printf("%s%s, expected: %s\n", where.c_str(), ours.result.c_str(),
+           expected.empty() ? "right" : expected.c_str());
+    ++bad;
+  }
+  if (ours.wrong()) ++bad;
+  for (const Cell* cell : cells) {
+    if (cell == &ours || !cell->right() || ours.right() || !fault.reason.empty()) continue;
+    printf("%s%s is right and we are not\n", where.c_str(), cell->column->name.c_str());
+    ++bad;
+  }
+  return bad;
+}
+
+std::string shown(const Cell& cell) {
+  std::string text = cell.result;
+  if (cell.right()) return text.substr(6) + " s";
+  const size_t seconds = text.find(' ');
+  const size_t how = text.find(' ', seconds + 1);
+  return (cell.wrong() ? "**wrong** " : "") +
+         (how == std::string::npos ? "failed" : text.substr(how + 1)) + ", " +
+         text.substr(seconds + 1, how - seconds - 1) + " s";
+}
+
+void write(const std::string& path, const std::vector<Column>& columns,
+           const std::vector<Cell>& cells) {
+  FILE* out = fopen(path.c_str(), "w");
+  if (out == nullptr) abort();
+  fprintf(out, "| Fault | Trace |");
+  for (const Column& column : columns) fprintf(out, " %s |", column.name.c_str());
+  fprintf(out, " Why |\n|---|---|");
+  for (size_t i = 0; i < columns.size(); ++i) fprintf(out, "---|");
+  fprintf(out, "---|\n");
+  for (size_t i = 0; i < cells.size(); i += columns.size()) {
+    const Cell& first = cells[i];
+    fprintf(out, "| %s | %s |", first.trace == 0 ? first.fault->words.c_str() : "",
+            matrix::nameOf(first.trace));
+    for (size_t c = 0; c < columns.size(); ++c) fprintf(out, " %s |", shown(cells[i + c]).c_str());
+    fprintf(out, " %s |\n", first.right() ? "" : first.fault->reason.c_str());
+  }
+  if (fclose(out) != 0) abort();
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  std::vector<Column> columns;
+  std::string table;
+  std::string only;
+  int jobs = 12;
+  for (int i = 1; i < count; ++i) {
+    const char* equals = strchr(words[i], '=');
+    if (strcmp(words[i], "--jobs") == 0 && i + 1 < count) {
+      jobs = atoi(words[++i]);
+    } else if (strcmp(words[i], "--table") == 0 && i + 1 < count) {
+      table = words[++i];
+    } else if (strcmp(words[i], "--only") == 0 && i + 1 < count) {
+      only = words[++i];
+    } else if (equals != nullptr) {
+      columns.push_back(
+          {std::string(words[i], static_cast<size_t>(equals - words[i])), equals + 1});
+    } else {
+      fprintf(stderr, "what is \"%s\"?\n", words[i]);
+      return 3;
+    }
+  }
+  if (columns.empty()) {
+    fprintf(stderr, "%s [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...\n", words[0]);
+    return 3;
+  }
+  certificate();
+  const std::vector<Fault> faults = matrix::allFaults();
+  std::vector<Cell> cells;
+  for (const Fault& fault : faults) {
+    if (fault.words.find(only) == std::string::npos) continue;
+    for (int trace = 0; trace < matrix::kTraces; ++trace) {
+      for (const Column& column : columns) {
+        Cell cell;
+        cell.fault = &fault;
+        cell.trace = static_cast<Trace>(trace);
+        cell.column = &column;
+        cells.push_back(cell);
+      }
+    }
+  }
+  runAll(&cells, jobs);
+  int bad = 0;
+  std::vector<int> right(columns.size());
+  for (size_t i = 0; i < cells.size(); i += columns.size()) {
+    std::vector<const Cell*> row;
+    for (size_t c = 0; c < columns.size(); ++c) {
+      row.push_back(&cells[i + c]);
+      if (cells[i + c].right()) ++right[c];
+    }
+    bad += judge(row);
+  }
+  const size_t rows = cells.size() / columns.size();
+  for (size_t c = 0; c < columns.size(); ++c) {
+    printf("%s: %d of %zu cells right\n", columns[c].name.c_str(), right[c], rows);
+  }
+  if (!table.empty()) write(table, columns, cells);
+  return bad == 0 ? 0 : 1;
+}
