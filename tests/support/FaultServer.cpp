@@ -30,12 +30,17 @@ constexpr size_t kPiece = 65536;
   abort();
 }
 
+// On the given port, or on a free one for 0.
 int listenOnLoopback(int backlog, int* port) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) fail("socket");
   struct sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<uint16_t>(*port));
+  // So that another can follow on the port while old connections of it are still known.
+  const int reuse = 1;
+  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   if (bind(listener, reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0) {
     fail("bind");
   }
@@ -138,6 +143,8 @@ void Exchange::reset() {
 
 FaultServer::FaultServer() { open(); }
 
+FaultServer::FaultServer(int port) { open(port); }
+
 // Variables of the surroundings would send requests elsewhere.
 __attribute__((constructor)) static void forgetProxies() {
   for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
@@ -156,7 +163,8 @@ FaultServer::FaultServer(const std::string& certificate, const std::string& key)
   open();
 }
 
-void FaultServer::open() {
+void FaultServer::open(int port) {
+  listeningPort = port;
   listener = listenOnLoopback(256, &listeningPort);
   if (pipe2(wakePipe, O_CLOEXEC) != 0) fail("pipe2");
   acceptor = std::thread([this] { acceptAll(); });
@@ -166,10 +174,8 @@ FaultServer::~FaultServer() {
   {
     std::lock_guard<std::mutex> guard(lock);
     stopping = true;
-    for (const auto& connection : connections) {
-      if (connection->socket >= 0) shutdown(connection->socket, SHUT_RDWR);
-    }
   }
+  endConnections();
   if (write(wakePipe[1], "x", 1) != 1) fail("write");
   acceptor.join();
   for (const auto& connection : connections) connection->thread.join();
@@ -192,6 +198,13 @@ void FaultServer::setBase(const std::string& path, unsigned long long base) {
 void FaultServer::limitConnections(const std::string& path, int count) {
   std::lock_guard<std::mutex> guard(lock);
   limits[path] = count;
+}
+
+void FaultServer::endConnections() {
+  std::lock_guard<std::mutex> guard(lock);
+  for (const auto& connection : connections) {
+    if (connection->socket >= 0) shutdown(connection->socket, SHUT_RDWR);
+  }
 }
 
 std::string FaultServer::url(const std::string& path) const {
@@ -344,7 +357,8 @@ bool FaultServer::waitUntilIdle(int seconds) const {
   });
 }
 
-FullListener::FullListener() : listener(listenOnLoopback(0, &listeningPort)) {
+FullListener::FullListener() : listener(-1), listeningPort(0) {
+  listener = listenOnLoopback(0, &listeningPort);
   struct sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);

@@ -69,6 +69,8 @@ using Behaviour = std::function<void(Exchange&)>;
 class FaultServer {
  public:
   FaultServer();
+  // On a port that another one has left.
+  explicit FaultServer(int port);
   // Speaks TLS with the certificate and key of these PEM files.
   FaultServer(const std::string& certificate, const std::string& key);
   ~FaultServer();
@@ -82,6 +84,8 @@ class FaultServer {
   // At most that many connections of path at a time; another is answered 503 when none of them ends
   // within two seconds.
   void limitConnections(const std::string& path, int count);
+  // Ends every connection that is open now, as a server does that is started anew.
+  void endConnections();
   std::string url(const std::string& path) const;
   int port() const { return listeningPort; }
 
@@ -103,7 +107,7 @@ class FaultServer {
     bool over = false;
   };
 
-  void open();
+  void open(int port = 0);
   void acceptAll();
   void serve(Connection* connection);
   void answer(int socket, ssl_st* tls);
