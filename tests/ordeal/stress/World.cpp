@@ -207,7 +207,7 @@ void World::addSound() {
 
 void World::addBroken() {
   const long long size = someSize(5 * kMegabyte);
-  const long long some = 1 + static_cast<long long>(random() % 200000);
+  const long long some = 3000 + static_cast<long long>(random() % 200000);
   switch (random() % 7) {
     case 0:
       serve(add("dropped after " + std::to_string(some), size), support::dropAfter(size, some),
@@ -298,9 +298,10 @@ void World::addMortal() {
       serve(target, support::answerStatus(204), true);
       break;
     case 3:
-      target = add("reset after " + std::to_string(some), size);
+      // Each takes a while: few bytes a connection would be too slow for a round.
+      target = add("reset after " + std::to_string(150000 + some), size);
       target->failures = {-1, -4};
-      serve(target, support::resetAfter(size, some), true);
+      serve(target, support::resetAfter(size, 150000 + some), true);
       break;
     case 4:
       target = add("refused", 0);

@@ -1,0 +1,219 @@
+// How the time of an operation grows with open handles, blocks of a buffer and queued requests.
+//
+//   ordeal_growth FILE
+//
+// Writes lines "variable,operation,count,microseconds" and prints those operations whose time grows
+// faster than the count does. Returns their number.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/TestFiles.h"
+
+namespace {
+
+constexpr int kBlock = FVFR_BUFFER_BLOCK;
+// Below this a time is nothing but the cost of the call.
+constexpr double kFloorMicroseconds = 1.0;
+// How much faster than the count a time may seem to grow: caches get cold, clocks are coarse.
+constexpr double kTolerance = 4.0;
+
+FILE* table = nullptr;
+// By variable and operation: count and microseconds.
+std::map<std::string, std::vector<std::pair<int, double>>> measured;
+
+double now() {
+  return std::chrono::duration<double, std::micro>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+// The median over some rounds of the time of one of count calls.
+double timeOf(int rounds, int calls, const std::function<void(int)>& call) {
+  std::vector<double> times;
+  for (int round = 0; round < rounds; ++round) {
+    const double begin = now();
+    for (int i = 0; i < calls; ++i) call(i);
+    times.push_back((now() - begin) / calls);
+  }
+  std::sort(times.begin(), times.end());
+  return times[times.size() / 2];
+}
+
+void note(const char* variable, const char* operation, int count, double microseconds) {
+  fprintf(table, "%s,%s,%d,%.3f\n", variable, operation, count, microseconds);
+  measured[std::string(variable) + ", " + operation].push_back({count, microseconds});
+}
+
+void require(bool ok, const char* what) {
+  if (ok) return;
+  printf("%s failed\n", what);
+  exit(100);
+}
+
+int openFile(const std::string& path, int bufferSize) {
+  int handle = 0;
+  require(x_fluvia_file_open_x(path.c_str(), &handle, bufferSize) == FVFR_OK, "open");
+  return handle;
+}
+
+void readAt(int handle, long long offset, char* bytes, unsigned int size) {
+  long long at = 0;
+  unsigned int got = 0;
+  require(x_fluvia_file_seek(handle, offset, &at) == FVFR_OK, "seek");
+  require(x_fluvia_file_read(handle, bytes, size, &got) == FVFR_OK && got == size, "read");
+}
+
+void readAsync(int handle, char* bytes, unsigned int size) {
+  support::Completions done;
+  int id = 0;
+  require(x_fluvia_file_read_async(handle, bytes, size, &support::Completions::completed, &done,
+                                   &id) == FVFR_OK,
+          "read_async");
+  require(done.waitFor(1, 30), "completion");
+}
+
+void overHandles(const support::TemporaryFolder& folder) {
+  constexpr long long kSize = 20000;
+  std::vector<int> handles;
+  char bytes[1024];
+  for (const int count : {1, 16, 64, 254}) {
+    while (static_cast<int>(handles.size()) < count) {
+      const std::string path = folder.makePattern("h" + std::to_string(handles.size()), kSize);
+      handles.push_back(openFile(path, 2 * kBlock));
+      readAt(handles.back(), 0, bytes, sizeof bytes);
+    }
+    const int last = handles.back();
+    const std::string more = folder.file("h" + std::to_string(count));
+    const auto each = [&](const char* name, int calls, const std::function<void(int)>& call) {
+      note("handles", name, count, timeOf(9, calls, call));
+    };
+    each("seek and read 1 KiB", 300, [&](int i) { readAt(last, i % 19000, bytes, 1000); });
+    each("size", 1000, [&](int) { x_fluvia_file_size(last); });
+    each("bufferedSize", 1000, [&](int) { x_fluvia_file_bufferedSize(last); });
+    each("asynchronous read", 100, [&](int i) {
+      long long at = 0;
+      x_fluvia_file_seek(last, i, &at);
+      readAsync(last, bytes, 1000);
+    });
+    folder.makePattern("h" + std::to_string(count), kSize);
+    each("open and close", 30, [&](int) { x_fluvia_file_close(openFile(more, 2 * kBlock)); });
+  }
+  for (const int handle : handles) x_fluvia_file_close(handle);
+}
+
+void overBlocks(const support::TemporaryFolder& folder) {
+  std::vector<char> bytes(1 << 20);
+  for (const int count : {2, 16, 64, 256, 1024, 4096}) {
+    const long long size = static_cast<long long>(count) * kBlock;
+    const int handle = openFile(folder.makePattern("b", size), count * kBlock);
+    for (long long at = 0; at < size; at += kBlock) readAt(handle, at, bytes.data(), kBlock);
+    std::mt19937 random(1);
+    const auto each = [&](const char* name, int calls, const std::function<void(int)>& call) {
+      note("blocks", name, count, timeOf(9, calls, call));
+    };
+    const auto anywhere = [&] {
+      return static_cast<long long>(random() % static_cast<unsigned long long>(size - 1024));
+    };
+    each("read 1 KiB anywhere", 200, [&](int) { readAt(handle, anywhere(), bytes.data(), 1024); });
+    each("read on 1 KiB", 60, [&](int i) { readAt(handle, i * 1000, bytes.data(), 1024); });
+    long long at = 0;
+    x_fluvia_file_seek(handle, 0, &at);
+    each("bufferedSize", 200, [&](int) { x_fluvia_file_bufferedSize(handle); });
+    x_fluvia_file_close(handle);
+  }
+}
+
+void ignore(int, void*, int, int) {}
+
+void overRequests() {
+  support::FaultServer server;
+  server.on("/stalled", support::stallAfter(1000000, 1000));
+  server.on("/sound", support::serveRanges(1000000));
+  std::vector<char> bytes(1000);
+  for (const int count : {1, 16, 64, 255, 500}) {
+    std::vector<double> issue;
+    std::vector<double> abort;
+    std::vector<double> close;
+    std::vector<double> other;
+    for (int round = 0; round < 9; ++round) {
+      const int handle = openFile(server.url("/stalled"), 2 * kBlock);
+      // The first holds the file: all others queue behind it.
+      std::vector<char> large(20000);
+      int id = 0;
+      x_fluvia_file_read_async(handle, large.data(), 20000, &ignore, nullptr, &id);
+      std::vector<int> ids(static_cast<size_t>(count));
+      double last = 0;
+      for (int& each : ids) {
+        const double begin = now();
+        x_fluvia_file_read_async(handle, bytes.data(), 1000, &ignore, nullptr, &each);
+        last = now() - begin;
+      }
+      issue.push_back(last);
+      const int sound = openFile(server.url("/sound"), 2 * kBlock);
+      readAt(sound, 0, bytes.data(), 1000);
+      other.push_back(timeOf(3, 10, [&](int) { readAsync(sound, bytes.data(), 1000); }));
+      x_fluvia_file_close(sound);
+      const double aborting = now();
+      x_fluvia_file_read_abort(handle, ids.back());
+      abort.push_back(now() - aborting);
+      const double closing = now();
+      x_fluvia_file_close(handle);
+      close.push_back(now() - closing);
+    }
+    for (std::vector<double>* times : {&issue, &abort, &close, &other})
+      std::sort(times->begin(), times->end());
+    note("requests", "asynchronous read asked for", count, issue[issue.size() / 2]);
+    note("requests", "abort of the last", count, abort[abort.size() / 2]);
+    note("requests", "close of their handle", count, close[close.size() / 2]);
+    note("requests", "asynchronous read of another handle", count, other[other.size() / 2]);
+  }
+}
+
+int judge() {
+  int worse = 0;
+  for (const auto& [name, points] : measured) {
+    const auto& first = points.front();
+    const auto& last = points.back();
+    const double factor = static_cast<double>(last.first) / first.first;
+    const double grown = last.second / std::max(first.second, kFloorMicroseconds);
+    printf("%-45s %10.2f us with %4d, %10.2f us with %4d\n", name.c_str(), first.second,
+           first.first, last.second, last.first);
+    if (grown > factor * kTolerance) {
+      printf("  grows by %.0f where the count grows by %.0f\n", grown, factor);
+      ++worse;
+    }
+  }
+  return worse;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  if (count != 2) {
+    fprintf(stderr, "%s FILE\n", words[0]);
+    return 100;
+  }
+  table = fopen(words[1], "w");
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (table == nullptr || nowhere < 0 || dup2(nowhere, STDERR_FILENO) < 0) return 100;
+  fprintf(table, "variable,operation,count,microseconds\n");
+  const support::TemporaryFolder folder;
+  overHandles(folder);
+  overBlocks(folder);
+  overRequests();
+  if (fclose(table) != 0) return 100;
+  return judge();
+}

@@ -1,0 +1,73 @@
+#include "tests/ordeal/soak/Samples.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "tests/support/TestFiles.h"
+
+namespace soak {
+
+Sample takeSample(double seconds) {
+  Sample sample;
+  sample.seconds = seconds;
+  sample.descriptors = support::descriptorCount();
+  sample.threads = support::threadCount();
+  long long pages = 0;
+  if (FILE* statm = fopen("/proc/self/statm", "r")) {
+    if (fscanf(statm, "%*d %lld", &pages) != 1) pages = 0;
+    fclose(statm);
+  }
+  sample.memory = pages * sysconf(_SC_PAGESIZE);
+  return sample;
+}
+
+long long Samples::medianMemory(int from, int to) const {
+  std::vector<long long> values;
+  const size_t count = running.size();
+  for (size_t i = count * static_cast<size_t>(from) / 4; i < count * static_cast<size_t>(to) / 4;
+       ++i) {
+    values.push_back(running[i].memory);
+  }
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+std::string Samples::verdict() const {
+  const long long second = medianMemory(1, 2);
+  const long long last = medianMemory(3, 4);
+  if (last > second + second / 100 + 512 * 1024) return "memory grows";
+  for (const Sample& sample : quiet) {
+    if (sample.descriptors != quiet.front().descriptors) return "descriptors are left";
+    if (sample.threads != quiet.front().threads) return "threads are left";
+  }
+  return quiet.size() < 2 ? "too short to tell" : "";
+}
+
+std::string Samples::summary() const {
+  char text[256];
+  snprintf(text, sizeof text,
+           "memory: median %.2f MiB in the second quarter, %.2f MiB in the last; all closed %zu "
+           "times: %d descriptors, %d threads",
+           static_cast<double>(medianMemory(1, 2)) / 1048576,
+           static_cast<double>(medianMemory(3, 4)) / 1048576, quiet.size(),
+           quiet.empty() ? 0 : quiet.back().descriptors, quiet.empty() ? 0 : quiet.back().threads);
+  return text;
+}
+
+bool Samples::write(const std::string& path) const {
+  FILE* out = fopen(path.c_str(), "w");
+  if (out == nullptr) return false;
+  fprintf(out, "seconds,memory,descriptors,threads,quiet\n");
+  for (const std::vector<Sample>* samples : {&running, &quiet}) {
+    for (const Sample& sample : *samples) {
+      fprintf(out, "%.1f,%lld,%d,%d,%d\n", sample.seconds, sample.memory, sample.descriptors,
+              sample.threads, samples == &quiet ? 1 : 0);
+    }
+  }
+  return fclose(out) == 0;
+}
+
+}  // namespace soak

@@ -1,0 +1,169 @@
+// Sixteen players with human habits for as long as is wanted.
+//
+//   ordeal_soak --seconds N --csv FILE [--url URL SIZE]...
+//   ordeal_soak --make FILE SIZE       makes a film for a server of another kind
+//
+// The films are those of the given URLs (of a server that is sound) and those of a fault server in
+// a process of its own. Returns 0 when every byte was right, nothing failed that may not, and
+// memory, descriptors and threads came back to where they were.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+#include "api/fluviafs.h"
+#include "tests/ordeal/soak/Player.h"
+#include "tests/ordeal/soak/Samples.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+constexpr int kPlayers = 16;
+constexpr int kIntervals = 8;
+constexpr long long kSize = 20000000;
+
+// Serves until this process ends; writes its port to the descriptor.
+[[noreturn]] void serve(int answer) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  support::FaultServer server;
+  server.on("/sound", support::serveRanges(kSize));
+  server.on("/sound2", support::serveRanges(kSize));
+  server.on("/broken", support::dropAfter(kSize, 700000));
+  server.on("/slow", support::drip(kSize, 65536, 20));
+  server.on("/ignored", support::ignoreRanges(3000000));
+  server.on("/chunked", support::serveChunked(kSize));
+  server.on("/missing", support::answerStatus(404));
+  server.on("/busy", support::answerStatus(503));
+  server.on("/reset", support::resetAfter(kSize, 2000000));
+  const int port = server.port();
+  if (write(answer, &port, sizeof port) != sizeof port) _exit(1);
+  for (;;) pause();
+}
+
+std::vector<soak::Film> filmsOf(int port) {
+  const std::string server = "http://127.0.0.1:" + std::to_string(port);
+  return {{server + "/sound", kSize, false, true},     {server + "/sound2", kSize, false, true},
+          {server + "/broken", kSize, false, true},    {server + "/slow", kSize, false, true},
+          {server + "/ignored", 3000000, false, true}, {server + "/chunked", kSize, false, false},
+          {server + "/missing", kSize, true, true},    {server + "/busy", kSize, true, true},
+          {server + "/reset", kSize, true, true}};
+}
+
+// Waits until the threads and connections of closed files are gone, as far as they go.
+soak::Sample quietSample(double seconds, const soak::Sample& before) {
+  support::eventually(
+      [&] {
+        const soak::Sample now = soak::takeSample(seconds);
+        return now.descriptors <= before.descriptors && now.threads <= before.threads;
+      },
+      20);
+  return soak::takeSample(seconds);
+}
+
+int make(const char* path, long long size) {
+  std::ofstream out(path, std::ios::binary);
+  for (long long at = 0; at < size; at += 100000) {
+    out << support::pattern(static_cast<unsigned long long>(at),
+                            static_cast<size_t>(std::min(100000LL, size - at)));
+  }
+  out.close();
+  return out ? 0 : 1;
+}
+
+int run(const std::vector<soak::Film>& films, int seconds, const std::string& csv) {
+  const unsigned int seed = support::seedOr(20261121);
+  printf("%d players, %d s, seed %u\n", kPlayers, seconds, seed);
+  fflush(stdout);
+  soak::Interval interval(kPlayers);
+  soak::Counts counts;
+  soak::Samples samples;
+  std::atomic<bool> stop{false};
+  std::vector<std::string> wrong(kPlayers);
+  std::vector<std::thread> players;
+  for (unsigned int i = 0; i < kPlayers; ++i) {
+    players.emplace_back([&, i] {
+      soak::Player player(&films, &interval, &counts, seed + i);
+      wrong[i] = player.play(&stop);
+    });
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  soak::Sample quiet;
+  quiet.descriptors = quiet.threads = 1 << 30;
+  for (int second = 1; second <= seconds; ++second) {
+    std::this_thread::sleep_until(begin + std::chrono::seconds(second));
+    samples.add(soak::takeSample(second));
+    if (second % std::max(1, seconds / kIntervals) != 0) continue;
+    interval.begin();
+    // The first time everything that lives as long as the process has been made.
+    quiet = quietSample(second, quiet);
+    samples.addQuiet(quiet);
+    interval.end();
+  }
+  stop = true;
+  for (std::thread& player : players) player.join();
+  int bad = 0;
+  for (const std::string& what : wrong) {
+    if (what.empty()) continue;
+    printf("FAILED: %s\n", what.c_str());
+    ++bad;
+  }
+  printf("%lld MB read and compared, %lld seeks, %lld opens, %lld allowed failures\n%s\n",
+         counts.bytes / 1000000, counts.seeks.load(), counts.opens.load(), counts.failures.load(),
+         samples.summary().c_str());
+  const std::string verdict = samples.verdict();
+  if (!verdict.empty()) printf("FAILED: %s\n", verdict.c_str());
+  if (!samples.write(csv)) return 1;
+  return bad == 0 && verdict.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  int seconds = 60;
+  std::string csv = "soak.csv";
+  std::vector<soak::Film> others;
+  for (int i = 1; i < count; ++i) {
+    const bool two = i + 2 < count;
+    if (strcmp(words[i], "--make") == 0 && two) return make(words[i + 1], atoll(words[i + 2]));
+    if (strcmp(words[i], "--seconds") == 0 && i + 1 < count) {
+      seconds = atoi(words[++i]);
+    } else if (strcmp(words[i], "--csv") == 0 && i + 1 < count) {
+      csv = words[++i];
+    } else if (strcmp(words[i], "--url") == 0 && two) {
+      others.push_back({words[i + 1], atoll(words[i + 2]), false, true});
+      i += 2;
+    } else {
+      fprintf(stderr, "what is \"%s\"?\n", words[i]);
+      return 2;
+    }
+  }
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return 2;
+  const pid_t server = fork();
+  if (server < 0) return 2;
+  if (server == 0) serve(ends[1]);
+  int port = 0;
+  if (read(ends[0], &port, sizeof port) != sizeof port) return 2;
+  close(ends[0]);
+  close(ends[1]);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (nowhere < 0 || dup2(nowhere, STDERR_FILENO) < 0) return 2;
+  std::vector<soak::Film> films = filmsOf(port);
+  films.insert(films.end(), others.begin(), others.end());
+  const int result = run(films, seconds, csv);
+  kill(server, SIGKILL);
+  waitpid(server, nullptr, 0);
+  return result;
+}
