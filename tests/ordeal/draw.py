@@ -8,7 +8,7 @@ import csv
 import math
 import sys
 
-WIDTH, HEIGHT, LEFT, RIGHT, TOP, BOTTOM = 720, 260, 70, 210, 30, 40
+WIDTH, HEIGHT, LEFT, RIGHT, TOP, BOTTOM = 760, 260, 70, 250, 30, 40
 COLOURS = ["#1f77b4", "#d62728", "#2ca02c", "#9467bd", "#ff7f0e", "#17becf", "#8c564b"]
 
 
