@@ -1,0 +1,11 @@
+# What the integrations with players are built on. Each is built where its packages are there.
+option(FLUVIA_PLAYERS "Build the integrations with players whose packages are there" ON)
+if(FLUVIA_PLAYERS)
+  find_package(PkgConfig)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(GSTREAMER IMPORTED_TARGET gstreamer-1.0 gstreamer-base-1.0)
+    pkg_check_modules(FFMPEG IMPORTED_TARGET libavformat libavcodec libavutil)
+    pkg_check_modules(MPV IMPORTED_TARGET mpv)
+    pkg_check_modules(FUSE IMPORTED_TARGET fuse3)
+  endif()
+endif()

@@ -1,0 +1,15 @@
+#ifndef FLUVIAFS_PLUGINS_GSTREAMER_LOCATION_H_
+#define FLUVIAFS_PLUGINS_GSTREAMER_LOCATION_H_
+
+#include <string>
+
+// Between the URIs of players and the names that the library opens.
+
+// The library's name for a URI: "fluvia+http://..." and "fluvia+https://..." without the prefix,
+// http and https as they are, "fluvia+file:///path" as the path, unescaped. Empty for others.
+std::string locationOfUri(const std::string& uri);
+
+// The reverse. Empty for an empty location.
+std::string uriOfLocation(const std::string& location);
+
+#endif  // FLUVIAFS_PLUGINS_GSTREAMER_LOCATION_H_

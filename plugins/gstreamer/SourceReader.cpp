@@ -1,0 +1,35 @@
+#include "SourceReader.h"
+
+#include <mutex>
+#include <thread>
+
+#include "SourceWorker.h"
+
+SourceReader::SourceReader(const std::string& name, const SourceSettings& settings)
+    : name_(name), worker_(std::make_shared<Worker>(name, settings)) {
+  std::thread([worker = worker_] { worker->run(); }).detach();
+}
+
+SourceReader::~SourceReader() { worker_->quit(); }
+
+SourceFacts SourceReader::waitForFacts(int milliseconds) {
+  return worker_->waitForFacts(milliseconds);
+}
+
+SourceFacts SourceReader::facts() const { return worker_->facts(); }
+
+SourceReader::Outcome SourceReader::read(long long offset, unsigned int size, Piece* piece) {
+  return worker_->read(offset, size, piece);
+}
+
+void SourceReader::interrupt() { worker_->setInterrupted(true); }
+
+void SourceReader::resume() { worker_->setInterrupted(false); }
+
+SourceLevels SourceReader::levels() { return worker_->levels(); }
+
+void SourceReader::observe(Observer observer) { worker_->observe(std::move(observer)); }
+
+SourceFailure SourceReader::failure() const { return worker_->failure(); }
+
+std::string SourceReader::explanation() const { return worker_->explanation(); }

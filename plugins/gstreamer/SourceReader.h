@@ -1,0 +1,92 @@
+#ifndef FLUVIAFS_PLUGINS_GSTREAMER_SOURCEREADER_H_
+#define FLUVIAFS_PLUGINS_GSTREAMER_SOURCEREADER_H_
+
+#include <fluviafs.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+// What a source is opened with. Empty texts, 0 and -1 leave the library's own choice.
+struct SourceSettings {
+  int bufferSize = FVFR_DEFAULT_BUFFER;  // bytes
+  std::string userAgent;
+  std::string proxy;
+  std::string cookie;
+  std::string authorities;  // a file of PEM certificates, or a folder of them
+  std::string certificate;  // the client's certificate and its key, PEM files
+  std::string key;
+  long long speed = 0;  // bytes per second, 0 for no cap
+  int featureFlag = -1;
+};
+
+// What is known of a source.
+struct SourceFacts {
+  bool known = false;     // the first byte is there, or will never be
+  bool failed = false;    // it will never be
+  bool seekable = false;  // any offset can be reached
+  long long size = -1;    // bytes, -1 when it cannot be learnt
+};
+
+// How much is held ahead of the last read.
+struct SourceLevels {
+  long long buffered = 0;  // bytes
+  long long wanted = 0;    // bytes that count as full: the buffer, or less near the end
+  long long speed = 0;     // bytes per second
+};
+
+enum class SourceFailure { kNone, kNotFound, kNotAvailable, kTimeout, kOther };
+
+// Reads one source of the library on a thread of its own, so that whoever asks can leave at once,
+// whatever the library waits for.
+//
+// Threads:   every method from any thread. No method waits for the library, except as it says.
+// Ownership: the thread outlives the object until the library has given the handle back.
+// Invariant: one request is outstanding at a time. It is asynchronous, because only a request with
+//            a number of its own can be broken off while another handle of the same resource reads.
+class SourceReader {
+ public:
+  enum class Outcome { kDone, kEnd, kInterrupted, kFailed };
+  struct Piece {
+    std::unique_ptr<char[]> data;
+    unsigned int size = 0;
+  };
+
+  // Begins to open an absolute path or a URL and to fetch its first byte.
+  SourceReader(const std::string& name, const SourceSettings& settings);
+  // Begins to close it. Waits for nothing.
+  ~SourceReader();
+  SourceReader(const SourceReader&) = delete;
+  SourceReader& operator=(const SourceReader&) = delete;
+
+  const std::string& name() const { return name_; }
+
+  // Waits until the source is known, at most until that many milliseconds after it was opened, and
+  // no longer than until interrupt().
+  SourceFacts waitForFacts(int milliseconds);
+  SourceFacts facts() const;
+
+  // Reads size bytes at offset, fewer only at the end. Waits for them; ended by interrupt().
+  Outcome read(long long offset, unsigned int size, Piece* piece);
+  // Makes a read that waits, and those to come, return kInterrupted until resume().
+  void interrupt();
+  void resume();
+
+  // The levels now, or when the library is busy those of a moment ago. Waits 50 ms at most.
+  SourceLevels levels();
+  // Called with the levels ten times a second on the reader's thread, with no lock held, and once
+  // with ended when the source has failed or is being closed. Set before the first read.
+  using Observer = std::function<void(const SourceLevels& levels, bool ended)>;
+  void observe(Observer observer);
+
+  // Why the source failed, and in words.
+  SourceFailure failure() const;
+  std::string explanation() const;
+
+ private:
+  class Worker;
+  const std::string name_;
+  const std::shared_ptr<Worker> worker_;
+};
+
+#endif  // FLUVIAFS_PLUGINS_GSTREAMER_SOURCEREADER_H_

@@ -1,0 +1,381 @@
+#include "SourceWorker.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <set>
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookEvery(100);
+constexpr std::chrono::milliseconds kLevelsWait(50);
+// A break of another handle meets every read of a resource whose size is not known yet.
+constexpr int kTries = 5;
+constexpr unsigned int kFirstRead = 4096;
+
+// Names that are being closed. Opening a name again before that waits inside the library, and holds
+// up all its other calls.
+class Leaving {
+ public:
+  void add(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    names_.insert(name);
+  }
+  void remove(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    names_.erase(names_.find(name));
+    changed_.notify_all();
+  }
+  void waitUntilGone(const std::string& name) {
+    std::unique_lock<std::mutex> held(lock_);
+    changed_.wait(held, [&] { return names_.count(name) == 0; });
+  }
+
+ private:
+  std::mutex lock_;
+  std::condition_variable changed_;
+  std::multiset<std::string> names_;
+};
+
+// Never destroyed: workers may outlive main().
+Leaving& leaving() {
+  static Leaving* const names = new Leaving();
+  return *names;
+}
+
+struct Diagnosis {
+  SourceFailure failure;
+  std::string text;
+};
+
+Diagnosis diagnoseTransfer(int status) {
+  switch (status) {
+    case FVFR_DOWNLOAD_TIMEOUT:
+      return {SourceFailure::kTimeout, "the server cannot be reached in time"};
+    case FVFR_DOWNLOAD_NO_DATA:
+    case FVFR_DOWNLOAD_CONNECTION_DEAD:
+      return {SourceFailure::kTimeout, "the server has fallen silent"};
+    case FVFR_DOWNLOAD_UNKNOWN_HOST:
+      return {SourceFailure::kNotFound, "nobody knows the name of that server"};
+    case FVFR_DOWNLOAD_UNREACHABLE:
+      return {SourceFailure::kNotAvailable, "the server cannot be reached"};
+    case FVFR_DOWNLOAD_REFUSED:
+      return {SourceFailure::kNotAvailable, "the server refuses the connection"};
+    case 404:
+    case 410:
+      return {SourceFailure::kNotFound, "the server answered " + std::to_string(status)};
+    default:
+      if (status >= 400) {
+        return {SourceFailure::kNotAvailable, "the server answered " + std::to_string(status)};
+      }
+      return {SourceFailure::kOther, "the stream failed"};
+  }
+}
+
+Diagnosis diagnoseFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    const SourceFailure kind = errno == ENOENT || errno == ENOTDIR ? SourceFailure::kNotFound
+                                                                   : SourceFailure::kNotAvailable;
+    return {kind, std::strerror(errno)};
+  }
+  if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
+    return {SourceFailure::kNotAvailable, "only regular files and block devices can be streamed"};
+  }
+  if (access(path.c_str(), R_OK) != 0) return {SourceFailure::kNotAvailable, std::strerror(errno)};
+  return {SourceFailure::kOther, "the file cannot be read"};
+}
+
+}  // namespace
+
+SourceReader::Worker::Worker(const std::string& name, const SourceSettings& settings)
+    : name_(name), local_(name.compare(0, 1, "/") == 0), settings_(settings) {}
+
+// ---- The reader's side
+// ---------------------------------------------------------------------------
+
+void SourceReader::Worker::quit() {
+  leaving().add(name_);
+  const std::lock_guard<std::mutex> guard(lock_);
+  quitting_ = true;
+  changed_.notify_all();
+}
+
+SourceFacts SourceReader::Worker::waitForFacts(int milliseconds) {
+  Lock held(lock_);
+  changed_.wait_until(held, opened_ + std::chrono::milliseconds(milliseconds),
+                      [this] { return facts_.known || interrupted_; });
+  return facts_;
+}
+
+SourceFacts SourceReader::Worker::facts() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return facts_;
+}
+
+SourceReader::Outcome SourceReader::Worker::read(long long offset, unsigned int size,
+                                                 Piece* piece) {
+  const std::lock_guard<std::mutex> mine(turn_);
+  Lock held(lock_);
+  if (interrupted_) return Outcome::kInterrupted;
+  const unsigned long long ticket = ++ticket_;
+  offset_ = offset;
+  size_ = size;
+  requested_ = true;
+  changed_.notify_all();
+  changed_.wait(held, [&] { return answered_ == ticket || interrupted_; });
+  if (answered_ != ticket) {
+    ++ticket_;
+    requested_ = false;
+    changed_.notify_all();
+    return Outcome::kInterrupted;
+  }
+  *piece = std::move(piece_);
+  return outcome_;
+}
+
+void SourceReader::Worker::setInterrupted(bool interrupted) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  interrupted_ = interrupted;
+  changed_.notify_all();
+}
+
+SourceLevels SourceReader::Worker::levels() {
+  Lock held(lock_);
+  const unsigned int before = looks_;
+  lookWanted_ = true;
+  changed_.notify_all();
+  changed_.wait_for(held, kLevelsWait, [&] { return looks_ != before; });
+  return levels_;
+}
+
+void SourceReader::Worker::observe(Observer observer) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  observer_ = std::move(observer);
+  changed_.notify_all();
+}
+
+SourceFailure SourceReader::Worker::failure() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return failure_;
+}
+
+std::string SourceReader::Worker::explanation() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return explanation_;
+}
+
+// ---- The worker's side
+// ---------------------------------------------------------------------------
+
+void SourceReader::Worker::run() {
+  leaving().waitUntilGone(name_);
+  if (openHandle()) {
+    applySettings();
+    learn();
+  }
+  serve();
+  tellEnd();
+  if (handle_ > 0) x_fluvia_file_close(handle_);
+  leaving().remove(name_);
+}
+
+bool SourceReader::Worker::openHandle() {
+  if (x_fluvia_file_open_x(name_.c_str(), &handle_, settings_.bufferSize) != FVFR_OK) {
+    handle_ = 0;
+    fail("open");
+    return false;
+  }
+  return true;
+}
+
+void SourceReader::Worker::applySettings() {
+  if (local_) return;
+  struct stat status {};
+  const bool folder = stat(settings_.authorities.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  const auto set = [this](int (*function)(int, const char*), const std::string& value) {
+    if (!value.empty()) function(handle_, value.c_str());
+  };
+  set(x_fluvia_file_http_set_userAgent, settings_.userAgent);
+  set(x_fluvia_file_http_set_proxy, settings_.proxy);
+  set(x_fluvia_file_http_set_cookie, settings_.cookie);
+  set(folder ? x_fluvia_file_http_set_CAPath : x_fluvia_file_http_set_CA, settings_.authorities);
+  set(x_fluvia_file_http_set_client_authert, settings_.certificate);
+  set(x_fluvia_file_http_set_private_key, settings_.key);
+  if (settings_.speed > 0) x_fluvia_file_http_set_speed(handle_, settings_.speed);
+  if (settings_.featureFlag >= 0) x_fluvia_file_set_featureflag(handle_, settings_.featureFlag);
+}
+
+// Reads the first bytes, after which neither size nor seek waits, and goes back to the beginning.
+void SourceReader::Worker::learn() {
+  Piece first;
+  const Outcome outcome = fetch(0, kFirstRead, kLearning, &first);
+  if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
+  SourceFacts facts;
+  facts.known = true;
+  facts.size = x_fluvia_file_size(handle_);
+  if (facts.size < 0 || facts.size == FVFR_UNKNOWN_SIZE) facts.size = -1;
+  long long now = 0;
+  const long long beyond = position_ + FVFR_SEEK_SPAN + 1;
+  facts.seekable = x_fluvia_file_seek(handle_, beyond, &now) != FVFR_SEEK_REFUSED;
+  position_ = x_fluvia_file_offset(handle_);
+  moveTo(0);
+  const std::lock_guard<std::mutex> guard(lock_);
+  facts_ = facts;
+  changed_.notify_all();
+}
+
+void SourceReader::Worker::serve() {
+  Lock held(lock_);
+  while (!quitting_) {
+    if (!requested_) {
+      waitOrLook(held);
+      continue;
+    }
+    requested_ = false;
+    const unsigned long long ticket = ticket_;
+    const long long offset = offset_;
+    const unsigned int size = size_;
+    held.unlock();
+    Piece piece;
+    const Outcome outcome = fetch(offset, size, ticket, &piece);
+    held.lock();
+    if (abandoned(ticket)) continue;
+    piece_ = std::move(piece);
+    outcome_ = outcome;
+    answered_ = ticket;
+    changed_.notify_all();
+  }
+}
+
+SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int size,
+                                                  unsigned long long ticket, Piece* piece) {
+  if (handle_ == 0) return Outcome::kFailed;
+  Outcome outcome = Outcome::kFailed;
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (position_ != offset && !moveTo(offset)) break;
+    outcome = fetchOnce(size, ticket, piece);
+    if (outcome != Outcome::kFailed) return outcome;
+    if (local_ || x_fluvia_file_http_get_download_status(handle_) != FVFR_DOWNLOAD_OK) break;
+  }
+  fail("read");
+  return Outcome::kFailed;
+}
+
+bool SourceReader::Worker::moveTo(long long offset) {
+  long long now = 0;
+  const int moved = x_fluvia_file_seek(handle_, offset, &now);
+  position_ = x_fluvia_file_offset(handle_);
+  if (moved == FVFR_OK) return true;
+  // A file without bytes refuses every seek; its only offset is 0.
+  return x_fluvia_file_size(handle_) == 0 && position_ == offset;
+}
+
+SourceReader::Outcome SourceReader::Worker::fetchOnce(unsigned int size, unsigned long long ticket,
+                                                      Piece* piece) {
+  Piece made;
+  made.data.reset(new (std::nothrow) char[size]);
+  if (made.data == nullptr) return Outcome::kFailed;
+  Lock held(lock_);
+  pending_ = true;
+  held.unlock();
+  int request = 0;
+  const int issued =
+      x_fluvia_file_read_async(handle_, made.data.get(), size, &Worker::completed, this, &request);
+  held.lock();
+  if (issued != FVFR_OK) {
+    pending_ = false;
+    return Outcome::kFailed;
+  }
+  waitForCompletion(held, request, ticket);
+  made.size = static_cast<unsigned int>(readBytes_);
+  if (status_ == FVFR_ASYNC_DONE) {
+    position_ += readBytes_;
+    *piece = std::move(made);
+    return Outcome::kDone;
+  }
+  if (status_ == FVFR_ASYNC_END_OF_FILE) return Outcome::kEnd;
+  return abandoned(ticket) ? Outcome::kInterrupted : Outcome::kFailed;
+}
+
+// Until the buffer is ours again. An abandoned request is broken off once: it has a number of its
+// own, so that the break cannot come too early or meet another one.
+void SourceReader::Worker::waitForCompletion(Lock& held, int request, unsigned long long ticket) {
+  bool broken = false;
+  while (pending_) {
+    if (!broken && abandoned(ticket)) {
+      broken = true;
+      held.unlock();
+      x_fluvia_file_read_abort(handle_, request);
+      held.lock();
+      continue;
+    }
+    waitOrLook(held);
+  }
+}
+
+// A request that is aborted in the queue is called back twice; both calls come before the abort
+// returns, and so before the next request.
+void SourceReader::Worker::completed(int /*request*/, void* worker, int status, int readBytes) {
+  Worker* self = static_cast<Worker*>(worker);
+  const std::lock_guard<std::mutex> guard(self->lock_);
+  if (!self->pending_) return;
+  self->pending_ = false;
+  self->status_ = status;
+  self->readBytes_ = readBytes;
+  self->changed_.notify_all();
+}
+
+void SourceReader::Worker::fail(const std::string& action) {
+  const Diagnosis found = local_ ? diagnoseFile(name_)
+                          : handle_ > 0
+                              ? diagnoseTransfer(x_fluvia_file_http_get_download_status(handle_))
+                              : Diagnosis{SourceFailure::kOther, "the library refuses the name"};
+  const std::lock_guard<std::mutex> guard(lock_);
+  failure_ = found.failure;
+  explanation_ = "Cannot " + action + " " + name_ + ": " + found.text + ".";
+  if (!facts_.known) facts_.known = facts_.failed = true;
+  changed_.notify_all();
+}
+
+void SourceReader::Worker::waitOrLook(Lock& held) {
+  if (lookWanted_ || (observer_ && Clock::now() >= nextLook_)) {
+    look(held);
+  } else if (observer_) {
+    changed_.wait_until(held, nextLook_);
+  } else {
+    changed_.wait(held);
+  }
+}
+
+void SourceReader::Worker::look(Lock& held) {
+  lookWanted_ = false;
+  nextLook_ = Clock::now() + kLookEvery;
+  const SourceFacts facts = facts_;
+  const Observer observer = observer_;
+  held.unlock();
+  SourceLevels levels;
+  if (handle_ > 0) {
+    levels.buffered = std::max(0, x_fluvia_file_bufferedSize(handle_));
+    levels.wanted = std::max(0, x_fluvia_file_bufferSize(handle_));
+    levels.speed = std::max(0LL, x_fluvia_file_http_get_speed(handle_));
+  }
+  if (facts.size >= 0) levels.wanted = std::min(levels.wanted, facts.size - position_);
+  if (observer) observer(levels, false);
+  held.lock();
+  levels_ = levels;
+  ++looks_;
+  changed_.notify_all();
+}
+
+void SourceReader::Worker::tellEnd() {
+  Lock held(lock_);
+  const Observer observer = observer_;
+  const SourceLevels levels = levels_;
+  held.unlock();
+  if (observer) observer(levels, true);
+}

@@ -1,0 +1,100 @@
+#ifndef FLUVIAFS_PLUGINS_GSTREAMER_SOURCEWORKER_H_
+#define FLUVIAFS_PLUGINS_GSTREAMER_SOURCEWORKER_H_
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+
+#include "SourceReader.h"
+
+// The thread behind a SourceReader and what the two share.
+//
+// Threads:   run() and the private methods on the worker's thread, the others on any. lock guards
+//            all fields below it and is never held over a call of the library or of the observer.
+// Ownership: shared by the reader and the thread; the handle is the thread's.
+class SourceReader::Worker {
+ public:
+  Worker(const std::string& name, const SourceSettings& settings);
+
+  // Opens, serves requests until quit(), closes.
+  void run();
+  void quit();
+
+  SourceFacts waitForFacts(int milliseconds);
+  SourceFacts facts() const;
+  Outcome read(long long offset, unsigned int size, Piece* piece);
+  void setInterrupted(bool interrupted);
+  SourceLevels levels();
+  void observe(Observer observer);
+  SourceFailure failure() const;
+  std::string explanation() const;
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+  using Clock = std::chrono::steady_clock;
+
+  // The ticket of the first read, which only quit() ends.
+  static constexpr unsigned long long kLearning = 0;
+
+  bool openHandle();
+  void applySettings();
+  void learn();
+  void serve();
+  // A read from the handle's position, tried again when somebody else's abort met it.
+  Outcome fetch(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
+  Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
+  bool moveTo(long long offset);
+  void waitForCompletion(Lock& held, int request, unsigned long long ticket);
+  bool abandoned(unsigned long long ticket) const {
+    return quitting_ || (ticket != kLearning && ticket != ticket_);
+  }
+  void fail(const std::string& action);
+  // Waits on the condition, but looks at the levels when somebody wants to know them.
+  void waitOrLook(Lock& held);
+  void look(Lock& held);
+  void tellEnd();
+  static void completed(int request, void* worker, int status, int readBytes);
+
+  const std::string name_;
+  const bool local_;
+  const SourceSettings settings_;
+  const Clock::time_point opened_ = Clock::now();
+
+  // The worker's thread only.
+  int handle_ = 0;
+  long long position_ = 0;
+
+  std::mutex turn_;  // held by the one whose read is served
+  mutable std::mutex lock_;
+  std::condition_variable changed_;
+  bool quitting_ = false;
+  bool interrupted_ = false;
+  SourceFacts facts_;
+  SourceFailure failure_ = SourceFailure::kNone;
+  std::string explanation_;
+
+  // The request: wanted by the reader under a ticket, answered under the same. A ticket that is no
+  // longer the newest is abandoned.
+  unsigned long long ticket_ = 0;
+  unsigned long long answered_ = 0;
+  bool requested_ = false;
+  long long offset_ = 0;
+  unsigned int size_ = 0;
+  Outcome outcome_ = Outcome::kInterrupted;
+  Piece piece_;
+
+  // The library's request under way.
+  bool pending_ = false;
+  int status_ = 0;
+  int readBytes_ = 0;
+
+  // Levels and who wants them.
+  SourceLevels levels_;
+  bool lookWanted_ = false;
+  unsigned int looks_ = 0;
+  Observer observer_;
+  Clock::time_point nextLook_ = Clock::now();
+};
+
+#endif  // FLUVIAFS_PLUGINS_GSTREAMER_SOURCEWORKER_H_
