@@ -1,5 +1,9 @@
 #include "tests/support/Behaviours.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -252,6 +256,23 @@ Behaviour inTurn(std::vector<Behaviour> behaviours) {
   return [=](Exchange& exchange) {
     const size_t last = behaviours.size() - 1;
     behaviours[std::min(static_cast<size_t>(exchange.number()), last)](exchange);
+  };
+}
+
+Behaviour serveFile(const std::string& path, long long count) {
+  return [=](Exchange& exchange) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    if (file < 0 || fstat(file, &status) != 0) {
+      exchange.send("HTTP/1.1 500 No File\r\nContent-Length: 0\r\n\r\n");
+    } else {
+      const Part part = partOf(exchange.request(), status.st_size);
+      const long long most = count < 0 ? part.count : std::min(count, part.count);
+      if (sendRangeHead(exchange, part, status.st_size, "")) {
+        exchange.sendFile(file, part.first, most);
+      }
+    }
+    if (file >= 0) close(file);
   };
 }
 

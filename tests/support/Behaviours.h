@@ -52,6 +52,9 @@ Behaviour inTurn(std::vector<Behaviour> behaviours);
 // As stallAfter; settled becomes true when the connection has been silent for long enough that the
 // client's own short timers have passed and it looks around once a second only.
 Behaviour stallAndTell(long long size, long long count, std::atomic<bool>* settled);
+// A file's bytes instead of the pattern's, well-behaved; the connection ends after count bytes of
+// the body when count is not -1.
+Behaviour serveFile(const std::string& path, long long count = -1);
 // Accepts, reads the request and says nothing.
 Behaviour staySilent();
 

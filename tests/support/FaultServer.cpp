@@ -126,6 +126,20 @@ bool Exchange::sendPattern(long long from, long long count) {
   return true;
 }
 
+bool Exchange::sendFile(int file, long long from, long long count) {
+  char piece[kPiece];
+  while (count > 0) {
+    const size_t wanted = static_cast<size_t>(std::min<long long>(count, sizeof piece));
+    const ssize_t n = pread(file, piece, wanted, from);
+    if (n <= 0 || !sendAll(connection, session, piece, static_cast<size_t>(n))) return false;
+    from += n;
+    count -= n;
+    std::lock_guard<std::mutex> guard(owner->lock);
+    owner->sentBytes[received.path] += n;
+  }
+  return true;
+}
+
 void Exchange::hold() {
   struct pollfd watched[2] = {{connection, POLLRDHUP, 0}, {owner->wakePipe[0], POLLIN, 0}};
   poll(watched, 2, -1);

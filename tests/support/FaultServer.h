@@ -44,6 +44,8 @@ class Exchange {
   bool send(const std::string& bytes);
   // Body bytes of the test resource, from its byte from on; counted.
   bool sendPattern(long long from, long long count);
+  // Body bytes of an open file; counted. False also when the file ends before.
+  bool sendFile(int file, long long from, long long count);
   // Waits until the peer closes or the server stops.
   void hold();
   // Waits that long, or until the server stops. The server's pace, not a synchronisation.

@@ -1,0 +1,226 @@
+// Decodes a URI with GStreamer and prints a checksum of every frame.
+//
+//   gst-frames [--plugin FILE] [--ca FILE] [--seeks N] [--seed N] [--timing] URI
+//
+// A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
+// first, then sound. --plugin loads an element that is in no registry. --seeks goes to N random
+// times and prints the picture (or sound) there.
+#include <gst/gst.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr GstClockTime kDeadline = 60 * GST_SECOND;
+
+struct Options {
+  const char* plugin = nullptr;
+  const char* authorities = nullptr;
+  const char* uri = nullptr;
+  int seeks = 0;
+  unsigned int seed = 1;
+  bool timing = false;
+};
+
+Options options;
+
+// One decoded stream: its sink, and the lines of its frames when all are wanted.
+struct Stream {
+  std::string kind;
+  GstElement* sink = nullptr;
+  std::vector<std::string> lines;
+};
+
+struct Player {
+  GstElement* pipeline = nullptr;
+  std::mutex lock;
+  Stream video{"video", nullptr, {}};
+  Stream audio{"audio", nullptr, {}};
+};
+
+std::string lineOf(const std::string& kind, GstBuffer* buffer) {
+  GstMapInfo map;
+  if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return kind + " cannot be read";
+  char* sum = g_compute_checksum_for_data(G_CHECKSUM_MD5, map.data, map.size);
+  gst_buffer_unmap(buffer, &map);
+  const std::string line =
+      kind + " " + std::to_string(GST_BUFFER_PTS(buffer)) + " " + std::string(sum);
+  g_free(sum);
+  return line;
+}
+
+void onFrame(GstElement*, GstBuffer* buffer, GstPad*, gpointer stream) {
+  Stream* into = static_cast<Stream*>(stream);
+  into->lines.push_back(lineOf(into->kind, buffer));
+}
+
+// A sink for the first stream of each kind; others are thrown away.
+void onPad(GstElement*, GstPad* pad, gpointer data) {
+  Player* player = static_cast<Player*>(data);
+  GstCaps* caps = gst_pad_get_current_caps(pad);
+  const std::string type = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+  gst_caps_unref(caps);
+  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+  g_object_set(sink, "sync", FALSE, nullptr);
+  {
+    const std::lock_guard<std::mutex> guard(player->lock);
+    Stream* stream = type.compare(0, 6, "video/") == 0 ? &player->video : &player->audio;
+    if (stream->sink == nullptr) {
+      stream->sink = sink;
+      if (options.seeks == 0) {
+        g_object_set(sink, "signal-handoffs", TRUE, nullptr);
+        g_signal_connect(sink, "handoff", G_CALLBACK(onFrame), stream);
+      }
+    }
+  }
+  gst_bin_add(GST_BIN(player->pipeline), sink);
+  gst_element_sync_state_with_parent(sink);
+  GstPad* target = gst_element_get_static_pad(sink, "sink");
+  gst_pad_link(pad, target);
+  gst_object_unref(target);
+}
+
+void onSource(GstElement*, GstElement* source, gpointer) {
+  if (options.authorities != nullptr &&
+      g_object_class_find_property(G_OBJECT_GET_CLASS(source), "ca") != nullptr) {
+    g_object_set(source, "ca", options.authorities, nullptr);
+  }
+}
+
+// Waits for one of these messages. False, with the error told, when there is none.
+bool waitFor(const Player& player, GstMessageType types) {
+  GstBus* bus = gst_element_get_bus(player.pipeline);
+  GstMessage* message = gst_bus_timed_pop_filtered(
+      bus, kDeadline, static_cast<GstMessageType>(types | GST_MESSAGE_ERROR));
+  gst_object_unref(bus);
+  bool good = message != nullptr;
+  if (message == nullptr) {
+    fprintf(stderr, "gst-frames: nothing happened for %d s\n",
+            static_cast<int>(kDeadline / GST_SECOND));
+  } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+    GError* error = nullptr;
+    gst_message_parse_error(message, &error, nullptr);
+    fprintf(stderr, "gst-frames: %s\n", error->message);
+    g_error_free(error);
+    good = false;
+  }
+  if (message != nullptr) gst_message_unref(message);
+  return good;
+}
+
+double millisecondsSince(gint64 begin) {
+  return static_cast<double>(g_get_monotonic_time() - begin) / 1000.0;
+}
+
+bool seekTo(Player& player, GstClockTime time) {
+  const gint64 begin = g_get_monotonic_time();
+  const auto flags = static_cast<GstSeekFlags>(
+      GST_SEEK_FLAG_FLUSH | (options.timing ? GST_SEEK_FLAG_KEY_UNIT : GST_SEEK_FLAG_ACCURATE));
+  if (!gst_element_seek_simple(player.pipeline, GST_FORMAT_TIME, flags,
+                               static_cast<gint64>(time))) {
+    fprintf(stderr, "gst-frames: the seek was refused\n");
+    return false;
+  }
+  if (!waitFor(player, GST_MESSAGE_ASYNC_DONE)) return false;
+  if (options.timing) fprintf(stderr, "seek %.1f ms\n", millisecondsSince(begin));
+  GstSample* sample = nullptr;
+  const Stream& shown = player.video.sink != nullptr ? player.video : player.audio;
+  g_object_get(shown.sink, "last-sample", &sample, nullptr);
+  if (sample == nullptr) {
+    fprintf(stderr, "gst-frames: no frame after a seek\n");
+    return false;
+  }
+  printf("seek to %llu: %s\n", static_cast<unsigned long long>(time),
+         lineOf(shown.kind, gst_sample_get_buffer(sample)).c_str());
+  gst_sample_unref(sample);
+  return true;
+}
+
+bool seekAround(Player& player, gint64 begin) {
+  gst_element_set_state(player.pipeline, GST_STATE_PAUSED);
+  if (!waitFor(player, GST_MESSAGE_ASYNC_DONE)) return false;
+  if (options.timing) fprintf(stderr, "first frame %.1f ms\n", millisecondsSince(begin));
+  gint64 length = 0;
+  if (!gst_element_query_duration(player.pipeline, GST_FORMAT_TIME, &length)) {
+    fprintf(stderr, "gst-frames: the length is not known\n");
+    return false;
+  }
+  std::mt19937 random(options.seed);
+  for (int i = 0; i < options.seeks; ++i) {
+    const auto limit = static_cast<unsigned long long>(length) / 10 * 9;
+    const unsigned long long sample = random();
+    if (!seekTo(player, sample * limit / 0xFFFFFFFFULL)) return false;
+  }
+  return true;
+}
+
+bool playAll(Player& player) {
+  gst_element_set_state(player.pipeline, GST_STATE_PLAYING);
+  if (!waitFor(player, GST_MESSAGE_EOS)) return false;
+  for (const Stream* stream : {&player.video, &player.audio}) {
+    for (const std::string& line : stream->lines) printf("%s\n", line.c_str());
+  }
+  return true;
+}
+
+bool parse(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const bool more = i + 1 < argc;
+    if (strcmp(argv[i], "--plugin") == 0 && more) {
+      options.plugin = argv[++i];
+    } else if (strcmp(argv[i], "--ca") == 0 && more) {
+      options.authorities = argv[++i];
+    } else if (strcmp(argv[i], "--seeks") == 0 && more) {
+      options.seeks = atoi(argv[++i]);
+    } else if (strcmp(argv[i], "--seed") == 0 && more) {
+      options.seed = static_cast<unsigned int>(strtoul(argv[++i], nullptr, 10));
+    } else if (strcmp(argv[i], "--timing") == 0) {
+      options.timing = true;
+    } else {
+      options.uri = argv[i];
+    }
+  }
+  return options.uri != nullptr;
+}
+
+bool loadPlugin() {
+  if (options.plugin == nullptr) return true;
+  GError* error = nullptr;
+  GstPlugin* plugin = gst_plugin_load_file(options.plugin, &error);
+  if (plugin == nullptr) {
+    fprintf(stderr, "gst-frames: %s\n", error->message);
+    g_error_free(error);
+    return false;
+  }
+  gst_object_unref(plugin);
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gst_init(nullptr, nullptr);
+  if (!parse(argc, argv)) {
+    fprintf(stderr, "usage: gst-frames [--plugin FILE] [--ca FILE] [--seeks N] [--seed N] URI\n");
+    return 2;
+  }
+  if (!loadPlugin()) return 1;
+  const gint64 begin = g_get_monotonic_time();
+  Player player;
+  player.pipeline = gst_pipeline_new("frames");
+  GstElement* decoder = gst_element_factory_make("uridecodebin", nullptr);
+  g_object_set(decoder, "uri", options.uri, nullptr);
+  g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), &player);
+  g_signal_connect(decoder, "source-setup", G_CALLBACK(onSource), nullptr);
+  gst_bin_add(GST_BIN(player.pipeline), decoder);
+  const bool good = options.seeks > 0 ? seekAround(player, begin) : playAll(player);
+  gst_element_set_state(player.pipeline, GST_STATE_NULL);
+  gst_object_unref(player.pipeline);
+  return good ? 0 : 1;
+}
