@@ -1,0 +1,103 @@
+/*
+ * Plays a file or URL with libmpv, through the library.
+ *
+ *   player [--headless] [--frames FILE] [--ca FILE] SOURCE
+ *
+ * SOURCE is fluvia+file:///path, fluvia+http://... or fluvia+https://..., or what mpv opens by
+ * itself, to compare. Without a display, or with --headless, nothing is shown or heard. --frames
+ * plays nothing but writes the MD5 of every decoded frame into FILE.
+ */
+#include <fluviafs.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "fluvia_mpv.h"
+
+typedef struct Options {
+  int headless;
+  const char* frames;
+  const char* authorities;
+  const char* source;
+} Options;
+
+static void set(mpv_handle* player, const char* name, const char* value) {
+  const int result = mpv_set_option_string(player, name, value);
+  if (result < 0) {
+    fprintf(stderr, "player: option %s: %s\n", name, mpv_error_string(result));
+    exit(1);
+  }
+}
+
+static void applySettings(int handle, void* data) {
+  const Options* options = data;
+  if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
+}
+
+static void configure(mpv_handle* player, const Options* options) {
+  set(player, "config", "no");
+  if (options->frames != NULL) {
+    set(player, "o", options->frames);
+    set(player, "of", "framemd5");
+    set(player, "ovc", "rawvideo");
+    set(player, "oac", "pcm_s16le");
+  } else if (options->headless) {
+    set(player, "vo", "null");
+    set(player, "ao", "null");
+    set(player, "untimed", "yes");
+    set(player, "ao-null-untimed", "yes");
+  } else {
+    set(player, "input-default-bindings", "yes");
+    set(player, "input-vo-keyboard", "yes");
+    set(player, "osc", "yes");
+  }
+}
+
+/* Until the source ends, or the viewer does. */
+static int watch(mpv_handle* player) {
+  for (;;) {
+    const mpv_event* event = mpv_wait_event(player, -1);
+    if (event->event_id == MPV_EVENT_SHUTDOWN) return 0;
+    if (event->event_id != MPV_EVENT_END_FILE) continue;
+    const mpv_event_end_file* end = event->data;
+    if (end->reason != MPV_END_FILE_REASON_ERROR) return 0;
+    fprintf(stderr, "player: %s\n", mpv_error_string(end->error));
+    return 1;
+  }
+}
+
+static int parse(int argc, char** argv, Options* options) {
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--headless") == 0) {
+      options->headless = 1;
+    } else if (strcmp(argv[i], "--frames") == 0 && i + 1 < argc) {
+      options->frames = argv[++i];
+    } else if (strcmp(argv[i], "--ca") == 0 && i + 1 < argc) {
+      options->authorities = argv[++i];
+    } else {
+      options->source = argv[i];
+    }
+  }
+  if (getenv("DISPLAY") == NULL && getenv("WAYLAND_DISPLAY") == NULL) options->headless = 1;
+  return options->source == NULL ? -1 : 0;
+}
+
+int main(int argc, char** argv) {
+  Options options = {0};
+  FluviaMpvStreams streams = {applySettings, &options};
+  if (parse(argc, argv, &options) != 0) {
+    fprintf(stderr, "usage: player [--headless] [--frames FILE] [--ca FILE] SOURCE\n");
+    return 2;
+  }
+  mpv_handle* player = mpv_create();
+  if (player == NULL) return 1;
+  configure(player, &options);
+  int result = mpv_initialize(player);
+  if (result >= 0) result = fluvia_mpv_add(player, &streams);
+  const char* command[] = {"loadfile", options.source, NULL};
+  if (result >= 0) result = mpv_command(player, command);
+  if (result < 0) fprintf(stderr, "player: %s\n", mpv_error_string(result));
+  const int failed = result < 0 ? 1 : watch(player);
+  mpv_terminate_destroy(player);
+  return failed;
+}
