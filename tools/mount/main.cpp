@@ -1,0 +1,173 @@
+// fluvia-mount: sources as the read-only files of a folder, by FUSE.
+#define FUSE_USE_VERSION 32
+
+#include <fuse.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "../HttpOptions.h"
+#include "../Screen.h"
+#include "../Source.h"
+#include "MountedFiles.h"
+
+namespace {
+
+enum { kExitOk = 0, kExitSource = 1, kExitUsage = 2, kExitMount = 4 };
+
+struct Mount {
+  tools::MountedFiles files;
+  tools::Screen screen;
+  std::string folder;
+  timespec since{};
+};
+
+Mount& mounted() { return *static_cast<Mount*>(fuse_get_context()->private_data); }
+
+tools::MountedFiles::File* fileAt(const char* path) { return mounted().files.find(path + 1); }
+
+int getAttributes(const char* path, struct stat* status, struct fuse_file_info*) {
+  *status = {};
+  status->st_uid = getuid();
+  status->st_gid = getgid();
+  status->st_mtim = status->st_ctim = status->st_atim = mounted().since;
+  if (strcmp(path, "/") == 0) {
+    status->st_mode = S_IFDIR | 0555;
+    status->st_nlink = 2;
+    return 0;
+  }
+  const tools::MountedFiles::File* file = fileAt(path);
+  if (file == nullptr) return -ENOENT;
+  status->st_mode = S_IFREG | 0444;
+  status->st_nlink = 1;
+  status->st_size = std::max(0LL, file->size);
+  status->st_blocks = (status->st_size + 511) / 512;
+  return 0;
+}
+
+int readFolder(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, struct fuse_file_info*,
+               enum fuse_readdir_flags) {
+  if (strcmp(path, "/") != 0) return -ENOTDIR;
+  const auto add = [&](const char* name) {
+    return fill(buffer, name, nullptr, 0, static_cast<enum fuse_fill_dir_flags>(0)) == 0;
+  };
+  if (!add(".") || !add("..")) return 0;
+  for (const auto& file : mounted().files.files()) {
+    if (!add(file->name.c_str())) break;
+  }
+  return 0;
+}
+
+// A file whose size is not known is read until it gives no more, past the kernel's cache.
+int openFile(const char* path, struct fuse_file_info* info) {
+  const tools::MountedFiles::File* file = fileAt(path);
+  if (file == nullptr) return -ENOENT;
+  if ((info->flags & O_ACCMODE) != O_RDONLY) return -EROFS;
+  if (file->size < 0) {
+    info->direct_io = 1;
+    info->nonseekable = 1;
+  } else {
+    info->keep_cache = 1;
+  }
+  return 0;
+}
+
+int readFile(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info*) {
+  tools::MountedFiles::File* file = fileAt(path);
+  return file == nullptr ? -ENOENT : tools::MountedFiles::read(file, buffer, size, offset);
+}
+
+void* begin(struct fuse_conn_info*, struct fuse_config*) {
+  mounted().screen.print("fluvia-mount: " + std::to_string(mounted().files.files().size()) +
+                         " files in " + mounted().folder + "; end with Ctrl-C or fusermount3 -u\n");
+  return &mounted();
+}
+
+int serve(Mount* mount) {
+  struct fuse_operations operations = {};
+  operations.getattr = getAttributes;
+  operations.readdir = readFolder;
+  operations.open = openFile;
+  operations.read = readFile;
+  operations.init = begin;
+  char program[] = "fluvia-mount";
+  char option[] = "-oro,fsname=fluvia,subtype=fluvia";
+  char* words[] = {program, option, nullptr};
+  struct fuse_args arguments = FUSE_ARGS_INIT(2, words);
+  struct fuse* fuse = fuse_new(&arguments, &operations, sizeof operations, mount);
+  fuse_opt_free_args(&arguments);
+  if (fuse == nullptr) return kExitMount;
+  int result = kExitMount;
+  if (fuse_mount(fuse, mount->folder.c_str()) == 0) {
+    struct fuse_session* session = fuse_get_session(fuse);
+    struct fuse_loop_config config = {};
+    config.clone_fd = 0;
+    config.max_idle_threads = 4;
+    if (fuse_set_signal_handlers(session) == 0) {
+      result = fuse_loop_mt(fuse, &config) < 0 ? kExitMount : kExitOk;
+      fuse_remove_signal_handlers(session);
+    }
+    fuse_unmount(fuse);
+  }
+  fuse_destroy(fuse);
+  return result;
+}
+
+int fail(const Mount& mount, int code, const std::string& text) {
+  mount.screen.print("fluvia-mount: " + text + "\n");
+  return code;
+}
+
+int run(const std::vector<std::string>& sources, const std::string& folder, const std::string& log,
+        const tools::HttpOptions& http) {
+  Mount mount;
+  std::string error;
+  mount.folder = folder;
+  clock_gettime(CLOCK_REALTIME, &mount.since);
+  if (!mount.screen.redirect(log, &error)) return fail(mount, kExitUsage, error);
+  tools::forceHttpOptions(&http, &mount.screen);
+  for (const std::string& source : sources) {
+    if (!mount.files.add(source, &error)) return fail(mount, kExitSource, error);
+  }
+  const int result = serve(&mount);
+  if (result == kExitMount) {
+    return fail(mount, result,
+                "cannot mount on " + folder + "; is it an empty folder, and /dev/fuse there?");
+  }
+  return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Shows files and HTTP resources, read through libfluviafs, as files of a folder.",
+               "fluvia-mount");
+  app.set_version_flag("--version", "fluvia-mount " FLUVIA_VERSION);
+  app.footer(
+      "The last argument is the folder, those before it are sources: paths or http:// or https://\n"
+      "URLs. Stays in the foreground until Ctrl-C or fusermount3 -u. Exit codes: 0 ended by "
+      "those,\n"
+      "1 a source cannot be read, 2 wrong usage, 4 cannot mount.");
+  std::vector<std::string> names;
+  std::string log;
+  tools::HttpOptions http;
+  app.add_option("SRC... DIR", names, "Sources, and the folder to show them in")
+      ->required()
+      ->expected(2, 255);
+  app.add_option("--log", log, "Write the library's log lines to FILE")->type_name("FILE");
+  tools::addHttpOptions(app, &http);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& answer) {
+    return app.exit(answer) == 0 ? kExitOk : kExitUsage;
+  }
+  const std::string folder = names.back();
+  names.pop_back();
+  return run(names, folder, log, http);
+}
