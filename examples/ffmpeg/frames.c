@@ -1,7 +1,7 @@
 /*
  * Decodes a file or URL through the library and prints a checksum of every frame.
  *
- *   frames [--plain] [--seeks N] [--byte-seeks N] [--seed N] [--timing] SOURCE
+ *   frames [--plain] [--ca FILE] [--seeks N] [--byte-seeks N] [--seed N] [--timing] SOURCE
  *
  * A line is the stream's kind and number, the frame's time in its stream's units and the MD5 of its
  * picture or samples. --plain reads with FFmpeg's own file and HTTP access instead, to compare.
@@ -9,6 +9,7 @@
  * --byte-seeks goes to N random bytes and prints the packet found there. --timing prints to
  * standard error how many milliseconds the first frame and each seek took.
  */
+#include <fluviafs.h>
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
@@ -29,6 +30,7 @@ typedef struct Options {
   int byteSeeks;
   int timing;
   unsigned int seed;
+  const char* authorities;
   const char* source;
 } Options;
 
@@ -166,6 +168,9 @@ static int openSource(Player* player, const Options* options) {
     return avformat_open_input(&player->format, options->source, NULL, NULL);
   }
   int result = fluvia_avio_open(&player->source, options->source, 0);
+  if (result == 0 && options->authorities != NULL) {
+    x_fluvia_file_http_set_CA(fluvia_avio_handle(player->source), options->authorities);
+  }
   if (result == 0) result = fluvia_avio_connect(player->source);
   if (result < 0) return result;
   player->format = avformat_alloc_context();
@@ -273,6 +278,8 @@ static int parse(int argc, char** argv, Options* options) {
       options->plain = 1;
     } else if (strcmp(argv[i], "--timing") == 0) {
       options->timing = 1;
+    } else if (strcmp(argv[i], "--ca") == 0) {
+      options->authorities = next, ++i;
     } else if (strcmp(argv[i], "--seeks") == 0) {
       options->seeks = atoi(next), ++i;
     } else if (strcmp(argv[i], "--byte-seeks") == 0) {
@@ -294,7 +301,8 @@ int main(int argc, char** argv) {
   options.seed = 1;
   if (parse(argc, argv, &options) != 0) {
     fprintf(stderr,
-            "usage: frames [--plain] [--seeks N] [--byte-seeks N] [--seed N] [--timing] SOURCE\n");
+            "usage: frames [--plain] [--ca FILE] [--seeks N] [--byte-seeks N] [--seed N] [--timing]"
+            " SOURCE\n");
     return 2;
   }
   av_log_set_level(AV_LOG_FATAL);

@@ -1,6 +1,6 @@
 // Serves the files of a folder on loopback, with faults, until its standard input ends.
 //
-//   media-server [--tls] [--drop BYTES] FOLDER
+//   media-server [--plain | --tls] [--drop BYTES] FOLDER
 //
 // Prints its address, and with --tls on a second line the file of its certificate. With --drop
 // every connection ends after that many bytes of body. At the end it prints for each file that was
@@ -49,13 +49,13 @@ int main(int argc, char** argv) {
       tls = true;
     } else if (strcmp(argv[i], "--drop") == 0 && i + 1 < argc) {
       drop = atoll(argv[++i]);
-    } else {
+    } else if (strcmp(argv[i], "--plain") != 0) {
       folder = argv[i];
     }
   }
   const std::vector<std::string> names = filesIn(folder);
   if (names.empty()) {
-    fprintf(stderr, "usage: media-server [--tls] [--drop BYTES] FOLDER\n");
+    fprintf(stderr, "usage: media-server [--plain | --tls] [--drop BYTES] FOLDER\n");
     return 2;
   }
   support::TestCertificate certificate;

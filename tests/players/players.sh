@@ -1,0 +1,213 @@
+#!/bin/bash
+# Tests with players; players.sh BUILD TEST runs one. BUILD is the folder of the build.
+#
+# PLAYER_over_WAY     every frame of every medium, as the same player decodes it from the plain file
+# PLAYER_seeks_WAY    the frames at 20 random times, likewise
+set -euo pipefail
+
+build=$1
+name=$2
+here=$(dirname "$(realpath "$0")")
+media=$build/media
+reference=$build/media-reference
+films="film.mkv film.mp4 fragmented.mp4 film.ts"
+everything="$films sound.mp3 sound.flac"
+seed=${FLUVIA_SEED:-$RANDOM}
+# GStreamer keeps a list of its elements; that of the person who tests stays as it is.
+export GST_REGISTRY=$build/gst-registry.bin
+# The libraries of players keep memory until the process ends.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
+
+dir=$(mktemp -d)
+mount_id=""
+server_id=""
+ca=""
+cleanup() {
+  if [ -n "$mount_id" ]; then
+    fusermount3 -u "$dir/mnt" || true
+    wait "$mount_id" || true
+  fi
+  if [ -n "$server_id" ]; then
+    exec 8>&-
+    wait "$server_id" || true
+  fi
+  rm -rf "$dir"
+}
+trap cleanup EXIT
+cd "$dir"
+
+fail() {
+  echo "$name: $*" >&2
+  exit 1
+}
+
+# serve [options of media-server]: serves the media; its address is in $served.
+serve() {
+  mkfifo input address
+  "$build/tests/players/media-server" "$@" "$media" <input >address 2>server.log &
+  server_id=$!
+  exec 8>input 7<address
+  read -r -t 60 served <&7 || fail "the server does not start: $(cat server.log)"
+  if [ "$1" = --tls ]; then read -r -t 60 ca <&7; fi
+}
+
+# reach WAY: makes the media reachable that way. Their names then begin with $root.
+reach() {
+  case $1 in
+    path) root=$media/ ;;
+    http)
+      serve --plain
+      root=$served/
+      ;;
+    https)
+      serve --tls
+      root=$served/
+      ;;
+    drops)
+      serve --drop 200000
+      root=$served/
+      ;;
+    *) fail "no such way: $1" ;;
+  esac
+}
+
+uri() {
+  case $1 in
+    /*) echo "file://$1" ;;
+    *) echo "$1" ;;
+  esac
+}
+
+# frames PLAYER NAME [options]: what the player decodes from a name of the library.
+frames() {
+  local player=$1 source=$2
+  shift 2
+  case $player in
+    ffmpeg) "$build/examples/ffmpeg/frames" ${ca:+--ca "$ca"} "$@" "$source" ;;
+    gstreamer)
+      "$build/tests/players/gst-frames" --plugin "$build/plugins/gstreamer/libgstfluvia.so" \
+        ${ca:+--ca "$ca"} "$@" "fluvia+$(uri "$source")"
+      ;;
+    mpv)
+      "$build/examples/mpv/player" ${ca:+--ca "$ca"} --frames frames.mpv "fluvia+$(uri "$source")"
+      cat frames.mpv
+      ;;
+    mount) "$build/examples/ffmpeg/frames" --plain "$@" "mnt/${source##*/}" ;;
+  esac
+}
+
+# plain PLAYER FILE [options]: what it decodes from the file itself.
+plain() {
+  local player=$1 file=$2
+  shift 2
+  case $player in
+    ffmpeg | mount) "$build/examples/ffmpeg/frames" --plain "$@" "$file" ;;
+    gstreamer) "$build/tests/players/gst-frames" "$@" "file://$file" ;;
+    mpv)
+      "$build/examples/mpv/player" --frames frames.plain "$file"
+      cat frames.plain
+      ;;
+  esac
+}
+
+# The MD5 of every picture that a player told, in order.
+pictures() {
+  case $1 in
+    mpv) sed -n 's/^0,.* //p' "$2" ;;
+    *) sed -n 's/^video .* //p' "$2" ;;
+  esac
+}
+
+# Mounts all media on mnt. The test is skipped where there is no FUSE.
+mount_media() {
+  local file sources=()
+  if [ ! -w /dev/fuse ]; then
+    echo "$name is skipped: /dev/fuse is not there or not ours" >&2
+    exit 77
+  fi
+  for file in $everything; do sources+=("$root$file"); done
+  mkdir mnt
+  mkfifo mounted
+  "$build/tools/fluvia-mount" ${ca:+--ca "$ca"} "${sources[@]}" mnt 2>mounted &
+  mount_id=$!
+  exec 6<mounted
+  local line=""
+  read -r -t 60 line <&6 || true
+  case $line in
+    *"files in mnt"*) ;;
+    *)
+      wait "$mount_id" || true
+      mount_id=""
+      case $line in
+        *"cannot mount"*)
+          echo "$name is skipped: mounting is not permitted here" >&2
+          exit 77
+          ;;
+      esac
+      fail "fluvia-mount says: $line"
+      ;;
+  esac
+}
+
+# The media, and what each player makes of them without us.
+make_media() {
+  "$here/fixtures.sh" "$media"
+  rm -rf "$reference"
+  mkdir -p "$reference"
+  local player file
+  for file in $everything; do
+    for player in ffmpeg gstreamer mpv; do
+      plain "$player" "$media/$file" >"$reference/$player.$file"
+      [ -s "$reference/$player.$file" ] || fail "$player decodes nothing from $file"
+    done
+    ln "$reference/ffmpeg.$file" "$reference/mount.$file"
+  done
+  for file in $films; do
+    pictures ffmpeg "$reference/ffmpeg.$file" >expected
+    [ "$(wc -l <expected)" -eq 500 ] || fail "$file has not 500 pictures but $(wc -l <expected)"
+    for player in gstreamer mpv; do
+      pictures "$player" "$reference/$player.$file" | cmp - expected ||
+        fail "$player and ffmpeg decode other pictures from $file"
+    done
+  done
+}
+
+over() {
+  local file
+  reach "$2"
+  if [ "$1" = mount ]; then mount_media; fi
+  for file in $everything; do
+    frames "$1" "$root$file" >got 2>errors || fail "$file: $(tail -5 errors)"
+    cmp got "$reference/$1.$file" || fail "$file: other frames than from the plain file"
+  done
+}
+
+seeks() {
+  local file
+  reach "$2"
+  echo "seed $seed; FLUVIA_SEED=$seed repeats it"
+  for file in $everything; do
+    plain "$1" "$media/$file" --seeks 20 --seed "$seed" >expected 2>errors ||
+      fail "$file plain: $(tail -5 errors)"
+    frames "$1" "$root$file" --seeks 20 --seed "$seed" >got 2>errors || fail "$file: $(tail -5 errors)"
+    cmp got expected || fail "$file: other frames than from the plain file"
+    [ "$(wc -l <got)" -eq 20 ] || fail "$file: not 20 frames"
+  done
+}
+
+byte_seeks() {
+  reach "$1"
+  echo "seed $seed; FLUVIA_SEED=$seed repeats it"
+  plain ffmpeg "$media/film.ts" --byte-seeks 20 --seed "$seed" >expected
+  frames ffmpeg "${root}film.ts" --byte-seeks 20 --seed "$seed" >got 2>errors ||
+    fail "$(tail -5 errors)"
+  cmp got expected
+  [ "$(wc -l <got)" -eq 20 ] || fail "not 20 packets"
+}
+
+case $name in
+  *_over_*) over "${name%%_*}" "${name##*_}" ;;
+  byte_seeks_*) byte_seeks "${name##*_}" ;;
+  *_seeks_*) seeks "${name%%_*}" "${name##*_}" ;;
+  *) "$name" ;;
+esac
