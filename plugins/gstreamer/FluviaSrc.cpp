@@ -381,22 +381,11 @@ gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   return TRUE;
 }
 
+// The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with it
+// demuxers are fed by pushing, through a buffer beside ours, and seek less exactly.
 gboolean answerQuery(GstBaseSrc* base, GstQuery* query) {
   if (GST_QUERY_TYPE(query) == GST_QUERY_BUFFERING) return answerBuffering(base, query);
-  const gboolean answered = GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, query);
-  if (answered && GST_QUERY_TYPE(query) == GST_QUERY_SCHEDULING) {
-    GstSchedulingFlags flags = GST_SCHEDULING_FLAG_SEEKABLE;
-    gint smallest = 0;
-    gint largest = 0;
-    gint align = 0;
-    gst_query_parse_scheduling(query, &flags, &smallest, &largest, &align);
-    const auto reader = readerOf(base);
-    if (reader != nullptr && reader->name().compare(0, 1, "/") != 0) {
-      flags = static_cast<GstSchedulingFlags>(flags | GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED);
-    }
-    gst_query_set_scheduling(query, flags, smallest, largest, align);
-  }
-  return answered;
+  return GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, query);
 }
 
 // ---- URIs

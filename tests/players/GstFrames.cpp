@@ -153,9 +153,10 @@ bool seekAround(Player& player, gint64 begin) {
   }
   std::mt19937 random(options.seed);
   for (int i = 0; i < options.seeks; ++i) {
-    const auto limit = static_cast<unsigned long long>(length) / 10 * 9;
-    const unsigned long long sample = random();
-    if (!seekTo(player, sample * limit / 0xFFFFFFFFULL)) return false;
+    const double part = static_cast<double>(random()) / 4294967296.0;
+    if (!seekTo(player, static_cast<GstClockTime>(part * 0.9 * static_cast<double>(length)))) {
+      return false;
+    }
   }
   return true;
 }

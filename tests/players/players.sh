@@ -78,6 +78,15 @@ uri() {
   esac
 }
 
+# Which stream mpv numbers first depends on which is ready first: as "video" and "audio", pictures
+# before sound.
+mpv_frames() {
+  awk -F', *' '
+    /^#media_type/ { split($0, word, /[ :]+/); kind[word[2]] = word[3]; next }
+    /^#/ { next }
+    { print kind[$1], $2, $3, $4, $5, $6 }' "$1" | sort -s -r -k 1,1
+}
+
 # frames PLAYER NAME [options]: what the player decodes from a name of the library.
 frames() {
   local player=$1 source=$2
@@ -90,7 +99,7 @@ frames() {
       ;;
     mpv)
       "$build/examples/mpv/player" ${ca:+--ca "$ca"} --frames frames.mpv "fluvia+$(uri "$source")"
-      cat frames.mpv
+      mpv_frames frames.mpv
       ;;
     mount) "$build/examples/ffmpeg/frames" --plain "$@" "mnt/${source##*/}" ;;
   esac
@@ -105,17 +114,14 @@ plain() {
     gstreamer) "$build/tests/players/gst-frames" "$@" "file://$file" ;;
     mpv)
       "$build/examples/mpv/player" --frames frames.plain "$file"
-      cat frames.plain
+      mpv_frames frames.plain
       ;;
   esac
 }
 
-# The MD5 of every picture that a player told, in order.
+# The MD5 of every picture in a file of frames, in order.
 pictures() {
-  case $1 in
-    mpv) sed -n 's/^0,.* //p' "$2" ;;
-    *) sed -n 's/^video .* //p' "$2" ;;
-  esac
+  sed -n 's/^video .* //p' "$1"
 }
 
 # Mounts all media on mnt. The test is skipped where there is no FUSE.
@@ -163,10 +169,10 @@ make_media() {
     ln "$reference/ffmpeg.$file" "$reference/mount.$file"
   done
   for file in $films; do
-    pictures ffmpeg "$reference/ffmpeg.$file" >expected
+    pictures "$reference/ffmpeg.$file" >expected
     [ "$(wc -l <expected)" -eq 500 ] || fail "$file has not 500 pictures but $(wc -l <expected)"
     for player in gstreamer mpv; do
-      pictures "$player" "$reference/$player.$file" | cmp - expected ||
+      pictures "$reference/$player.$file" | cmp - expected ||
         fail "$player and ffmpeg decode other pictures from $file"
     done
   done
