@@ -1,0 +1,227 @@
+// The element's reader and its buffering messages, without GStreamer.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "BufferingWatch.h"
+#include "SourceReader.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+using support::FaultServer;
+using Outcome = SourceReader::Outcome;
+
+constexpr int kLong = 30000;
+
+::testing::AssertionResult readsPattern(SourceReader& reader, long long offset, unsigned int size) {
+  SourceReader::Piece piece;
+  const Outcome outcome = reader.read(offset, size, &piece);
+  if (outcome != Outcome::kDone) {
+    return ::testing::AssertionFailure()
+           << "outcome " << static_cast<int>(outcome) << ": " << reader.explanation();
+  }
+  if (piece.size != size) return ::testing::AssertionFailure() << piece.size << " bytes";
+  const long long at = support::firstDifference(static_cast<unsigned long long>(offset),
+                                                piece.data.get(), piece.size);
+  if (at < 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "byte " << at << " is wrong";
+}
+
+TEST(SourceReader, ReadsAFileAnywhere) {
+  const support::TemporaryFolder folder;
+  SourceReader reader(folder.makePattern("file", 3000000), SourceSettings());
+  const SourceFacts facts = reader.waitForFacts(kLong);
+  EXPECT_TRUE(facts.known && !facts.failed && facts.seekable);
+  EXPECT_EQ(facts.size, 3000000);
+  EXPECT_TRUE(readsPattern(reader, 0, 65536));
+  EXPECT_TRUE(readsPattern(reader, 2900000, 100000));
+  EXPECT_TRUE(readsPattern(reader, 10, 5));
+  SourceReader::Piece piece;
+  EXPECT_EQ(reader.read(2999990, 100, &piece), Outcome::kDone);
+  EXPECT_EQ(piece.size, 10u);
+  EXPECT_EQ(reader.read(3000000, 100, &piece), Outcome::kEnd);
+}
+
+TEST(SourceReader, KnowsAStreamThatCannotSeek) {
+  FaultServer server;
+  server.on("/live", support::serveUntilClose(500000));
+  SourceReader reader(server.url("/live"), SourceSettings());
+  const SourceFacts facts = reader.waitForFacts(kLong);
+  EXPECT_TRUE(facts.known && !facts.failed);
+  EXPECT_FALSE(facts.seekable);
+  for (long long at = 0; at < 500000; at += 50000) ASSERT_TRUE(readsPattern(reader, at, 50000));
+}
+
+TEST(SourceReader, EmptyFileEndsAtOnce) {
+  const support::TemporaryFolder folder;
+  SourceReader reader(folder.makePattern("empty", 0), SourceSettings());
+  EXPECT_FALSE(reader.waitForFacts(kLong).failed);
+  EXPECT_EQ(reader.facts().size, 0);
+  SourceReader::Piece piece;
+  EXPECT_EQ(reader.read(0, 100, &piece), Outcome::kEnd);
+}
+
+// Left alone, the read would fail by the library's own time limit.
+TEST(SourceReader, InterruptEndsAReadThatWaits) {
+  FaultServer server;
+  server.on("/stalls", support::stallAfter(1000000, 100000));
+  SourceReader reader(server.url("/stalls"), SourceSettings());
+  EXPECT_TRUE(readsPattern(reader, 0, 50000));
+  SourceReader::Piece piece;
+  Outcome outcome = Outcome::kDone;
+  std::thread waiting([&] { outcome = reader.read(50000, 200000, &piece); });
+  reader.interrupt();
+  waiting.join();
+  EXPECT_EQ(outcome, Outcome::kInterrupted);
+  EXPECT_EQ(reader.read(0, 100, &piece), Outcome::kInterrupted) << "until it is resumed";
+  reader.resume();
+  EXPECT_TRUE(readsPattern(reader, 1000, 50000)) << "what is held needs no server";
+}
+
+TEST(SourceReader, InterruptEndsTheWaitForFacts) {
+  FaultServer server;
+  server.on("/silent", support::staySilent());
+  SourceReader reader(server.url("/silent"), SourceSettings());
+  reader.interrupt();
+  EXPECT_FALSE(reader.waitForFacts(kLong).known);
+}
+
+TEST(SourceReader, InterruptedReaderLeavesTheOtherOneOfItsResourceAlone) {
+  FaultServer server;
+  server.on("/drips", support::drip(400000, 20000, 30));
+  SourceReader first(server.url("/drips"), SourceSettings());
+  SourceReader second(server.url("/drips"), SourceSettings());
+  std::thread breaking([&first] {
+    SourceReader::Piece piece;
+    for (int i = 0; i < 40; ++i) {
+      std::thread waiting([&] { first.read(0, 300000, &piece); });
+      first.interrupt();
+      waiting.join();
+      first.resume();
+    }
+  });
+  for (long long at = 0; at < 400000; at += 40000) EXPECT_TRUE(readsPattern(second, at, 40000));
+  breaking.join();
+}
+
+TEST(SourceReader, EveryFailureHasItsTextAndKind) {
+  FaultServer server;
+  server.on("/forbidden", support::answerStatus(403));
+  const std::string nobody = "http://127.0.0.1:" + std::to_string(support::closedPort()) + "/film";
+  const struct {
+    std::string name;
+    SourceFailure kind;
+    std::string text;
+  } cases[] = {
+      {server.url("/missing"), SourceFailure::kNotFound, "the server answered 404"},
+      {server.url("/forbidden"), SourceFailure::kNotAvailable, "the server answered 403"},
+      {nobody, SourceFailure::kNotAvailable, "the server refuses the connection"},
+      {"/nowhere/film.ts", SourceFailure::kNotFound, "No such file or directory"},
+      {"/tmp", SourceFailure::kNotAvailable, "only regular files"},
+  };
+  for (const auto& each : cases) {
+    SourceReader reader(each.name, SourceSettings());
+    EXPECT_TRUE(reader.waitForFacts(kLong).failed) << each.name;
+    SourceReader::Piece piece;
+    EXPECT_EQ(reader.read(0, 10, &piece), Outcome::kFailed) << each.name;
+    EXPECT_EQ(reader.failure(), each.kind) << each.name;
+    EXPECT_NE(reader.explanation().find(each.text), std::string::npos) << reader.explanation();
+  }
+}
+
+TEST(SourceReader, SilentServerIsATimeOut) {
+  FaultServer server;
+  server.on("/stalls",
+            support::inTurn({support::stallAfter(1000000, 100000), support::staySilent()}));
+  SourceSettings settings;
+  settings.featureFlag = 1;
+  SourceReader reader(server.url("/stalls"), settings);
+  SourceReader::Piece piece;
+  EXPECT_EQ(reader.read(0, 200000, &piece), Outcome::kFailed);
+  EXPECT_EQ(reader.failure(), SourceFailure::kTimeout) << reader.explanation();
+}
+
+TEST(SourceReader, SettingsReachTheServer) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(100000));
+  SourceSettings settings;
+  settings.userAgent = "player/1";
+  settings.cookie = "a=b";
+  SourceReader reader(server.url("/film"), settings);
+  EXPECT_TRUE(readsPattern(reader, 0, 100000));
+  EXPECT_EQ(server.requests("/film").at(0).header("User-Agent"), "player/1");
+  EXPECT_EQ(server.requests("/film").at(0).header("Cookie"), "a=b");
+}
+
+// Opening a name again while its last handle is being closed waits inside the library, so the
+// second reader waits for the first one's end on a thread of its own.
+TEST(SourceReader, NameIsOpenedAgainAfterItWasClosed) {
+  FaultServer server;
+  server.on("/film", support::inTurn({support::staySilent(), support::serveRanges(100000)}));
+  auto first = std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  ASSERT_TRUE(server.waitForRequests("/film", 1));
+  first.reset();
+  SourceReader second(server.url("/film"), SourceSettings());
+  EXPECT_TRUE(readsPattern(second, 0, 100000));
+}
+
+TEST(SourceReader, LevelsTellWhatIsHeld) {
+  const support::TemporaryFolder folder;
+  SourceReader reader(folder.makePattern("file", 500000), SourceSettings());
+  EXPECT_TRUE(readsPattern(reader, 0, 1000));
+  EXPECT_TRUE(support::eventually([&] { return reader.levels().buffered == 499000; }));
+  EXPECT_EQ(reader.levels().wanted, 499000);
+}
+
+SourceLevels levels(long long buffered, long long wanted) {
+  SourceLevels made;
+  made.buffered = buffered;
+  made.wanted = wanted;
+  return made;
+}
+
+TEST(BufferingWatch, TellsRisingPercentagesAndEndsAtAHundred) {
+  BufferingWatch watch;
+  EXPECT_EQ(watch.update(levels(500, 1000), false), -1) << "enough: nothing to tell";
+  EXPECT_EQ(watch.update(levels(100, 1000), false), -1) << "a tenth is not low yet";
+  EXPECT_EQ(watch.update(levels(50, 1000), false), 10);
+  EXPECT_EQ(watch.update(levels(50, 1000), false), -1) << "nothing new";
+  EXPECT_EQ(watch.update(levels(200, 1000), false), 40) << "goes on until half is held";
+  EXPECT_EQ(watch.update(levels(500, 1000), false), 100);
+  EXPECT_EQ(watch.update(levels(400, 1000), false), -1);
+}
+
+TEST(BufferingWatch, EndsWhenNothingMoreComes) {
+  BufferingWatch watch;
+  EXPECT_EQ(watch.update(levels(0, 1000), false), 0);
+  int told = -1;
+  int looks = 0;
+  while (told != 100 && looks < 1000) {
+    told = watch.update(levels(0, 1000), false);
+    ++looks;
+  }
+  EXPECT_EQ(told, 100);
+  EXPECT_GE(looks, 40) << "patience of some seconds, at ten looks a second";
+}
+
+TEST(BufferingWatch, EndsWithTheSource) {
+  BufferingWatch watch;
+  EXPECT_EQ(watch.update(levels(0, 1000), false), 0);
+  EXPECT_EQ(watch.update(levels(0, 1000), true), 100);
+  EXPECT_EQ(watch.update(levels(0, 1000), true), -1) << "and is not told twice";
+}
+
+TEST(BufferingWatch, LastBytesOfASourceAreEnough) {
+  BufferingWatch watch;
+  EXPECT_EQ(watch.update(levels(3, 3), false), -1);
+  EXPECT_EQ(watch.update(levels(0, 0), false), -1);
+}
+
+}  // namespace
