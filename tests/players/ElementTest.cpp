@@ -1,0 +1,270 @@
+// fluviasrc as an application meets it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "Pipeline.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/HttpProbes.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+using support::FaultServer;
+
+// A wait inside the library ends by its own time limit, after ten seconds at the least.
+constexpr double kNoWait = 8;
+
+std::string source(const std::string& location) {
+  return "fluviasrc name=source location=" + location + " ";
+}
+
+// Counts what a sink is given, and compares it with the pattern.
+struct Taken {
+  std::atomic<long long> bytes{0};
+  std::atomic<long long> wrong{0};
+
+  static void onBuffer(GstElement*, GstBuffer* buffer, GstPad*, gpointer data) {
+    Taken* taken = static_cast<Taken*>(data);
+    GstMapInfo map;
+    if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return;
+    if (support::firstDifference(GST_BUFFER_OFFSET(buffer), map.data, map.size) >= 0) {
+      ++taken->wrong;
+    }
+    taken->bytes += static_cast<long long>(map.size);
+    gst_buffer_unmap(buffer, &map);
+  }
+
+  void watch(const Pipeline& pipeline) {
+    g_object_set(pipeline.inside("sink"), "signal-handoffs", TRUE, nullptr);
+    g_signal_connect(pipeline.inside("sink"), "handoff", G_CALLBACK(onBuffer), this);
+  }
+};
+
+TEST(FluviaSrc, PushesAFileWhole) {
+  const support::TemporaryFolder folder;
+  Taken taken;
+  Pipeline pipeline(source(folder.makePattern("file", 1234567)) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+  EXPECT_EQ(taken.bytes, 1234567);
+  EXPECT_EQ(taken.wrong, 0);
+}
+
+// A demuxer asks before it starts the source, and then pulls.
+TEST(FluviaSrc, LetsItselfBePulledWhereTheResourceSeeks) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(1000000));
+  const Pipeline pipeline(source(server.url("/film")) + "! fakesink");
+  gst_element_set_state(pipeline.inside("source"), GST_STATE_READY);
+  GstPad* pad = gst_element_get_static_pad(pipeline.inside("source"), "src");
+  GstQuery* query = gst_query_new_scheduling();
+  EXPECT_TRUE(gst_pad_query(pad, query));
+  EXPECT_TRUE(gst_query_has_scheduling_mode_with_flags(query, GST_PAD_MODE_PULL,
+                                                       GST_SCHEDULING_FLAG_SEEKABLE));
+  gst_query_unref(query);
+  ASSERT_TRUE(gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, TRUE));
+  for (const guint64 offset : {0ULL, 900000ULL, 123456ULL, 999990ULL}) {
+    GstBuffer* buffer = nullptr;
+    ASSERT_EQ(gst_pad_get_range(pad, offset, 5000, &buffer), GST_FLOW_OK) << offset;
+    EXPECT_EQ(gst_buffer_get_size(buffer), offset == 999990 ? 10u : 5000u);
+    GstMapInfo map;
+    ASSERT_TRUE(gst_buffer_map(buffer, &map, GST_MAP_READ));
+    EXPECT_EQ(support::firstDifference(offset, map.data, map.size), -1) << offset;
+    gst_buffer_unmap(buffer, &map);
+    gst_buffer_unref(buffer);
+  }
+  const std::vector<std::string> ranges = server.ranges("/film");
+  EXPECT_EQ(std::count(ranges.begin(), ranges.end(), ""), 1) << "asking has not opened it twice";
+  gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, FALSE);
+  gst_object_unref(pad);
+}
+
+TEST(FluviaSrc, PushesAStreamThatCannotSeek) {
+  FaultServer server;
+  server.on("/live", support::serveChunked(700000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/live")) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+  EXPECT_EQ(taken.bytes, 700000);
+  EXPECT_EQ(taken.wrong, 0);
+  EXPECT_FALSE(pipeline.seekByte(0)) << "and says that it cannot seek";
+}
+
+TEST(FluviaSrc, NoStateChangeWaitsForASilentServer) {
+  FaultServer server;
+  server.on("/silent", support::staySilent());
+  const support::Stopwatch watch;
+  {
+    Pipeline pipeline(source(server.url("/silent")) + "! fakesink name=sink");
+    EXPECT_EQ(pipeline.set(GST_STATE_PAUSED), GST_STATE_CHANGE_ASYNC);
+    ASSERT_TRUE(server.waitForRequests("/silent", 1));
+    EXPECT_NE(pipeline.set(GST_STATE_READY), GST_STATE_CHANGE_FAILURE);
+    EXPECT_EQ(pipeline.set(GST_STATE_PLAYING), GST_STATE_CHANGE_ASYNC);
+    EXPECT_EQ(pipeline.set(GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
+  }
+  EXPECT_LT(watch.seconds(), kNoWait);
+}
+
+TEST(FluviaSrc, FlushingSeekEndsAReadThatWaits) {
+  FaultServer server;
+  server.on("/stalls", support::stallAfter(5000000, 300000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/stalls")) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(support::eventually([&] { return taken.bytes >= 262144; }));
+  const support::Stopwatch watch;
+  EXPECT_TRUE(pipeline.seekByte(0));
+  ASSERT_TRUE(support::eventually([&] { return taken.bytes >= 2 * 262144; }))
+      << "what is held is played again";
+  pipeline.set(GST_STATE_NULL);
+  EXPECT_LT(watch.seconds(), kNoWait);
+  EXPECT_EQ(taken.wrong, 0);
+}
+
+TEST(FluviaSrc, ErrorsSayWhatIsWrong) {
+  FaultServer server;
+  server.on("/forbidden", support::answerStatus(403));
+  const struct {
+    std::string location;
+    int code;
+    const char* text;
+  } cases[] = {
+      {server.url("/missing"), GST_RESOURCE_ERROR_NOT_FOUND, "answered 404"},
+      {server.url("/forbidden"), GST_RESOURCE_ERROR_OPEN_READ, "answered 403"},
+      {"/nowhere/film.ts", GST_RESOURCE_ERROR_NOT_FOUND, "No such file"},
+  };
+  for (const auto& each : cases) {
+    Pipeline pipeline(source(each.location) + "! fakesink");
+    pipeline.set(GST_STATE_PLAYING);
+    EXPECT_FALSE(pipeline.waitFor(GST_MESSAGE_EOS)) << each.location;
+    EXPECT_EQ(pipeline.errorCode(), each.code) << pipeline.error();
+    EXPECT_NE(pipeline.error().find(each.text), std::string::npos) << pipeline.error();
+  }
+}
+
+TEST(FluviaSrc, TimeOutIsAnErrorOfReading) {
+  FaultServer server;
+  server.on("/stalls",
+            support::inTurn({support::stallAfter(5000000, 100000), support::staySilent()}));
+  Pipeline pipeline(source(server.url("/stalls")) + "feature-flag=1 ! fakesink");
+  pipeline.set(GST_STATE_PLAYING);
+  EXPECT_FALSE(pipeline.waitFor(GST_MESSAGE_EOS));
+  EXPECT_EQ(pipeline.errorCode(), GST_RESOURCE_ERROR_READ) << pipeline.error();
+}
+
+TEST(FluviaSrc, CertificatesAreCheckedOnceAuthoritiesAreNamed) {
+  const support::TestCertificate own;
+  const support::TestCertificate other;
+  FaultServer server(own.certificate(), own.key());
+  server.on("/film", support::serveRanges(100000));
+  Pipeline good(source(server.url("/film")) + "ca=" + own.certificate() + " ! fakesink");
+  good.set(GST_STATE_PLAYING);
+  EXPECT_TRUE(good.waitFor(GST_MESSAGE_EOS)) << good.error();
+  good.set(GST_STATE_NULL);
+  Pipeline bad(source(server.url("/film")) + "ca=" + other.certificate() + " ! fakesink");
+  bad.set(GST_STATE_PLAYING);
+  EXPECT_FALSE(bad.waitFor(GST_MESSAGE_EOS));
+}
+
+std::string factoryOf(const std::string& uri, std::string* location) {
+  GstElement* made = gst_element_make_from_uri(GST_URI_SRC, uri.c_str(), nullptr, nullptr);
+  if (made == nullptr) return "";
+  const std::string name = GST_OBJECT_NAME(gst_element_get_factory(made));
+  if (name == "fluviasrc") {
+    char* text = nullptr;
+    g_object_get(made, "location", &text, nullptr);
+    *location = text == nullptr ? "" : text;
+    g_free(text);
+  }
+  gst_object_unref(gst_object_ref_sink(made));
+  return name;
+}
+
+TEST(FluviaSrc, TakesItsOwnUrisAndNoOthers) {
+  const Pipeline loaded("fakesrc ! fakesink");
+  std::string location;
+  EXPECT_EQ(factoryOf("fluvia+http://a/b?c=d", &location), "fluviasrc");
+  EXPECT_EQ(location, "http://a/b?c=d");
+  EXPECT_EQ(factoryOf("fluvia+https://a:8/b", &location), "fluviasrc");
+  EXPECT_EQ(location, "https://a:8/b");
+  EXPECT_EQ(factoryOf("fluvia+file:///tmp/a%20film.ts", &location), "fluviasrc");
+  EXPECT_EQ(location, "/tmp/a film.ts");
+  EXPECT_NE(factoryOf("http://a/b", &location), "fluviasrc");
+  EXPECT_NE(factoryOf("file:///tmp/a", &location), "fluviasrc");
+}
+
+TEST(FluviaSrc, TakesPlainHttpWhenItsRankIsRaised) {
+  const Pipeline loaded("fakesrc ! fakesink");
+  GstPluginFeature* feature = gst_registry_lookup_feature(gst_registry_get(), "fluviasrc");
+  ASSERT_NE(feature, nullptr);
+  gst_plugin_feature_set_rank(feature, GST_RANK_PRIMARY + 1);
+  std::string location;
+  EXPECT_EQ(factoryOf("http://a/b", &location), "fluviasrc");
+  EXPECT_EQ(location, "http://a/b");
+  gst_plugin_feature_set_rank(feature, GST_RANK_NONE);
+  gst_object_unref(feature);
+}
+
+TEST(FluviaSrc, AnswersHowMuchIsBuffered) {
+  FaultServer server;
+  server.on("/film", support::stallAfter(5000000, 600000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PAUSED);
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_ASYNC_DONE)) << pipeline.error();
+  const auto held = [&] {
+    GstQuery* query = gst_query_new_buffering(GST_FORMAT_BYTES);
+    gint64 from = 0;
+    gint64 to = 0;
+    if (gst_element_query(pipeline.inside("source"), query)) {
+      gst_query_parse_buffering_range(query, nullptr, &from, &to, nullptr);
+    }
+    gst_query_unref(query);
+    return to - from;
+  };
+  EXPECT_TRUE(support::eventually([&] { return held() > 300000; })) << held();
+}
+
+TEST(FluviaSrc, BufferingMessagesEndAtAHundred) {
+  FaultServer server;
+  server.on("/film", support::drip(1500000, 20000, 10));
+  Pipeline pipeline(source(server.url("/film")) +
+                    "buffering-messages=true ! fakesink name=sink sync=false");
+  pipeline.set(GST_STATE_PAUSED);
+  int last = pipeline.nextBuffering();
+  ASSERT_GE(last, 0);
+  EXPECT_LT(last, 100);
+  int next = 0;
+  while (last != 100 && (next = pipeline.nextBuffering()) >= 0) {
+    EXPECT_GT(next, last);
+    last = next;
+  }
+  EXPECT_EQ(last, 100);
+}
+
+TEST(FluviaSrc, SaysNothingOfBufferingUnasked) {
+  FaultServer server;
+  server.on("/film", support::drip(600000, 20000, 10));
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink name=sink sync=false");
+  pipeline.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(
+      pipeline.waitFor(static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_BUFFERING)));
+  GstBus* bus = gst_element_get_bus(pipeline.element());
+  GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_BUFFERING);
+  EXPECT_EQ(message, nullptr);
+  gst_object_unref(bus);
+}
+
+}  // namespace
