@@ -242,6 +242,7 @@ static int seekTimes(Player* player, const Options* options) {
     int result = av_seek_frame(player->format, player->main, player->wanted, AVSEEK_FLAG_BACKWARD);
     if (result < 0) return fail("seek", result);
     flushDecoders(player);
+    if (player->timing) player->wanted = INT64_MIN;
     printf("seek to %lld: ", (long long)player->wanted);
     result = play(player);
     tellTime(player, "seek");

@@ -4,7 +4,8 @@
 //
 // A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
 // first, then sound. --plugin loads an element that is in no registry. --seeks goes to N random
-// times and prints the picture (or sound) there.
+// times and prints the picture (or sound) there. --timing prints to standard error how many
+// milliseconds the first frame took, and each seek to the key frame nearest before.
 #include <gst/gst.h>
 
 #include <cstdio>
@@ -73,7 +74,7 @@ void onPad(GstElement*, GstPad* pad, gpointer data) {
     Stream* stream = type.compare(0, 6, "video/") == 0 ? &player->video : &player->audio;
     if (stream->sink == nullptr) {
       stream->sink = sink;
-      if (options.seeks == 0) {
+      if (options.seeks == 0 && !options.timing) {
         g_object_set(sink, "signal-handoffs", TRUE, nullptr);
         g_signal_connect(sink, "handoff", G_CALLBACK(onFrame), stream);
       }
@@ -220,7 +221,8 @@ int main(int argc, char** argv) {
   g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), &player);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSource), nullptr);
   gst_bin_add(GST_BIN(player.pipeline), decoder);
-  const bool good = options.seeks > 0 ? seekAround(player, begin) : playAll(player);
+  const bool good =
+      options.seeks > 0 || options.timing ? seekAround(player, begin) : playAll(player);
   gst_element_set_state(player.pipeline, GST_STATE_NULL);
   gst_object_unref(player.pipeline);
   return good ? 0 : 1;

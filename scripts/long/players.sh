@@ -1,0 +1,44 @@
+# shellcheck shell=bash
+# What a player feels over a long, slow link, beside FFmpeg's and GStreamer's own HTTP. The figures
+# are left in build/player-figures; docs/players.md shows those of one such run.
+. scripts/nginx.sh
+
+make_measured_players() {
+  configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build release
+}
+
+# A minute of noise at 6 Mbit/s: more than a buffer holds, and its index at the end.
+make_measured_media() {
+  local out=build/player-figures/media
+  mkdir -p "$out"
+  [ ! -e "$out/complete" ] || return 0
+  ffmpeg -nostdin -hide_banner -loglevel error -y \
+    -f lavfi -i "testsrc2=size=640x360:rate=25:duration=60,noise=alls=30:allf=t:all_seed=1" \
+    -f lavfi -i "sine=frequency=330:beep_factor=4:sample_rate=44100:duration=60" -map 0:v -map 1:a \
+    -c:v libx264 -preset ultrafast -g 25 -b:v 6M -maxrate 6M -bufsize 6M -pix_fmt yuv420p \
+    -c:a aac -b:a 96k -ac 2 "$out/film.mkv" &&
+    ffmpeg -nostdin -hide_banner -loglevel error -y -i "$out/film.mkv" -c copy "$out/film.mp4" &&
+    touch "$out/complete"
+}
+
+measure_players() (
+  local out=$PWD/build/player-figures server code=0
+  server=$(mktemp -d)
+  start_nginx "$server" "$out/media"
+  export GST_REGISTRY=$PWD/build/release/gst-registry.bin
+  build/release/tests/players/gst-frames "file://$out/media/film.mp4" >/dev/null || code=1
+  if [ "$code" -eq 0 ]; then
+    tests/players/measure.py run "$PWD/build/release" "$NGINX_PORT" "$server/access.log" \
+      film.mp4 film.mkv >"$out/players.csv" || code=1
+  fi
+  kill "$NGINX_PID"
+  wait "$NGINX_PID" || true
+  rm -rf "$server"
+  [ "$code" -eq 0 ] && tests/players/measure.py table "$out/players.csv" >"$out/players.md" &&
+    tests/players/measure.py picture "$out/players.csv" >"$out/players.svg"
+)
+
+check "packages of the players" scripts/install-packages players servers
+check "build with the players" make_measured_players
+check "media to measure with" make_measured_media
+check "figures of the players" measure_players

@@ -1,0 +1,169 @@
+#!/usr/bin/env python3
+"""Measures what a player feels over a long, slow link, and draws it.
+
+    measure.py run BUILD PORT ACCESS_LOG FILE...    measures; prints one line of CSV a case
+    measure.py table CSV                            the same as a Markdown table
+    measure.py picture CSV                          the same as an SVG
+
+FILE is a name that the server at PORT serves and whose requests it writes into ACCESS_LOG.
+"""
+import csv
+import re
+import statistics
+import subprocess
+import sys
+import time
+
+RATE = 2_500_000  # bytes a second: 20 Mbit/s
+ROUND_TRIPS = (0, 20, 100)
+STARTS = 5
+SEEKS = 12
+SEED = "7"
+FIELDS = ["file", "round_trip_ms", "way", "first_ms", "seek_ms", "seek_worst_ms",
+          "start_requests", "start_kb", "requests_a_seek", "kb_a_seek"]
+
+
+def ways(build):
+    frames = [build + "/examples/ffmpeg/frames"]
+    gst = [build + "/tests/players/gst-frames"]
+    plugin = ["--plugin", build + "/plugins/gstreamer/libgstfluvia.so"]
+    return [("FFmpeg, libfluviafs", frames, ""),
+            ("FFmpeg, its own http", frames + ["--plain"], ""),
+            ("GStreamer, fluviasrc", gst + plugin, "fluvia+"),
+            ("GStreamer, souphttpsrc", gst, "")]
+
+
+class Link:
+    """A slow link for one run of a player; counts what came through."""
+
+    def __init__(self, build, port, round_trip, log):
+        self.log = log
+        self.before = self.lines()
+        self.process = subprocess.Popen(
+            [build + "/tests/players/slow-link", port, str(round_trip), str(RATE)],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.port = self.process.stdout.readline().strip()
+
+    def lines(self):
+        with open(self.log, encoding="utf-8", errors="replace") as file:
+            return sum(1 for _ in file)
+
+    def end(self):
+        """Requests made and bytes sent. The server notes a request when it has ended."""
+        out, _ = self.process.communicate("")
+        quiet_since, seen = time.monotonic(), self.lines()
+        while time.monotonic() - quiet_since < 0.3:
+            time.sleep(0.02)
+            if self.lines() != seen:
+                quiet_since, seen = time.monotonic(), self.lines()
+        return seen - self.before, int(out.split()[1])
+
+
+def play(build, port, log, round_trip, command, prefix, file, seeks):
+    link = Link(build, port, round_trip, log)
+    url = f"{prefix}http://127.0.0.1:{link.port}/{file}"
+    options = ["--timing", "--seeks", str(seeks), "--seed", SEED]
+    result = subprocess.run(command + options + [url], stdout=subprocess.DEVNULL,
+                            stderr=subprocess.PIPE, text=True, errors="replace", timeout=300)
+    requests, sent = link.end()
+    if result.returncode != 0:
+        sys.exit(f"{command} {url} failed:\n{result.stderr[-2000:]}")
+    times = {what: [float(ms) for ms in re.findall(rf"^{what} ([0-9.]+) ms$", result.stderr, re.M)]
+             for what in ("first frame", "seek")}
+    return times["first frame"][0], times["seek"], requests, sent
+
+
+def measure(build, port, log, round_trip, name, command, prefix, file):
+    starts = [play(build, port, log, round_trip, command, prefix, file, 0) for _ in range(STARTS)]
+    requests = statistics.median(start[2] for start in starts)
+    sent = statistics.median(start[3] for start in starts)
+    _, seeks, all_requests, all_sent = play(build, port, log, round_trip, command, prefix, file,
+                                            SEEKS)
+    return {"file": file, "round_trip_ms": round_trip, "way": name,
+            "first_ms": round(statistics.median(start[0] for start in starts)),
+            "seek_ms": round(statistics.median(seeks)), "seek_worst_ms": round(max(seeks)),
+            "start_requests": requests, "start_kb": round(sent / 1000),
+            "requests_a_seek": round((all_requests - requests) / SEEKS, 1),
+            "kb_a_seek": round((all_sent - sent) / SEEKS / 1000)}
+
+
+def run(build, port, log, files):
+    out = csv.DictWriter(sys.stdout, FIELDS)
+    out.writeheader()
+    for file in files:
+        for round_trip in ROUND_TRIPS:
+            for name, command, prefix in ways(build):
+                out.writerow(measure(build, port, log, round_trip, name, command, prefix, file))
+                sys.stdout.flush()
+
+
+def rows_of(path):
+    with open(path, encoding="utf-8", newline="") as file:
+        return list(csv.DictReader(file))
+
+
+def table(path):
+    print("| File | Round trip | Read by | First frame | Seek, median (worst) | "
+          "Start: requests, kB | A seek: requests, kB |")
+    print("|---|---|---|---|---|---|---|")
+    for row in rows_of(path):
+        print(f"| {row['file']} | {row['round_trip_ms']} ms | {row['way']} | {row['first_ms']} ms | "
+              f"{row['seek_ms']} ms ({row['seek_worst_ms']} ms) | "
+              f"{float(row['start_requests']):g}, {row['start_kb']} | "
+              f"{float(row['requests_a_seek']):g}, {row['kb_a_seek']} |")
+
+
+COLOURS = ["#1f6f8b", "#9fc5d1", "#a8552e", "#e0b79f"]
+
+
+def bars(rows, field, title, left, width):
+    """One panel: groups of bars, one group a file and round trip."""
+    most = max(float(row[field]) for row in rows) or 1
+    lines = [f'<text x="{left}" y="28" font-weight="bold">{title}</text>']
+    y = 44
+    for at, row in enumerate(rows):
+        if at % len(COLOURS) == 0:
+            y += 20
+            lines.append(f'<text x="{left}" y="{y}" fill="#555">{row["file"]}, '
+                         f'{row["round_trip_ms"]} ms</text>')
+            y += 6
+        length = float(row[field]) / most * (width - 70)
+        lines.append(f'<rect x="{left}" y="{y}" width="{length:.1f}" height="11" '
+                     f'fill="{COLOURS[at % len(COLOURS)]}"/>')
+        lines.append(f'<text x="{left + length + 5:.1f}" y="{y + 10}" font-size="10">'
+                     f'{row[field]}</text>')
+        y += 13
+    return lines, y
+
+
+def picture(path):
+    rows = rows_of(path)
+    first, bottom = bars(rows, "first_ms", "Open to first frame, ms", 20, 400)
+    seek, _ = bars(rows, "seek_ms", "Seek to frame, median ms", 450, 400)
+    legend = []
+    for at, row in enumerate(rows[:len(COLOURS)]):
+        x = 20 + at * 210
+        legend.append(f'<rect x="{x}" y="{bottom + 16}" width="12" height="12" '
+                      f'fill="{COLOURS[at]}"/>')
+        legend.append(f'<text x="{x + 18}" y="{bottom + 26}">{row["way"]}</text>')
+    print(f'<svg xmlns="http://www.w3.org/2000/svg" width="870" height="{bottom + 44}" '
+          f'font-family="sans-serif" font-size="12">')
+    print('<rect width="100%" height="100%" fill="white"/>')
+    print("\n".join(first + seek + legend))
+    print("</svg>")
+
+
+def main():
+    what = sys.argv[1:2]
+    if what == ["run"] and len(sys.argv) > 5:
+        run(sys.argv[2], sys.argv[3], sys.argv[4], sys.argv[5:])
+    elif what == ["table"] and len(sys.argv) == 3:
+        table(sys.argv[2])
+    elif what == ["picture"] and len(sys.argv) == 3:
+        picture(sys.argv[2])
+    else:
+        sys.exit(__doc__)
+
+
+if __name__ == "__main__":
+    main()
