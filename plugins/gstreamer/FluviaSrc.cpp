@@ -381,8 +381,8 @@ gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   return TRUE;
 }
 
-// The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with it
-// demuxers are fed by pushing, through a buffer beside ours, and seek less exactly.
+// The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with
+// it demuxers are fed by pushing, through a buffer beside ours, and seek less exactly.
 gboolean answerQuery(GstBaseSrc* base, GstQuery* query) {
   if (GST_QUERY_TYPE(query) == GST_QUERY_BUFFERING) return answerBuffering(base, query);
   return GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, query);

@@ -16,6 +16,8 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
+// How far a reader may be ahead of what has arrived without the library asking the server anew.
+constexpr long long kReadAhead = 65536;
 
 // Names that are being closed. Opening a name again before that waits inside the library, and holds
 // up all its other calls.
@@ -257,6 +259,10 @@ SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int
   if (handle_ == 0) return Outcome::kFailed;
   Outcome outcome = Outcome::kFailed;
   for (int tries = 0; tries < kTries; ++tries) {
+    if (isFar(offset)) {
+      outcome = runUp(offset, ticket);
+      if (outcome != Outcome::kDone) return outcome;
+    }
     if (position_ != offset && !moveTo(offset)) break;
     outcome = fetchOnce(size, ticket, piece);
     if (outcome != Outcome::kFailed) return outcome;
@@ -264,6 +270,25 @@ SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int
   }
   fail("read");
   return Outcome::kFailed;
+}
+
+// Whether a read at offset needs a request of its own to a server.
+bool SourceReader::Worker::isFar(long long offset) {
+  if (local_ || offset == position_ || offset == 0) return false;
+  const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+  if (offset >= position_) return offset > arrived + kReadAhead;
+  return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
+}
+
+// Demuxers pull a picture and then the sound that stands a little before it. A request that began
+// at the picture would be given up for one at the sound, so it begins a block earlier; the read at
+// offset is then near enough to be served by it. Failures are left for that read to meet.
+SourceReader::Outcome SourceReader::Worker::runUp(long long offset, unsigned long long ticket) {
+  const long long begin = offset / FVFR_BUFFER_BLOCK * FVFR_BUFFER_BLOCK - FVFR_BUFFER_BLOCK;
+  if (begin < 0 || !moveTo(begin)) return Outcome::kDone;
+  Piece first;
+  const Outcome outcome = fetchOnce(1, ticket, &first);
+  return outcome == Outcome::kInterrupted ? outcome : Outcome::kDone;
 }
 
 bool SourceReader::Worker::moveTo(long long offset) {

@@ -44,6 +44,8 @@ class SourceReader::Worker {
   // A read from the handle's position, tried again when somebody else's abort met it.
   Outcome fetch(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
+  bool isFar(long long offset);
+  Outcome runUp(long long offset, unsigned long long ticket);
   bool moveTo(long long offset);
   void waitForCompletion(Lock& held, int request, unsigned long long ticket);
   bool abandoned(unsigned long long ticket) const {
