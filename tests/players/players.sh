@@ -3,12 +3,14 @@
 #
 # PLAYER_over_WAY     every frame of every medium, as the same player decodes it from the plain file
 # PLAYER_seeks_WAY    the frames at 20 random times, likewise
+#
+# FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
 set -euo pipefail
 
 build=$1
 name=$2
 here=$(dirname "$(realpath "$0")")
-media=$build/media
+media=${FLUVIA_MEDIA:-$build/media}
 reference=$build/media-reference
 films="film.mkv film.mp4 fragmented.mp4 film.ts"
 everything="$films sound.mp3 sound.flac"
@@ -209,6 +211,23 @@ byte_seeks() {
     fail "$(tail -5 errors)"
   cmp got expected
   [ "$(wc -l <got)" -eq 20 ] || fail "not 20 packets"
+}
+
+# The commands of the README, as they stand but for the address and the folder of the build.
+readme_recipes() {
+  local line count=0
+  reach http
+  while read -r line; do
+    line=${line//build\/release/$build}
+    line=${line//http:\/\/media.example\//$root}
+    case $line in
+      # One of the sinks that GStreamer tries where there is no display crashes.
+      *gst-launch*) line="$line video-sink=fakesink audio-sink=fakesink" ;;
+    esac
+    timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
+    count=$((count + 1))
+  done < <(sed -n '/^## Use it in your player/,/^## HTTP/s/^    //p' "$here/../../README.md")
+  [ "$count" -eq 3 ] || fail "the README has not 3 recipes but $count"
 }
 
 case $name in
