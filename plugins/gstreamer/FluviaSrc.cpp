@@ -369,10 +369,12 @@ gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   gint64 to = from + levels.buffered;
   if (format == GST_FORMAT_PERCENT) {
     if (facts.size <= 0) return FALSE;
-    from = gst_util_uint64_scale(static_cast<guint64>(from), GST_FORMAT_PERCENT_MAX,
-                                 static_cast<guint64>(facts.size));
-    to = gst_util_uint64_scale(static_cast<guint64>(to), GST_FORMAT_PERCENT_MAX,
-                               static_cast<guint64>(facts.size));
+    const auto inPercent = [&facts](gint64 bytes) {
+      return static_cast<gint64>(gst_util_uint64_scale(
+          static_cast<guint64>(bytes), GST_FORMAT_PERCENT_MAX, static_cast<guint64>(facts.size)));
+    };
+    from = inPercent(from);
+    to = inPercent(to);
   }
   gst_query_set_buffering_percent(query, held < 10, static_cast<gint>(held));
   gst_query_set_buffering_range(query, format, from, to, -1);
