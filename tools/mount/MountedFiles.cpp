@@ -12,7 +12,7 @@ namespace {
 // The last part of a path or URL, without the query of a URL.
 std::string lastPart(const Source& source) {
   std::string name = source.name();
-  if (!source.isLocal()) name = name.substr(0, name.find_first_of("?#"));
+  if (!source.isLocal()) name.resize(std::min(name.find_first_of("?#"), name.size()));
   while (!name.empty() && name.back() == '/') name.pop_back();
   name = name.substr(name.rfind('/') + 1);
   return name.empty() || name == "." || name == ".." ? "source" : name;
