@@ -85,6 +85,10 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
 
   // Contiguous bytes held from offset on, 0 when it is not held.
   long long getBufferedSize(long long offset) EXCLUDES(feedLock);
+  // Whether the running connection brings offset next, so that a reader there needs no other one.
+  bool comesNext(long long offset) EXCLUDES(feedLock);
+  // A number that grows with every connection.
+  int connectionVersion() const { return version; }
   // Offset of the first byte of the front block, 0 when the list is empty.
   long long getMiniBlockOffset() EXCLUDES(feedLock);
 

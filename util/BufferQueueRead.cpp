@@ -491,6 +491,12 @@ long long BufferQueue::getBufferedSize(long long offset) {
   return (*last)->end() - offset;
 }
 
+bool BufferQueue::comesNext(long long offset) {
+  Lock feed(feedLock);
+  if (!initialized || blocks.empty() || !streaming) return false;
+  return offset >= (*wtHead)->getBeginningSeqNum() && offset - writeEnd() <= kReadAheadMargin;
+}
+
 long long BufferQueue::getMiniBlockOffset() {
   Lock feed(feedLock);
   FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");

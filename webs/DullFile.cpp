@@ -32,7 +32,8 @@ DullFile::DullFile(int bufferSize)
       readGeneration(0),
       breakers(0),
       asyncHanded(false),
-      uses(1) {
+      uses(1),
+      turns(&rbuffer) {
   static_cast<void>(unused);
 }
 
@@ -93,6 +94,7 @@ void DullFile::dereference(FluviaFile* file) {
     FLUVIA_LOG(1, "dereference a file");
     currentReader = nullptr;
   }
+  turns.forget(file);
   FLUVIA_LOG(1, "End dereference dullfile");
 }
 

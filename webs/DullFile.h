@@ -9,6 +9,7 @@
 #include "util/Semaphore.h"
 #include "util/TaskQueue.h"
 #include "webs/AsyncReadRequest.h"
+#include "webs/ReadTurns.h"
 
 class FileRequest;
 
@@ -37,6 +38,13 @@ class DullFile : public util::Semaphore {
   void reference(FluviaFile* file) EXCLUDES(readLock);
   void dereference(FluviaFile* file) EXCLUDES(readLock);
   int referenceNumber() const { return referenceCount; }
+
+  // Waits for a read's turn among the handles of this file; to be taken before the file lock.
+  class Turn : public ReadTurns::Turn {
+   public:
+    Turn(DullFile* file, const FluviaFile* reader, long long position)
+        : ReadTurns::Turn(&file->turns, reader, position, file->referenceNumber() < 2) {}
+  };
 
   // Keep the object alive across a call. unuse() returns true to the last one, who destroys it.
   void use() { uses.fetch_add(1, std::memory_order_relaxed); }
@@ -133,6 +141,7 @@ class DullFile : public util::Semaphore {
   std::list<FluviaFile*> probers GUARDED_BY(readLock);  // handles that ask for the first byte
   bool asyncHanded;  // a request of this file has a place; under the table's lock
   std::atomic<int> uses;
+  ReadTurns turns;
 };
 
 }  // namespace webs

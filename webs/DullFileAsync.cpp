@@ -165,10 +165,12 @@ void DullFile::runRead(AsyncReadRequest* record) {
   unsigned int readBytes = 0;
   int result = kFailed;
   {
+    Turn turn(file, record->reader, record->offset);
     util::Lock lock(*file);
     try {
       result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
                              record->reader);
+      turn.hasRead(readBytes);
     } catch (const std::exception& error) {
       FLUVIA_LOG_AS("perform", -4, "failed: %s", error.what());
     }

@@ -73,6 +73,7 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   }
   int result = kFailed;
   {
+    DullFile::Turn turn(file.get(), this, position);
     util::Lock lock(*file.get());
     // The question leaves a trace line of its own; below that level only the flag makes it matter.
     if (liveFlag || util::LOG_LEV >= 2) {
@@ -84,6 +85,7 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
       }
     }
     result = file->read(buffer, size, position, readBytes, this);
+    turn.hasRead(*readBytes);
     if (result == 0 || result == kEndOfFile) position += *readBytes;
   }
   FLUVIA_LOG(2, "FluviaFile readed=%d", static_cast<int>(*readBytes));

@@ -263,6 +263,18 @@ SHARED_FILES = [
     entry("files: a handle without a shared file has no buffer", HANDLE,
           "return file ? file->getBufferSize() : kFailed;", "return file->getBufferSize();",
           "^Api.MissingFile"),
+    entry("turns: held bytes go first", "webs/ReadTurns.cpp",
+          "  if (queue_->getBufferedSize(waiter.position) > 0) return kHeld;\n", "",
+          "ReadTurnsTest.HeldBytes"),
+    entry("turns: nobody is passed for ever", "webs/ReadTurns.cpp",
+          "waiter.passedBytes >= queue_->getBufferSize()", "waiter.passedBytes < 0",
+          "ReadTurnsTest.NobodyIsPassed"),
+    entry("turns: a restart is followed by a run", "webs/ReadTurns.cpp",
+          "return breaksARun(waiter, now) ? kNotNow : kNewConnection;",
+          "return breaksARun(waiter, now) ? kComesNext : kNewConnection;",
+          "ReadTurnsTest.RestartIsFollowed"),
+    entry("turns: a read that is kept back looks again", "webs/ReadTurns.cpp",
+          "      turns_->look();\n", "", "ReadTurnsTest.ReadThatAllKeepBack", seconds=90),
 ]
 
 ENTRIES = THREADS + LOCAL_FILES + BUFFER_QUEUE + SHARED_FILES
