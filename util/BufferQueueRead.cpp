@@ -196,6 +196,9 @@ void BufferQueue::waitAsReader() {
 // Waits on feedLock's condition between two trace lines and tells why the reader goes on.
 BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
   placeReader();
+  // The transfer has ended and waits for a wish that this reader does not have: a stream that
+  // cannot seek is only waited for, and nothing more of it will come.
+  if (parked && !needFeed && !needExit()) return Wake::kEnd;
   if (!needExit()) {
     feedLock.notifyAll(0);
     if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);

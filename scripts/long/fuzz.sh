@@ -1,8 +1,12 @@
 # shellcheck shell=bash
-# Each fuzz target for 60 s, beginning with its stored corpus. What breaks it is left in build/fuzz.
+# Each fuzz target for FUZZ_SECONDS (600), beginning with its stored corpus and what earlier runs have
+# found. What breaks it is left in build/fuzz; executions and coverage in build/fuzz/NAME.log. Leaks
+# are the replay's to find: looking for them after each input takes most of the time.
+FUZZ_SECONDS=${FUZZ_SECONDS:-600}
 
 # name of the target, its folder in tests/fuzz/corpus
-FUZZ_TARGETS="XMLReaderFuzz:xml JSONReaderFuzz:json JSONPiecesFuzz:pieces ResponseHeadersFuzz:headers"
+FUZZ_TARGETS="XMLReaderFuzz:xml JSONReaderFuzz:json JSONPiecesFuzz:pieces ResponseHeadersFuzz:headers
+HttpAnswerFuzz:answer ApiCallsFuzz:calls"
 
 make_fuzz_targets() {
   # shellcheck disable=SC2046  # the words are meant to be split
@@ -11,7 +15,7 @@ make_fuzz_targets() {
 
 fuzz() {
   mkdir -p "build/fuzz/found/$2"
-  "build/fuzz/tests/fuzz/$1" -max_total_time=60 -max_len=4096 -rss_limit_mb=2048 \
+  "build/fuzz/tests/fuzz/$1" -max_total_time="$FUZZ_SECONDS" -detect_leaks=0 -close_fd_mask=2 -max_len=4096 -rss_limit_mb=2048 \
     -artifact_prefix="build/fuzz/$1-" "build/fuzz/found/$2" "tests/fuzz/corpus/$2"
 }
 

@@ -270,4 +270,16 @@ TEST(HttpSize, OfASilentUnsizedResourceIsTheUnknownOne) {
   EXPECT_EQ(file.size(), FVFR_UNKNOWN_SIZE);
 }
 
+// Two whole blocks: with a part of one the end is noticed by other means.
+TEST(HttpContent, EndOfVolatileContentWithoutALengthEndsItsReads) {
+  support::FaultServer server;
+  server.on("/live", support::serveUntilClose(65536));
+  support::Watchdog watchdog(60, [] { return std::string("reading behind the end"); });
+  ApiFile file(server.url("/live"), 5 * 32768);
+  ASSERT_EQ(x_fluvia_file_volatile(file.handle), FVFR_OK);
+  EXPECT_TRUE(file.readsPattern(0, 65536));
+  EXPECT_EQ(file.read(100), "");
+  EXPECT_EQ(file.last, FVFR_END_OF_FILE);
+}
+
 }  // namespace
