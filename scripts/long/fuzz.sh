@@ -14,11 +14,18 @@ make_fuzz_targets() {
 }
 
 fuzz() {
+  local log=build/fuzz/$1.log
   mkdir -p "build/fuzz/found/$2"
-  "build/fuzz/tests/fuzz/$1" -max_total_time="$FUZZ_SECONDS" -detect_leaks=0 -close_fd_mask=2 -max_len=4096 -rss_limit_mb=2048 \
-    -artifact_prefix="build/fuzz/$1-" "build/fuzz/found/$2" "tests/fuzz/corpus/$2"
+  if "build/fuzz/tests/fuzz/$1" -max_total_time="$FUZZ_SECONDS" -timeout=60 -detect_leaks=0 \
+    -close_fd_mask=2 -max_len=4096 -rss_limit_mb=2048 -artifact_prefix="build/fuzz/$1-" \
+    "build/fuzz/found/$2" "tests/fuzz/corpus/$2" >"$log" 2>&1; then
+    return 0
+  fi
+  tail -n 60 "$log"
+  return 1
 }
 
+. scripts/sanitizers.sh
 check "build fuzz" make_fuzz_targets
 for pair in $FUZZ_TARGETS; do
   check "${pair%:*}" fuzz "${pair%:*}" "${pair#*:}"
