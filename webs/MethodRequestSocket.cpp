@@ -78,8 +78,14 @@ int MethodRequest::closeSocket(int socketHandle) {
   return close(socketHandle);
 }
 
+// The close that follows is to reset the connection: no window is opened after a shutdown, so that
+// a server that still waits to send would not learn of an orderly end for a minute.
 void MethodRequest::shutDownSockets() {
-  for (const int open : sockets) shutdown(open, SHUT_RDWR);
+  constexpr struct linger kReset = {1, 0};
+  for (const int open : sockets) {
+    setsockopt(open, SOL_SOCKET, SO_LINGER, &kReset, sizeof kReset);
+    shutdown(open, SHUT_RDWR);
+  }
 }
 
 void MethodRequest::getAddressText(char* text) {

@@ -192,6 +192,37 @@ TEST(HttpFailure, OneConnectionAtATimeIsEnough) {
 
 // --- stalls -------------------------------------------------------------------------------------
 
+// The server still has more to send than anybody will take: a close that only says goodbye would
+// leave it waiting for a minute, and with it the place of a server that has one for each client.
+TEST(HttpStop, EndsTheConnectionOfAServerThatWaitsToSend) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(100000000));
+  for (int round = 0; round < 40; ++round) {
+    ApiFile file(server.url("/a"), 65536);
+    EXPECT_TRUE(file.readsPattern(0, 1000 + 3000 * static_cast<unsigned int>(round)));
+    if (round % 2 == 0) {
+      file.seek(50000000);
+      EXPECT_TRUE(file.readsPattern(50000000, 1000));
+    }
+  }
+  EXPECT_TRUE(server.waitUntilIdle(20)) << "connections are left";
+}
+
+TEST(HttpStop, EndsTheTlsConnectionOfAServerThatWaitsToSend) {
+  const support::TestCertificate certificate;
+  FaultServer server(certificate.certificate(), certificate.key());
+  server.on("/a", support::serveRanges(100000000));
+  for (int round = 0; round < 40; ++round) {
+    ApiFile file(server.url("/a"), 65536);
+    EXPECT_TRUE(file.readsPattern(0, 1000 + 3000 * static_cast<unsigned int>(round)));
+    if (round % 2 == 0) {
+      file.seek(50000000);
+      EXPECT_TRUE(file.readsPattern(50000000, 1000));
+    }
+  }
+  EXPECT_TRUE(server.waitUntilIdle(20)) << "connections are left";
+}
+
 TEST(HttpStall, MidBodyIsNotFoundAfterTenSeconds) {
   FaultServer server;
   server.on("/a", support::stallAfter(100000, 5000));

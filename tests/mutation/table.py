@@ -217,6 +217,14 @@ ENTRIES = [
         tests="MethodRequestStop.EndsASilentTransfer",
     ),
     dict(
+        name="http: a stop resets the connection",
+        file="webs/MethodRequestSocket.cpp",
+        snippet="constexpr struct linger kReset = {1, 0};",
+        replacement="constexpr struct linger kReset = {0, 0};",
+        preset="debug",
+        tests="HttpStop.EndsTheTls",
+    ),
+    dict(
         name="http: a stop decides the result",
         file="webs/MethodRequestTransfer.cpp",
         snippet="  if (stopped && outcome->code != CURLE_WRITE_ERROR)",
