@@ -1,11 +1,13 @@
 // Sixteen players with human habits for as long as is wanted.
 //
-//   ordeal_soak --seconds N --csv FILE [--url URL SIZE]...
+//   ordeal_soak [--warm N] --seconds N --csv FILE [--url URL SIZE]...
 //   ordeal_soak --make FILE SIZE       makes a film for a server of another kind
 //
-// The films are those of the given URLs (of a server that is sound) and those of a fault server in
-// a process of its own. Returns 0 when every byte was right, nothing failed that may not, and
-// memory, descriptors and threads came back to where they were.
+// Before the seconds that count it warms up for five minutes, unless told otherwise: until then the
+// heaps of the C library grow, one a processor. The films are those of the given URLs (of a server
+// that is sound) and those of a fault server in a process of its own. Returns 0 when every byte was
+// right, nothing failed that may not, and memory, descriptors and threads came back to where they
+// were.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -82,9 +84,9 @@ int make(const char* path, long long size) {
   return out ? 0 : 1;
 }
 
-int run(const std::vector<soak::Film>& films, int seconds, const std::string& csv) {
+int run(const std::vector<soak::Film>& films, int warm, int seconds, const std::string& csv) {
   const unsigned int seed = support::seedOr(20261121);
-  printf("%d players, %d s, seed %u\n", kPlayers, seconds, seed);
+  printf("%d players, %d s after %d s of warming up, seed %u\n", kPlayers, seconds, warm, seed);
   fflush(stdout);
   soak::Interval interval(kPlayers);
   soak::Counts counts;
@@ -98,6 +100,7 @@ int run(const std::vector<soak::Film>& films, int seconds, const std::string& cs
       wrong[i] = player.play(&stop);
     });
   }
+  std::this_thread::sleep_for(std::chrono::seconds(warm));
   const auto begin = std::chrono::steady_clock::now();
   soak::Sample quiet;
   quiet.descriptors = quiet.threads = 1 << 30;
@@ -132,6 +135,7 @@ int run(const std::vector<soak::Film>& films, int seconds, const std::string& cs
 
 int main(int count, char** words) {
   int seconds = 60;
+  int warm = 300;
   std::string csv = "soak.csv";
   std::vector<soak::Film> others;
   for (int i = 1; i < count; ++i) {
@@ -139,6 +143,8 @@ int main(int count, char** words) {
     if (strcmp(words[i], "--make") == 0 && two) return make(words[i + 1], atoll(words[i + 2]));
     if (strcmp(words[i], "--seconds") == 0 && i + 1 < count) {
       seconds = atoi(words[++i]);
+    } else if (strcmp(words[i], "--warm") == 0 && i + 1 < count) {
+      warm = atoi(words[++i]);
     } else if (strcmp(words[i], "--csv") == 0 && i + 1 < count) {
       csv = words[++i];
     } else if (strcmp(words[i], "--url") == 0 && two) {
@@ -162,7 +168,7 @@ int main(int count, char** words) {
   if (nowhere < 0 || dup2(nowhere, STDERR_FILENO) < 0) return 2;
   std::vector<soak::Film> films = filmsOf(port);
   films.insert(films.end(), others.begin(), others.end());
-  const int result = run(films, seconds, csv);
+  const int result = run(films, warm, seconds, csv);
   kill(server, SIGKILL);
   waitpid(server, nullptr, 0);
   return result;
