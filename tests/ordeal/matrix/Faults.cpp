@@ -49,13 +49,10 @@ Fault seekGives(Fault fault, const std::string& how, const std::string& reason) 
   return fault;
 }
 
-const char* const kStatusIsFinal =
-    "an error status is final: the server has said what it has to say";
-const char* const kCannotSeek =
-    "a stream without a length cannot seek: FVFR_SEEK_REFUSED beyond FVFR_SEEK_SPAN";
-const char* const kStall =
-    "without the feature flag a stall is final: FVFR_NOT_FOUND, download status -3";
-const char* const kTwice = "the second failure in a row without a byte is final";
+const char* const kStatusIsFinal = "an error status is final, a single one too";
+const char* const kCannotSeek = "a stream without a length is moved by 1 MiB at most";
+const char* const kStall = "without the feature flag a stall is final";
+const char* const kTwice = "the second failure in a row is final";
 
 void addConnections(std::vector<Fault>* all) {
   all->push_back(row("none", serveRanges(kSize)));
@@ -75,7 +72,9 @@ void addConnections(std::vector<Fault>* all) {
   Fault full = gives(row("connection never accepted", answerRaw("")), "read -6", kTwice);
   full.kind = Fault::kFull;
   all->push_back(full);
-  Fault one = row("one connection at a time", serveRanges(kSize));
+  // Fits into the socket's buffer, so that no connection outlives its reader there.
+  Fault one = row("one connection at a time", serveRanges(kSize / 2));
+  one.size = kSize / 2;
   one.kind = Fault::kOneAtATime;
   all->push_back(one);
   Fault tls = row("none, over TLS, certificate of nobody", serveRanges(kSize));
@@ -111,8 +110,9 @@ void addRanges(std::vector<Fault>* all) {
   all->push_back(row("the rest, called 200, with its range", serveRestAs200(kSize, true)));
   all->push_back(row("the rest, called 200, without a word", serveRestAs200(kSize, false)));
   all->push_back(row("begins 1,000 bytes early and says so", startBeside(kSize, -1000)));
+  // The first transfer may reach the target of the seek before it is asked to end.
   all->push_back(seekGives(row("begins 1,000 bytes late and says so", startBeside(kSize, 1000)),
-                           "read -4", "the bytes before are nowhere; " + std::string(kTwice)));
+                           "~read -4", "the bytes before are nowhere; " + std::string(kTwice)));
   all->push_back(row("206 with a range line only", serveContentRangeOnly(kSize)));
   all->push_back(row("headers of 10,000 bytes", serveLongHeaders(kSize, 10000)));
   for (const int status : {301, 302, 303, 307, 308}) {

@@ -127,12 +127,14 @@ std::string runRound(unsigned int seed, Tally* tally) {
     setDawdling(random() % 2 == 0);
     World world(static_cast<unsigned int>(random()), tally);
     runActors(&world, &random, tally);
-    if (!world.failed()) checkNumbers(&world);
+    if (!world.failed()) {
+      checkNumbers(&world);
+      if (!world.waitUntilIdle(40)) world.fail("connections are left at the server");
+    }
     failure = world.failure();
   }
   setDawdling(false);
   ++tally->rounds;
-  // Not the server's side, before: a peer that closes while its window is shut leaves it a minute.
   const auto same = [&] { return support::descriptorCount() == descriptors; };
   if (failure.empty() && !support::eventually(same, 30)) {
     failure = std::to_string(support::descriptorCount()) + " descriptors, before it were " +

@@ -24,4 +24,16 @@ TEST(Stress, WrongByteIsFound) {
   stress::plantWrongByte(false);
 }
 
+// Seeds that failed once, by what they found. A round is not the same twice, as threads are not.
+
+// It hit in two of three runs.
+TEST(StressFound, ServersKeptConnectionsThatWereStopped) {
+  stress::Plan plan;
+  plan.seed = 2;
+  plan.firstRound = 7;
+  plan.rounds = 1;
+  EXPECT_TRUE(stress::run(plan));
+  EXPECT_TRUE(stress::run(plan));
+}
+
 }  // namespace

@@ -119,6 +119,8 @@ std::string World::failure() const {
   return first;
 }
 
+bool World::waitUntilIdle(int seconds) const { return server->waitUntilIdle(seconds); }
+
 long long World::someSize(long long most) {
   static const long long sizes[] = {1,      100,    32767,   32768,         32769,         65536,
                                     100000, 300000, 1200000, 5 * kMegabyte, 40 * kMegabyte};

@@ -69,6 +69,8 @@ class World {
   void fail(const std::string& what);
   bool failed() const { return wrong; }
   std::string failure() const;
+  // Waits until the servers have no connection. False after seconds.
+  bool waitUntilIdle(int seconds) const;
 
  private:
   Target* add(const std::string& kind, long long size);
