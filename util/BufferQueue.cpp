@@ -62,6 +62,7 @@ BufferQueue::BufferQueue(int bufferSize)
       endReached(false),
       overDelivered(false),
       connectionStored(false),
+      endReported(false),
       emptyEnds(0),
       notedVersion(0),
       startedVersion(-1),
@@ -223,6 +224,7 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   startedVersion = version;
   workerThread = pthread_self();
   connectionStored = false;
+  endReported = false;
   overDelivered = false;
   endedSilently = false;
   return true;
@@ -252,15 +254,25 @@ void BufferQueue::startWorker() {
 void BufferQueue::stopWorker() {
   FLUVIA_LOG(0, "stopWorker in ");
   if (producer != nullptr) {
-    producer->stopStreaming();
-    // The worker may have been about to start the producer when it was stopped.
-    Lock feed(feedLock);
-    while (connecting) {
-      if (feedLock.waitFor(kStopRepeatMs) || !connecting) continue;
-      feed.release();
-      producer->stopStreaming();
-      feed.acquire();
+    bool late = false;
+    {
+      Lock feed(feedLock);
+      late = connecting;
     }
+    producer->stopStreaming();
+    {
+      // The worker may have been about to start the producer when it was stopped.
+      Lock feed(feedLock);
+      while (connecting) {
+        if (feedLock.waitFor(kStopRepeatMs) || !connecting) continue;
+        feed.release();
+        producer->stopStreaming();
+        feed.acquire();
+      }
+      late = late && !endReported;
+    }
+    // One with a thread of its own was started after all, and goes on.
+    if (late) producer->stopStreaming();
   }
   FLUVIA_LOG(0, "stop worker begin");
   worker.stop(false);

@@ -309,6 +309,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool overDelivered GUARDED_BY(feedLock);
   // The connection has stored at least one byte.
   bool connectionStored GUARDED_BY(feedLock);
+  // The connection that was started last has sent the event of its end inside startStreaming.
+  bool endReported GUARDED_BY(feedLock);
   // Connections in a row that ended without storing a byte.
   int emptyEnds GUARDED_BY(feedLock);
   // The version that the worker is to start, and the one it started last.

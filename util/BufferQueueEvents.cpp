@@ -9,6 +9,7 @@ void BufferQueue::notifyStreamException(int event) {
   Lock feed(feedLock);
   const int entryVersion = version;
   FLUVIA_LOG(0, "stream event %d", event);
+  if (event != STREAM_NORMAL && reportsEnd()) endReported = true;
   if (needExit()) {
     feedLock.notifyAll(0);
     FLUVIA_LOG(1, "request exit by user");

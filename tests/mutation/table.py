@@ -217,6 +217,14 @@ ENTRIES = [
         tests="MethodRequestStop.EndsASilentTransfer",
     ),
     dict(
+        name="queue: a late start is stopped",
+        file="util/BufferQueue.cpp",
+        snippet="    if (late) producer->stopStreaming();\n",
+        replacement="",
+        preset="debug",
+        tests="BufferQueueTest.StopThatComesBefore",
+    ),
+    dict(
         name="http: a stop resets the connection",
         file="webs/MethodRequestSocket.cpp",
         snippet="constexpr struct linger kReset = {1, 0};",

@@ -41,10 +41,12 @@ class SteppedProducer : public util::BufferQueueProducer {
   int startStreaming(int version, long long from, long long length) override {
     std::lock_guard<std::mutex> guard(lock);
     runs.push_back({version, from, length});
+    stopped = false;
     return startResult;
   }
   int stopStreaming() override {
     ++stops;
+    stopped = true;
     if (duringStop) duringStop();
     stopWait = false;
     return 0;
@@ -63,6 +65,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   std::atomic<long long> size{10000000};
   std::atomic<bool> seekable{true};
   std::atomic<bool> stopWait{false};
+  std::atomic<bool> stopped{false};  // since the last start
   std::atomic<int> startResult{0};
   std::atomic<int> stops{0};
   std::atomic<int> breaks{0};
@@ -1016,6 +1019,7 @@ TEST_F(BufferQueueTest, StopThatComesBeforeTheProducerStartsIsRepeated) {
   pauses.release("BufferQueue::workBegin before start");
   releasing.join();
   ASSERT_TRUE(reading.hasEnded());
+  EXPECT_TRUE(producer.stopped) << "a producer with a thread of its own goes on";
 }
 #endif
 
