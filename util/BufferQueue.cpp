@@ -63,6 +63,7 @@ BufferQueue::BufferQueue(int bufferSize)
       overDelivered(false),
       connectionStored(false),
       endReported(false),
+      restartedBlock(-1),
       emptyEnds(0),
       notedVersion(0),
       startedVersion(-1),

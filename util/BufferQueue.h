@@ -229,6 +229,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void continueAfterEnd() REQUIRES(feedLock);
   bool continueInGap() REQUIRES(feedLock);
   bool walkForGap() REQUIRES(feedLock);
+  void continueBlock(BlockIt next) REQUIRES(feedLock);
   void parkUntilFed() REQUIRES(feedLock);
   void feedReader() REQUIRES(feedLock);
   bool needToFeed() REQUIRES(feedLock);
@@ -311,6 +312,9 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool connectionStored GUARDED_BY(feedLock);
   // The connection that was started last has sent the event of its end inside startStreaming.
   bool endReported GUARDED_BY(feedLock);
+  // Beginning of the block that was streamed again last because its connection ended early; -1 for
+  // none.
+  long long restartedBlock GUARDED_BY(feedLock);
   // Connections in a row that ended without storing a byte.
   int emptyEnds GUARDED_BY(feedLock);
   // The version that the worker is to start, and the one it started last.

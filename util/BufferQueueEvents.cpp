@@ -231,6 +231,12 @@ bool BufferQueue::walkForGap() {
       if (emptyEndIsFinal()) return true;
       delayNextConnection = true;
       FLUVIA_LOG_AS("notifyStreamException", 0, "fragmentStreaming && ");
+      const long long beginning = (*previous)->getBeginningSeqNum();
+      if (previous == wtHead && beginning == restartedBlock) {
+        continueBlock(current);
+        return true;
+      }
+      restartedBlock = beginning;
       BlockIt endIt = current;
       if (!fragmentStreaming((*previous)->getBeginningSeqNum(), endIt)) {
         FLUVIA_LOG_AS("notifyStreamException", 0, "errorrrrrrrrrrrrrrrrrrrr");
@@ -252,6 +258,17 @@ bool BufferQueue::walkForGap() {
     previous = current;
   }
   return false;
+}
+
+// Goes on where the write head's block ends. For a block that was streamed again from its beginning
+// and was not filled this time either: connections that end before a block is full would do so for
+// ever.
+void BufferQueue::continueBlock(BlockIt next) {
+  streamFrom = writeEnd();
+  const long long until = (*next)->getBeginningSeqNum();
+  streamLength = until > streamFrom ? until - streamFrom : 0;
+  gapDetected = 1;
+  resetStreaming();
 }
 
 // Holds the transfer thread until a reader wants data that is not held, then places it.

@@ -1,6 +1,10 @@
 // What a handle's calls give when the server fails, and how long they take.
+#include <algorithm>
 #include <atomic>
+#include <random>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/http/ApiFile.h"
 #include "tests/support/Behaviours.h"
@@ -191,6 +195,28 @@ TEST(HttpFailure, OneConnectionAtATimeIsEnough) {
 }
 
 // --- stalls -------------------------------------------------------------------------------------
+
+// Every connection ends before a block is full. A gap was filled from its beginning each time, and
+// so never.
+TEST(HttpFailure, ConnectionsThatAllEndInsideABlockGetOn) {
+  constexpr long long kSize = 300000;
+  FaultServer server;
+  server.on("/a", support::dropAfter(kSize, 22986));
+  ApiFile file(server.url("/a"), 98304);
+  std::mt19937 random(1);
+  support::Watchdog watchdog(30, [&] {
+    const std::vector<std::string> ranges = server.ranges("/a");
+    return std::to_string(ranges.size()) + " connections, the last asks for " + ranges.back();
+  });
+  for (int step = 0; step < 400; ++step) {
+    const long long offset = static_cast<long long>(random() % kSize);
+    const long long size = static_cast<long long>(random() % (step % 5 == 0 ? 200000 : 20000)) + 1;
+    watchdog.at(std::to_string(size) + " bytes at " + std::to_string(offset));
+    ASSERT_EQ(file.seek(offset), FVFR_OK);
+    ASSERT_TRUE(
+        file.readsPattern(offset, static_cast<unsigned int>(std::min(size, kSize - offset))));
+  }
+}
 
 // The server still has more to send than anybody will take: a close that only says goodbye would
 // leave it waiting for a minute, and with it the place of a server that has one for each client.

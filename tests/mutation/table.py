@@ -225,6 +225,14 @@ ENTRIES = [
         tests="BufferQueueTest.StopThatComesBefore",
     ),
     dict(
+        name="queue: a block that is never full is continued",
+        file="util/BufferQueueEvents.cpp",
+        snippet="if (previous == wtHead && beginning == restartedBlock) {",
+        replacement="if (previous == wtHead && beginning == -2) {",
+        preset="debug",
+        tests="HttpFailure.ConnectionsThatAllEnd",
+    ),
+    dict(
         name="http: a stop resets the connection",
         file="webs/MethodRequestSocket.cpp",
         snippet="constexpr struct linger kReset = {1, 0};",

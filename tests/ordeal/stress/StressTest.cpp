@@ -36,4 +36,13 @@ TEST(StressFound, ServersKeptConnectionsThatWereStopped) {
   EXPECT_TRUE(stress::run(plan));
 }
 
+// Connections that all ended inside a block filled a gap from its beginning each time.
+TEST(StressFound, ReaderWaitedForABlockThatWasNeverFull) {
+  stress::Plan plan;
+  plan.seed = 501;
+  plan.firstRound = 207;
+  plan.rounds = 1;
+  EXPECT_TRUE(stress::run(plan));
+}
+
 }  // namespace
