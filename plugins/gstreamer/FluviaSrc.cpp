@@ -319,6 +319,23 @@ void postFailure(GstBaseSrc* base, const SourceReader& reader) {
   }
 }
 
+// A source that is known only after its start, tells its length then: demuxers that are pushed
+// would take it for one that cannot seek.
+void tellSize(GstBaseSrc* base) {
+  guint64 size = 0;
+  if (!getSize(base, &size)) return;
+  bool changed = false;
+  GST_OBJECT_LOCK(base);
+  if (base->segment.format == GST_FORMAT_BYTES && base->segment.duration == GST_CLOCK_TIME_NONE) {
+    base->segment.duration = size;
+    changed = true;
+  }
+  GST_OBJECT_UNLOCK(base);
+  if (changed) {
+    gst_element_post_message(GST_ELEMENT(base), gst_message_new_duration_changed(GST_OBJECT(base)));
+  }
+}
+
 void freePiece(gpointer data) { delete[] static_cast<char*>(data); }
 
 GstFlowReturn create(GstBaseSrc* base, guint64 offset, guint length, GstBuffer** buffer) {
@@ -336,6 +353,7 @@ GstFlowReturn create(GstBaseSrc* base, guint64 offset, guint length, GstBuffer**
       postFailure(base, *reader);
       return GST_FLOW_ERROR;
   }
+  tellSize(base);
   char* data = piece.data.release();
   GstBuffer* made = gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), data, piece.size, 0,
                                                 piece.size, data, freePiece);

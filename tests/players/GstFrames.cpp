@@ -1,9 +1,10 @@
 // Decodes a URI with GStreamer and prints a checksum of every frame.
 //
-//   gst-frames [--plugin FILE] [--ca FILE] [--seeks N] [--seed N] [--timing] URI
+//   gst-frames [--plugin FILE] [--ca FILE] [--push] [--seeks N] [--seed N] [--timing] URI
 //
 // A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
-// first, then sound. --plugin loads an element that is in no registry. --seeks goes to N random
+// first, then sound. --plugin loads an element that is in no registry; --push has it not wait until
+// it knows that it may be pulled. --seeks goes to N random
 // times and prints the picture (or sound) there. --timing prints to standard error how many
 // milliseconds the first frame took, and each seek to the key frame nearest before.
 #include <gst/gst.h>
@@ -27,6 +28,7 @@ struct Options {
   int seeks = 0;
   unsigned int seed = 1;
   bool timing = false;
+  bool push = false;
 };
 
 Options options;
@@ -92,6 +94,7 @@ void onSource(GstElement*, GstElement* source, gpointer) {
       g_object_class_find_property(G_OBJECT_GET_CLASS(source), "ca") != nullptr) {
     g_object_set(source, "ca", options.authorities, nullptr);
   }
+  if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
 // Waits for one of these messages. False, with the error told, when there is none.
@@ -182,6 +185,8 @@ bool parse(int argc, char** argv) {
       options.seeks = atoi(argv[++i]);
     } else if (strcmp(argv[i], "--seed") == 0 && more) {
       options.seed = static_cast<unsigned int>(strtoul(argv[++i], nullptr, 10));
+    } else if (strcmp(argv[i], "--push") == 0) {
+      options.push = true;
     } else if (strcmp(argv[i], "--timing") == 0) {
       options.timing = true;
     } else {

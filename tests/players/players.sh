@@ -95,7 +95,8 @@ frames() {
   shift 2
   case $player in
     ffmpeg) "$build/examples/ffmpeg/frames" ${ca:+--ca "$ca"} "$@" "$source" ;;
-    gstreamer)
+    gstreamer | pushed)
+      if [ "$player" = pushed ]; then set -- "$@" --push; fi
       "$build/tests/players/gst-frames" --plugin "$build/plugins/gstreamer/libgstfluvia.so" \
         ${ca:+--ca "$ca"} "$@" "fluvia+$(uri "$source")"
       ;;
@@ -186,7 +187,8 @@ over() {
   if [ "$1" = mount ]; then mount_media; fi
   for file in $everything; do
     frames "$1" "$root$file" >got 2>errors || fail "$file: $(tail -5 errors)"
-    cmp got "$reference/$1.$file" || fail "$file: other frames than from the plain file"
+    # Pushed, GStreamer decodes the same frames.
+    cmp got "$reference/${1/pushed/gstreamer}.$file" || fail "$file: other frames than from the plain file"
   done
 }
 
