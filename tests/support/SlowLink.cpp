@@ -88,6 +88,7 @@ SlowLink::~SlowLink() {
     const std::lock_guard<std::mutex> guard(lock);
     stopping = true;
     for (const auto& connection : connections) {
+      if (connection->running == 0) continue;
       shutdown(connection->client, SHUT_RDWR);
       if (connection->server >= 0) shutdown(connection->server, SHUT_RDWR);
     }
@@ -97,8 +98,6 @@ SlowLink::~SlowLink() {
   for (const auto& connection : connections) {
     connection->up.join();
     connection->down.join();
-    close(connection->client);
-    if (connection->server >= 0) close(connection->server);
   }
   close(listener);
   close(wakePipe[0]);
@@ -134,8 +133,6 @@ void SlowLink::joinFinished() {
     }
     (*it)->up.join();
     (*it)->down.join();
-    close((*it)->client);
-    if ((*it)->server >= 0) close((*it)->server);
     it = connections.erase(it);
   }
 }
@@ -212,7 +209,15 @@ void SlowLink::carry(Connection* connection, int from, int to, bool down) {
   const std::lock_guard<std::mutex> guard(lock);
   if (to >= 0) shutdown(to, down ? SHUT_RDWR : SHUT_WR);
   if (from >= 0 && (down || !reached)) shutdown(from, SHUT_RDWR);
-  --connection->running;
+  // Closed at once: a sender that waits for room would not notice the end of reading.
+  if (--connection->running == 0) closeBoth(connection);
+}
+
+void SlowLink::closeBoth(Connection* connection) {
+  for (int* socket : {&connection->client, &connection->server}) {
+    if (*socket >= 0) close(*socket);
+    *socket = -1;
+  }
 }
 
 long long SlowLink::bytesDown() const {

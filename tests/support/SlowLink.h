@@ -55,6 +55,7 @@ class SlowLink {
   std::chrono::milliseconds timeUntilRoom() const;
   static int waitFor(const std::deque<Parcel>& way, std::chrono::milliseconds full);
   Clock::time_point dueTime(const Connection& connection, size_t bytes, bool down);
+  static void closeBoth(Connection* connection);
   void joinFinished();
 
   const int target;

@@ -11,6 +11,7 @@ make_recipes() {
 check "packages of the players" scripts/install-packages players
 check "build with the players" make_players
 run_ctest asan -L players
+check "manual page of fluvia-mount" scripts/checks/manual build/asan/tools/fluvia-mount
 check "build of the recipes" make_recipes
 FLUVIA_MEDIA=$PWD/build/asan/media \
   check "recipes of the README" tests/players/players.sh "$PWD/build/release" readme_recipes
