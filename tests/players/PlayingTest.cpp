@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "Pipeline.h"
+#include "api/fluviafs.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/SlowLink.h"
@@ -72,7 +73,8 @@ TEST(Playing, ScrubbedFileNeverHangs) {
   scrub("file://" + medium("film.mp4"), seed);
 }
 
-// Their buffers hold a fifth of the film: what one has read is gone when the other lags behind.
+// Their buffers hold two fifths of the film: what one has read is gone when the other lags far
+// behind.
 void playTogether(const std::string& name, long long size) {
   FaultServer server;
   server.on("/" + name, support::serveFile(medium(name)));
@@ -80,7 +82,7 @@ void playTogether(const std::string& name, long long size) {
   support::SlowLink link(server.port(), 20, size / kSeconds * 13 / 10);
   const std::string url = "http://127.0.0.1:" + std::to_string(link.port()) + "/" + name;
   const auto setBuffer = +[](GstElement*, GstElement* source, gpointer) {
-    g_object_set(source, "buffer-size", 16 * 32768, nullptr);
+    g_object_set(source, "buffer-size", 32 * FVFR_BUFFER_BLOCK, nullptr);
   };
   Pipeline first(player(url));
   Pipeline second(player(url));

@@ -4,11 +4,14 @@
     measure.py run BUILD PORT ACCESS_LOG FILE...    measures; prints one line of CSV a case
     measure.py table CSV                            the same as a Markdown table
     measure.py picture CSV                          the same as an SVG
+    measure.py page CSV PAGE                        puts the table between the marks of a page
 
 FILE is a name that the server at PORT serves and whose requests it writes into ACCESS_LOG.
 """
 import collections
+import contextlib
 import csv
+import io
 import itertools
 import re
 import statistics
@@ -110,6 +113,18 @@ def rows_of(path):
         return list(csv.DictReader(file))
 
 
+def page(path, name):
+    with open(name, encoding="utf-8") as file:
+        text = file.read()
+    begin, end = "<!-- figures -->\n", "<!-- /figures -->"
+    before, after = text.split(begin)[0], text.split(end)[1]
+    made = io.StringIO()
+    with contextlib.redirect_stdout(made):
+        table(path)
+    with open(name, "w", encoding="utf-8") as file:
+        file.write(before + begin + "\n" + made.getvalue() + "\n" + end + after)
+
+
 def table(path):
     print("| File | Round trip | Read by | First frame | Seek, median (worst) | "
           "Start: requests, kB | A seek: requests, kB |")
@@ -167,6 +182,8 @@ def main():
         run(sys.argv[2], sys.argv[3], sys.argv[4], sys.argv[5:])
     elif what == ["table"] and len(sys.argv) == 3:
         table(sys.argv[2])
+    elif what == ["page"] and len(sys.argv) == 4:
+        page(sys.argv[2], sys.argv[3])
     elif what == ["picture"] and len(sys.argv) == 3:
         picture(sys.argv[2])
     else:

@@ -2,7 +2,7 @@
 # Tests with players; players.sh BUILD TEST runs one. BUILD is the folder of the build.
 #
 # PLAYER_over_WAY     every frame of every medium, as the same player decodes it from the plain file
-# PLAYER_seeks_WAY    the frames at 20 random times, likewise
+# PLAYER_seeks        the frames at 20 random times, likewise
 #
 # FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
 set -euo pipefail
@@ -193,15 +193,20 @@ over() {
 }
 
 seeks() {
-  local file
-  reach "$2"
+  local file way
   echo "seed $seed; FLUVIA_SEED=$seed repeats it"
   for file in $everything; do
-    plain "$1" "$media/$file" --seeks 20 --seed "$seed" >expected 2>errors ||
+    plain "$1" "$media/$file" --seeks 20 --seed "$seed" >"expected.$file" 2>errors ||
       fail "$file plain: $(tail -5 errors)"
-    frames "$1" "$root$file" --seeks 20 --seed "$seed" >got 2>errors || fail "$file: $(tail -5 errors)"
-    cmp got expected || fail "$file: other frames than from the plain file"
-    [ "$(wc -l <got)" -eq 20 ] || fail "$file: not 20 frames"
+    [ "$(wc -l <"expected.$file")" -eq 20 ] || fail "$file: not 20 frames"
+  done
+  for way in path drops; do
+    reach "$way"
+    for file in $everything; do
+      frames "$1" "$root$file" --seeks 20 --seed "$seed" >got 2>errors ||
+        fail "$file over $way: $(tail -5 errors)"
+      cmp got "expected.$file" || fail "$file over $way: other frames than from the plain file"
+    done
   done
 }
 
@@ -235,6 +240,6 @@ readme_recipes() {
 case $name in
   *_over_*) over "${name%%_*}" "${name##*_}" ;;
   byte_seeks_*) byte_seeks "${name##*_}" ;;
-  *_seeks_*) seeks "${name%%_*}" "${name##*_}" ;;
+  *_seeks) seeks "${name%%_*}" ;;
   *) "$name" ;;
 esac
