@@ -23,11 +23,16 @@ export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
 dir=$(mktemp -d)
 mount_id=""
 server_id=""
+link_id=""
 ca=""
 cleanup() {
   if [ -n "$mount_id" ]; then
     fusermount3 -u "$dir/mnt" || true
     wait "$mount_id" || true
+  fi
+  if [ -n "$link_id" ]; then
+    exec 5>&-
+    wait "$link_id" || true
   fi
   if [ -n "$server_id" ]; then
     exec 8>&-
@@ -53,6 +58,17 @@ serve() {
   if [ "$1" = --tls ]; then read -r -t 60 ca <&7; fi
 }
 
+# lengthen MS: puts a round trip between the players and the server.
+lengthen() {
+  local port
+  mkfifo link-input link-port
+  "$build/tests/players/slow-link" "${served##*:}" "$1" <link-input >link-port &
+  link_id=$!
+  exec 5>link-input 4<link-port
+  read -r -t 60 port <&4 || fail "the link does not start"
+  served=http://127.0.0.1:$port
+}
+
 # reach WAY: makes the media reachable that way. Their names then begin with $root.
 reach() {
   case $1 in
@@ -67,6 +83,11 @@ reach() {
       ;;
     drops)
       serve --drop 200000
+      root=$served/
+      ;;
+    far)
+      serve --plain
+      lengthen 100
       root=$served/
       ;;
     *) fail "no such way: $1" ;;
