@@ -218,6 +218,29 @@ TEST(FluviaSrc, TakesPlainHttpWhenItsRankIsRaised) {
   gst_object_unref(feature);
 }
 
+// Demuxers that are pushed take a source without a length for one that cannot seek.
+TEST(FluviaSrc, TellsItsSizeWhenItIsKnownAfterTheStart) {
+  std::atomic<bool> goOn{false};
+  FaultServer server;
+  server.on("/film", [&goOn](support::Exchange& exchange) {
+    while (!goOn && exchange.pause(5)) {
+    }
+    support::serveRanges(1000000)(exchange);
+  });
+  Pipeline pipeline(source(server.url("/film")) + "startup-wait=0 ! fakesink name=sink");
+  pipeline.set(GST_STATE_PAUSED);
+  goOn = true;
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_ASYNC_DONE)) << pipeline.error();
+  GstQuery* query = gst_query_new_seeking(GST_FORMAT_BYTES);
+  gboolean seekable = FALSE;
+  gint64 end = -1;
+  ASSERT_TRUE(gst_element_query(pipeline.inside("source"), query));
+  gst_query_parse_seeking(query, nullptr, &seekable, nullptr, &end);
+  gst_query_unref(query);
+  EXPECT_TRUE(seekable);
+  EXPECT_EQ(end, 1000000);
+}
+
 TEST(FluviaSrc, AnswersHowMuchIsBuffered) {
   FaultServer server;
   server.on("/film", support::stallAfter(5000000, 600000));
