@@ -260,7 +260,8 @@ SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int
   Outcome outcome = Outcome::kFailed;
   for (int tries = 0; tries < kTries; ++tries) {
     if (isFar(offset)) {
-      outcome = runUp(offset, ticket);
+      noteFar(offset);
+      outcome = stepsBack_ ? runUp(offset, ticket) : Outcome::kDone;
       if (outcome != Outcome::kDone) return outcome;
     }
     if (position_ != offset && !moveTo(offset)) break;
@@ -280,9 +281,16 @@ bool SourceReader::Worker::isFar(long long offset) {
   return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
 }
 
-// Demuxers pull a picture and then the sound that stands a little before it. A request that began
-// at the picture would be given up for one at the sound, so it begins a block earlier; the read at
-// offset is then near enough to be served by it. Failures are left for that read to meet.
+// Some demuxers pull a picture and then the sound that stands a little before it. A request that
+// begins at the picture is given up for one at the sound, so once that was seen requests begin
+// early.
+void SourceReader::Worker::noteFar(long long offset) {
+  if (offset < lastFar_ && lastFar_ - offset <= kReadAhead) stepsBack_ = true;
+  lastFar_ = offset;
+}
+
+// Begins a request a block before offset; the read there is then near enough to be served by it.
+// Failures are left for that read to meet.
 SourceReader::Outcome SourceReader::Worker::runUp(long long offset, unsigned long long ticket) {
   const long long begin = offset / FVFR_BUFFER_BLOCK * FVFR_BUFFER_BLOCK - FVFR_BUFFER_BLOCK;
   if (begin < 0 || !moveTo(begin)) return Outcome::kDone;

@@ -45,6 +45,7 @@ class SourceReader::Worker {
   Outcome fetch(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   bool isFar(long long offset);
+  void noteFar(long long offset);
   Outcome runUp(long long offset, unsigned long long ticket);
   bool moveTo(long long offset);
   void waitForCompletion(Lock& held, int request, unsigned long long ticket);
@@ -66,6 +67,8 @@ class SourceReader::Worker {
   // The worker's thread only.
   int handle_ = 0;
   long long position_ = 0;
+  long long lastFar_ = 0;  // where the last request of its own was asked for
+  bool stepsBack_ = false;
 
   std::mutex turn_;  // held by the one whose read is served
   mutable std::mutex lock_;
