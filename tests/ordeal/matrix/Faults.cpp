@@ -56,6 +56,7 @@ const char* const kTwice = "the second failure in a row is final";
 
 void addConnections(std::vector<Fault>* all) {
   all->push_back(row("none", serveRanges(kSize)));
+  all->push_back(row("ends after 20,000 bytes, every time", dropAfter(kSize, 20000)));
   all->push_back(row("ends after 50,000 bytes, every time", dropAfter(kSize, 50000)));
   all->push_back(row("is reset after 500,000 bytes, every time", resetAfter(kSize, 500000)));
   all->push_back(row("the first ends without a byte", inTurn({answerRaw(""), serveRanges(kSize)})));
