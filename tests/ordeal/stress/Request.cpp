@@ -102,7 +102,8 @@ bool Request::statusIsRight(long long position, bool disturbed) const {
   const Target& target = *held->target;
   switch (firstStatus) {
     case FVFR_ASYNC_DONE:
-      return position < target.size || target.mortal();
+      // Past an end that was learnt while the read waited it has no bytes.
+      return position < target.size || target.mortal() || (!target.sized && position > target.size);
     case FVFR_ASYNC_END_OF_FILE:
       return position >= target.size;
     case FVFR_ASYNC_CANCELLED:
