@@ -154,9 +154,12 @@ bool ReadTurns::leavesSomebodyBehind(const Waiter& waiter, long long now) {
 
 // Whether it takes the stream from a reader for which it was just restarted.
 bool ReadTurns::breaksARun(const Waiter& waiter, long long now) {
-  if (runOf == nullptr || runOf == waiter.file || runBytes >= queue_->getBufferSize()) return false;
+  const auto* const running = runOf;
+  if (running == nullptr || running == waiter.file || runBytes >= queue_->getBufferSize()) {
+    return false;
+  }
   return std::any_of(readers.begin(), readers.end(), [&](const Reader& each) {
-    return each.file == runOf && now - each.lastRead < kRunPauseMs;
+    return each.file == running && now - each.lastRead < kRunPauseMs;
   });
 }
 
