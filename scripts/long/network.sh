@@ -1,0 +1,17 @@
+# shellcheck shell=bash
+# A real network in a box of two network namespaces; what comes out is left in build/network.log.
+set -o pipefail
+
+make_fluvia() {
+  configure release && build release --target fluvia
+}
+
+scripts/install-packages network
+check "build fluvia" make_fluvia
+if tests/network/box.sh build/release/tools/fluvia | tee build/network.log; then
+  told "network in a box" "$(grep -c " right " build/network.log || true)" 0 \
+    "$(grep -c " skipped " build/network.log || true)"
+else
+  told "network in a box" "$(grep -c " right " build/network.log || true)" \
+    "$(grep -c " wrong " build/network.log || true)" 0
+fi

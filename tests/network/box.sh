@@ -1,0 +1,247 @@
+#!/bin/bash
+# A real network in a box: the library in one network namespace, a server in another, and between them
+# a cable that is pulled, loses packets, is slow or far.
+#
+#   tests/network/box.sh FLUVIA
+#
+# FLUVIA is the command line program. Needs root, ip, tc, nft, nginx, python3 and a kernel that makes
+# network namespaces; what it does not make is left out and said so. Prints a line for each case: its
+# name, "right", "wrong" or "skipped", and what came out. Exit code 1 when one is wrong. Nothing
+# outside the two namespaces is contacted.
+# shellcheck disable=SC2317  # the cases are called by their names
+set -euo pipefail
+here=$(dirname "$(realpath "$0")")
+fluvia=$(realpath "$1")
+PATH=$PATH:/usr/sbin:/sbin
+work=$(mktemp -d)
+tag=fluvia$$
+client=$tag-c
+server=$tag-s
+bad=0
+
+# shellcheck disable=SC2317,SC2329  # the trap's
+cleanup() {
+  local pid
+  for pid in $(jobs -p); do kill "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  ip netns del "$client" 2>/dev/null || true
+  ip netns del "$server" 2>/dev/null || true
+  rm -rf "$work" "/etc/netns/$client"
+}
+trap cleanup EXIT
+
+told() {
+  printf '%-44s %-8s %s\n' "$1" "$2" "$3"
+  [ "$2" != wrong ] || bad=1
+}
+
+in_client() { ip netns exec "$client" "$@"; }
+in_server() { ip netns exec "$server" "$@"; }
+
+make_box() {
+  ip netns add "$client" && ip netns add "$server" &&
+    ip link add veth0 netns "$client" type veth peer name veth0 netns "$server" &&
+    in_client ip link set lo up && in_server ip link set lo up &&
+    in_client ip addr add 10.77.0.1/24 dev veth0 && in_server ip addr add 10.77.0.2/24 dev veth0 &&
+    in_client ip addr add fd77::1/64 dev veth0 nodad &&
+    in_server ip addr add fd77::2/64 dev veth0 nodad &&
+    in_client ip link set veth0 up && in_server ip link set veth0 up
+}
+
+start_server() {
+  head -c 8000000 /dev/urandom >"$work/large"
+  head -c 1000000 "$work/large" >"$work/small"
+  cat >"$work/nginx.conf" <<CONF
+user root;
+daemon off;
+pid $work/nginx.pid;
+error_log $work/error.log;
+events {}
+http {
+  access_log off;
+  server { listen 80; listen [::]:80; root $work; }
+}
+CONF
+  # Not by in_server, whose subshell would be the job.
+  ip netns exec "$server" nginx -p "$work" -c "$work/nginx.conf" >"$work/nginx.err" 2>&1 &
+  local tries
+  for tries in $(seq 100); do
+    if in_client bash -c 'exec 3<>/dev/tcp/10.77.0.2/80' 2>/dev/null; then return 0; fi
+    sleep 0.1
+  done
+  echo "no server after $tries tries" >&2
+  return 1
+}
+
+# fetch URL [options]: into $work/got; the exit code in result, the seconds in took.
+fetch() {
+  local began=$SECONDS
+  result=0
+  local url=$1
+  shift
+  in_client timeout 90 "$fluvia" "$@" cat --output "$work/got" "$url" 2>"$work/err" || result=$?
+  took=$((SECONDS - began))
+}
+
+# whole NAME FILE: what was fetched is the file.
+whole() {
+  if [ "$result" -eq 0 ] && cmp -s "$work/got" "$work/$2"; then
+    told "$1" right "every byte, $took s"
+  else
+    told "$1" wrong "exit code $result after $took s: $(tail -n 1 "$work/err")"
+  fi
+}
+
+# refused NAME: it failed, within the time-outs, and not by the deadline.
+refused() {
+  if [ "$result" -eq 1 ]; then
+    told "$1" right "an error after $took s"
+  else
+    told "$1" wrong "exit code $result after $took s"
+  fi
+}
+
+rate() { in_server tc qdisc replace dev veth0 root tbf rate "$1" burst 16kb latency 200ms; }
+full_rate() { in_server tc qdisc del dev veth0 root; }
+
+case_plain() {
+  fetch http://10.77.0.2/large
+  whole "a good cable" large
+}
+
+case_cable() {
+  rate 16mbit
+  (
+    sleep 1
+    in_client ip link set veth0 down
+    sleep 3
+    in_client ip link set veth0 up
+  ) &
+  local puller=$!
+  fetch http://10.77.0.2/large
+  wait "$puller"
+  full_rate
+  whole "cable pulled for 3 s" large
+}
+
+case_cable_long() {
+  rate 16mbit
+  (
+    sleep 1
+    in_client ip link set veth0 down
+    sleep 15
+    in_client ip link set veth0 up
+  ) &
+  local puller=$!
+  fetch http://10.77.0.2/large
+  wait "$puller"
+  full_rate
+  # Ten seconds of silence are final without the feature flag, which the program does not set.
+  refused "cable pulled for 15 s"
+}
+
+case_loss() {
+  local name
+  for name in "$client" "$server"; do
+    if ! ip netns exec "$name" nft -f - 2>"$work/nft.err" <<'NFT'; then
+table inet loss {
+  chain input {
+    type filter hook input priority 0;
+    tcp sport 80 numgen random mod 10 < 2 drop
+    tcp dport 80 numgen random mod 10 < 2 drop
+  }
+}
+NFT
+      told "20 % of the packets lost" skipped "no numgen in this kernel: $(head -n 1 "$work/nft.err")"
+      return
+    fi
+  done
+  fetch http://10.77.0.2/small
+  in_client nft delete table inet loss
+  in_server nft delete table inet loss
+  # What comes depends on how long the kernel's own repetitions pause: either all of it or an error.
+  if [ "$result" -eq 1 ]; then
+    refused "20 % of the packets lost"
+  else
+    whole "20 % of the packets lost" small
+  fi
+}
+
+case_slow() {
+  rate 1mbit
+  fetch http://10.77.0.2/small
+  full_rate
+  whole "1 Mbit/s" small
+}
+
+case_far() {
+  if [ ! -c /dev/net/tun ]; then
+    told "round trips of 300 ms" skipped "no /dev/net/tun"
+    return
+  fi
+  python3 "$here/delay.py" "$client" far0 "$server" far0 150 >"$work/delay.out" 2>&1 &
+  local tries
+  for tries in $(seq 100); do
+    grep -q ready "$work/delay.out" && break
+    sleep 0.1
+  done
+  if [ "$tries" -eq 100 ]; then
+    told "round trips of 300 ms" skipped "no TUN device: $(tail -n 1 "$work/delay.out")"
+    return
+  fi
+  in_client ip addr add 10.78.0.1/24 dev far0
+  in_server ip addr add 10.78.0.2/24 dev far0
+  in_client ip link set far0 up
+  in_server ip link set far0 up
+  fetch http://10.78.0.2/small
+  whole "round trips of 300 ms" small
+}
+
+case_unreachable() {
+  fetch http://10.99.0.1/small
+  refused "no route"
+  in_server nft -f - <<'NFT'
+table inet silent {
+  chain input {
+    type filter hook input priority 0;
+    tcp dport 81 drop
+  }
+}
+NFT
+  fetch http://10.77.0.2:81/small
+  refused "a host that does not answer"
+  in_server nft delete table inet silent
+}
+
+case_resolver() {
+  mkdir -p "/etc/netns/$client"
+  echo "nameserver 10.77.0.2" >"/etc/netns/$client/resolv.conf"
+  in_server nft -f - <<'NFT'
+table inet silent {
+  chain input {
+    type filter hook input priority 0;
+    udp dport 53 drop
+  }
+}
+NFT
+  fetch http://nobody.test/small
+  refused "a resolver that never answers"
+  in_server nft delete table inet silent
+}
+
+case_ipv6() {
+  # The pulled cable has taken it away.
+  in_client ip addr replace fd77::1/64 dev veth0 nodad
+  in_client ip addr del 10.77.0.1/24 dev veth0
+  fetch "http://[fd77::2]/small" --ipv 6
+  whole "IPv6 only" small
+  in_client ip addr add 10.77.0.1/24 dev veth0
+}
+
+if ! make_box 2>"$work/box.err"; then
+  told "network namespaces" skipped "the kernel refuses: $(head -n 1 "$work/box.err")"
+  exit 0
+fi
+start_server
+for name in plain cable cable_long loss slow far unreachable resolver ipv6; do "case_$name"; done
+exit "$bad"
