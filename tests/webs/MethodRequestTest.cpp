@@ -44,6 +44,9 @@ std::atomic<int> unknownOption{0};
 
 }  // namespace
 
+// The enumeration is as wide as what it is promoted to.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
 extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL* handle,
                                                                             CURLoption option,
                                                                             ...) {
@@ -57,6 +60,7 @@ extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL
   va_end(arguments);
   return real(handle, option, value);
 }
+#pragma GCC diagnostic pop
 
 // Take the place of the C library's functions for the session and libcurl.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
