@@ -139,7 +139,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   static constexpr long long kReadAheadMargin = 65536;
 
   // How much of a long read is waited for at once.
-  static constexpr long long kWakeDistance = 8 * kBlockSize;
+  static constexpr long long kWakeDistance = 8LL * kBlockSize;
 
   struct HeadCache {
     unsigned char data[kBlockSize];

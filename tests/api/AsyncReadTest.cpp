@@ -106,19 +106,19 @@ TEST_F(AsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
 TEST_F(AsyncRead, FiveHundredTwelfthRequestIsRefused) {
   std::vector<int> handles;
   std::vector<std::unique_ptr<Holdup>> holdups;
-  char buffer[16];
+  char buffer[512];  // a byte for each request
   int id = 0;
   // Five callbacks that do not return take all places on the engine.
   for (int i = 0; i < 5; ++i) {
     handles.push_back(open(folder.makePattern(std::to_string(i), 100)));
     holdups.emplace_back(new Holdup());
-    ASSERT_EQ(x_fluvia_file_read_async(handles.back(), buffer, 1, &Holdup::held,
+    ASSERT_EQ(x_fluvia_file_read_async(handles.back(), buffer + i, 1, &Holdup::held,
                                        holdups.back().get(), &id),
               0);
   }
   for (const auto& holdup : holdups) ASSERT_TRUE(holdup->entered());
   Completions done;
-  for (int i = 6; i <= 511; ++i) ASSERT_EQ(start(handles[0], buffer, 1, &done), i);
+  for (int i = 6; i <= 511; ++i) ASSERT_EQ(start(handles[0], buffer + i, 1, &done), i);
   {
     const support::CapturedStderr captured(1);
     id = 77;
