@@ -4,3 +4,4 @@ check "clang-format" scripts/checks/format
 check "include direction" scripts/checks/includes
 check "header in C and C++" scripts/checks/header
 check "cppcheck" scripts/checks/cppcheck
+check "pages of the classes, links" scripts/checks/internals
