@@ -152,13 +152,13 @@ TEST_F(AsyncRead, AbortOfAQueuedRequestCallsBackTwice) {
     others.push_back(open(folder.makePattern("o" + std::to_string(i), 100)));
     holdups.emplace_back(new Holdup());
     int id = 0;
-    ASSERT_EQ(x_fluvia_file_read_async(others.back(), buffer, 1, &Holdup::held,
+    ASSERT_EQ(x_fluvia_file_read_async(others.back(), buffer + 2 + i, 1, &Holdup::held,
                                        holdups.back().get(), &id),
               0);
     ASSERT_TRUE(holdups.back()->entered());
   }
   Completions done;
-  const int id = start(handle, buffer, 1, &done);
+  const int id = start(handle, buffer + 1, 1, &done);
   EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
   ASSERT_EQ(done.count(), 2u) << "both calls are made before abort returns";
   for (const Completions::Call& call : done.calls()) {

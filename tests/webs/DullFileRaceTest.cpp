@@ -42,9 +42,11 @@ class DullFileRace : public testing::Test {
     EXPECT_EQ(x_fluvia_file_seek(handle, kFar, &now), 0);
     return handle;
   }
-  int start(int handle, Completions* done) {
+  // Reads one byte, to a place of its own if none is given.
+  int start(int handle, Completions* done, char* to = nullptr) {
     int id = 0;
-    EXPECT_EQ(x_fluvia_file_read_async(handle, byte, 1, &Completions::completed, done, &id), 0);
+    if (to == nullptr) to = &places[started++ % places.size()];
+    EXPECT_EQ(x_fluvia_file_read_async(handle, to, 1, &Completions::completed, done, &id), 0);
     return id;
   }
   bool waitForLine(const std::string& line, int times = 1) {
@@ -55,6 +57,8 @@ class DullFileRace : public testing::Test {
   support::TemporaryFolder folder;
   support::Watchdog watchdog{80, [this] { return log.text(); }};
   char byte[1];
+  std::vector<char> places = std::vector<char>(512);
+  size_t started = 0;
 };
 
 // --- places on the engine ------------------------------------------------------------------------
@@ -281,7 +285,7 @@ TEST_F(DullFileRace, RequestAbortedBeforeItReadsDoesNotRead) {
   Completions done;
   pauses.holdAt("DullFile::perform started");
   byte[0] = 'x';
-  const int id = start(handle, &done);
+  const int id = start(handle, &done, byte);
   ASSERT_TRUE(pauses.reached("DullFile::perform started"));
   EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
   EXPECT_EQ(done.count(), 0u) << "its worker calls back";
