@@ -413,7 +413,9 @@ FLUVIA_FILE_API const char* c_fluvia_file_http_get_server_name(int handle);
  * Settings of the requests:
  *   userAgent  the User-Agent header; "curl/7.19.5" at the start. Ends at the first line end.
  *   proxy      [scheme://][user:password@]host[:port]; "" is no proxy, also against the environment
- *   CAPath     a directory of PEM certificates with hashed names; switches the checks on
+ *   CAPath     a directory of PEM certificates with hashed names; switches the checks on. libcurl's
+ *              own bundle (on Debian /etc/ssl/certs/ca-certificates.crt) is trusted beside it, and
+ *              without that file every transfer fails until CA names one
  *   CA         a file of PEM certificates; switches the checks on
  *   cookie     the Cookie header, as "name=value; name=value". Ends at the first line end.
  *
