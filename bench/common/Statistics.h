@@ -1,0 +1,53 @@
+#ifndef FLUVIAFS_BENCH_COMMON_STATISTICS_H_
+#define FLUVIAFS_BENCH_COMMON_STATISTICS_H_
+
+#include <sys/resource.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+
+namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+// Durations of operations, in classes of at most 1/32 of their length, so that millions of them
+// take no memory that a driver's own peak would be mistaken for.
+//
+// Threads: one; add() of others' histograms when they are done.
+class Histogram {
+ public:
+  void note(Clock::duration duration);
+  void add(const Histogram& other);
+  // The upper end of the class that the share (0 to 1) of the operations lies below, microseconds.
+  double quantile(double share) const;
+  double longest() const { return static_cast<double>(longestNs) / 1000.0; }
+  uint64_t count() const { return total; }
+
+ private:
+  static constexpr unsigned int kFine = 5;
+  std::array<uint64_t, 64 << kFine> classes = {};
+  uint64_t total = 0;
+  uint64_t longestNs = 0;
+};
+
+// What the process used from start() to stop(), printed as one line of JSON.
+//
+// Threads: one.
+class Measurement {
+ public:
+  void start();
+  void stop();
+  // bytes: read and checked. The peak of memory is that of the process so far.
+  void print(const Histogram& operations, long long bytes) const;
+
+ private:
+  Clock::time_point began;
+  Clock::time_point ended;
+  struct rusage before = {};
+  struct rusage after = {};
+};
+
+}  // namespace bench
+
+#endif  // FLUVIAFS_BENCH_COMMON_STATISTICS_H_

@@ -1,0 +1,31 @@
+#ifndef FLUVIAFS_BENCH_COMMON_WORKLOADS_H_
+#define FLUVIAFS_BENCH_COMMON_WORKLOADS_H_
+
+#include "bench/common/Reader.h"
+#include "bench/common/Source.h"
+
+namespace bench {
+
+// What a workload came to.
+struct Outcome {
+  Histogram operations;
+  long long bytes = 0;
+};
+
+// A workload: false when something failed, which has then been printed.
+using Workload = bool (*)(const Options&, SourceMaker, Outcome*);
+// Null for a name that is none.
+Workload findWorkload(const std::string& name);
+
+// The workload for one reader that is open at 0.
+using OneReader = bool (*)(const Options&, Reader*);
+bool withOneReader(const Options& options, SourceMaker make, Outcome* outcome, OneReader work);
+
+// Several readers, each on its thread (Readers.cpp).
+bool readers(const Options& options, SourceMaker make, Outcome* outcome);
+// What a server that has fallen silent does to close, abort and seek (Silent.cpp).
+bool silent(const Options& options, SourceMaker make, Outcome* outcome);
+
+}  // namespace bench
+
+#endif  // FLUVIAFS_BENCH_COMMON_WORKLOADS_H_
