@@ -1,0 +1,34 @@
+"""Bars as SVG, without a library."""
+from html import escape
+
+BAR, GAP, LEFT, WIDTH = 16, 6, 130, 260
+COLOURS = ("#1f5fa8", "#9aa5b1")
+
+
+def panel(title, values, left):
+    """One figure's bars: [(peer, value)], the library's in its own colour."""
+    longest = max((value for _, value in values), default=0) or 1
+    yield f'<text x="{left + LEFT}" y="44" class="head">{escape(title)}</text>'
+    for index, (peer, value) in enumerate(values):
+        y = 54 + index * (BAR + GAP)
+        width = max(1.0, value / longest * (WIDTH - 70))
+        colour = COLOURS[0] if peer == "ours" else COLOURS[1]
+        yield f'<text x="{left + LEFT - 8}" y="{y + 12}" text-anchor="end">{escape(peer)}</text>'
+        yield f'<rect x="{left + LEFT}" y="{y}" width="{width:.1f}" height="{BAR}" fill="{colour}"/>'
+        yield f'<text x="{left + LEFT + width + 6:.1f}" y="{y + 12}">{value:.4g}</text>'
+
+
+def bars(workload, peers, figures):
+    """A picture of a workload: a panel for each (title, name, factor) of figures."""
+    good = {peer: row for peer, row in peers.items() if row is not None}
+    width = (LEFT + WIDTH) * len(figures)
+    height = 64 + max(1, len(good)) * (BAR + GAP)
+    lines = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
+             f'viewBox="0 0 {width} {height}">',
+             '<style>text{font:12px sans-serif;fill:#222}.head{font-weight:bold}</style>',
+             f'<rect width="{width}" height="{height}" fill="#fff"/>',
+             f'<text x="12" y="20" class="head">{escape(workload)}</text>']
+    for index, (title, name, factor) in enumerate(figures):
+        values = [(peer, row[name] * factor) for peer, row in good.items() if name in row]
+        lines += panel(title, values, index * (LEFT + WIDTH))
+    return "\n".join([*lines, "</svg>"]) + "\n"

@@ -1,0 +1,94 @@
+"""Tables, ratios and plots of what bench/run measured."""
+import os
+import re
+from statistics import median
+
+import plot
+from workloads import GOALS
+
+COLUMNS = (("wall s", "wall", 1, "{:.3f}"), ("CPU s", "cpu", 1, "{:.3f}"),
+           ("peak MiB", "peak_kib", 1 / 1024, "{:.1f}"), ("requests", "requests", 1, "{:.0f}"),
+           ("sent MiB", "sent", 1 / (1 << 20), "{:.1f}"), ("p50 µs", "p50_us", 1, "{:.1f}"),
+           ("p99 µs", "p99_us", 1, "{:.1f}"), ("switches", "switches", 1, "{:.0f}"),
+           ("resumed", "resumed", 1, "{:.0f}"))
+
+
+def medians(measured):
+    """{workload: {peer: {figure: median of the turns}}}, None for a peer that failed once."""
+    turns = {}
+    for run in measured["runs"]:
+        turns.setdefault(run["workload"], {}).setdefault(run["peer"], []).append(run)
+    table = {}
+    for workload, peers in turns.items():
+        table[workload] = {}
+        for peer, runs in peers.items():
+            if any("failed" in run for run in runs):
+                table[workload][peer] = None
+                continue
+            for run in runs:
+                run["switches"] = run["voluntary"] + run["involuntary"]
+            figures = [name for _, name, _, _ in COLUMNS if name in runs[0]]
+            table[workload][peer] = {name: median(run[name] for run in runs) for name in figures}
+    return table
+
+
+def rows(peers):
+    shown = [column for column in COLUMNS
+             if any(figures and column[1] in figures for figures in peers.values())]
+    yield "| peer | " + " | ".join(title for title, *_ in shown) + " |"
+    yield "|---|" + "---:|" * len(shown)
+    for peer, figures in peers.items():
+        cells = ["failed" if figures is None
+                 else pattern.format(figures[name] * factor) if name in figures else ""
+                 for _, name, factor, pattern in shown]
+        yield f"| {peer} | " + " | ".join(cells) + " |"
+
+
+def figure(table, workload, peer, name):
+    figures = table.get(workload, {}).get(peer)
+    return None if figures is None else figures.get(name)
+
+
+def goals(table):
+    yield "| goal | ours | peer's | ratio | at most | |"
+    yield "|---|---:|---:|---:|---:|---|"
+    for text, name, workload, peer, other, most in GOALS:
+        ours = figure(table, workload, "ours", name)
+        theirs = figure(table, other or workload, peer, name)
+        if ours is None or not theirs:
+            continue
+        ratio = ours / theirs
+        word = "met" if ratio <= most else "missed"
+        yield f"| {text} | {ours:.3f} | {theirs:.3f} | {ratio:.2f} | {most:.2f} | {word} |"
+
+
+def heading(measured):
+    machine = measured["machine"]
+    yield "# Results"
+    yield ""
+    yield "Written by `bench/run`; [README.md](README.md) tells what is measured and how."
+    yield ""
+    yield f"- Commit: {machine['commit']}"
+    yield (f"- Machine: {machine['processors']} × {machine['processor']}, {machine['memory']}, "
+           f"Linux {machine['kernel']}; load when it began: {machine['load']}")
+    yield f"- Packages: {', '.join(machine['packages'])}"
+    yield (f"- Resource: {measured['size'] >> 20} MiB; medians of {measured['rounds']} "
+           f"{'turn' if measured['rounds'] == 1 else 'turns'}, the peers taking turns")
+    if measured["quick"]:
+        yield "- A quick run, of few operations: it shows that everything works, not how fast."
+
+
+def write(measured, folder):
+    table = medians(measured)
+    lines = [*heading(measured), "", "## Goals", "",
+             "The library's figure divided by the peer's, of the same run.", "", *goals(table)]
+    os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
+    for workload, peers in table.items():
+        name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
+        lines += ["", f"## {workload}", "", *rows(peers)]
+        bars = [(title, key, factor) for title, key, factor, _ in COLUMNS if key in ("wall", "cpu", "p50_us")]
+        with open(os.path.join(folder, "plots", name), "w", encoding="utf-8") as file:
+            file.write(plot.bars(workload, peers, bars))
+        lines += ["", f"![{workload}](plots/{name})"]
+    with open(os.path.join(folder, "RESULTS.md"), "w", encoding="utf-8") as file:
+        file.write("\n".join(lines) + "\n")

@@ -1,0 +1,125 @@
+"""What is measured, with whom, and the goals that are ratios of it."""
+
+OURS = ("ours",)
+FLOOR = ("floor",)
+RING = ("ring",)
+GET = ("get",)
+FILE = ("file",)
+FFMPEG = ("ffmpeg", "--mode", "plain")
+ASYNC = ("ffmpeg", "--mode", "async")
+PUSH = ("gstreamer", "--mode", "push")
+PULL = ("gstreamer", "--mode", "pull")
+
+MIB = 1 << 20
+READS = (188, 4096, 32768, MIB)
+STREAM = (OURS, RING, FFMPEG, ASYNC, PUSH, PULL)
+SEEK = (OURS, RING, GET, FFMPEG, ASYNC, PULL)
+
+
+class Workload:
+    """One row of figures a peer. way: how the resource is reached."""
+
+    def __init__(self, name, way, peers, arguments, count=None, quick=20, size=None, limit=900):
+        self.name, self.way, self.peers, self.limit = name, way, peers, limit
+        self.fixed, self.count, self.quick = [str(word) for word in arguments], count, quick
+        self.size = size
+
+    def resource(self, options):
+        """Bytes of the resource."""
+        return min(self.size or options.size, options.size)
+
+    def arguments(self, servers, options):
+        given = [*self.fixed, "--size", str(self.resource(options))]
+        if self.count is not None:
+            given += ["--count", str(min(self.count, self.quick) if options.quick else self.count)]
+        if self.way == "https":
+            given += ["--ca", servers.ca]
+        return given
+
+
+def sequential():
+    for read in READS:
+        for way in ("http", "https", "local"):
+            peers = [*STREAM, FILE if way == "local" else FLOOR]
+            if read >= 32768 and way != "local":
+                peers.append(GET)
+            yield Workload(f"sequential {way} {read}", way, peers,
+                           ["--workload", "sequential", "--read", read])
+
+
+def seeks():
+    for way in ("http", "link"):
+        peers = SEEK if way == "http" else (OURS, RING, FFMPEG, ASYNC)
+        yield Workload(f"random {way}", way, peers, ["--workload", "random", "--read", 65536], 1000)
+        yield Workload(f"trace {way}", way, peers, ["--workload", "trace"])
+    for pause in (0, 300):
+        yield Workload(f"backward after {pause} ms", "http", (OURS, RING, ASYNC),
+                       ["--workload", "backward", "--read", 4096, "--pause", pause], 1000)
+    yield Workload("skip http", "http", SEEK, ["--workload", "skip"], 1000)
+
+
+def several():
+    peers = (OURS, RING, FFMPEG)
+    eight = ["--workload", "readers", "--readers", 8]
+    many = ["--workload", "readers", "--distinct", "--readers"]
+    yield Workload("8 readers free", "http", peers, eight, size=256 * MIB)
+    yield Workload("8 readers in step 32 KiB", "http", peers, [*eight, "--step", 32768],
+                   size=256 * MIB)
+    yield Workload("8 readers in step 1 MiB", "http", peers, [*eight, "--step", MIB],
+                   size=256 * MIB)
+    yield Workload("8 readers in step 1 MiB link", "link", peers, [*eight, "--step", MIB],
+                   size=16 * MIB)
+    yield Workload("32 readers of 32 URLs", "http", peers, [*many, 32], size=64 * MIB)
+    yield Workload("255 handles", "http", (OURS, RING), [*many, 255, "--buffer", 65536],
+                   size=4 * MIB)
+
+
+def calls():
+    for way in ("http", "https"):
+        yield Workload(f"first byte {way}", way, (OURS, RING, FFMPEG), ["--workload", "first"], 200)
+    for call in ("close", "abort", "seek"):
+        yield Workload(f"silent server, {call}", "silent", (OURS, RING, FFMPEG),
+                       ["--workload", "silent", "--call", call], 20, quick=3)
+
+
+def all_workloads():
+    for group in (sequential, seeks, several, calls):
+        yield from group()
+
+
+def chosen(options):
+    return [work for work in all_workloads() if options.only in work.name]
+
+
+# (what it says, figure, ours in, peer, in, at most): ours divided by the peer's, medians.
+GOALS = [
+    ("http 32 KiB, wall of FFmpeg", "wall", "sequential http 32768", "ffmpeg-plain", None, 1.0),
+    ("http 1 MiB, wall of FFmpeg", "wall", "sequential http 1048576", "ffmpeg-plain", None, 1.0),
+    ("http 32 KiB, CPU of the floor", "cpu", "sequential http 32768", "floor", None, 1.25),
+    ("http 1 MiB, CPU of the floor", "cpu", "sequential http 1048576", "floor", None, 1.25),
+    ("http 32 KiB, CPU of the ring", "cpu", "sequential http 32768", "ring", None, 0.5),
+    ("http 32 KiB, CPU of async", "cpu", "sequential http 32768", "ffmpeg-async", None, 0.5),
+    ("http 32 KiB, CPU of queue2, pushed", "cpu", "sequential http 32768", "gstreamer-push", None, 1.0),
+    ("http 4 KiB, wall of ours at 32 KiB", "wall", "sequential http 4096", "ours",
+     "sequential http 32768", 1.3),
+    ("http 188 B, wall of ours at 32 KiB", "wall", "sequential http 188", "ours",
+     "sequential http 32768", 2.5),
+    ("http 188 B, wall of the ring", "wall", "sequential http 188", "ring", None, 1.0),
+    ("http 188 B, wall of async", "wall", "sequential http 188", "ffmpeg-async", None, 1.0),
+    ("local 32 KiB, CPU of read()", "cpu", "sequential local 32768", "file", None, 2.0),
+    ("local 32 KiB, CPU of async", "cpu", "sequential local 32768", "ffmpeg-async", None, 1.0),
+    ("random seeks, p50 of the ring", "p50_us", "random http", "ring", None, 1.2),
+    ("random seeks, slow link, p50 of the ring", "p50_us", "random link", "ring", None, 1.0),
+    ("random seeks, slow link, p50 of FFmpeg", "p50_us", "random link", "ffmpeg-plain", None, 0.6),
+    ("trace, wall of FFmpeg", "wall", "trace http", "ffmpeg-plain", None, 1.0),
+    ("trace, wall of the ring", "wall", "trace http", "ring", None, 1.0),
+    ("trace, slow link, wall of FFmpeg", "wall", "trace link", "ffmpeg-plain", None, 1.0),
+    ("trace, slow link, wall of the ring", "wall", "trace link", "ring", None, 1.0),
+    ("trace, requests of the ring", "requests", "trace http", "ring", None, 1.0),
+    ("backward, p50 of the ring", "p50_us", "backward after 0 ms", "ring", None, 3.0),
+    ("backward, p99 of the ring", "p99_us", "backward after 0 ms", "ring", None, 3.0),
+    ("8 readers free, bytes of the ring's", "sent", "8 readers free", "ring", None, 1.0),
+    ("8 readers free, wall of the ring", "wall", "8 readers free", "ring", None, 1.0),
+    ("first byte http, p50 of FFmpeg", "p50_us", "first byte http", "ffmpeg-plain", None, 1.0),
+    ("first byte https, p50 of FFmpeg", "p50_us", "first byte https", "ffmpeg-plain", None, 1 / 3),
+]
