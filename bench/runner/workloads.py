@@ -68,7 +68,7 @@ def several():
     yield Workload("8 readers in step 1 MiB", "http", peers, [*eight, "--step", MIB],
                    size=256 * MIB)
     yield Workload("8 readers in step 1 MiB link", "link", peers, [*eight, "--step", MIB],
-                   size=16 * MIB)
+                   size=8 * MIB)
     yield Workload("32 readers of 32 URLs", "http", peers, [*many, 32], size=64 * MIB)
     yield Workload("255 handles", "http", (OURS, RING), [*many, 255, "--buffer", 65536],
                    size=4 * MIB)
