@@ -27,19 +27,28 @@ long peakMemory() {
 
 }  // namespace
 
+Histogram::Classes* Histogram::classesOf(size_t power) {
+  if (powers[power] == nullptr) powers[power] = std::make_unique<Classes>(Classes{});
+  return powers[power].get();
+}
+
 void Histogram::note(Clock::duration duration) {
   const auto ns =
       static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(duration).count());
   longestNs = std::max(longestNs, ns);
+  // So that the shortest durations have classes, too.
   const uint64_t value = ns + (1 << kFine);
   const unsigned int power = 63 - static_cast<unsigned int>(__builtin_clzll(value));
-  const uint64_t fine = (value >> (power - kFine)) - (1 << kFine);
-  ++classes[(power << kFine) + fine];
+  ++(*classesOf(power))[(value >> (power - kFine)) - (1 << kFine)];
   ++total;
 }
 
 void Histogram::add(const Histogram& other) {
-  for (size_t i = 0; i < classes.size(); ++i) classes[i] += other.classes[i];
+  for (size_t power = 0; power < powers.size(); ++power) {
+    if (other.powers[power] == nullptr) continue;
+    Classes* mine = classesOf(power);
+    for (size_t i = 0; i < mine->size(); ++i) (*mine)[i] += (*other.powers[power])[i];
+  }
   total += other.total;
   longestNs = std::max(longestNs, other.longestNs);
 }
@@ -47,13 +56,14 @@ void Histogram::add(const Histogram& other) {
 double Histogram::quantile(double share) const {
   const auto wanted = static_cast<uint64_t>(share * static_cast<double>(total));
   uint64_t seen = 0;
-  for (size_t i = 0; i < classes.size(); ++i) {
-    seen += classes[i];
-    if (classes[i] == 0 || seen <= wanted) continue;
-    const size_t power = i >> kFine;
-    const uint64_t fine = i & ((1 << kFine) - 1);
-    const uint64_t end = ((1ULL << kFine) + fine + 1) << (power - kFine);
-    return std::min(static_cast<double>(end - (1 << kFine)) / 1000.0, longest());
+  for (size_t power = kFine; power < powers.size(); ++power) {
+    if (powers[power] == nullptr) continue;
+    for (size_t i = 0; i < powers[power]->size(); ++i) {
+      seen += (*powers[power])[i];
+      if (seen <= wanted) continue;
+      const uint64_t end = ((1ULL << kFine) + i + 1) << (power - kFine);
+      return std::min(static_cast<double>(end - (1 << kFine)) / 1000.0, longest());
+    }
   }
   return longest();
 }

@@ -6,13 +6,14 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 
 namespace bench {
 
 using Clock = std::chrono::steady_clock;
 
-// Durations of operations, in classes of at most 1/32 of their length, so that millions of them
-// take no memory that a driver's own peak would be mistaken for.
+// Durations of operations, in classes of at most 1/256 of their length, so that millions of
+// them take no memory that would be mistaken for a peer's.
 //
 // Threads: one; add() of others' histograms when they are done.
 class Histogram {
@@ -25,8 +26,12 @@ class Histogram {
   uint64_t count() const { return total; }
 
  private:
-  static constexpr unsigned int kFine = 5;
-  std::array<uint64_t, 64 << kFine> classes = {};
+  static constexpr unsigned int kFine = 8;
+  using Classes = std::array<uint32_t, 1 << kFine>;
+  Classes* classesOf(size_t power);
+
+  // By the power of two that a duration is in; null where there was none.
+  std::array<std::unique_ptr<Classes>, 64> powers;
   uint64_t total = 0;
   uint64_t longestNs = 0;
 };

@@ -1,6 +1,7 @@
 // GStreamer's souphttpsrc (filesrc for local files) with queue2 behind it. Modes: push, where the
 // reader takes buffers as they come and can only read on, and pull, where it asks queue2, which
 // keeps a ring, for ranges.
+#include <gio/gio.h>
 #include <gst/gst.h>
 
 #include <algorithm>
@@ -18,18 +19,19 @@ GstElement* makeFetcher(const bench::Options& options, const std::string& url) {
   GstElement* made = gst_element_factory_make(local ? "filesrc" : "souphttpsrc", nullptr);
   if (made == nullptr) return nullptr;
   g_object_set(made, "location", url.c_str(), nullptr);
-  if (!local) {
-    g_object_set(made, "ssl-strict", options.ca.empty() ? FALSE : TRUE, nullptr);
-    if (!options.ca.empty()) g_object_set(made, "ssl-ca-file", options.ca.c_str(), nullptr);
-  }
+  if (local) return made;
+  g_object_set(made, "ssl-strict", options.ca.empty() ? FALSE : TRUE, nullptr);
+  if (options.ca.empty()) return made;
+  GTlsDatabase* trusted = g_tls_file_database_new(options.ca.c_str(), nullptr);
+  if (trusted == nullptr) return nullptr;
+  g_object_set(made, "tls-database", trusted, nullptr);
+  g_object_unref(trusted);
   return made;
 }
 
 // The fetcher and its queue2 in a pipeline, and the pad that its bytes come to.
 class GStreamerSource : public bench::Source {
  public:
-  ~GStreamerSource() override { GStreamerSource::close(); }
-
   bool open(const bench::Options& options, const std::string& url) override {
     GstElement* fetcher = makeFetcher(options, url);
     GstElement* queue = gst_element_factory_make("queue2", nullptr);
@@ -67,6 +69,8 @@ class GStreamerSource : public bench::Source {
 
 class PushSource : public GStreamerSource {
  public:
+  ~PushSource() override { close(); }
+
   long long read(char* buffer, size_t size) override {
     std::unique_lock<std::mutex> guard(lock);
     size_t done = 0;
@@ -149,6 +153,8 @@ class PushSource : public GStreamerSource {
 
 class PullSource : public GStreamerSource {
  public:
+  ~PullSource() override { close(); }
+
   long long read(char* buffer, size_t size) override {
     const long long left = std::max(0LL, resourceSize - position);
     const size_t wanted = static_cast<size_t>(std::min(left, static_cast<long long>(size)));
@@ -182,10 +188,16 @@ class PullSource : public GStreamerSource {
   }
   bool start(GstPad* out) override {
     pad = GST_PAD(gst_object_ref(out));
-    // queue2 refuses to be activated while its source has not answered.
     if (gst_element_set_state(pipeline, GST_STATE_READY) == GST_STATE_CHANGE_FAILURE) return false;
     if (!gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, TRUE)) return false;
-    return gst_element_set_state(pipeline, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
+    if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+      return false;
+    }
+    // As every demuxer does: a source that has not begun cannot be moved.
+    char first = 0;
+    const bool begun = read(&first, 1) == 1;
+    position = 0;
+    return begun;
   }
   void release() override {
     if (pad != nullptr) gst_object_unref(pad);

@@ -4,7 +4,7 @@ import re
 from statistics import median
 
 import plot
-from workloads import GOALS
+from workloads import GOALS, LIMITS
 
 COLUMNS = (("wall s", "wall", 1, "{:.3f}"), ("CPU s", "cpu", 1, "{:.3f}"),
            ("peak MiB", "peak_kib", 1 / 1024, "{:.1f}"), ("requests", "requests", 1, "{:.0f}"),
@@ -27,9 +27,18 @@ def medians(measured):
                 continue
             for run in runs:
                 run["switches"] = run["voluntary"] + run["involuntary"]
-            figures = [name for _, name, _, _ in COLUMNS if name in runs[0]]
+            figures = [name for name in (*(column[1] for column in COLUMNS), "resource")
+                       if name in runs[0]]
             table[workload][peer] = {name: median(run[name] for run in runs) for name in figures}
     return table
+
+
+def failures(measured):
+    told = sorted({(run["workload"], run["peer"], run["failed"]) for run in measured["runs"]
+                   if "failed" in run})
+    if told:
+        yield from ("", "## Failed", "")
+        yield from (f"- {workload}, {peer}: {why}" for workload, peer, why in told)
 
 
 def rows(peers):
@@ -62,6 +71,24 @@ def goals(table):
         yield f"| {text} | {ours:.3f} | {theirs:.3f} | {ratio:.2f} | {most:.2f} | {word} |"
 
 
+def limits(table):
+    """Goals that are not ratios to a peer."""
+    yield from ("", "| goal | figure | at most | |", "|---|---:|---:|---|")
+    for text, name, workload, unit, most in LIMITS:
+        value = figure(table, workload, "ours", name)
+        if value is None:
+            continue
+        value /= unit or figure(table, workload, "ours", "resource")
+        word = "met" if value <= most else "missed"
+        yield f"| {text} | {value:.3f} | {most:.3f} | {word} |"
+    peak = {peer: figure(table, "sequential http 32768", peer, "peak_kib")
+            for peer in ("ours", "ring")}
+    if None not in peak.values():
+        more = (peak["ours"] - peak["ring"]) / 1024
+        word = "met" if more <= 1.5 else "missed"
+        yield f"| peak memory above the ring's, MiB | {more:.3f} | 1.500 | {word} |"
+
+
 def heading(measured):
     machine = measured["machine"]
     yield "# Results"
@@ -81,12 +108,14 @@ def heading(measured):
 def write(measured, folder):
     table = medians(measured)
     lines = [*heading(measured), "", "## Goals", "",
-             "The library's figure divided by the peer's, of the same run.", "", *goals(table)]
+             "The library's figure divided by the peer's, of the same run.", "", *goals(table),
+             *limits(table), *failures(measured)]
     os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
     for workload, peers in table.items():
         name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
         lines += ["", f"## {workload}", "", *rows(peers)]
-        bars = [(title, key, factor) for title, key, factor, _ in COLUMNS if key in ("wall", "cpu", "p50_us")]
+        bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
+                if key in ("wall", "cpu", "p50_us")]
         with open(os.path.join(folder, "plots", name), "w", encoding="utf-8") as file:
             file.write(plot.bars(workload, peers, bars))
         lines += ["", f"![{workload}](plots/{name})"]

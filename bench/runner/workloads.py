@@ -91,7 +91,8 @@ def chosen(options):
     return [work for work in all_workloads() if options.only in work.name]
 
 
-# (what it says, figure, ours in, peer, in, at most): ours divided by the peer's, medians.
+# (what it says, figure, our workload, peer, the peer's workload if another, at most): ours divided
+# by the peer's, medians.
 GOALS = [
     ("http 32 KiB, wall of FFmpeg", "wall", "sequential http 32768", "ffmpeg-plain", None, 1.0),
     ("http 1 MiB, wall of FFmpeg", "wall", "sequential http 1048576", "ffmpeg-plain", None, 1.0),
@@ -122,4 +123,14 @@ GOALS = [
     ("8 readers free, wall of the ring", "wall", "8 readers free", "ring", None, 1.0),
     ("first byte http, p50 of FFmpeg", "p50_us", "first byte http", "ffmpeg-plain", None, 1.0),
     ("first byte https, p50 of FFmpeg", "p50_us", "first byte https", "ffmpeg-plain", None, 1 / 3),
+]
+
+# (what it says, figure, workload, unit, at most): ours alone. Unit 0: the resource's size.
+LIMITS = [
+    ("8 readers in step 32 KiB, resources sent", "sent", "8 readers in step 32 KiB", 0, 1.01),
+    ("8 readers in step 1 MiB, resources sent", "sent", "8 readers in step 1 MiB", 0, 2.0),
+    ("the same over the slow link, resources sent", "sent", "8 readers in step 1 MiB link", 0, 1.1),
+    ("close on a silent server, p99 ms", "p99_us", "silent server, close", 1000, 50.0),
+    ("abort on a silent server, p99 ms", "p99_us", "silent server, abort", 1000, 50.0),
+    ("seek on a silent server, p99 ms", "p99_us", "silent server, seek", 1000, 50.0),
 ]
