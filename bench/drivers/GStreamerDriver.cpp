@@ -159,6 +159,11 @@ class PullSource : public GStreamerSource {
     const long long left = std::max(0LL, resourceSize - position);
     const size_t wanted = static_cast<size_t>(std::min(left, static_cast<long long>(size)));
     size_t done = 0;
+    // queue2 may have overwritten what was given once.
+    if (position == 0 && wanted > 0 && begun) {
+      buffer[done++] = first;
+      ++position;
+    }
     while (done < wanted) {
       GstBuffer* got = nullptr;
       const GstFlowReturn flow = gst_pad_get_range(pad, static_cast<guint64>(position),
@@ -194,8 +199,7 @@ class PullSource : public GStreamerSource {
       return false;
     }
     // As every demuxer does: a source that has not begun cannot be moved.
-    char first = 0;
-    const bool begun = read(&first, 1) == 1;
+    begun = read(&first, 1) == 1;
     position = 0;
     return begun;
   }
@@ -206,6 +210,8 @@ class PullSource : public GStreamerSource {
 
  private:
   GstPad* pad = nullptr;
+  bool begun = false;
+  char first = 0;  // the resource's
   long long position = 0;
   long long resourceSize = 0;
 };
