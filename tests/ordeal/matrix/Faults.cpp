@@ -146,13 +146,14 @@ void addStatuses(std::vector<Fault>* all) {
   all->push_back(
       gives(row("one 503, then all is well", inTurn({answerStatus(503), serveRanges(kSize)})),
             "read -17", kStatusIsFinal));
+  // A reader that waits is told why; one that comes after the stream has failed, that it has.
   all->push_back(
       laterGives(row("ends after 500,000 bytes, then one 503, then all is well",
                      inTurn({dropAfter(kSize, 500000), answerStatus(503), serveRanges(kSize)})),
-                 "read -17", kStatusIsFinal));
+                 "read -17|read -4, status 503", kStatusIsFinal));
   all->push_back(laterGives(row("ends after 500,000 bytes, then 404",
                                 inTurn({dropAfter(kSize, 500000), answerStatus(404)})),
-                            "read -21", kStatusIsFinal));
+                            "read -21|read -4, status 404", kStatusIsFinal));
   all->push_back(gives(row("status 204", answerStatus(204)), "read -4", kTwice));
   all->push_back(
       gives(row("an answer that is not HTTP", answerRaw("SSH-2.0-no\r\n\r\n")), "read -4", kTwice));

@@ -19,7 +19,7 @@ struct Fault {
   // How "/fault" answers; "/behind" serves ranges. Made anew for each cell.
   std::function<support::Behaviour()> behaviour;
   // What our cells must show: empty for right bytes, else the beginning of how they fail; behind a
-  // '~' that or right bytes, as it comes...
+  // '~' that or right bytes, as it comes; '|' stands between two that may come...
   std::string expected[kTraces];
   // ...and why that is so.
   std::string reason;
