@@ -145,6 +145,7 @@ int BufferQueue::readCode() {
 bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                        int direction) {
   *readBytes = 0;
+  readEnd = pos + count;
   if (direction == FILL_CHOOSE) {
     direction = (*rdTail)->isForwarding(pos) ? FILL_FORWARD : FILL_BACKWARD;
   }
@@ -155,7 +156,6 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
     backward = !forwardInstead;
   }
   const bool startedBackward = backward;
-  readEnd = pos + count;
   std::vector<unsigned int> rounds;
   unsigned int done = 0;
   bool ok = true;

@@ -39,9 +39,12 @@ class SteppedProducer : public util::BufferQueueProducer {
   void setOutput(util::BufferQueueDataReceiver*) override {}
   void release() override {}
   int startStreaming(int version, long long from, long long length) override {
-    std::lock_guard<std::mutex> guard(lock);
-    runs.push_back({version, from, length});
-    stopped = false;
+    {
+      std::lock_guard<std::mutex> guard(lock);
+      runs.push_back({version, from, length});
+      stopped = false;
+    }
+    while (staysInside && !stopped) std::this_thread::yield();
     return startResult;
   }
   int stopStreaming() override {
@@ -67,6 +70,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   std::atomic<bool> stopWait{false};
   std::atomic<bool> stopped{false};  // since the last start
   std::atomic<int> startResult{0};
+  std::atomic<bool> staysInside{false};  // a start returns when it is stopped
   std::atomic<int> stops{0};
   std::atomic<int> breaks{0};
   std::function<void()> duringStop;
@@ -429,6 +433,32 @@ TEST_F(BufferQueueTest, ReaderIsWokenOnceForAllItWants) {
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_LE(log.count(woken), before + 2);
   EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, ReaderThatSoughtBackIsWokenByTheFewBytesItWants) {
+  producer.size = 101LL * kBlock;
+  make(32);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  const long long far = 100LL * kBlock;
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::ask(*queue, far);
+  EXPECT_EQ(deliver(kBlock, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(far, kBlock), 1);
+  Reading there(queue.get(), far, kBlock);
+  ASSERT_TRUE(there.hasEnded());
+  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  EXPECT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  producer.staysInside = true;
+  Reading back(queue.get(), 50LL * kBlock, 10);
+  EXPECT_TRUE(runs(3));
+  end.join();
+  EXPECT_EQ(deliver(50LL * kBlock, 1000), 1);
+  EXPECT_TRUE(back.hasEnded()) << "it waits for as much as the read before wanted";
+  EXPECT_TRUE(right(back, 50LL * kBlock));
+  queue->release();
 }
 
 TEST_F(BufferQueueTest, ReadsThatLeaveNoBlockDoNotWakeATransferWithoutRoom) {
