@@ -43,8 +43,10 @@ int TaskQueue::putPrepared(PreparedTask* prepared, TaskCallback callback, void* 
   task->sender = sender;
   Lock lock(*this);
   pending.splice(pending.end(), *prepared);
-  notifyAll(0);
-  return lock.release();
+  const int status = lock.release();
+  // One worker for one task, woken when it can take the lock: the others would find nothing to do.
+  notify(0);
+  return status;
 }
 
 void TaskQueue::giveBack(PreparedTask* prepared) {

@@ -39,7 +39,7 @@ class TaskQueue : public Semaphore {
   TaskQueue();
   ~TaskQueue() override;
 
-  // Appends a task and wakes the workers. Returns the status of the unlock, 0 on success.
+  // Appends a task and wakes a worker. Returns the status of the unlock, 0 on success.
   int putTask(TaskCallback callback, void* arg, void* sender) EXCLUDES(this);
   // Puts a task aside for putPrepared, unless one is there already. Throws std::bad_alloc.
   void prepare(PreparedTask* prepared) EXCLUDES(this);

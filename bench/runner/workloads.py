@@ -48,10 +48,13 @@ def sequential():
 
 
 def seeks():
+    few = (OURS, RING, FFMPEG, ASYNC)
+    for way in ("http", "https", "link"):
+        yield Workload(f"random {way}", way, SEEK if way == "http" else few,
+                       ["--workload", "random", "--read", 65536], 1000)
     for way in ("http", "link"):
-        peers = SEEK if way == "http" else (OURS, RING, FFMPEG, ASYNC)
-        yield Workload(f"random {way}", way, peers, ["--workload", "random", "--read", 65536], 1000)
-        yield Workload(f"trace {way}", way, peers, ["--workload", "trace"])
+        yield Workload(f"trace {way}", way, SEEK if way == "http" else few,
+                       ["--workload", "trace"])
     for pause in (0, 300):
         yield Workload(f"backward after {pause} ms", "http", (OURS, RING, ASYNC),
                        ["--workload", "backward", "--read", 4096, "--pause", pause], 1000)

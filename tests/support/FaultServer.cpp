@@ -174,6 +174,9 @@ FaultServer::FaultServer(const std::string& certificate, const std::string& key)
       SSL_CTX_use_PrivateKey_file(tlsContext, key.c_str(), SSL_FILETYPE_PEM) != 1) {
     fail("TLS context");
   }
+  // Sessions are taken up again only by servers that name themselves.
+  constexpr unsigned char kName[] = "fault server";
+  SSL_CTX_set_session_id_context(tlsContext, kName, sizeof kName - 1);
   open();
 }
 
@@ -282,6 +285,7 @@ void FaultServer::serve(Connection* connection) {
 
 void FaultServer::answer(int socket, ssl_st* tls) {
   Request request;
+  request.resumed = tls != nullptr && SSL_session_reused(tls) == 1;
   if (!readHead(socket, tls, &request.raw)) return;
   std::istringstream first(request.raw);
   first >> request.method >> request.path;

@@ -23,6 +23,8 @@ struct Request {
   std::string method;
   std::string path;
   std::string raw;
+  // Whether its connection took up the TLS session of an earlier one.
+  bool resumed = false;
   // Value of a header line, by its name in any spelling; empty without one.
   std::string header(const std::string& name) const;
   bool has(const std::string& name) const;

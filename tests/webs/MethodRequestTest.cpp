@@ -820,6 +820,38 @@ TEST(MethodRequestTls, StopEndsASilentTransferAtOnce) {
   EXPECT_LT(shortestStop(&server), 0.3);
 }
 
+// A seek costs a connection; with its session taken up again it costs no certificate's check.
+TEST(MethodRequestTls, NextConnectionTakesUpTheSessionOfAnEndedOne) {
+  const support::TestCertificate own;
+  FaultServer server(own.certificate(), own.key());
+  server.on("/a", support::serveRanges(100000));
+  Probe probe;
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(probe.get(server.url("/a")), 0);
+  ASSERT_EQ(server.requestCount("/a"), 3);
+  EXPECT_FALSE(server.requests("/a")[0].resumed);
+  EXPECT_TRUE(server.requests("/a")[1].resumed);
+  EXPECT_TRUE(server.requests("/a")[2].resumed);
+}
+
+TEST(MethodRequestTls, NextConnectionTakesUpTheSessionOfAStoppedOne) {
+  const support::TestCertificate own;
+  FaultServer server(own.certificate(), own.key());
+  Probe probe;
+  constexpr int kStops = 4;
+  for (int i = 0; i < kStops; ++i) {
+    std::atomic<bool> settled{false};
+    server.on("/s", support::stallAndTell(100000, i % 2 == 0 ? 1000 : 0, &settled));
+    probe.start(server.url("/s"));
+    ASSERT_TRUE(support::eventually([&] { return settled.load(); }));
+    probe.session.stop();
+    EXPECT_EQ(probe.join(), kAborted);
+    ASSERT_TRUE(server.waitUntilIdle());
+  }
+  const std::vector<support::Request> seen = server.requests("/s");
+  ASSERT_EQ(seen.size(), static_cast<size_t>(kStops));
+  for (int i = 1; i < kStops; ++i) EXPECT_TRUE(seen[static_cast<size_t>(i)].resumed) << i;
+}
+
 TEST(SslMultithread, SetupAndCleanupMayBeRepeated) {
   EXPECT_EQ(cd_ssl_multithread_setup(), 0);
   EXPECT_EQ(cd_ssl_multithread_setup(), 0);
