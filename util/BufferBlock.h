@@ -3,6 +3,8 @@
 
 #include <vector>
 
+#include "util/ZeroedMemory.h"
+
 namespace util {
 
 // Fixed-capacity byte block that holds one contiguous stretch of a stream.
@@ -12,7 +14,7 @@ namespace util {
 // Invariant: 0 <= payload <= data.size(); data[0] is stream byte beginningSeqNum.
 class BufferBlock {
  public:
-  // capacity in bytes; the memory is zeroed.
+  // capacity in bytes; the memory is zeroed. Throws std::bad_alloc.
   BufferBlock(unsigned int capacity, int id);
   virtual ~BufferBlock();
   BufferBlock(const BufferBlock&) = delete;
@@ -46,7 +48,7 @@ class BufferBlock {
   int getId() const { return id; }
 
  private:
-  std::vector<unsigned char> data;
+  std::vector<unsigned char, ZeroedMemory<unsigned char>> data;
   unsigned int payload;
   long long beginningSeqNum;
   bool fresh;
