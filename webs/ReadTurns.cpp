@@ -24,19 +24,19 @@ long long nowMs() {
 }  // namespace
 
 ReadTurns::ReadTurns(util::BufferQueue* queue)
-    : queue_(queue), busy(false), runOf(nullptr), runBytes(0) {}
+    : queue_(queue), busy(false), runOf(nullptr), runBytes(0), runNew(0) {}
 
 ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long position, bool alone)
     : turns_(alone ? nullptr : turns), reader_(reader), position_(position) {
   if (turns_ == nullptr) return;
-  turns_->waitForTurn(reader, position);
+  held_ = turns_->waitForTurn(reader, position);
   version_ = turns_->queue_->connectionVersion();
 }
 
 ReadTurns::Turn::~Turn() {
   if (turns_ == nullptr) return;
   const bool restarted = turns_->queue_->connectionVersion() != version_;
-  turns_->end(reader_, position_ + bytes_, bytes_, restarted);
+  turns_->end(reader_, position_ + bytes_, bytes_, held_ ? 0 : bytes_, restarted);
 }
 
 // A place in the list of waiters, given up also when the caller's thread is cancelled.
@@ -79,22 +79,28 @@ void ReadTurns::look() {
   grant(nowMs());
 }
 
-void ReadTurns::waitForTurn(const FluviaFile* reader, long long position) {
+bool ReadTurns::waitForTurn(const FluviaFile* reader, long long position) {
   Waiter waiter(reader, position);
   Waiting waiting(this, &waiter);
   waiting.wait();
+  return waiter.held;
 }
 
 void ReadTurns::end(const FluviaFile* reader, long long position, unsigned int bytes,
-                    bool restarted) {
+                    unsigned int newBytes, bool restarted) {
   util::Lock guard(lock);
   busy = false;
   if (restarted) {
     runOf = reader;
     runBytes = 0;
+    runNew = 0;
   }
   runBytes += bytes;
-  for (Waiter* waiter : waiters) waiter->passedBytes += bytes;
+  runNew += newBytes;
+  for (Waiter* waiter : waiters) {
+    waiter->passedBytes += bytes;
+    waiter->passedNew += newBytes;
+  }
   auto known = std::find_if(readers.begin(), readers.end(),
                             [&](const Reader& each) { return each.file == reader; });
   if (known == readers.end()) known = readers.insert(known, Reader{reader, 0, 0});
@@ -129,16 +135,25 @@ void ReadTurns::grant(long long now) {
   if (best == nullptr) return;
   busy = true;
   util::Lock guard(best->wake);
+  best->held = queue_->getBufferedSize(best->position) > 0;
   best->granted = true;
   best->wake.notifyAll(0);
 }
 
 ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now) {
-  if (waiter.passedBytes >= queue_->getBufferSize()) return kOverdue;
-  if (queue_->getBufferedSize(waiter.position) > 0) return kHeld;
-  if (leavesSomebodyBehind(waiter, now)) return kNotNow;
-  if (queue_->comesNext(waiter.position)) return kComesNext;
-  return breaksARun(waiter, now) ? kNotNow : kNewConnection;
+  const bool overdue = isMuch(waiter.passedBytes, waiter.passedNew);
+  if (queue_->getBufferedSize(waiter.position) > 0) return overdue ? kOverdue : kHeld;
+  if (!overdue && leavesSomebodyBehind(waiter, now)) return kNotNow;
+  if (queue_->comesNext(waiter.position)) return overdue ? kOverdue : kComesNext;
+  if (breaksARun(waiter, now)) return kNotNow;
+  return overdue ? kOverdue : kNewConnection;
+}
+
+// A buffer of new bytes: what readers that keep together read of it from the buffer moves nothing.
+// Readers that read nothing else must come to an end too.
+bool ReadTurns::isMuch(long long bytes, long long newBytes) {
+  const long long capacity = queue_->getBufferSize();
+  return newBytes >= capacity || bytes >= capacity * static_cast<long long>(readers.size());
 }
 
 // Whether new data at that position would take from the buffer what another reader, which is not
@@ -155,9 +170,7 @@ bool ReadTurns::leavesSomebodyBehind(const Waiter& waiter, long long now) {
 // Whether it takes the stream from a reader for which it was just restarted.
 bool ReadTurns::breaksARun(const Waiter& waiter, long long now) {
   const auto* const running = runOf;
-  if (running == nullptr || running == waiter.file || runBytes >= queue_->getBufferSize()) {
-    return false;
-  }
+  if (running == nullptr || running == waiter.file || isMuch(runBytes, runNew)) return false;
   return std::any_of(readers.begin(), readers.end(), [&](const Reader& each) {
     return each.file == running && now - each.lastRead < kRunPauseMs;
   });

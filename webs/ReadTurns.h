@@ -15,8 +15,9 @@ class FluviaFile;
 // Handles that read on their own would take the one stream from each other with every read, and
 // each time it starts anew. So a read whose bytes are held goes before one whose are not; a read
 // that needs new data gives readers that lag behind, but not yet outside the buffer, a moment to
-// follow; and after a restart the stream stays where it is for a while. Nobody waits for longer
-// than the others need to read one buffer, or for more than a moment when they do nothing.
+// follow; and after a restart the stream stays where it is for a while, for one buffer of new
+// bytes. Nobody waits for longer than each of the others needs for such a run, or for more than a
+// moment when they do nothing.
 //
 // Only the order is decided here: the file lock still keeps reads apart, and a handle that is alone
 // does not come here.
@@ -44,6 +45,7 @@ class ReadTurns {
     long long position_;
     unsigned int bytes_ = 0;
     int version_ = 0;
+    bool held_ = false;
   };
 
   // The handle is closed.
@@ -62,18 +64,23 @@ class ReadTurns {
     const FluviaFile* file;
     long long position;
     long long passedBytes = 0;  // what others have read meanwhile
+    long long passedNew = 0;    // and of it what the stream had to bring
+    bool held = false;          // its bytes were there when it got its turn
     bool granted = false;       // under wake
     util::Semaphore wake;
   };
   // How well a waiting read may go now; the best goes.
   enum Claim { kNotNow, kNewConnection, kComesNext, kHeld, kOverdue };
 
-  void waitForTurn(const FluviaFile* reader, long long position) EXCLUDES(lock);
-  void end(const FluviaFile* reader, long long position, unsigned int bytes, bool restarted)
-      EXCLUDES(lock);
+  // True when the bytes at position are held.
+  bool waitForTurn(const FluviaFile* reader, long long position) EXCLUDES(lock);
+  // newBytes of the bytes were not held when the read began.
+  void end(const FluviaFile* reader, long long position, unsigned int bytes, unsigned int newBytes,
+           bool restarted) EXCLUDES(lock);
   void look() EXCLUDES(lock);
   void grant(long long now) REQUIRES(lock);
   Claim claimOf(const Waiter& waiter, long long now) REQUIRES(lock);
+  bool isMuch(long long bytes, long long newBytes) REQUIRES(lock);
   bool leavesSomebodyBehind(const Waiter& waiter, long long now) REQUIRES(lock);
   bool breaksARun(const Waiter& waiter, long long now) REQUIRES(lock);
   class Waiting;
@@ -83,9 +90,11 @@ class ReadTurns {
   bool busy GUARDED_BY(lock);
   std::list<Waiter*> waiters GUARDED_BY(lock);  // oldest first
   std::list<Reader> readers GUARDED_BY(lock);
-  // Who had the stream restarted last, and what all have read since.
+  // Who had the stream restarted last, and what all have read since, from the buffer or the stream
+  // and from the stream alone.
   const FluviaFile* runOf GUARDED_BY(lock);
   long long runBytes GUARDED_BY(lock);
+  long long runNew GUARDED_BY(lock);
 };
 
 }  // namespace webs

@@ -77,6 +77,10 @@ class ReadTurnsTest : public testing::Test {
     });
     EXPECT_TRUE(eventually([&] { return webs::ReadTurnsProbe::waiting(turns) > before; }));
   }
+  // A read of no bytes, which makes the reader known.
+  void readOnce(int reader, long long position) {
+    const webs::ReadTurns::Turn turn(&turns, handle(reader), position, false);
+  }
   // Waits until all have had their turn, and tells in which order.
   std::string release() {
     for (std::thread& each : threads) each.join();
@@ -129,14 +133,36 @@ TEST_F(ReadTurnsTest, OfReadsThatNeedDataTheOneBehindTakesTheOthersAlong) {
   EXPECT_EQ(release(), "bf");
 }
 
-TEST_F(ReadTurnsTest, NobodyIsPassedByMoreThanABuffer) {
+TEST_F(ReadTurnsTest, NobodyIsPassedByMoreThanABufferOfNewBytes) {
+  readOnce(3, 0);
+  readOnce(4, 0);
+  {
+    webs::ReadTurns::Turn first(&turns, handle(0), 2 * kBlock, false);
+    enter("f", 1, 50LL * kCapacity);
+    enter("h", 2, 0);
+    first.hasRead(kCapacity);
+  }
+  EXPECT_EQ(release(), "fh");
+}
+
+// Readers that keep together read each byte of the stream as often as they are many.
+TEST_F(ReadTurnsTest, HeldBytesThatOthersReadKeepNobodyFromItsTurnForLong) {
+  readOnce(3, 0);
+  readOnce(4, 0);
   {
     webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
     enter("f", 1, 50LL * kCapacity);
     enter("h", 2, 0);
     first.hasRead(kCapacity);
   }
-  EXPECT_EQ(release(), "fh");
+  EXPECT_EQ(release(), "hf") << "one buffer is little among three";
+  {
+    webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
+    enter("F", 1, 50LL * kCapacity);
+    enter("H", 2, 0);
+    first.hasRead(5 * kCapacity);
+  }
+  EXPECT_EQ(release(), "hfFH") << "readers of held bytes must not go on for ever";
 }
 
 // The stream was moved for handle 1: it reads on there, also when another one has waited longer.
@@ -148,6 +174,26 @@ TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
     enter("f", 2, 50LL * kCapacity);
     enter("n", 1, 2 * kBlock + 10);
   }
+  EXPECT_EQ(release(), "nf");
+}
+
+// Else each of several that have waited long would take the stream from the one before it after a
+// single read.
+TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
+  std::thread restarting;
+  {
+    webs::ReadTurns::Turn first(&turns, handle(0), 2 * kBlock, false);
+    restarting = std::thread([this] {
+      webs::ReadTurns::Turn turn(&turns, handle(1), 20LL * kCapacity, false);
+      queue.notifyStreamException(util::STREAM_DEAD);
+      enter("n", 1, 20LL * kCapacity + kBlock);
+      turn.hasRead(kBlock);
+    });
+    EXPECT_TRUE(eventually([&] { return webs::ReadTurnsProbe::waiting(turns) == 1; }));
+    enter("f", 2, 50LL * kCapacity);
+    first.hasRead(3 * kBlock);
+  }
+  restarting.join();
   EXPECT_EQ(release(), "nf");
 }
 
