@@ -4,4 +4,5 @@ check "clang-format" scripts/checks/format
 check "include direction" scripts/checks/includes
 check "header in C and C++" scripts/checks/header
 check "cppcheck" scripts/checks/cppcheck
-check "pages of the classes, links" scripts/checks/internals
+check "pages of the classes" scripts/checks/internals
+check "links of the documents" scripts/checks/links
