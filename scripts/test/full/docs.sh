@@ -4,3 +4,5 @@ check "packages of the documents" scripts/install-packages docs
 check "pictures" scripts/pictures --check
 check "reference of the interface" scripts/reference
 check "manual pages" scripts/checks/manuals
+check "spelling" scripts/checks/spelling
+check "subjects of the commits" scripts/checks/commits
