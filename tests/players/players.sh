@@ -254,7 +254,7 @@ readme_recipes() {
     esac
     timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
     count=$((count + 1))
-  done < <(sed -n '/^## Use it in your player/,/^## HTTP/s/^    //p' "$here/../../README.md")
+  done < <(sed -n '/^## Use it in your player/,/^## The interface/s/^    //p' "$here/../../README.md")
   [ "$count" -eq 3 ] || fail "the README has not 3 recipes but $count"
 }
 
