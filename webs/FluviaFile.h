@@ -18,9 +18,8 @@ class DullFile;
 //
 // Threads:   any. The object's lock guards seek and the move of the position by asynchronous reads;
 //            the position itself is an atomic.
-// Ownership: counted by uses: its owner's, one for each call inside it and each of its requests;
-// the
-//            last to leave deletes it. The shared file belongs to the registry.
+// Ownership: counted by uses: its owner's, one for each call inside it and each of its requests.
+//            The last to leave deletes it. The shared file belongs to the registry.
 class FluviaFile : public util::Semaphore {
  public:
   // bufferSize in bytes, for a shared file that must be made.
