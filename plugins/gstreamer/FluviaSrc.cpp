@@ -72,8 +72,7 @@ std::shared_ptr<SourceReader> readerOf(gpointer object) {
   return content.reader;
 }
 
-// ---- Properties
-// ----------------------------------------------------------------------------------
+// ---- Properties --------------------------------------------------------------------------------
 
 std::string* textOf(Content& content, guint property) {
   switch (property) {
@@ -184,8 +183,7 @@ void installProperties(GObjectClass* type) {
                            plain()));
 }
 
-// ---- Opening and closing
-// -------------------------------------------------------------------------
+// ---- Opening and closing -----------------------------------------------------------------------
 
 // Posts what the watch finds worth telling. The element may go at any time, the reader's thread
 // later.
@@ -277,8 +275,7 @@ gboolean unlockStop(GstBaseSrc* base) {
   return TRUE;
 }
 
-// ---- Size, reading
-// -------------------------------------------------------------------------------
+// ---- Size, reading -----------------------------------------------------------------------------
 
 gboolean isSeekable(GstBaseSrc* base) {
   int wait = 0;
@@ -363,8 +360,7 @@ GstFlowReturn create(GstBaseSrc* base, guint64 offset, guint length, GstBuffer**
   return GST_FLOW_OK;
 }
 
-// ---- Queries
-// -------------------------------------------------------------------------------------
+// ---- Queries -----------------------------------------------------------------------------------
 
 // The amount that is held ahead, in bytes and per cent. A query that names a format of time or
 // frames is for others to answer.
@@ -408,8 +404,7 @@ gboolean answerQuery(GstBaseSrc* base, GstQuery* query) {
   return GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, query);
 }
 
-// ---- URIs
-// ----------------------------------------------------------------------------------------
+// ---- URIs --------------------------------------------------------------------------------------
 
 GstURIType uriType(GType) { return GST_URI_SRC; }
 

@@ -97,8 +97,7 @@ Diagnosis diagnoseFile(const std::string& path) {
 SourceReader::Worker::Worker(const std::string& name, const SourceSettings& settings)
     : name_(name), local_(name.compare(0, 1, "/") == 0), settings_(settings) {}
 
-// ---- The reader's side
-// ---------------------------------------------------------------------------
+// ---- The reader's side -------------------------------------------------------------------------
 
 void SourceReader::Worker::quit() {
   leaving().add(name_);
@@ -171,8 +170,7 @@ std::string SourceReader::Worker::explanation() const {
   return explanation_;
 }
 
-// ---- The worker's side
-// ---------------------------------------------------------------------------
+// ---- The worker's side -------------------------------------------------------------------------
 
 void SourceReader::Worker::run() {
   leaving().waitUntilGone(name_);
