@@ -705,8 +705,8 @@ FLUVIA_FILE_API int x_fluvia_file_http_get_download_status(int handle);
 FLUVIA_FILE_API int c_fluvia_file_http_get_download_status(int handle);
 
 /**
- * Tells the download speed: smoothed over the last ten samples of a second each, in the first
- * second of a transfer the average so far.
+ * Tells the download speed, smoothed over samples of a second each; before the resource's first
+ * sample it is the average so far.
  *
  * @param[in] handle  an open handle
  * @return Bytes per second; 0 before any transfer and for a local handle.
