@@ -192,8 +192,9 @@ FLUVIA_FILE_API int c_fluvia_file_open(const char* url, int* handle);
 /**
  * Opens as x_fluvia_file_open() does, with a buffer of a size of the caller's.
  *
- * The memory is taken at once: INT_MAX asks for 2 GiB, and when they cannot be had the handle is
- * empty. When the name is already open its buffer is shared and bufferSize is ignored.
+ * Its addresses are taken at once and its memory as it fills: INT_MAX asks for 2 GiB of addresses,
+ * and when they cannot be had the handle is empty. When the name is already open its buffer is
+ * shared and bufferSize is ignored.
  *
  * @param[in]  url         as for x_fluvia_file_open()
  * @param[out] handle      as for x_fluvia_file_open()
