@@ -264,7 +264,7 @@ SHARED_FILES = [
           "return file ? file->getBufferSize() : kFailed;", "return file->getBufferSize();",
           "^Api.MissingFile"),
     entry("turns: held bytes go first", "webs/ReadTurns.cpp",
-          "  if (queue_->getBufferedSize(waiter.position) > 0) return kHeld;\n", "",
+          "return overdue ? kOverdue : kHeld;", "return kNotNow;",
           "ReadTurnsTest.HeldBytes"),
     entry("turns: nobody is passed for ever", "webs/ReadTurns.cpp",
           "newBytes >= capacity || ", "", "ReadTurnsTest.NobodyIsPassed"),
