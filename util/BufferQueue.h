@@ -184,6 +184,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   long long writeEnd() REQUIRES(feedLock) { return (*wtHead)->end(); }
 
   // Stream input (BufferQueueInput.cpp).
+  bool refuses(int dataVersion) REQUIRES(feedLock);
   int storeChunk(unsigned char* data, unsigned int size, int dataVersion) REQUIRES(feedLock);
   // What the search for a free block came to.
   enum class Room { kFound, kDropped, kStop };

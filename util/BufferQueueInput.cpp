@@ -51,7 +51,8 @@ void BufferQueue::noteStored(unsigned int count) {
   emptyEnds = 0;
 }
 
-int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVersion) {
+// True when the chunk is not wanted: of an older version, at the end, or before a restart.
+bool BufferQueue::refuses(int dataVersion) {
   const bool stale = dataVersion != version;
   const bool exiting = needExit();
   if (stale || exiting) {
@@ -59,15 +60,18 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
                   exiting);
     // Only without a newer version: the write head is where that one begins.
     if (!stale && rdTail != wtHead && (*wtHead)->payloadSize() != kBlockSize) resetBlock(wtHead);
-    return 0;
+    return true;
   }
-  if (isResetStream()) {
-    setStatus(STATUS_IDLE);
-    FLUVIA_LOG_AS("streamIn", 2, "need reset stream");
-    // The restart that set the status may be this very run: nobody else follows it then.
-    endedSilently = true;
-    return 0;
-  }
+  if (!isResetStream()) return false;
+  setStatus(STATUS_IDLE);
+  FLUVIA_LOG_AS("streamIn", 2, "need reset stream");
+  // The restart that set the status may be this very run: nobody else follows it then.
+  endedSilently = true;
+  return true;
+}
+
+int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVersion) {
+  if (refuses(dataVersion)) return 0;
   BufferBlock* first = *wtHead;
   unsigned int stored = first->in(data, size);
   noteStored(stored);
