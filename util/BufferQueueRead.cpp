@@ -381,7 +381,9 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     if (*readBytes == count || atEnd(readOffset)) {
       FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
                  contentSize.get());
-      return true;
+      // Learnt since the read began: it has nothing to succeed with.
+      endReached = *readBytes == 0 && count != 0;
+      return !endReached;
     }
     offset += got;
     if (offset >= block->size()) {

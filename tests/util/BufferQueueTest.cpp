@@ -987,6 +987,31 @@ TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadWaitsEndsIt) {
   EXPECT_EQ(reading.result, -13);
 }
 
+// The block at the position is there, but empty from the position on.
+TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadInItsBlockEndsIt) {
+  producer.size = util::UNKNOWN_CONTENT_SIZE;
+  producer.seekable = false;
+  make(4);
+  auto reading = read(0, 300);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  support::Pauses pauses;
+  pauses.holdAt("BufferQueue::read before feedLock");
+  Reading atEnd(queue.get(), 300, 10);
+  EXPECT_TRUE(pauses.reached("BufferQueue::read before feedLock"));
+  producer.size = 300;
+  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  EXPECT_TRUE(
+      support::eventually([&] { return log.has("notifyStreamException: setFileSize: 300"); }));
+  pauses.release("BufferQueue::read before feedLock");
+  ASSERT_TRUE(atEnd.hasEnded());
+  EXPECT_EQ(atEnd.result, -13) << "0 would be a read that succeeded";
+  EXPECT_EQ(atEnd.got, 0u);
+  queue->release();
+  end.join();
+}
+
 // A restart task that comes late finds its version started and only gives its count back: until
 // then an end must not take it for a connection to come.
 TEST_F(BufferQueueTest, LateRestartTaskIsNoConnectionToCome) {

@@ -240,8 +240,6 @@ void Actor::checkRead(Mine* file, unsigned int asked, int result, unsigned int g
   if (result == FVFR_OK && got == wanted && (from < target.size || target.mortal())) return;
   if (result == FVFR_END_OF_FILE && from >= target.size) return;
   if (target.failures.count(result) != 0) return;
-  // Past an end that was learnt while the read waited.
-  if (!target.sized && from > target.size && result == FVFR_OK && got == 0) return;
   // Set on past the end: there is nothing to move the buffer to.
   if (!target.seekable && from > target.size && result == FVFR_FAILED) return;
   if (disturbed && (result == FVFR_FAILED || result == FVFR_NOT_APPLIED)) return;

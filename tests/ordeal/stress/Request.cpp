@@ -102,8 +102,7 @@ bool Request::statusIsRight(long long position, bool disturbed) const {
   const Target& target = *held->target;
   switch (firstStatus) {
     case FVFR_ASYNC_DONE:
-      // Past an end that was learnt while the read waited it has no bytes.
-      return position < target.size || target.mortal() || (!target.sized && position > target.size);
+      return position < target.size || target.mortal();
     case FVFR_ASYNC_END_OF_FILE:
       return position >= target.size;
     case FVFR_ASYNC_CANCELLED:
