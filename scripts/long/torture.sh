@@ -2,7 +2,8 @@
 # Everything below the library fails, one call at a time, then everything from one call on. More than
 # 500 calls are sampled, with a fixed seed. The counts are left in build/torture-*.log.
 . scripts/sanitizers.sh
-export ASAN_OPTIONS=$ASAN_OPTIONS:handle_abort=1
+# Whole stacks, also through libraries without frame pointers: a leak is judged by its stack.
+export ASAN_OPTIONS=$ASAN_OPTIONS:handle_abort=1:fast_unwind_on_malloc=0
 
 make_torture() {
   configure asan -DFLUVIA_TESTS=ON && build asan --target torture
