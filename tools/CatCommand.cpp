@@ -14,9 +14,12 @@
 #include "Progress.h"
 #include "Source.h"
 #include "Text.h"
+#include "trace/LiveTrace.h"
 
 namespace tools {
 namespace {
+
+constexpr int kTraceLevel = 3;  // everything
 
 struct CatOptions {
   std::string source;
@@ -27,6 +30,7 @@ struct CatOptions {
   int buffer = 0;
   bool async = false;
   std::string report;  // file, "-" for standard error, empty for none
+  std::string trace;   // file of a page about the run, empty for none
 };
 
 // What one read of the library gave: a code of FVFR_* and the bytes that are valid.
@@ -246,6 +250,23 @@ class Cat {
   long long done_ = 0;            // bytes passed on
 };
 
+// Also when the run fails: then the page is wanted most.
+int runTraced(const CatOptions& options, const Screen& screen) {
+  LiveTrace trace;
+  std::string error;
+  if (!trace.begin(options.trace, &error)) {
+    screen.fail(error);
+    return kExitOutput;
+  }
+  forceLogLevel(kTraceLevel);
+  const int code = Cat(options, screen).run();
+  if (!trace.finish(options.source, &error)) {
+    screen.fail(error);
+    return code == kExitOk ? static_cast<int>(kExitOutput) : code;
+  }
+  return code;
+}
+
 }  // namespace
 
 void addCat(CLI::App& app, Command* chosen) {
@@ -273,8 +294,13 @@ void addCat(CLI::App& app, Command* chosen) {
   cat->add_option("--report", options->report,
                   "At the end, write size, rate and SHA-256 to FILE (-: standard error)")
       ->type_name("FILE");
+  cat->add_option("--trace", options->trace,
+                  "Log everything, and draw the run as an HTML page into FILE")
+      ->type_name("FILE");
   cat->callback([options, chosen] {
-    *chosen = [options](const Screen& screen) { return Cat(*options, screen).run(); };
+    *chosen = [options](const Screen& screen) {
+      return options->trace.empty() ? Cat(*options, screen).run() : runTraced(*options, screen);
+    };
   });
 }
 

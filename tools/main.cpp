@@ -5,6 +5,7 @@
 #include "HttpOptions.h"
 #include "Screen.h"
 #include "Source.h"
+#include "TraceCommand.h"
 #include "TreeCommand.h"
 
 namespace {
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
   tools::addInfo(app, &command);
   tools::addCheck(app, &command);
   tools::addTree(app, &command);
+  tools::addTrace(app, &command);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& answer) {

@@ -1,0 +1,340 @@
+#include "Lane.h"
+
+#include <algorithm>
+
+#include "ConnectionEnd.h"
+
+namespace tools {
+namespace {
+
+constexpr size_t kMostConnections = 1000;
+constexpr size_t kMostWaits = 1000;
+constexpr size_t kMostHappenings = 1000;
+constexpr size_t kMostPauses = 1000;
+// Closed handles of a resource beyond these share the last one's curve.
+constexpr size_t kMostReaders = 40;
+// Waits that are nearer to each other than this are one to a person (seconds).
+constexpr double kOneWait = 0.02;
+// A connection that has brought nothing for so long is called silent (seconds).
+constexpr double kSilence = 0.25;
+// A connection that is further behind does not come to what is waited for (bytes).
+constexpr long long kReadAhead = 1 << 20;
+
+}  // namespace
+
+Lane::Reader* Lane::readerOf(int handle) {
+  for (auto reader = readers_.rbegin(); reader != readers_.rend(); ++reader) {
+    if (reader->handle == handle) return &*reader;
+  }
+  return nullptr;
+}
+
+void Lane::opened(double time, int handle) {
+  happened(time, Happening::Kind::kOpen, "handle " + std::to_string(handle) + " opened");
+  Reader* known = readerOf(handle);
+  if (known == nullptr && readers_.size() == kMostReaders) known = &readers_.back();
+  if (known == nullptr) {
+    readers_.emplace_back();
+    known = &readers_.back();
+  }
+  known->handle = handle;
+  known->open = true;
+  known->position = 0;
+  known->positions.add(time, 0);
+}
+
+void Lane::closed(double time, int handle) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr || !reader->open) return;
+  endWait(time, handle);
+  happened(time, Happening::Kind::kClose, "handle " + std::to_string(handle) + " closed");
+  reader->positions.add(time, reader->position);
+  reader->positions.add(time, ThinCurve::kBreak);
+  reader->open = false;
+  if (inUse()) return;
+  writerGoesOn(time);
+  blocks_.clear();
+  heads_.add(time, ThinCurve::kBreak);
+  holdings_.add(time, {});
+}
+
+bool Lane::inUse() const {
+  return std::any_of(readers_.begin(), readers_.end(),
+                     [](const Reader& reader) { return reader.open; });
+}
+
+void Lane::readerAt(double time, int handle, long long offset) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr || !reader->open || offset < 0) return;
+  reader->position = offset;
+  reader->positions.add(time, offset);
+}
+
+void Lane::readerMovedBy(double time, int handle, long long bytes) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr || !reader->open || bytes < 0) return;
+  reader->position += bytes;
+  reader->positions.add(time, reader->position);
+  if (bytes > 0) reader->sought = false;
+}
+
+void Lane::sought(double time, int handle, long long offset) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr) return;
+  happened(time, Happening::Kind::kSeek,
+           "seek from " + std::to_string(reader->position) + " to " + std::to_string(offset));
+  reader->positions.add(time, reader->position);
+  readerAt(time, handle, offset);
+  reader->sought = true;
+}
+
+void Lane::beginWait(double time, int handle, long long offset) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr) return;
+  mark(time);
+  if (reader->waiting) return;
+  reader->waiting = true;
+  reader->marked = time;
+  reader->wait = Wait();
+  reader->wait.begin = time;
+  reader->wait.handle = handle;
+  reader->wait.offset = offset;
+  reader->wait.afterSeek = reader->sought;
+}
+
+void Lane::endWait(double time, int handle) {
+  Reader* reader = readerOf(handle);
+  if (reader == nullptr || !reader->waiting) return;
+  mark(time);
+  reader->waiting = false;
+  reader->wait.end = time;
+  reader->wait.waited = time - reader->wait.begin;
+  keepWait(reader->wait);
+}
+
+void Lane::keepWait(const Wait& wait) {
+  for (auto kept = waits_.rbegin(); kept != waits_.rend(); ++kept) {
+    if (kept->handle != wait.handle) continue;
+    if (wait.begin - kept->end > kOneWait) break;
+    kept->end = wait.end;
+    kept->waited += wait.waited;
+    kept->afterSeek = kept->afterSeek || wait.afterSeek;
+    kept->endedConnection = std::max(kept->endedConnection, wait.endedConnection);
+    for (size_t i = 0; i < wait.shares.size(); ++i) kept->shares[i] += wait.shares[i];
+    return;
+  }
+  waits_.push_back(wait);
+  if (waits_.size() > kMostWaits) dropShortWaits();
+}
+
+// The last one may still grow and stays.
+void Lane::dropShortWaits() {
+  size_t limit = kMostWaits;
+  while (waits_.size() > limit) {
+    shortest_ *= 2;
+    const auto gone = std::remove_if(waits_.begin(), waits_.end() - 1, [this](const Wait& wait) {
+      if (wait.waited >= shortest_) return false;
+      ++shortWaits_;
+      shortWaited_ += wait.waited;
+      return true;
+    });
+    waits_.erase(gone, waits_.end() - 1);
+    limit = kMostWaits / 2;
+  }
+}
+
+// What the connection did since the last mark, for somebody who waits.
+Wait::Share Lane::shareOf(const Wait& wait, double time) const {
+  if (phase_ == Phase::kNone) return Wait::kNoConnection;
+  if (phase_ == Phase::kAsked) return Wait::kNoAnswer;
+  if (time - lastData_ >= kSilence) return Wait::kSilent;
+  const bool elsewhere =
+      connected_ && (wait.offset < connections_.back().from || wait.offset > head_ + kReadAhead);
+  return elsewhere ? Wait::kElsewhere : Wait::kFlowing;
+}
+
+// Counts the time since the last mark for everybody who waits.
+void Lane::mark(double time) {
+  for (Reader& reader : readers_) {
+    if (!reader.waiting) continue;
+    reader.wait.shares[shareOf(reader.wait, time)] += time - reader.marked;
+    reader.marked = time;
+  }
+}
+
+void Lane::enter(double time, Phase phase) {
+  mark(time);
+  phase_ = phase;
+  lastData_ = time;
+}
+
+void Lane::stored(double time, int block, long long beginning, long long bytes) {
+  blocks_[block] = {beginning, beginning + bytes};
+  head_ = beginning + bytes;
+  heads_.add(time, head_);
+  show(time);
+}
+
+void Lane::storedMore(double time, int block, long long bytes) {
+  const auto known = blocks_.find(block);
+  if (known == blocks_.end()) return;
+  stored(time, block, known->second.begin, bytes);
+}
+
+void Lane::placed(double time, int block, long long beginning) {
+  Span& span = blocks_[block];
+  if (span.begin == beginning && span.end != span.begin) return;
+  span = {beginning, beginning};
+  show(time);
+}
+
+void Lane::droppedBlock(double time, int block) {
+  blocks_.erase(block);
+  show(time);
+}
+
+// A dump may leave out blocks that begin at 0, used or not.
+void Lane::dumped(double time, const std::map<int, Span>& blocks) {
+  std::map<int, Span> known;
+  known.swap(blocks_);
+  for (const auto& block : known) {
+    if (block.second.begin == 0 && blocks.count(block.first) == 0) blocks_.insert(block);
+  }
+  blocks_.insert(blocks.begin(), blocks.end());
+  show(time);
+}
+
+void Lane::show(double time) { holdings_.add(time, held()); }
+
+std::vector<Span> Lane::held() const {
+  std::vector<Span> spans;
+  for (const auto& block : blocks_) {
+    if (block.second.end > block.second.begin) spans.push_back(block.second);
+  }
+  std::sort(spans.begin(), spans.end(),
+            [](const Span& one, const Span& other) { return one.begin < other.begin; });
+  std::vector<Span> joined;
+  for (const Span& span : spans) {
+    if (!joined.empty() && span.begin <= joined.back().end) {
+      joined.back().end = std::max(joined.back().end, span.end);
+    } else {
+      joined.push_back(span);
+    }
+  }
+  return joined;
+}
+
+void Lane::writerWaits(double time) {
+  if (pausedSince_ < 0) pausedSince_ = time;
+}
+
+void Lane::writerGoesOn(double time) {
+  if (pausedSince_ < 0) return;
+  if (!pauses_.empty() && pausedSince_ - pauses_.back().end <= kOneWait) {
+    pauses_.back().end = time;
+  } else if (pauses_.size() < kMostPauses) {
+    pauses_.push_back({pausedSince_, time});
+  }
+  if (connected_) connections_.back().heldBack += time - pausedSince_;
+  pausedSince_ = -1;
+  lastData_ = time;  // the pause was ours, not the server's silence
+}
+
+void Lane::connect(double time, const Connection& connection) {
+  if (connected_) disconnected(time, -1, -1, -1);
+  enter(time, Phase::kAsked);
+  if (connections_.size() == kMostConnections) {
+    ++moreConnections_;
+    return;
+  }
+  connections_.push_back(connection);
+  connections_.back().begin = time;
+  connected_ = true;
+}
+
+void Lane::answered(double time, long long status) {
+  Connection* connection = running();
+  if (connection == nullptr || status <= 0) return;
+  // A line of each header; the first ones of a redirection have its status.
+  if (connection->status != status) mark(time);
+  connection->status = status;
+}
+
+void Lane::address(const std::string& text) {
+  if (Connection* connection = running()) connection->address = text;
+}
+
+void Lane::received(double time, long long bytes) {
+  enter(time, Phase::kFlowing);
+  Connection* connection = running();
+  if (connection == nullptr) return;
+  if (connection->firstByte < 0) connection->firstByte = time;
+  connection->got += bytes;
+  connection->gotKnown = true;
+}
+
+void Lane::disconnected(double time, int code, long long status, long long behind) {
+  writerGoesOn(time);
+  enter(time, Phase::kNone);
+  Connection* connection = running();
+  if (connection == nullptr) return;
+  connected_ = false;
+  connection->end = time;
+  connection->code = code;
+  if (status > 0) connection->status = status;
+  // Without the lines of the pieces, what libcurl counted.
+  if (!connection->gotKnown && behind >= connection->from) {
+    connection->got = behind - connection->from;
+    connection->gotKnown = true;
+  }
+  explainEnd(connection);
+  for (Reader& reader : readers_) {
+    if (reader.waiting) {
+      reader.wait.endedConnection = static_cast<int>(connections_.size()) - 1;
+    }
+  }
+}
+
+// What came of the run may say more than libcurl's code: that the library gave up, for example.
+void Lane::runResult(int result) {
+  if (connections_.empty() || connections_.back().end < 0) return;
+  explainResult(result, &connections_.back());
+}
+
+void Lane::streamEvent(int event) {
+  if (connections_.empty() || connections_.back().end < 0 || event == 0) return;
+  connections_.back().event = event;
+}
+
+void Lane::localRunEnded(double time) {
+  if (!connected_) return;
+  disconnected(time, 0, -1, -1);
+  connections_.back().why = "read to its end, or told to stop";
+}
+
+void Lane::happened(double time, Happening::Kind kind, const std::string& text) {
+  if (!happenings_.empty() && happenings_.back().text == text && happenings_.back().kind == kind) {
+    ++happenings_.back().times;
+    return;
+  }
+  if (happenings_.size() == kMostHappenings) {
+    ++moreHappenings_;
+    return;
+  }
+  happenings_.push_back({time, kind, text, 1});
+}
+
+void Lane::learntSize(long long size) {
+  if (size > 0) size_ = size;
+}
+
+void Lane::finish(double time) {
+  for (Reader& reader : readers_) {
+    endWait(time, reader.handle);
+    if (reader.open) reader.positions.add(time, reader.position);
+  }
+  writerGoesOn(time);
+  if (inUse()) holdings_.add(time, held());
+}
+
+}  // namespace tools

@@ -1,0 +1,95 @@
+#ifndef FLUVIAFS_TOOLS_TRACE_TRACESTORY_H_
+#define FLUVIAFS_TOOLS_TRACE_TRACESTORY_H_
+
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Lane.h"
+#include "LogReader.h"
+
+namespace tools {
+
+// Who did what: turns the entries of a log into lanes, one a resource. The lines name a thread and
+// seldom more, so that it follows each thread: through the calls on a handle, through the runs of a
+// resource's worker, through an asynchronous read in the engine.
+//
+// What it has to assume: one process writes the log; an asynchronous read that an engine thread
+// begins is the oldest one of its size that was asked for; bytes of a local file belong to the only
+// local resource in use (with several they are not shown).
+class TraceStory {
+ public:
+  void take(const LogEntry& entry);
+  // The log is over.
+  void finish();
+
+  const std::list<Lane>& lanes() const { return lanes_; }
+  // Seconds from the first line to the last.
+  double duration() const { return now_; }
+  // Entries that belong to no resource that is known.
+  long long homeless() const { return homeless_; }
+  // Resources beyond what a page holds.
+  long long moreLanes() const { return moreLanes_; }
+  // Whether lines of the levels 2 and 3 were there.
+  bool hasTracing() const { return hasTracing_; }
+  bool hasDumps() const { return hasDumps_; }
+
+ private:
+  struct Thread {
+    Lane* lane = nullptr;  // of the call, or of the resource whose worker it is
+    Lane* home = nullptr;  // of the resource whose worker it is
+    int handle = 0;        // of the call
+    long long target = 0;  // of a seek
+    bool lookedFor = false;
+    bool issuing = false;  // it asks for an asynchronous read
+    Connection next;       // what the log told before the connection began
+    bool dumping = false;
+    int dumpLines = 0;
+    std::map<int, Span> dump;
+  };
+  // An asynchronous read that was asked for and is not over.
+  struct Request {
+    int handle = 0;
+    long long bytes = 0;
+    long long id = 0;  // 0: not known yet
+    bool started = false;
+    long thread = 0;  // that asked
+  };
+
+  double timeOf(const LogEntry& entry);
+  void newRun();
+  Thread& threadOf(long number);
+  Lane* laneNamed(const std::string& name);
+  Lane* laneOfHandle(int handle);
+  Lane* onlyLocalLane();
+  void beginCall(Thread& thread, long long handle);
+  static void endCall(Thread& thread);
+
+  bool takeCall(const LogFact& fact, long number, Thread& thread);
+  bool takeAsync(const LogFact& fact, long number, Thread& thread);
+  void endAsync(const LogFact& fact, Thread& thread);
+  bool takeReader(const LogFact& fact, Thread& thread);
+  bool takeWriter(const LogFact& fact, Thread& thread);
+  bool takeDump(const LogFact& fact, Thread& thread);
+  bool takeConnection(const LogFact& fact, Thread& thread);
+  bool takeOthers(const LogFact& fact, long number, Thread& thread);
+  void openedBy(Thread& thread, long long handle);
+
+  std::list<Lane> lanes_;  // in order of appearance; pointers stay
+  std::map<std::string, Lane*> byName_;
+  std::map<int, Lane*> byHandle_;
+  std::map<long, Thread> threads_;
+  std::list<Request> requests_;
+  bool begun_ = false;
+  double first_ = 0;  // the clock when the axis begins
+  double now_ = 0;    // seconds on the axis
+  long long homeless_ = 0;
+  long long moreLanes_ = 0;
+  bool hasTracing_ = false;
+  bool hasDumps_ = false;
+};
+
+}  // namespace tools
+
+#endif  // FLUVIAFS_TOOLS_TRACE_TRACESTORY_H_
