@@ -90,7 +90,8 @@ int main() {
   support::FaultServer server;
   server.on("/film.mp4", [](Exchange& exchange) {
     const int turn = exchange.number();
-    // The first connection is cut, the second falls silent, the rest is well.
+    // The first connection is cut, the second falls silent, the third is late; the rest is well.
+    if (turn == 2 && !exchange.pause(400)) return;
     serve(exchange, kFilm, turn == 0 ? 3 * kMiB : turn == 1 ? kMiB : -1, turn == 1 ? 1500 : 0);
   });
   server.on("/sound.m4a?token=<b>&x=\"1\"",

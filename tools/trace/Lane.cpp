@@ -13,7 +13,8 @@ constexpr size_t kMostHappenings = 1000;
 constexpr size_t kMostPauses = 1000;
 // Closed handles of a resource beyond these share the last one's curve.
 constexpr size_t kMostReaders = 40;
-// Waits that are nearer to each other than this are one to a person (seconds).
+// Waits that are nearer to each other than this, and than they are long, are one to a person
+// (seconds).
 constexpr double kOneWait = 0.02;
 // A connection that has brought nothing for so long is called silent (seconds).
 constexpr double kSilence = 0.25;
@@ -115,7 +116,8 @@ void Lane::endWait(double time, int handle) {
 void Lane::keepWait(const Wait& wait) {
   for (auto kept = waits_.rbegin(); kept != waits_.rend(); ++kept) {
     if (kept->handle != wait.handle) continue;
-    if (wait.begin - kept->end > kOneWait) break;
+    const double gap = wait.begin - kept->end;
+    if (gap > kOneWait || gap > kept->waited + wait.waited) break;
     kept->end = wait.end;
     kept->waited += wait.waited;
     kept->afterSeek = kept->afterSeek || wait.afterSeek;
@@ -123,6 +125,7 @@ void Lane::keepWait(const Wait& wait) {
     for (size_t i = 0; i < wait.shares.size(); ++i) kept->shares[i] += wait.shares[i];
     return;
   }
+  if (wait.waited < shortest_) return;
   waits_.push_back(wait);
   if (waits_.size() > kMostWaits) dropShortWaits();
 }

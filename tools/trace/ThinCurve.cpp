@@ -37,11 +37,16 @@ void ThinCurve::add(double time, long long value) {
     return;
   }
   points_.push_back({time, value});
-  while (points_.size() > most_) thin();
+  if (points_.size() <= most_) return;
+  thin();
+  // With room for a while, or the work would be done again for each point.
+  while (points_.size() > most_ - most_ / 4) {
+    step_ *= 2;
+    thin();
+  }
 }
 
 void ThinCurve::thin() {
-  step_ *= 2;
   std::vector<Point> kept;
   for (size_t i = 0; i < points_.size();) {
     const double column = std::floor(points_[i].time / step_);

@@ -195,7 +195,7 @@ std::string summary(const TraceStory& story) {
          plural(static_cast<long long>(story.lanes().size()) + story.moreLanes(), "resource") +
          "</b>; <b>" + plural(connections, "connection") + "</b>, " + std::to_string(failed) +
          " failed; readers waited <b>" + shownSeconds(waited) + "</b> in " + plural(waits, "wait") +
-         ".</p>\n";
+         " of a millisecond or more.</p>\n";
 }
 
 std::string waitTable(const Lanes& lanes) {
@@ -258,6 +258,12 @@ std::string connectionTable(const Lanes& lanes) {
   if (untold != 0) text += "<p>" + plural(untold, "more connection") + " not listed.</p>\n";
   return text;
 }
+
+const char kTools[] = R"(<div class="tools" role="toolbar" aria-label="Time axis">
+<button id="in">Zoom in (+)</button> <button id="out">Zoom out (&minus;)</button>
+<button id="left" aria-label="Earlier">&larr;</button> <button id="right" aria-label="Later">&rarr;</button>
+<button id="all">All (0)</button><span>Wheel or drag over a plot zooms; arrow keys move.</span></div>
+)";
 
 const char kLegend[] = R"(<ul class="legend" aria-label="Legend">
 <li><i class="held"></i>offsets held in the buffer</li>
@@ -341,16 +347,12 @@ std::string tracePage(const std::string& title, const TraceStory& story,
       "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Buffer trace: " +
       shown + "</title>\n<style>\n" + kPageStyle +
       "</style>\n</head>\n<body>\n<header><h1>Buffer trace</h1><p class=\"source\">" + shown +
-      "</p></header>\n" + summary(story) + warnings(story, counts) +
-      "<div class=\"tools\" role=\"toolbar\" aria-label=\"Time axis\"><button id=\"in\">Zoom in "
-      "(+)</button><button id=\"out\">Zoom out (&minus;)</button><button "
-      "id=\"left\">&larr;</button><button id=\"right\">&rarr;</button><button id=\"all\">All "
-      "(0)</button><span>Wheel or drag over a plot zooms; arrow keys move.</span></div>\n"
+      "</p></header>\n" + summary(story) + warnings(story, counts) + kTools + kLegend +
       "<main id=\"lanes\"></main>\n<noscript><p class=\"warning\">The plots need scripts; the "
       "tables do not.</p></noscript>\n";
-  page += kLegend + waitTable(lanes) + connectionTable(lanes) + notes(story, counts);
+  page += waitTable(lanes) + connectionTable(lanes) + notes(story, counts);
   page +=
-      "<div id=\"tip\" role=\"status\" hidden></div>\n<script type=\"application/json\" "
+      "<div id=\"tip\" aria-hidden=\"true\" hidden></div>\n<script type=\"application/json\" "
       "id=\"data\">{\"duration\":" +
       milliseconds(story.duration()) + ",\"lanes\":" + list(lanes, laneData) +
       "}</script>\n<script>\n" + kPageProgram + "</script>\n</body>\n</html>\n";

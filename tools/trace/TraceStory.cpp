@@ -11,7 +11,7 @@ constexpr size_t kMostRequests = 1024;
 constexpr int kEndOfFile = -13;
 // A clock that goes back by more than this is another one (seconds): the lines of threads that
 // write at the same time are out of order by much less.
-constexpr double kOtherClock = 5;
+constexpr double kOtherClock = 1;
 
 bool isLocal(const std::string& name) { return name.find("://") == std::string::npos; }
 

@@ -4,7 +4,7 @@
   const tip = document.getElementById('tip');
   const whole = {a: 0, b: Math.max(1, data.duration)};
   let view = {a: whole.a, b: whole.b};
-  const LEFT = 72, RIGHT = 12, MARKS = 16, GAP = 5, BAR = 17, AHEAD = 38, AXIS = 30;
+  const LEFT = 72, RIGHT = 12, MARKS = 16, GAP = 5, BAR = 17, AXIS = 30;
   const LETTERS = {seek: 'S', restart: 'R', problem: '!', end: 'E', abort: 'A', open: 'O', close: 'C', note: 'N'};
   let colours = {};
 
@@ -76,10 +76,12 @@
     return {low: Math.max(0, low - room), high: high + room};
   }
 
+  // height 0: of a resource that brought no byte, with no offsets to show.
   class Plot {
     constructor(lane, number, height) {
       this.lane = lane;
-      this.height = height;
+      this.empty = height === 0;
+      this.ahead = this.empty ? 0 : 38;
       const section = document.createElement('section');
       section.className = 'lane';
       const title = document.createElement('h3');
@@ -97,6 +99,7 @@
       section.append(title, this.canvas);
       document.getElementById('lanes').append(section);
       this.rows = Plot.rowsOf(lane.connections);
+      this.height = this.empty ? MARKS + 28 + this.rows * (BAR + 2) + AXIS : height;
       this.listen();
     }
     // Connections that overlap stand below each other.
@@ -124,7 +127,7 @@
       this.draw2d.setTransform(ratio, 0, 0, ratio, 0, 0);
       this.wide = Math.max(50, width - LEFT - RIGHT);
       this.top = MARKS + 18;
-      this.aheadTop = this.height - AXIS - AHEAD;
+      this.aheadTop = this.height - AXIS - this.ahead;
       this.barTop = this.aheadTop - GAP - this.rows * (BAR + 2);
       this.tall = this.barTop - GAP - this.top;
       this.range = extent(this.lane);
@@ -139,7 +142,9 @@
       g.clearRect(0, 0, this.canvas.clientWidth, this.height);
       g.font = '11px system-ui, "DejaVu Sans", sans-serif';
       g.textBaseline = 'middle';
-      this.drawGrid(g);
+      this.drawNames(g);
+      if (!this.empty) this.drawGrid(g);
+      this.drawTimes(g);
       g.save();
       g.beginPath();
       g.rect(LEFT, 0, this.wide, this.height - AXIS);
@@ -174,10 +179,13 @@
       g.textAlign = 'center';
       g.fillText('offset', 0, 0);
       g.restore();
+    }
+    drawNames(g) {
+      g.fillStyle = colours.faint;
+      g.textAlign = 'right';
       g.fillText('events', LEFT - 6, MARKS / 2 + 1);
       g.fillText('connections', LEFT - 6, this.barTop + BAR / 2);
-      g.fillText('ahead', LEFT - 6, this.aheadTop + AHEAD / 2 - 6);
-      this.drawTimes(g);
+      if (!this.empty) g.fillText('ahead', LEFT - 6, this.aheadTop + this.ahead / 2 - 6);
     }
     drawTimes(g) {
       const bottom = this.height - AXIS;
@@ -223,7 +231,7 @@
     drawAhead(g) {
       const reader = this.lane.readers[0];
       this.aheadMost = 0;
-      if (!reader) return;
+      if (!reader || this.empty) return;
       const values = [];
       let most = 1;
       for (let x = 0; x <= this.wide; x++) {
@@ -234,17 +242,17 @@
         most = Math.max(most, ahead);
       }
       g.fillStyle = colours.ahead;
-      const bottom = this.aheadTop + AHEAD;
-      values.forEach((v, x) => { if (v > 0) g.fillRect(LEFT + x, bottom - v / most * AHEAD, 1, v / most * AHEAD); });
+      const bottom = this.aheadTop + this.ahead;
+      values.forEach((v, x) => { if (v > 0) g.fillRect(LEFT + x, bottom - v / most * this.ahead, 1, v / most * this.ahead); });
       this.aheadMost = most;
     }
     // How much the highest of the bars is.
     drawAheadScale(g) {
       if (this.aheadMost <= 1) return;
-      const unit = unitOf(this.aheadMost);
+      const unit = unitOf(this.aheadMost * 1.6);
       g.fillStyle = colours.faint;
       g.textAlign = 'right';
-      g.fillText('\u2264 ' + (this.aheadMost / unit[1]).toFixed(1) + ' ' + unit[0], LEFT - 6, this.aheadTop + AHEAD / 2 + 8);
+      g.fillText('\u2264 ' + (this.aheadMost / unit[1]).toFixed(1) + ' ' + unit[0], LEFT - 6, this.aheadTop + this.ahead / 2 + 8);
     }
     drawWaitBands(g) {
       for (const wait of this.lane.waits) {
@@ -291,7 +299,7 @@
       const from = Math.max(x, LEFT), room = Math.min(end, LEFT + this.wide) - from - 8;
       const number = '' + (i + 1);
       const texts = [number + ' \u00b7 bytes ' + connection.range + ' \u00b7 ' + (connection.status > 0 ? connection.status + ' \u00b7 ' : '') + connection.end,
-                     number + ' \u00b7 ' + connection.range, number];
+                     number + ' \u00b7 ' + connection.end, number + ' \u00b7 ' + connection.range, number];
       const text = texts.find(candidate => g.measureText(candidate).width <= room);
       if (!text) return;
       g.fillStyle = '#ffffff';
@@ -399,7 +407,7 @@
 
   const height = data.lanes.length < 2 ? 440 : data.lanes.length < 3 ? 320 : 270;
   const plots = data.lanes.map((lane, i) => {
-    return new Plot(lane, i + 1, lane.head.some((v, k) => k % 2 === 1 && v > 0) ? height : 150);
+    return new Plot(lane, i + 1, lane.head.some((v, k) => k % 2 === 1 && v > 0) ? height : 0);
   });
   const drawAll = () => { readColours(); plots.forEach(plot => plot.draw()); };
 

@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "LogReader.h"
+
+namespace {
+
+using tools::LogEntry;
+using tools::LogFact;
+using tools::LogReader;
+using tools::LogWord;
+
+// An entry with its text in a place of its own.
+struct Kept {
+  double seconds;
+  long thread;
+  LogWord word;
+  std::array<long long, 6> values;
+  std::string text;
+};
+
+struct Reading {
+  std::vector<Kept> entries;
+  LogReader reader{[this](const LogEntry& entry) {
+    entries.push_back({entry.seconds, entry.thread, entry.fact.word, entry.fact.values,
+                       std::string(entry.fact.text)});
+  }};
+
+  // In pieces of that size.
+  explicit Reading(const std::string& log, size_t piece = 1 << 20) {
+    for (size_t at = 0; at < log.size(); at += piece) {
+      const std::string part = log.substr(at, piece);
+      reader.feed(part.data(), part.size());
+    }
+    reader.finish();
+  }
+};
+
+LogFact factOf(const std::string& function, const std::string& text) {
+  LogFact fact;
+  EXPECT_TRUE(tools::recognise(function, text, &fact)) << function << ": " << text;
+  return fact;
+}
+
+bool known(const std::string& function, const std::string& text) {
+  LogFact fact;
+  return tools::recognise(function, text, &fact);
+}
+
+TEST(LogWords, NumbersComeInTheirOrder) {
+  const LogFact fact = factOf(
+      "streamIn", "size:16384, sz:12, rdblock:3, wtblock:4, usedSize:32768, begin from:5000000000");
+  EXPECT_EQ(fact.word, LogWord::kStored);
+  EXPECT_EQ(fact.values, (std::array<long long, 6>{16384, 12, 3, 4, 32768, 5000000000}));
+}
+
+TEST(LogWords, NameMayContainWhatFollowsIt) {
+  const LogFact fact = factOf("x_fluvia_file_open_x",
+                              "Begin x_fluvia_file_open_x(url: http://h/a?b=, buffersize: 1), "
+                              "buffersize: 524288)");
+  EXPECT_EQ(fact.text, "http://h/a?b=, buffersize: 1)");
+  EXPECT_EQ(fact.values[0], 524288);
+}
+
+TEST(LogWords, EveryKindOfLineIsKnown) {
+  EXPECT_EQ(factOf("executeGet",
+                   "handle:0x7f2c80013bb0, curl_easy_perform ret:18, respond code:200, "
+                   "socket_errno:0, cal_speed:3790033 Byte/s, maxspeed:0 Byte/s, download End size "
+                   "3145728 Byte")
+                .values,
+            (std::array<long long, 6>{18, 200, 0, 3790033, 0, 3145728}));
+  EXPECT_EQ(
+      factOf("executeGet", "handle:0x1, PFFFF begin to perform(url: http://h/f, start: 7, end: 0)")
+          .word,
+      LogWord::kGetBegin);
+  EXPECT_EQ(factOf("read", "seek:  1 , offset =65536, curOffset = 65536").values[1], 65536);
+  EXPECT_EQ(factOf("sendData", "(handle:0x1) Data In  size = 9, version = 0").values[0], 9);
+  EXPECT_EQ(factOf("dumpBuffer", "s 63:     32768 ~     65536").values[2], 65536);
+  EXPECT_EQ(
+      factOf("easyFill", "wait and feeding = false, begin index:0, readOffset:12, streamStatus:-1")
+          .values[1],
+      12);
+  EXPECT_EQ(factOf("fill",
+                   "wait in backword finding  readOffset=5, read:1, read id=0, wtHead id=0, "
+                   "wtHead:0")
+                .word,
+            LogWord::kWaitBehind);
+  EXPECT_EQ(factOf("perform", "async read 3 ok in perform ((((((()))))))").values[0], 3);
+  EXPECT_EQ(factOf("perform", "(((((((((((( request count :512: & buffer is: 0x1))))))))))))").word,
+            LogWord::kAsyncRun);
+}
+
+TEST(LogWords, TwinsOfTheEntryPointsCount) {
+  EXPECT_EQ(factOf("c_fluvia_file_read", "end x_fluvia_file_read : -13").values[0], -13);
+}
+
+TEST(LogWords, CutAndStrangeTextsAreNotKnown) {
+  EXPECT_FALSE(known("streamIn", "size:16384, sz:12, rdblock:3, wtblock:4, usedSi"));
+  EXPECT_FALSE(known("sendData", "wait in streamIn")) << "another function's";
+  EXPECT_FALSE(known("nobody", "wait in streamIn"));
+  EXPECT_FALSE(known("", ""));
+  EXPECT_FALSE(known("receive", "contentSize:99999999999999999999999999"))
+      << "no offset is so long";
+  EXPECT_FALSE(known("receive", "contentSize:"));
+  EXPECT_FALSE(known("receive", "contentSize:-"));
+}
+
+TEST(LogReader, HeadTellsWhenAndWho) {
+  const Reading log("[FluviaFS][00:23986:6][1452][streamIn][140]-------wait in streamIn\n");
+  ASSERT_EQ(log.entries.size(), 1u);
+  EXPECT_DOUBLE_EQ(log.entries[0].seconds, 23986.006) << "milliseconds have no leading zeros";
+  EXPECT_EQ(log.entries[0].thread, 1452);
+  EXPECT_EQ(log.entries[0].word, LogWord::kWriterWaits);
+}
+
+// As two opens at the same moment wrote it.
+TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
+  const Reading log(
+      "[FluviaFS][00:23983:618][1443][x_fluvia_file_open_x][57]-------[FluviaFS][00:23983:618]"
+      "[1441][openDullFile][39]-------begin to open Dull File with buffer:2097152\n"
+      "Begin x_fluvia_file_open_x(url: http://127.0.0.1:39155/sound.m4a, buffersize: 524288)\n"
+      "[FluviaFS][00:23984:453][1447][popTask][67]-------thread engine waiting for task"
+      "[FluviaFS][00:23984:453][1448][x_fluvia_file_read][102]-------end x_fluvia_file_read : 0\n"
+      "[FluviaFS][00:23983:622][1452][executeGet][85]-------[FluviaFS][00:23983:622][1450]"
+      "[headerContentIn][84]-------response_code =404\n"
+      "< \n"
+      "handle:0x7f2c, PFFFF begin to perform(url: http://h/sound.m4a, start: 0, end: 0)\n"
+      "[FluviaFS][00:23983:622][1450][streamIn][50]-------[FluviaFS][00:23983:622][1451]"
+      "[sendData][60]-------wait in streamIn\n"
+      "(handle:0x1) Data In  size = 9, version = 0\n");
+  ASSERT_EQ(log.entries.size(), 6u);
+  EXPECT_EQ(log.entries[0].word, LogWord::kOpenBegin);
+  EXPECT_EQ(log.entries[0].thread, 1443);
+  EXPECT_EQ(log.entries[0].text, "http://127.0.0.1:39155/sound.m4a");
+  EXPECT_EQ(log.entries[1].word, LogWord::kReadEnd);
+  EXPECT_EQ(log.entries[1].thread, 1448);
+  EXPECT_EQ(log.entries[2].word, LogWord::kStatus);
+  EXPECT_EQ(log.entries[3].word, LogWord::kGetBegin);
+  EXPECT_EQ(log.entries[3].thread, 1452);
+  EXPECT_EQ(log.entries[4].word, LogWord::kWriterWaits);
+  EXPECT_EQ(log.entries[4].thread, 1450) << "the text of the first head behind the second";
+  EXPECT_EQ(log.entries[5].word, LogWord::kDataIn);
+  EXPECT_EQ(log.entries[5].thread, 1451);
+  EXPECT_EQ(log.reader.counts().mixed, 4);
+}
+
+TEST(LogReader, PiecesOfAnySizeGiveTheSame) {
+  const std::string log =
+      "* Connected to 127.0.0.1\n"
+      "[FluviaFS][00:1:2][3][x_fluvia_file_read][99]-------befor x_fluvia_file_read(handle: 1, "
+      "size: 65536)\r\n"
+      "[FluviaFS][00:1:5][3][x_fluvia_file_read][102]-------end x_fluvia_file_read : 0";
+  for (size_t piece = 1; piece < 80; ++piece) {
+    const Reading reading(log, piece);
+    ASSERT_EQ(reading.entries.size(), 2u) << piece;
+    EXPECT_EQ(reading.entries[1].word, LogWord::kReadEnd);
+    EXPECT_EQ(reading.reader.counts().foreign, 1);
+    EXPECT_EQ(reading.reader.counts().bytes, static_cast<long long>(log.size()));
+  }
+}
+
+TEST(LogReader, BrokenHeadsAndForeignLinesAreSkipped) {
+  const std::string torn[] = {"[FluviaFS][00:",
+                              "[FluviaFS][00:1:2][3][",
+                              "[FluviaFS][00:1:2][3][f]",
+                              "[FluviaFS][00:1:2000][3][streamIn][1]-------wait in streamIn",
+                              "[FluviaFS][00:x:2][3][streamIn][1]-------wait in streamIn",
+                              "[FluviaFS][00:1:2][3][streamIn]-------wait in streamIn",
+                              "audio: underrun",
+                              std::string("\0\xFF\x01", 3)};
+  for (const std::string& line : torn) {
+    const Reading reading(line + "\n[FluviaFS][00:1:2][3][streamIn][1]-------wait in streamIn\n");
+    EXPECT_EQ(reading.entries.size(), 1u) << line;
+    EXPECT_EQ(reading.reader.counts().foreign, 1) << line;
+  }
+}
+
+TEST(LogReader, LineWithoutAnEndTakesLittleMemory) {
+  const std::string part(1 << 20, 'x');
+  Reading reading("");
+  for (int i = 0; i < 64; ++i) reading.reader.feed(part.data(), part.size());
+  const std::string next = "\n[FluviaFS][00:1:2][3][streamIn][1]-------wait in streamIn\n";
+  reading.reader.feed(next.data(), next.size());
+  EXPECT_EQ(reading.entries.size(), 1u);
+  EXPECT_EQ(reading.reader.counts().foreign, 1);
+}
+
+// Nobody may crash or hang it; what comes out is not looked at.
+TEST(LogReader, AnyBytesAreTaken) {
+  unsigned int state = 4711;
+  const auto next = [&state] { return state = state * 1664525u + 1013904223u, state >> 16; };
+  const std::string words[] = {"[FluviaFS][00:",
+                               "1:2][3][",
+                               "read][1]-------",
+                               "\n",
+                               "][",
+                               "FluviaFile read: size=1, position=",
+                               "99999999999999999999",
+                               "-",
+                               "s 1: 2 ~ 3",
+                               "[streamIn][2]-------size:1, sz:",
+                               std::string(1, '\0')};
+  std::string log;
+  for (int i = 0; i < 20000; ++i) log += words[next() % std::size(words)];
+  const Reading reading(log, 777);
+  EXPECT_EQ(reading.reader.counts().bytes, static_cast<long long>(log.size()));
+}
+
+}  // namespace
