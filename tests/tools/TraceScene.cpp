@@ -1,5 +1,6 @@
 // A player's hour in a few seconds, for pictures and their tests: streams from a server that cuts a
 // connection and falls silent, at a player's pace, with seeks. Its standard error is the log.
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -21,8 +22,19 @@ constexpr long long kFilm = 12 * kMiB;
 constexpr long long kSound = 3 * kMiB;
 constexpr unsigned int kPiece = 65536;
 
+// Where the film's reader is.
+std::atomic<long long> filmPosition{0};
+
+// Until the film's reader has everything before offset, so that it waits for what comes next.
+bool untilRead(Exchange& exchange, long long offset) {
+  for (int i = 0; i < 3000 && filmPosition < offset; ++i) {
+    if (!exchange.pause(10)) return false;
+  }
+  return filmPosition >= offset;
+}
+
 // Answers a request for a range at about 4 MiB/s. Gives the connection up after limit bytes, or is
-// silent for silence ms there first.
+// silent there until the film's reader has come so far, and for silence ms more.
 void serve(Exchange& exchange, long long size, long long limit, int silence) {
   long long first = 0;
   long long last = -1;
@@ -39,7 +51,7 @@ void serve(Exchange& exchange, long long size, long long limit, int silence) {
   for (long long sent = 0; first + sent < size; sent += kStep) {
     if (sent == limit) {
       if (silence == 0) return;
-      if (!exchange.pause(silence)) return;
+      if (!untilRead(exchange, first + sent) || !exchange.pause(silence)) return;
     }
     if (!exchange.sendPattern(first + sent, std::min(kStep, size - first - sent))) return;
     exchange.pause(8);
@@ -47,7 +59,8 @@ void serve(Exchange& exchange, long long size, long long limit, int silence) {
 }
 
 // Reads count bytes at a pace; false when a byte is wrong or missing.
-bool play(int handle, long long from, long long count, int pause) {
+bool play(int handle, long long from, long long count, int pause,
+          std::atomic<long long>* position) {
   std::vector<char> buffer(kPiece);
   while (count > 0) {
     unsigned int got = 0;
@@ -57,6 +70,7 @@ bool play(int handle, long long from, long long count, int pause) {
     }
     from += got;
     count -= got;
+    if (position != nullptr) *position = from;
     if (code == FVFR_END_OF_FILE) return count <= 0;
     if (code != FVFR_OK) return false;
     std::this_thread::sleep_for(milliseconds(pause));  // a player's pace
@@ -66,21 +80,22 @@ bool play(int handle, long long from, long long count, int pause) {
 
 bool seekAndPlay(int handle, long long to, long long count) {
   long long now = -1;
-  return x_fluvia_file_seek(handle, to, &now) == FVFR_OK && play(handle, to, count, 25);
+  return x_fluvia_file_seek(handle, to, &now) == FVFR_OK &&
+         play(handle, to, count, 25, &filmPosition);
 }
 
 bool playFilm(const std::string& url) {
   int handle = 0;
   if (x_fluvia_file_open_x(url.c_str(), &handle, kMiB) != FVFR_OK) return false;
-  const bool whole = play(handle, 0, 5 * kMiB, 25) && seekAndPlay(handle, 9 * kMiB, kMiB) &&
-                     seekAndPlay(handle, 2 * kMiB, 2 * kMiB);
+  const bool whole = play(handle, 0, 5 * kMiB, 25, &filmPosition) &&
+                     seekAndPlay(handle, 9 * kMiB, kMiB) && seekAndPlay(handle, 2 * kMiB, 2 * kMiB);
   return x_fluvia_file_close(handle) == FVFR_OK && whole;
 }
 
 bool playSound(const std::string& url) {
   int handle = 0;
   if (x_fluvia_file_open_x(url.c_str(), &handle, kMiB / 2) != FVFR_OK) return false;
-  const bool whole = play(handle, 0, kSound, 60);
+  const bool whole = play(handle, 0, kSound, 60, nullptr);
   return x_fluvia_file_close(handle) == FVFR_OK && whole;
 }
 
@@ -108,6 +123,7 @@ int main() {
       x_fluvia_file_close(missing) == FVFR_OK;
   const bool film = playFilm(server.url("/film.mp4"));
   second.join();
-  printf("film %d sound %d missing %d\n", film, sound, refused);
+  printf("film %d sound %d missing %d requests %d\n", film, sound, refused,
+         server.requestCount("/film.mp4"));
   return film && sound && refused ? 0 : 1;
 }

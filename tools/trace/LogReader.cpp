@@ -95,6 +95,7 @@ void LogReader::takeLine(std::string_view line) {
     size_t length = 0;
     if (parseHead(rest, &head, &length)) {
       ++counts_.lines;
+      if (origin_ < 0) origin_ = head.seconds;
       head.line = lineNumber_;
       takeText(&head, rest.substr(length, next == std::string_view::npos ? next : next - length));
       if (next != std::string_view::npos) ++counts_.mixed;
@@ -118,6 +119,7 @@ bool LogReader::tell(const Head& head, std::string_view text) {
   LogEntry entry;
   if (!recognise(head.function, text, &entry.fact)) return false;
   entry.seconds = head.seconds;
+  entry.origin = origin_;
   entry.thread = head.thread;
   sink_(entry);
   return true;

@@ -13,6 +13,7 @@ namespace tools {
 // A fact of the log with when and where it was written.
 struct LogEntry {
   double seconds = 0;  // of the monotonic clock, whole milliseconds
+  double origin = 0;   // the same of the log's first line
   long thread = 0;
   LogFact fact;
 };
@@ -64,6 +65,7 @@ class LogReader {
   bool overlong_ = false;  // the line is longer than that: its rest is skipped
   std::deque<Head> open_;  // heads whose text has not come
   long long lineNumber_ = 0;
+  double origin_ = -1;  // seconds of the first line
 };
 
 }  // namespace tools

@@ -20,7 +20,7 @@ bool isLocal(const std::string& name) { return name.find("://") == std::string::
 double TraceStory::timeOf(const LogEntry& entry) {
   if (!begun_) {
     begun_ = true;
-    first_ = entry.seconds;
+    first_ = entry.origin;
   }
   if (entry.seconds - first_ < now_ - kOtherClock) {
     newRun();

@@ -131,8 +131,11 @@
       this.barTop = this.aheadTop - GAP - this.rows * (BAR + 2);
       this.tall = this.barTop - GAP - this.top;
       this.range = extent(this.lane);
-      // For whoever looks from outside where things must be.
-      this.canvas.dataset.plot = JSON.stringify({left: LEFT, wide: this.wide, top: this.top, tall: this.tall,
+    }
+    // For whoever looks from outside where things must be.
+    tellPlaces() {
+      const box = this.canvas.getBoundingClientRect();
+      this.canvas.dataset.plot = JSON.stringify({x: box.left + scrollX, y: box.top + scrollY, left: LEFT, wide: this.wide, top: this.top, tall: this.tall,
         barTop: this.barTop, bar: BAR, a: view.a, b: view.b, low: this.range.low, high: this.range.high});
     }
 
@@ -409,7 +412,11 @@
   const plots = data.lanes.map((lane, i) => {
     return new Plot(lane, i + 1, lane.head.some((v, k) => k % 2 === 1 && v > 0) ? height : 0);
   });
-  const drawAll = () => { readColours(); plots.forEach(plot => plot.draw()); };
+  const drawAll = () => {
+    readColours();
+    plots.forEach(plot => plot.draw());
+    plots.forEach(plot => plot.tellPlaces());
+  };
 
   function show(a, b) {
     const least = 5, span = Math.min(Math.max(b - a, least), whole.b);

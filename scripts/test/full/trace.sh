@@ -1,0 +1,8 @@
+# shellcheck shell=bash
+# The page of fluvia trace in a real browser.
+make_trace() {
+  configure release -DFLUVIA_TESTS=ON && build release --target fluvia trace_scene
+}
+check "packages of the browser" scripts/install-packages trace
+check "build of the trace" make_trace
+check "trace in a browser" timeout --kill-after=10 180 tests/tools/trace.sh build/release
