@@ -239,6 +239,51 @@ tree_reads_urls() {
   says "the server answered 404"
 }
 
+trace_draws_a_log() {
+  make_file file 300000
+  gives 0 "$fluvia" cat file --log log -vvv
+  gives 0 "$fluvia" trace log
+  silent
+  grep -qF "<title>Buffer trace: log</title>" out || fail "no title"
+  grep -qF "$PWD/file" out || fail "the file is not named"
+  grep -qF '<b>1 connection</b>, 0 failed' out || fail "$(grep 'id="summary"' out)"
+  gives 0 "$fluvia" trace - -o page <log
+  cmp <(sed 's/standard input/log/g' page) out
+  : >empty
+  gives 0 "$fluvia" trace empty
+  grep -qF 'has no line of the library' out || fail "an empty log is not told of"
+  gives 1 "$fluvia" trace missing
+  says "fluvia: cannot read missing: No such file or directory"
+  gives 1 "$fluvia" trace .
+  says "Is a directory"
+  gives 4 "$fluvia" trace log -o /nowhere/page
+  gives 4 "$fluvia" trace log -o /dev/full
+  says "No space left on device"
+  gives 2 "$fluvia" trace
+}
+
+cat_traces_its_own_run() {
+  make_file file 3000000
+  serve
+  gives 0 "$fluvia" cat "$served/file" --trace page --log log
+  cmp file out
+  silent
+  grep -qF "<title>Buffer trace: $served/file</title>" page || fail "no title"
+  grep -qF '"size":3000000' page || fail "the size is not known"
+  grep -qE '<td class="n">1</td><td class="n">1</td>.*<td class="n">200</td>.*<td class="n">3000000</td>' page ||
+    fail "no connection with its bytes: $(grep -A3 'id="connections"' page)"
+  grep -q 'end x_fluvia_file_read' log || fail "the log file has not got the lines"
+  gives 1 "$fluvia" cat "$served/missing" --trace page
+  says "the server answered 404"
+  grep -qF '<td class="n">404</td>' page || fail "no page of a run that fails"
+  gives 0 "$fluvia" cat file --trace page --async --read-size 10K
+  cmp file out
+  gives 4 "$fluvia" cat file --trace /nowhere/page
+  says "cannot write /nowhere/page"
+  gives 4 "$fluvia" cat file --trace /dev/full
+  says "No space left on device"
+}
+
 tree_help_says_that_nothing_is_escaped() {
   gives 0 "$fluvia" tree --help
   grep -q 'escape nothing' out

@@ -301,8 +301,10 @@
     drawBarText(g, connection, i, x, end, y) {
       const from = Math.max(x, LEFT), room = Math.min(end, LEFT + this.wide) - from - 8;
       const number = '' + (i + 1);
+      const brief = number + ' \u00b7 ' + connection.end.split(/ before |,|:| \(/)[0];
       const texts = [number + ' \u00b7 bytes ' + connection.range + ' \u00b7 ' + (connection.status > 0 ? connection.status + ' \u00b7 ' : '') + connection.end,
-                     number + ' \u00b7 ' + connection.end, number + ' \u00b7 ' + connection.range, number];
+                     number + ' \u00b7 ' + connection.end, brief + ' \u00b7 ' + connection.range,
+                     connection.outcome === 'failed' ? brief : number + ' \u00b7 ' + connection.range, number];
       const text = texts.find(candidate => g.measureText(candidate).width <= room);
       if (!text) return;
       g.fillStyle = '#ffffff';
