@@ -14,7 +14,10 @@ set(FLUVIA_TRIPLET arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER ${FLUVIA_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${FLUVIA_TRIPLET}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${FLUVIA_TRIPLET})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;${CMAKE_SYSROOT})
+# By the target's own loader rather than by qemu's -L, which would show programs the sysroot's folders
+# in place of the machine's, "/" among them.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;${CMAKE_SYSROOT}/lib/ld-linux-armhf.so.3;--library-path
+    ${CMAKE_SYSROOT}/lib/${FLUVIA_TRIPLET}:${CMAKE_SYSROOT}/usr/lib/${FLUVIA_TRIPLET})
 
 # Programs of this machine, everything else of the target.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

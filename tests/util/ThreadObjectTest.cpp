@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -217,7 +218,9 @@ TEST_F(ThreadObjectTest, ThreadThatCannotBeMadeIsNotWaitedFor) {
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   ASSERT_EQ(pthread_attr_getstacksize(&attributes, &size), 0);
   ThreadObject object(countRun);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, size_t{1} << 46), 0);
+  // More than the address space has, whatever its width.
+  const size_t impossible = SIZE_MAX / 65536 / 16 * 15 * 65536;
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, impossible), 0);
   ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
   EXPECT_FALSE(object.start(nullptr)) << "there is no room for its stack";
   ASSERT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
