@@ -37,6 +37,7 @@ class Relaxed {
   }
 
  private:
+  static_assert(std::atomic<T>::is_always_lock_free, "no lock of libatomic's stands behind a flag");
   std::atomic<T> value_;
 };
 

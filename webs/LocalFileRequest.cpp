@@ -18,6 +18,7 @@ LocalFileRequest::~LocalFileRequest() { FLUVIA_LOG(1, "1"); }
 // end, a FIFO would wait for its writer.
 bool LocalFileRequest::openFile() {
   struct stat status;
+  static_assert(sizeof status.st_size == 8, "files above 2 GiB are opened on every target");
   if (stat(url.c_str(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) return false;
   file.open(url);

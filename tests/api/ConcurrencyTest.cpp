@@ -141,7 +141,7 @@ TEST_F(Concurrency, TwoThousandOpensLeaveNothingBehind) {
   ASSERT_TRUE(support::eventually([] { return support::threadCount() <= 2 + 6 + 1; }));
   const int descriptors = support::descriptorCount();
   const int threads = support::threadCount();
-  for (int i = 0; i < 2000; ++i) round();
+  for (int i = 0; i < support::scaled(2000); ++i) round();
   EXPECT_EQ(support::descriptorCount(), descriptors);
   EXPECT_TRUE(support::eventually([&] { return support::threadCount() <= threads; }));
 }

@@ -8,6 +8,7 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ TEST_P(LocalContent, IsRightInEveryReadSize) {
   for (const int bufferSize : {65536, 98304, 2097152}) {
     std::vector<unsigned int> readSizes = {1000, 4096, 32768, 1048576,
                                            static_cast<unsigned int>(std::max(1LL, size))};
-    if (size <= 262144) readSizes.push_back(1);
+    if (size <= support::scaled(262144)) readSizes.push_back(1);
     for (const unsigned int readSize : readSizes) {
       EXPECT_EQ(readThrough(path, size, readSize, bufferSize), "")
           << size << " bytes, read by " << readSize << " with a buffer of " << bufferSize;

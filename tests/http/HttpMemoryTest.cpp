@@ -25,7 +25,7 @@ TEST(HttpMemory, HundredRoundsOfTlsLeaveNothingBehind) {
   Use first{};
   Use last{};
   support::Watchdog watchdog(60, [] { return std::string("rounds of TLS"); });
-  for (int round = 0; round < 120; ++round) {
+  for (int round = 0; round < 20 + support::scaled(100); ++round) {
     {
       ApiFile file(server.url("/a"), 4 * FVFR_BUFFER_BLOCK);
       ASSERT_TRUE(file.restIsPattern(0, 100000, 30000));

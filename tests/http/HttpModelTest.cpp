@@ -33,12 +33,6 @@ struct Model {
 
 void PrintTo(const Model& model, std::ostream* out) { *out << model.name; }
 
-// How many times longer than the short run: FLUVIA_MODEL_FACTOR of the environment.
-int factor() {
-  const char* text = getenv("FLUVIA_MODEL_FACTOR");
-  return text == nullptr ? 1 : atoi(text);
-}
-
 // Some bytes of the asked range, then the end of the connection; seldom a reset, seldom all of it.
 Behaviour breakOften(long long size, unsigned int seed) {
   return [=](support::Exchange& exchange) {
@@ -65,6 +59,7 @@ class HttpModel : public ::testing::TestWithParam<Model> {};
 
 TEST_P(HttpModel, AgreesWithPlainArrays) {
   const Model& model = GetParam();
+  const int calls = support::scaled(model.calls);
   const unsigned int seed = support::seedOr(std::random_device()());
   SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(seed));
   printf("FLUVIA_SEED=%u\n", seed);
@@ -92,7 +87,7 @@ TEST_P(HttpModel, AgreesWithPlainArrays) {
       Caller caller(resources, model.bufferSize, seed + static_cast<unsigned int>(i),
                     model.threads == 1);
       std::string& mine = wrong[static_cast<size_t>(i)];
-      for (int step = 0; step < model.calls * factor() && mine.empty(); ++step) {
+      for (int step = 0; step < calls && mine.empty(); ++step) {
         mine = caller.step();
         if (++made % 64 == 0) watchdog.at("calls");
       }
@@ -100,7 +95,7 @@ TEST_P(HttpModel, AgreesWithPlainArrays) {
   }
   for (std::thread& thread : threads) thread.join();
   for (const std::string& fault : wrong) EXPECT_EQ(fault, "");
-  EXPECT_GT(server.connectionCount(), model.calls * factor() / 20) << "hardly anything broke";
+  EXPECT_GT(server.connectionCount(), calls / 20) << "hardly anything broke";
   printf("%d calls, %d connections\n", made.load(), server.connectionCount());
 }
 

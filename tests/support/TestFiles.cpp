@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "tests/support/Pattern.h"
+#include "tests/support/Watchdog.h"
 
 namespace support {
 
@@ -95,6 +97,14 @@ size_t Completions::count() const {
 }
 
 int threadCount() { return entriesOf("/proc/self/task"); }
+
+void makeFirstThread() {
+  pid_t thread = 0;
+  std::thread([&] { thread = gettid(); }).join();
+  // The join takes no longer than the thread's own work; emulators keep it for a moment more.
+  const std::string entry = "/proc/self/task/" + std::to_string(thread);
+  if (!eventually([&] { return access(entry.c_str(), F_OK) != 0; })) abort();
+}
 
 int descriptorCount() { return entriesOf("/proc/self/fd"); }
 

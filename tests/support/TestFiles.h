@@ -54,6 +54,10 @@ class Completions {
 
 // Threads and open descriptors of this process.
 int threadCount();
+
+// Makes a thread, and returns once it is no longer listed. A sanitizer's own thread comes with the
+// first one that is made: after this, threads can be counted.
+void makeFirstThread();
 int descriptorCount();
 
 }  // namespace support

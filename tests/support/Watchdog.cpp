@@ -1,5 +1,6 @@
 #include "tests/support/Watchdog.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -54,6 +55,12 @@ bool eventually(const std::function<bool()>& condition, int seconds) {
 unsigned int seedOr(unsigned int given) {
   const char* text = getenv("FLUVIA_SEED");
   return text != nullptr ? static_cast<unsigned int>(strtoul(text, nullptr, 10)) : given;
+}
+
+int scaled(int count) {
+  const char* text = getenv("FLUVIA_MODEL_FACTOR");
+  const double factor = text != nullptr ? strtod(text, nullptr) : 1;
+  return std::max(1, static_cast<int>(count * factor));
 }
 
 }  // namespace support

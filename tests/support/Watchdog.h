@@ -40,6 +40,10 @@ bool eventually(const std::function<bool()>& condition, int seconds = 20);
 // The seed of a randomised test: FLUVIA_SEED from the environment, else given.
 unsigned int seedOr(unsigned int given);
 
+// count, times FLUVIA_MODEL_FACTOR of the environment (such as 0.5 or 10) where that is set: how
+// much of what can be done any number of times is done. At least 1.
+int scaled(int count);
+
 }  // namespace support
 
 #endif  // FLUVIAFS_TESTS_SUPPORT_WATCHDOG_H_

@@ -202,7 +202,8 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   std::vector<char> buffer(150000);
   std::string wrong;
   int succeeded = 0;
-  for (int step = 0; step < model.steps && wrong.empty(); ++step) {
+  const int steps = support::scaled(model.steps);
+  for (int step = 0; step < steps && wrong.empty(); ++step) {
     offset = nextOffset(random, offset, model.resource.size);
     const unsigned int size = random() % 4 == 0
                                   ? static_cast<unsigned int>(random() % buffer.size())
@@ -235,7 +236,7 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   ended = true;
   watchdog.at("joining");
   others.join();
-  EXPECT_GT(succeeded, model.steps / 4);
+  EXPECT_GT(succeeded, steps / 4);
   EXPECT_EQ(wrong, "") << BufferQueueProbe::describe(queue);
   watchdog.at("release");
   queue.release();

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -42,12 +40,7 @@ class Engine : public testing::Test {
  protected:
   Engine() {
     calls.clear();
-    // A sanitizer's own thread comes with the first one that is made; it is not to be counted. Nor
-    // is the first one, which may be listed for a moment after it was joined.
-    pid_t first = 0;
-    std::thread([&] { first = gettid(); }).join();
-    const std::string entry = "/proc/self/task/" + std::to_string(first);
-    EXPECT_TRUE(eventually([&] { return access(entry.c_str(), F_OK) != 0; }));
+    support::makeFirstThread();
   }
   int a = 0;
   int b = 0;

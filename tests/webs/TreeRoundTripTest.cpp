@@ -150,7 +150,7 @@ TEST_P(TreeRoundTrip, XmlComesBackAsItWas) {
   XmlMaker maker(&dice);
   XMLReader reader;
   reader.initialize();
-  for (int i = 0; i < TREES_OF_A_PART; i++) {
+  for (int i = 0; i < support::scaled(TREES_OF_A_PART); i++) {
     TreeNode document(nullptr);
     maker.fill(document.createSubEntry(maker.name()), 1);
     std::vector<unsigned char> text;
@@ -174,7 +174,7 @@ TEST_P(TreeRoundTrip, JsonComesBackAsItWas) {
   Dice dice(start + static_cast<unsigned int>(GetParam()));
   JsonMaker maker(&dice);
   JSONReader reader;
-  for (int i = 0; i < TREES_OF_A_PART; i++) {
+  for (int i = 0; i < support::scaled(TREES_OF_A_PART); i++) {
     TreeNode document(nullptr);
     maker.fillRoot(&document);
     const std::string text = jsonOf(document);
