@@ -68,6 +68,11 @@ bool BufferQueueProbe::isStreaming(BufferQueue& queue) {
   return queue.streaming;
 }
 
+bool BufferQueueProbe::isConnecting(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  return queue.connecting;
+}
+
 bool BufferQueueProbe::isParked(BufferQueue& queue) {
   Lock feed(queue.feedLock);
   return queue.parked;

@@ -26,6 +26,8 @@ class BufferQueueProbe {
   static int blockCount(BufferQueue& queue) { return queue.blockCount; }
   static bool isStreaming(BufferQueue& queue);
   static bool isParked(BufferQueue& queue);
+  // True while the queue's worker is inside startStreaming.
+  static bool isConnecting(BufferQueue& queue);
   static bool wantsFeed(BufferQueue& queue);
   static bool readWaits(BufferQueue& queue);
   static long long streamFrom(BufferQueue& queue);
