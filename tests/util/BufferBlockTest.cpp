@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "tests/support/CapturedStderr.h"
@@ -49,7 +50,8 @@ TEST(ZeroedMemory, IsLeftToTheKernelUntilItIsUsed) {
 #ifndef FLUVIA_ZEROED_HEAP  // AddressSanitizer ends the program instead
 TEST(ZeroedMemory, RefusesWhatThereIsNot) {
   util::ZeroedMemory<unsigned char> memory;
-  EXPECT_THROW(memory.allocate(size_t{1} << (sizeof(size_t) * 8 - 1)), std::bad_alloc);
+  // Fifteen sixteenths of all addresses.
+  EXPECT_THROW(memory.allocate(SIZE_MAX / 65536 / 16 * 15 * 65536), std::bad_alloc);
 }
 #endif
 
