@@ -1,6 +1,10 @@
 # The shared library as it is shipped: SONAME, exports and installation.
 include(CMakePackageConfigHelpers)
 
+# Installed files belong to a component, and a component becomes a package (cmake/Packages.cmake).
+# What names none is for those who build on the library.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
+
 target_link_libraries(fluviafs PRIVATE Threads::Threads ${FLUVIA_DEPENDENCIES})
 target_include_directories(fluviafs INTERFACE
   $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/api> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -15,7 +19,8 @@ target_link_options(fluviafs PRIVATE -Wl,--version-script=${FLUVIA_VERSION_SCRIP
 set_target_properties(fluviafs PROPERTIES LINK_DEPENDS ${FLUVIA_VERSION_SCRIPT})
 
 set(FLUVIA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/fluviafs)
-install(TARGETS fluviafs EXPORT fluviafsTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS fluviafs EXPORT fluviafsTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(FILES api/fluviafs.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT fluviafsTargets NAMESPACE fluviafs:: DESTINATION ${FLUVIA_PACKAGE_DIR})
 

@@ -1,0 +1,17 @@
+# Run by cpack on the packages it has made, for what this CPack cannot say: libraries of several
+# architectures may be installed beside each other, and ldconfig is called by a trigger, not by
+# maintainer scripts.
+foreach(package ${CPACK_PACKAGE_FILES})
+  set(tree ${package}.tree)
+  file(REMOVE_RECURSE ${tree})
+  execute_process(COMMAND dpkg-deb --raw-extract ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE ${tree}/DEBIAN/postinst ${tree}/DEBIAN/postrm)
+  if(NOT package MATCHES "/fluviafs-tools_[^/]*$")
+    file(READ ${tree}/DEBIAN/control control)
+    string(REGEX REPLACE "\nPriority:" "\nMulti-Arch: same\nPriority:" control "${control}")
+    file(WRITE ${tree}/DEBIAN/control "${control}")
+  endif()
+  execute_process(COMMAND dpkg-deb --root-owner-group -Zxz --build ${tree} ${package}
+                  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE_RECURSE ${tree})
+endforeach()
