@@ -1,4 +1,4 @@
-/* Compiled, never run: the public header needs no other header, may be included twice, and every
+/* The public header needs no other header, may be included twice, and every
    function of its two families can be taken the address of with the type that callers rely on. */
 #include <fluviafs.h>
 
