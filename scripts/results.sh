@@ -58,6 +58,21 @@ run_ctest() {
   told "tests in $preset" $((tests - failures - skipped)) "$failures" "$skipped"
 }
 
+# tree_to_test: the name of what is committed, when that is all there is.
+tree_to_test() {
+  if [ -z "$(git status --porcelain 2>&1)" ]; then
+    git rev-parse 'HEAD^{tree}'
+  fi
+}
+
+# remember_green TREE: scripts/release wants to know that all tests of a tree have passed. It must have
+# been the same from first to last.
+remember_green() {
+  if [ "$FAILED" -eq 0 ] && [ -n "$1" ] && [ "$(tree_to_test)" = "$1" ]; then
+    echo "$1" >build/tested
+  fi
+}
+
 # sum_up: the last line, whatever happened before. For the EXIT trap.
 sum_up() {
   if [ "$COMPLETE" != yes ]; then

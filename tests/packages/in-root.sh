@@ -6,7 +6,8 @@
 # The packages and what the trial takes lie in /trial.
 set -euo pipefail
 cd /trial
-. ./common.sh
+# shellcheck disable=SC1091  # there when it runs
+. /trial/common.sh
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
 version=$1
 url=$2

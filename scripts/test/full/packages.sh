@@ -16,3 +16,4 @@ check "lintian, symbols" scripts/checks/packages
 check "binary interface" scripts/abi
 check "packages in a clean Debian" tests/packages/install-amd64
 check "packages for armhf" tests/packages/unpack-armhf
+check "release" tests/packages/release
