@@ -31,6 +31,9 @@ compare "$sample" fluvia cat "$sample"
 compare "$sample" fluvia cat "$url"
 gzip -t /usr/share/man/man1/fluvia.1.gz /usr/share/man/man1/fluvia-mount.1.gz
 [ -s /usr/share/doc/libfluviafs0/copyright ]
+for package in libfluviafs0 fluviafs-tools; do
+  dpkg-query --show --showformat='${Depends}\n' "$package" | grep -F 'libcurl4 (>= 7.87.0)'
+done
 
 say "the GStreamer plugin"
 install ./gstreamer1.0-fluvia_*.deb gstreamer1.0-tools
