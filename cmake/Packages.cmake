@@ -46,10 +46,6 @@ foreach(component ${components})
   set(package ${FLUVIA_${upper}_PACKAGE})
   install(FILES ${PACKAGING}/copyright ${PACKAGING_MADE}/changelog ${PACKAGING_MADE}/changelog.Debian
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
-  if(EXISTS ${PACKAGING}/${component}.lintian-overrides)
-    install(FILES ${PACKAGING}/${component}.lintian-overrides
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${package} COMPONENT ${component})
-  endif()
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
   set(CPACK_DEBIAN_${upper}_PACKAGE_SHLIBDEPS ON)
 endforeach()
