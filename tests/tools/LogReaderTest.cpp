@@ -146,6 +146,23 @@ TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
   EXPECT_EQ(log.reader.counts().mixed, 4);
 }
 
+TEST(LogReader, TextsWithoutALineEndBetweenThemAreTakenApart) {
+  const Reading log(
+      "[FluviaFS][00:1:2][10][fill][1]-------[FluviaFS][00:1:2][11][executeGet][2]-------"
+      "handle:0x7f, PFFFF begin to perform(url: http://h/f, start: 5, end: 0)wait in fill\n\n"
+      "[FluviaFS][00:1:3][12][popTask][3]-------[FluviaFS][00:1:3][13][runner][4]-------"
+      "thread engine waiting for taskdestroy thread\n\n"
+      "[FluviaFS][00:1:4][13][sendRequest][4]-------\n< errorCode:28\n");
+  ASSERT_EQ(log.entries.size(), 4u);
+  EXPECT_EQ(log.entries[0].word, LogWord::kWaitGoesOn);
+  EXPECT_EQ(log.entries[0].thread, 10);
+  EXPECT_EQ(log.entries[1].word, LogWord::kGetBegin);
+  EXPECT_EQ(log.entries[1].thread, 11);
+  EXPECT_EQ(log.entries[1].values[0], 5);
+  EXPECT_EQ(log.entries[2].word, LogWord::kThreadEnds);
+  EXPECT_EQ(log.entries[3].values[0], 28);
+}
+
 TEST(LogReader, PiecesOfAnySizeGiveTheSame) {
   const std::string log =
       "* Connected to 127.0.0.1\n"

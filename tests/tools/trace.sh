@@ -31,7 +31,7 @@ browse() {
     cat "$folder/browser.log" >&2
     return 1
   }
-  rm -rf "$folder/home"
+  rm -rf "${folder:?}/home"
 }
 
 timeout 60 "$tree/tests/trace_scene" 2>"$folder/scene.log" >"$folder/scene.txt" || {

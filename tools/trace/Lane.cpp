@@ -285,9 +285,9 @@ void Lane::disconnected(double time, int code, long long status, long long behin
   connection->end = time;
   connection->code = code;
   if (status > 0) connection->status = status;
-  // Without the lines of the pieces, what libcurl counted.
-  if (!connection->gotKnown && behind >= connection->from) {
-    connection->got = behind - connection->from;
+  // What libcurl counted is more when lines of pieces are missing.
+  if (behind >= connection->from) {
+    connection->got = std::max(connection->got, behind - connection->from);
     connection->gotKnown = true;
   }
   explainEnd(connection);

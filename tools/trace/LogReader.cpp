@@ -10,6 +10,7 @@ constexpr char kMark[] = "[FluviaFS][00:";
 constexpr char kEndOfHead[] = "]-------";
 constexpr size_t kLongestLine = 65536;
 constexpr size_t kMostOpen = 16;
+constexpr size_t kLongestJoined = 4096;
 // Lines after which nobody expects the text of a head any more.
 constexpr long long kPatience = 64;
 
@@ -84,10 +85,10 @@ void LogReader::takeLine(std::string_view line) {
   while (!open_.empty() && open_.front().line + kPatience < lineNumber_) open_.pop_front();
   size_t mark = line.find(kMark);
   if (mark == std::string_view::npos) {
-    if (!line.empty() && !tellOpenHead(line)) ++counts_.foreign;
+    if (!line.empty() && !tellOpenHead(line) && !tellJoined(line)) ++counts_.foreign;
     return;
   }
-  if (mark != 0) tellOpenHead(line.substr(0, mark));
+  if (mark != 0 && !tellOpenHead(line.substr(0, mark))) tellJoined(line.substr(0, mark));
   while (mark != std::string_view::npos) {
     const std::string_view rest = line.substr(mark);
     const size_t next = rest.find(kMark, 1);
@@ -97,7 +98,7 @@ void LogReader::takeLine(std::string_view line) {
       ++counts_.lines;
       if (origin_ < 0) origin_ = head.seconds;
       head.line = lineNumber_;
-      takeText(&head, rest.substr(length, next == std::string_view::npos ? next : next - length));
+      takeText(head, rest.substr(length, next == std::string_view::npos ? next : next - length));
       if (next != std::string_view::npos) ++counts_.mixed;
     } else {
       ++counts_.foreign;
@@ -106,13 +107,33 @@ void LogReader::takeLine(std::string_view line) {
   }
 }
 
-// The text behind a head is its own, or that of a thread whose head came before.
-void LogReader::takeText(const Head* own, std::string_view text) {
-  if (text.empty()) {
-    keepOpen(*own);
-  } else if (!tell(*own, text) && tellOpenHead(text)) {
-    keepOpen(*own);
+// The text behind a head is its own, or that of a thread whose head came before, or both.
+void LogReader::takeText(const Head& own, std::string_view text) {
+  if (!text.empty() && tell(own, text)) return;
+  if (text.empty() || tellOpenHead(text)) {
+    keepOpen(own);
+    return;
   }
+  if (open_.empty() && torn_ != lineNumber_) return;
+  keepOpen(own);
+  // When nothing fits, the text is its own and of no interest.
+  if (!tellJoined(text) && hasWords(own.function)) open_.pop_back();
+}
+
+// Two texts without a line end between them, of two heads that are open; or one of them behind or
+// before something else.
+bool LogReader::tellJoined(std::string_view text) {
+  if (open_.empty() || text.size() > kLongestJoined) return false;
+  for (size_t cut = 1; cut < text.size(); ++cut) {
+    if (tellOpenHead(text.substr(cut))) {
+      tellOpenHead(text.substr(0, cut));
+      return true;
+    }
+  }
+  for (size_t cut = text.size(); cut-- > 1;) {
+    if (tellOpenHead(text.substr(0, cut))) return true;
+  }
+  return false;
 }
 
 bool LogReader::tell(const Head& head, std::string_view text) {
@@ -136,6 +157,8 @@ bool LogReader::tellOpenHead(std::string_view text) {
 }
 
 void LogReader::keepOpen(const Head& head) {
+  torn_ = lineNumber_;
+  if (!hasWords(head.function)) return;
   if (open_.size() == kMostOpen) open_.pop_front();
   open_.push_back(head);
 }

@@ -54,9 +54,10 @@ class LogReader {
 
   static bool parseHead(std::string_view text, Head* head, size_t* length);
   void takeLine(std::string_view line);
-  void takeText(const Head* own, std::string_view text);
+  void takeText(const Head& own, std::string_view text);
   bool tell(const Head& head, std::string_view text);
   bool tellOpenHead(std::string_view text);
+  bool tellJoined(std::string_view text);
   void keepOpen(const Head& head);
 
   Sink sink_;
@@ -65,7 +66,8 @@ class LogReader {
   bool overlong_ = false;  // the line is longer than that: its rest is skipped
   std::deque<Head> open_;  // heads whose text has not come
   long long lineNumber_ = 0;
-  double origin_ = -1;  // seconds of the first line
+  long long torn_ = -1;  // the last line with a head whose text did not follow
+  double origin_ = -1;   // seconds of the first line
 };
 
 }  // namespace tools

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <iterator>
 #include <string>
+#include <utility>
 
 namespace tools {
 namespace {
@@ -172,16 +173,27 @@ struct ByFunction {
   bool operator()(std::string_view name, const Rule& rule) const { return name < rule.function; }
 };
 
-}  // namespace
+using Rules = std::pair<const Rule*, const Rule*>;
 
-bool recognise(std::string_view function, std::string_view text, LogFact* fact) {
+Rules rulesOf(std::string_view function) {
   std::string twin;
   if (function.substr(0, 9) == "c_fluvia_") {
     twin = "x" + std::string(function.substr(1));
     function = twin;
   }
+  return std::equal_range(std::begin(kRules), std::end(kRules), function, ByFunction());
+}
+
+}  // namespace
+
+bool hasWords(std::string_view function) {
+  const Rules rules = rulesOf(function);
+  return rules.first != rules.second;
+}
+
+bool recognise(std::string_view function, std::string_view text, LogFact* fact) {
   while (!text.empty() && (text.back() == ' ' || text.back() == '\r')) text.remove_suffix(1);
-  const auto rules = std::equal_range(std::begin(kRules), std::end(kRules), function, ByFunction());
+  const Rules rules = rulesOf(function);
   for (const Rule* rule = rules.first; rule != rules.second; ++rule) {
     fact->values.fill(0);
     fact->text = text;

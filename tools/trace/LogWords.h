@@ -72,6 +72,9 @@ struct LogFact {
 // ("c_fluvia_...") count as the function that they are twins of.
 bool recognise(std::string_view function, std::string_view text, LogFact* fact);
 
+// Whether function logs any of the texts that recognise() knows.
+bool hasWords(std::string_view function);
+
 }  // namespace tools
 
 #endif  // FLUVIAFS_TOOLS_TRACE_LOGWORDS_H_
