@@ -4,10 +4,10 @@
 check "packages of coverage" scripts/install-packages coverage
 make_coverage() {
   configure coverage -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=OFF &&
-    build coverage --target util_tests webs_tests api_tests http_tests
+    build coverage --target util_tests webs_tests api_tests http_tests process_tests
 }
 check "build coverage" make_coverage
 rm -rf build/coverage/profiles
 LLVM_PROFILE_FILE=$PWD/build/coverage/profiles/%4m.profraw \
-  run_ctest coverage -L '^(util|webs|api|http)_tests$'
+  run_ctest coverage -L '^(util|webs|api|http|process)_tests$'
 check "coverage of lines and branches" scripts/coverage --least 95 85

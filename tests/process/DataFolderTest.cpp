@@ -41,7 +41,7 @@ TEST_P(LogLevelFile, SetsTheLevelAtTheFirstOpen) {
   const support::ChildResult child = support::inPrivateData([&] {
     support::writeData(kLevelFile, GetParam().text);
     openFile(path);
-    _exit(x_fluvia_file_get_log_level() + 20);
+    support::endChild(x_fluvia_file_get_log_level() + 20);
   });
   EXPECT_EQ(child.exitCode, GetParam().level + 20) << child.error;
 }
@@ -59,7 +59,7 @@ TEST(LogLevelFile, OtherFolderDoesNotCount) {
   const support::ChildResult child = support::inPrivateData([&] {
     support::writeData(kOtherLevelFile, "3");
     openFile(path);
-    _exit(x_fluvia_file_get_log_level() + 20);
+    support::endChild(x_fluvia_file_get_log_level() + 20);
   });
   EXPECT_EQ(child.exitCode, 16) << child.error;
 }
@@ -71,7 +71,7 @@ TEST(LogLevelFile, ReplacesALevelSetBefore) {
     support::writeData(kLevelFile, "1");
     x_fluvia_file_set_log_level(-7);
     openFile(path);
-    _exit(x_fluvia_file_get_log_level() + 20);
+    support::endChild(x_fluvia_file_get_log_level() + 20);
   });
   EXPECT_EQ(child.exitCode, 21) << child.error;
   EXPECT_NE(child.error.find("][detectLoglevel]["), std::string::npos);
@@ -84,12 +84,12 @@ TEST(LogLevelFile, IsReadOnlyOnceAndOnlyByAnOpenThatSucceeds) {
   const support::ChildResult child = support::inPrivateData([&] {
     support::writeData(kLevelFile, "-3");
     openFile(folder.file("missing"));
-    if (x_fluvia_file_get_log_level() != -4) _exit(1);
+    if (x_fluvia_file_get_log_level() != -4) support::endChild(1);
     openFile(path);
-    if (x_fluvia_file_get_log_level() != -3) _exit(2);
+    if (x_fluvia_file_get_log_level() != -3) support::endChild(2);
     x_fluvia_file_set_log_level(-5);
     openFile(path + "/../a");
-    if (x_fluvia_file_get_log_level() != -5) _exit(3);
+    if (x_fluvia_file_get_log_level() != -5) support::endChild(3);
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
   EXPECT_EQ(child.error.find("Log level=="), std::string::npos) << "a level below -2 is silent";
@@ -114,10 +114,11 @@ TEST(ReadDump, FirstReadIsCopiedToTheNamedFolder) {
     support::writeData(kPathFile, "/data/usb");
     support::writeData("/data/usb/keep", "");
     umask(022);
-    if (dumped(path, "/data/usb/QV_id1_0_32768.dat", 32768) != support::pattern(0, 32768)) _exit(1);
+    if (dumped(path, "/data/usb/QV_id1_0_32768.dat", 32768) != support::pattern(0, 32768))
+      support::endChild(1);
     struct stat status;
     if (stat("/data/usb/QV_id1_0_32768.dat", &status) != 0 || (status.st_mode & 0777) != 0755) {
-      _exit(2);
+      support::endChild(2);
     }
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
@@ -131,7 +132,8 @@ TEST(ReadDump, OtherFolderNamesThePathWhenTheFirstDoesNot) {
   const support::ChildResult child = support::inPrivateData([&] {
     support::writeData(kOtherPathFile, "/data/usb");
     support::writeData("/data/usb/keep", "");
-    if (dumped(path, "/data/usb/QV_id1_0_100.dat", 500) != support::pattern(0, 100)) _exit(1);
+    if (dumped(path, "/data/usb/QV_id1_0_100.dat", 500) != support::pattern(0, 100))
+      support::endChild(1);
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
 }
@@ -155,7 +157,7 @@ TEST(ReadDump, EmptyPathFileSwitchesNothingOn) {
   const support::ChildResult child = support::inPrivateData([&] {
     support::writeData(kPathFile, "");
     support::writeData(kOtherPathFile, "/data");
-    if (dumped(path, "/data/QV_id1_0_100.dat", 100).find("no file") != 0) _exit(1);
+    if (dumped(path, "/data/QV_id1_0_100.dat", 100).find("no file") != 0) support::endChild(1);
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
   EXPECT_EQ(child.error.find("fluviafs_usb_path.txt"), std::string::npos);
@@ -188,9 +190,9 @@ TEST(ReadDump, ProbeAndAsynchronousReadsCountToo) {
     int id = 0;
     x_fluvia_file_read_async(handle, buffer.data(), 50, &support::Completions::completed, &done,
                              &id);
-    if (!done.waitFor(1)) _exit(1);
-    if (access("/data/usb/QV_id1_0_1.dat", F_OK) != 0) _exit(2);
-    if (access("/data/usb/QV_id2_0_50.dat", F_OK) != 0) _exit(3);
+    if (!done.waitFor(1)) support::endChild(1);
+    if (access("/data/usb/QV_id1_0_1.dat", F_OK) != 0) support::endChild(2);
+    if (access("/data/usb/QV_id2_0_50.dat", F_OK) != 0) support::endChild(3);
   });
   EXPECT_EQ(child.exitCode, 0) << child.error;
 }

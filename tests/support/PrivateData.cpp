@@ -15,6 +15,9 @@
 #include <filesystem>
 #include <fstream>
 
+// Of the compiler's, in builds with -fprofile-instr-generate only.
+extern "C" __attribute__((weak)) int __llvm_profile_write_file();
+
 namespace support {
 
 namespace {
@@ -98,7 +101,7 @@ ChildResult runChild(const std::function<void()>& body, int seconds, const std::
     if (!root.empty()) enterRootWithData(root);
     body();
     fflush(stderr);
-    _exit(0);
+    endChild(0);
   }
   close(ends[1]);
   ChildResult result = {-1, ""};
@@ -116,6 +119,11 @@ ChildResult runChild(const std::function<void()>& body, int seconds, const std::
 }
 
 }  // namespace
+
+void endChild(int code) {
+  if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file();
+  _exit(code);
+}
 
 ChildResult inChild(const std::function<void()>& body, int seconds) {
   return runChild(body, seconds, "");

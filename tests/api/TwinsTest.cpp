@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TestFiles.h"
+
+namespace {
+
+constexpr int kMostHandles = 255;
+constexpr unsigned int kBuffer = 65536;
+
+void ignore(int, void*, int, int) {}
+
+TEST(Twins, WorkOnTheSameHandles) {
+  support::TemporaryFolder folder;
+  const std::string path = folder.makePattern("a", 100000);
+  int handle = 0;
+  ASSERT_EQ(c_fluvia_file_open(path.c_str(), &handle), FVFR_OK);
+  std::string bytes(1000, '\0');
+  unsigned int got = 0;
+  ASSERT_EQ(c_fluvia_file_read(handle, &bytes[0], 1000, &got), FVFR_OK);
+  EXPECT_EQ(got, 1000u);
+  EXPECT_EQ(support::firstDifference(0, bytes.data(), got), -1);
+  EXPECT_EQ(x_fluvia_file_offset(handle), 1000) << "moved by its twin";
+
+  long long now = -1;
+  ASSERT_EQ(c_fluvia_file_seek(handle, 50000, &now), FVFR_OK);
+  EXPECT_EQ(now, 50000);
+  ASSERT_EQ(x_fluvia_file_read(handle, &bytes[0], 10, &got), FVFR_OK);
+  EXPECT_EQ(support::firstDifference(50000, bytes.data(), got), -1);
+  EXPECT_EQ(c_fluvia_file_offset(handle), 50010);
+  EXPECT_EQ(c_fluvia_file_size(handle), 100000);
+  EXPECT_EQ(c_fluvia_file_bufferSize(handle), x_fluvia_file_bufferSize(handle));
+  EXPECT_EQ(c_fluvia_file_bufferedSize(handle), x_fluvia_file_bufferedSize(handle));
+  EXPECT_EQ(c_fluvia_file_volatile(handle), x_fluvia_file_volatile(handle));
+  EXPECT_EQ(c_fluvia_file_close(handle), FVFR_OK);
+  EXPECT_LT(x_fluvia_file_read(handle, &bytes[0], 10, &got), 0) << "closed by its twin";
+}
+
+TEST(Twins, RefuseWhatIsNoHandle) {
+  char byte = 0;
+  unsigned int got = 0;
+  int request = 0;
+  long long now = 0;
+  constexpr int kNone = 77;
+  EXPECT_EQ(c_fluvia_file_open_x(nullptr, &request, 0), x_fluvia_file_open_x(nullptr, &request, 0));
+  EXPECT_EQ(c_fluvia_file_read(kNone, &byte, 1, &got), x_fluvia_file_read(kNone, &byte, 1, &got));
+  EXPECT_EQ(c_fluvia_file_read_async(kNone, &byte, 1, ignore, nullptr, &request),
+            x_fluvia_file_read_async(kNone, &byte, 1, ignore, nullptr, &request));
+  EXPECT_EQ(c_fluvia_file_read_abort(kNone, 0), x_fluvia_file_read_abort(kNone, 0));
+  EXPECT_EQ(c_fluvia_file_seek(kNone, 1, &now), x_fluvia_file_seek(kNone, 1, &now));
+  EXPECT_EQ(c_fluvia_file_dump_buffer(nullptr, nullptr),
+            x_fluvia_file_dump_buffer(nullptr, nullptr));
+}
+
+TEST(Twins, SetTheSameLogLevel) {
+  const support::CapturedStderr captured(-4);
+  c_fluvia_file_set_log_level(2);
+  EXPECT_EQ(x_fluvia_file_get_log_level(), 2);
+  c_fluvia_file_disable_log();
+  const int disabled = x_fluvia_file_get_log_level();
+  x_fluvia_file_set_log_level(2);
+  x_fluvia_file_disable_log();
+  EXPECT_EQ(disabled, x_fluvia_file_get_log_level());
+  EXPECT_EQ(disabled, FVFR_LOG_DISABLED);
+}
+
+TEST(Handles, OneTooManyIsRefusedUntilAnotherIsClosed) {
+  support::TemporaryFolder folder;
+  const std::string path = folder.makePattern("a", 10);
+  std::vector<int> handles;
+  int handle = 0;
+  while (handles.size() < kMostHandles &&
+         x_fluvia_file_open_x(path.c_str(), &handle, kBuffer) == FVFR_OK) {
+    handles.push_back(handle);
+  }
+  ASSERT_EQ(handles.size(), static_cast<size_t>(kMostHandles));
+  {
+    const support::CapturedStderr captured(0);
+    EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, kBuffer), FVFR_FAILED);
+    EXPECT_NE(captured.text().find("open too many file, exceed the limitation 255"),
+              std::string::npos);
+  }
+  const int freed = handles[100];
+  EXPECT_EQ(x_fluvia_file_close(freed), FVFR_OK);
+  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, kBuffer), FVFR_OK);
+  EXPECT_EQ(handle, freed) << "the only free number";
+  for (const int open : handles) EXPECT_EQ(x_fluvia_file_close(open), FVFR_OK);
+}
+
+}  // namespace
