@@ -715,6 +715,31 @@ TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
   end.join();
 }
 
+// As above, for the ends that need no error: a silence behind the last byte.
+class EndAfterTheLastByte : public BufferQueueTest, public testing::WithParamInterface<int> {};
+
+TEST_P(EndAfterTheLastByte, ParksInsteadOfReconnecting) {
+  producer.size = 300;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  std::thread end([&] { event(GetParam()); });
+  EXPECT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_EQ(producer.started().size(), 1u) << "nothing is there to ask for";
+  Reading again(queue.get(), 100, 200);
+  EXPECT_TRUE(again.hasEnded());
+  EXPECT_EQ(again.result, 0) << "what is held can still be read";
+  EXPECT_TRUE(right(again, 100));
+  queue->release();
+  end.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EndAfterTheLastByte,
+                         testing::Values(static_cast<int>(util::STREAM_TIMEOUT),
+                                         static_cast<int>(util::STREAM_DEAD)));
+
 TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
   producer.size = 6 * kBlock;
   make(2);
