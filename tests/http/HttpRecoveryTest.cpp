@@ -257,7 +257,7 @@ TEST(HttpStall, MidBodyIsNotFoundAfterTenSeconds) {
   EXPECT_EQ(file.read(50000).size(), 5000u) << "what came is reported";
   EXPECT_EQ(file.last, FVFR_NOT_FOUND);
   EXPECT_GE(watch.seconds(), 9.99);
-  EXPECT_LT(watch.seconds(), 13.5);
+  EXPECT_LT(watch.seconds(), support::patience(13.5));
   EXPECT_EQ(file.status(), FVFR_DOWNLOAD_NO_DATA);
   EXPECT_EQ(x_fluvia_file_offset(file.handle), 0) << "the position does not move";
 }
@@ -271,7 +271,7 @@ TEST(HttpStall, MidBodyWithTheFlagReconnectsAfterFour) {
   const support::Stopwatch watch;
   EXPECT_TRUE(file.readsPattern(0, 50000));
   EXPECT_GE(watch.seconds(), 3.99);
-  EXPECT_LT(watch.seconds(), 7.5);
+  EXPECT_LT(watch.seconds(), support::patience(7.5));
 }
 
 TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
@@ -292,7 +292,7 @@ TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
   }
   reader.join();
   EXPECT_EQ(file.last, FVFR_FAILED);
-  EXPECT_LT(watch.seconds(), 5);
+  EXPECT_LT(watch.seconds(), support::patience(5));
   EXPECT_TRUE(server.waitForRequests("/a", 2, 10)) << "a new connection";
   EXPECT_TRUE(file.readsPattern(1000, 50000));
 }
@@ -322,7 +322,7 @@ TEST(HttpStall, SeekOnASilentConnectionReturnsAtOnce) {
   EXPECT_TRUE(file.readsPattern(0, 1000));
   const support::Stopwatch watch;
   EXPECT_EQ(file.seek(3000000), FVFR_OK);
-  EXPECT_LT(watch.seconds(), 0.5) << "only the next read waits for the server";
+  EXPECT_LT(watch.seconds(), support::patience(0.5)) << "only the next read waits for the server";
 }
 
 // --- every entry point while a transfer is parked -----------------------------------------------

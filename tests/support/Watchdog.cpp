@@ -6,8 +6,13 @@
 
 namespace support {
 
+double patience(double seconds) {
+  const char* text = getenv("FLUVIA_PATIENCE");
+  return text != nullptr ? seconds * strtod(text, nullptr) : seconds;
+}
+
 Watchdog::Watchdog(int seconds, std::function<std::string()> description)
-    : limit(seconds),
+    : limit(static_cast<int>(patience(seconds))),
       describe(std::move(description)),
       since(std::chrono::steady_clock::now()),
       thread(&Watchdog::watch, this) {}
@@ -41,7 +46,8 @@ void Watchdog::watch() {
 }
 
 bool eventually(const std::function<bool()>& condition, int seconds) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  const auto until =
+      std::chrono::steady_clock::now() + std::chrono::seconds(static_cast<int>(patience(seconds)));
   std::mutex mutex;
   std::condition_variable never;
   std::unique_lock<std::mutex> guard(mutex);

@@ -10,7 +10,12 @@
 
 namespace support {
 
-// Aborts the test process with a description when its work makes no progress for that many seconds.
+// How long a test waits at most for what takes no more than the given seconds: as long, or
+// FLUVIA_PATIENCE of the environment times as long, where the processor is emulated.
+double patience(double seconds);
+
+// Aborts the test process with a description when its work makes no progress for that many seconds
+// (of patience).
 class Watchdog {
  public:
   Watchdog(int seconds, std::function<std::string()> describe);
@@ -34,7 +39,8 @@ class Watchdog {
   std::thread thread;
 };
 
-// Waits until condition() is true, looking again every millisecond. False after seconds.
+// Waits until condition() is true, looking again every millisecond. False after seconds (of
+// patience).
 bool eventually(const std::function<bool()>& condition, int seconds = 20);
 
 // The seed of a randomised test: FLUVIA_SEED from the environment, else given.

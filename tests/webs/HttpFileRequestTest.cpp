@@ -11,6 +11,7 @@
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Watchdog.h"
 #include "util/PausePoint.h"
 #include "webs/HttpFileRequest.h"
 
@@ -483,7 +484,7 @@ TEST(HttpFileRequestStop, ReturnsAfterTheCancelEvent) {
   ASSERT_TRUE(probe.receiver.waitForBytes(1000));
   const support::Stopwatch watch;
   probe.producer.stopStreaming();
-  EXPECT_LT(watch.seconds(), 0.5);
+  EXPECT_LT(watch.seconds(), support::patience(0.5));
   EXPECT_EQ(probe.receiver.events(), (Events{0, 7}));
 }
 
@@ -625,7 +626,8 @@ void stopAt(const char* name, const Events& expected) {
   probe.join();
   heldName = nullptr;
   util::setPauseHook(nullptr);
-  EXPECT_LT(watch.seconds(), 5) << "the stop was lost and the stall watch had to end the run";
+  EXPECT_LT(watch.seconds(), support::patience(5))
+      << "the stop was lost and the stall watch had to end the run";
   EXPECT_EQ(probe.receiver.events(), expected);
   EXPECT_EQ(log.count("sendRequest: aborted by callback :42"), static_cast<int>(expected.size()));
   EXPECT_EQ(server.connectionCount(), 0);

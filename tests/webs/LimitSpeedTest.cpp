@@ -4,6 +4,7 @@
 
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/HttpProbes.h"
+#include "tests/support/Watchdog.h"
 #include "webs/LimitSpeed.h"
 #include "webs/MovingAverage.h"
 #include "webs/MovingAverageSum.h"
@@ -50,7 +51,7 @@ TEST(LimitSpeed, NoCapNeverSleeps) {
     limit.setMaxSpeed(cap);
     for (int i = 0; i < 1000; ++i) limit.Limitspeed(1 << 30);
   }
-  EXPECT_LT(watch.seconds(), 1);
+  EXPECT_LT(watch.seconds(), support::patience(1));
 }
 
 TEST(LimitSpeed, LargeChunkWaitsUntilTheAverageIsBack) {
@@ -63,7 +64,7 @@ TEST(LimitSpeed, LargeChunkWaitsUntilTheAverageIsBack) {
   limit.Limitspeed(524288);
 
   EXPECT_GE(watch.seconds(), 5.2);
-  EXPECT_LT(watch.seconds(), 8.5);
+  EXPECT_LT(watch.seconds(), support::patience(8.5));
   const std::vector<std::string> lines = log.messages("Limitspeed");
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_EQ(lines[0].find("Limitspeed: allsize:524288, want_ms  = 5242, actual_ms = "), 0u);
@@ -79,7 +80,7 @@ TEST(LimitSpeed, SleepEndsWhenTheWatchedFlagIsCleared) {
   std::thread sleeper([&] { limit.Limitspeed(100000); });
   goOn = false;
   sleeper.join();
-  EXPECT_LT(watch.seconds(), 10) << "a hundred thousand seconds were asked for";
+  EXPECT_LT(watch.seconds(), support::patience(10)) << "a hundred thousand seconds were asked for";
 }
 
 TEST(LimitSpeed, CapTakenAwayMeanwhileIsHarmless) {
