@@ -36,10 +36,9 @@ std::string take(const BufferBlock& block, unsigned int offset, unsigned int len
 // rest.
 TEST(ZeroedMemory, IsLeftToTheKernelUntilItIsUsed) {
   constexpr size_t kBytes = 1 << 20;
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const std::vector<unsigned char, util::ZeroedMemory<unsigned char>> memory(kBytes);
 #ifndef FLUVIA_ZEROED_HEAP
-  std::vector<unsigned char> resident(kBytes / page);
+  std::vector<unsigned char> resident(kBytes / static_cast<size_t>(sysconf(_SC_PAGESIZE)));
   void* const address = const_cast<unsigned char*>(memory.data());
   ASSERT_EQ(mincore(address, kBytes, resident.data()), 0);
   EXPECT_EQ(std::count_if(resident.begin(), resident.end(), [](int bits) { return bits & 1; }), 0);
