@@ -1,0 +1,993 @@
+/* Reader, transfer, engine and close around one buffer queue and its producer.
+ *
+ * The states are the code's own, by its names; what is left out is the content of blocks. A
+ * resource has CHUNKS chunks and the queue room for ROOM of them. Waiting is on conditions without
+ * time-outs and without wake-ups out of nothing, so that a wake-up that the code forgets is a
+ * deadlock here; the waits that the code repeats after milliseconds may go on by themselves. What
+ * is done under feedLock, a producer's lock or a thread object's is one step up to the next wait;
+ * what is asked without a lock stands between the steps.
+ *
+ * This file is the queue with its reader, engine, abort and close. The producer is that of a URL
+ * (url.pml, whose transfer runs on the queue's worker), or with LOCAL that of a local file
+ * (local.pml, which has a thread of its own).
+ *
+ * Checked: every process comes to its end (no reader waits for ever, close terminates), nothing is
+ * touched after it was freed, no read fails without a cause, version and tasks stay in bounds; and
+ * of a local file: a run that was stopped delivers nothing more, no end is told but that of the
+ * current version, bytes come to their own place, the file is closed under nobody.
+ *
+ * READS, ENGINES, FAILURES, EARLY, NO_MEMORY, NO_THREAD and NOT_OPENED bound a run: reads of a free
+ * choice of positions, of one chunk or (not with SHORT_READS) up to the end, workers of the engine,
+ * errors of the connection, connections or runs that end early, restarts that find no memory for
+ * their task (or, of a local file, no block), threads that cannot be made, files that cannot be
+ * opened. With PATIENT the handle is closed when its reads are over: whoever waits for ever is a
+ * deadlock then. Without it the close comes at any time. In both another thread aborts once.
+ *
+ * Wanted, and no fault: a local file that cannot be opened again gives neither bytes nor an end.
+ * Its read waits until it is aborted or its handle closed. So only after that (lost) a patient
+ * close may find a reader that waits, and it has to end its wait.
+ *
+ * FAULT takes one thing away that the code does, and check.sh wants an error for each:
+ *   1  a reader that is broken off does not tell who broke it
+ *   2  a close does not wake who waits
+ *   3  a stop is announced before there is memory for the restart that brings it
+ *   4  a stop is not repeated while the worker is about to start the producer
+ *   5  the close does not wait for restart tasks
+ *   6  a connection that failed is taken for one that was cancelled
+ *  17  a transfer that finds no room does not wake a reader that waits for more than there is room
+ * and of a local file's producer:
+ *   7  a run does not look whether it is still the current one
+ *   8  a stop that met a start is not repeated when that start is over
+ *   9  the producer goes without waiting for its thread
+ *  10  the queue does not note that a run which it refused was the last word
+ *  11  nor that a run stopped at bytes which are held
+ *  12  a start during a run is forgotten when that run is over
+ *  13  a forced stop does not wake a thread that sleeps
+ *  14  a run that was refused sends its end
+ *  15  the close waits for a thread that could not be made
+ *  16  an end of the file that an earlier run met is not forgotten at a start
+ */
+#ifndef READS
+#define READS 2
+#endif
+#ifndef ENGINES
+#define ENGINES 1
+#endif
+#ifndef FAILURES
+#define FAILURES 1
+#endif
+#ifndef EARLY
+#define EARLY 1
+#endif
+#ifndef NO_MEMORY
+#define NO_MEMORY 1
+#endif
+#ifndef NO_THREAD
+#define NO_THREAD 1
+#endif
+#ifndef NOT_OPENED
+#define NOT_OPENED 1
+#endif
+#ifndef FAULT
+#define FAULT 0
+#endif
+#define CHUNKS 3
+#define ROOM 2
+
+mtype = { IDLE, NORMAL, ENDED, FAILED, RELEASED };
+mtype = { NO_EVENT, PARTIAL_END, STREAM_ERROR, CANCELED };
+
+/* Locks. */
+bool queueLock, feedLock, workerLock, producerLock;
+/* Who waits on feedLock's condition: reader, transfer, closer, aborter. */
+bool waitR, waitT, waitC, waitA;
+
+/* BufferQueue. */
+mtype streamStatus = IDLE;
+byte retryCount;
+byte version;
+byte notedVersion;
+byte startedVersion = 255;
+byte activeWorkNum;
+byte tasksQueued;      /* on the engine, not taken */
+byte restartTasks;     /* queued or running */
+bool needFeed, breakRequested, readRunning, mayPlace;
+bool streaming, parked, connecting, workerStarted, releaseCalled, connectionStored;
+bool endedSilently, endReported;
+bool readerWaits;      /* until it has the lock again, also when it was woken */
+byte emptyEnds;
+byte streamFrom;
+byte streamLength;     /* in chunks; 0: to the end */
+bool held[CHUNKS];
+byte heldCount;
+byte writeHead;        /* the chunk that the stream writes next */
+byte position;         /* of the reader */
+byte readEnd;          /* where its read ends */
+byte tail;             /* the chunk that the reader was in last (rdTail) */
+
+/* The handle. */
+bool aborterDone;
+bool closing, reading, readerDone, freed;
+bool holding;          /* the transfer holds still for a stop */
+bool lost;             /* a file could not be opened again */
+byte failuresLeft = FAILURES;
+byte earlyLeft = EARLY;
+byte noMemoryLeft = NO_MEMORY;
+
+#define needExit (streamStatus == RELEASED || (streamStatus == FAILED && retryCount > 1))
+#define touch assert(!freed)
+/* A read may fail: two ends in a row without a byte, two errors, or nothing to go on with. */
+#define hasCause (releaseCalled || noMemoryLeft < NO_MEMORY || threadFailed || \
+                  earlyLeft + 2 <= EARLY || failuresLeft + 2 <= FAILURES)
+#define acquire(l) atomic { !l -> l = true }
+#define unlock(l) l = false
+
+inline notifyAll() {
+  d_step {
+    waitR = false;
+    waitT = false;
+    waitC = false;
+    waitA = false
+  }
+}
+
+inline waitFeed(w) {
+  atomic { w = true; unlock(feedLock) };
+  atomic { !w && !feedLock -> feedLock = true };
+  touch
+}
+
+/* One of the chunks that are held makes room for another; the reader's own only when there is no
+   other. When the reader was in it last, it is in the new one now. */
+inline makeRoom(chunk) {
+  if
+  :: heldCount < ROOM
+  :: heldCount >= ROOM ->
+     if
+     :: held[0] && position != 0 -> held[0] = false
+     :: held[1] && position != 1 -> held[1] = false
+     :: held[2] && position != 2 -> held[2] = false
+     fi;
+     heldCount--;
+     if
+     :: !held[tail] -> tail = chunk
+     :: else
+     fi
+  fi
+}
+
+/* moveReaderTo: from block to block towards what the reader wants, as far as they go. */
+inline moveReader() {
+  d_step {
+    if
+    :: position > tail && held[position] -> tail = position
+    :: position > tail && !held[position] ->
+       if
+       :: position == 2 && tail == 0 && held[1] -> tail = 1
+       :: else
+       fi
+    :: position < tail && held[position] -> tail = position
+    :: position < tail && !held[position] ->
+       if
+       :: position == 0 && tail == 2 && held[1] -> tail = 1
+       :: else
+       fi
+    :: position == tail
+    fi
+  }
+}
+
+/* failStream */
+inline failStream() {
+  streamStatus = FAILED;
+  retryCount = 2;
+  notifyAll()
+}
+
+/* prepareRestart: prepared tells whether there is memory for the task. */
+inline prepareRestart() {
+  prepared = true;
+  if
+  :: noMemoryLeft > 0 -> noMemoryLeft--; prepared = false; streaming = false; failStream()
+  :: true
+  fi
+}
+
+/* announceRestart */
+inline announceRestart() {
+#if FAULT == 3
+  setStopWait();
+#endif
+  prepareRestart();
+  if
+  :: prepared -> setStopWait()
+  :: else
+  fi
+}
+
+/* queueRestartTask, with memory for it */
+inline queueRestartTask() {
+  activeWorkNum++;
+  restartTasks++;
+  tasksQueued++
+}
+
+/* resetStreaming, with a task */
+inline queueRestart(from) {
+  d_step {
+    streamFrom = from;
+    version++;
+    assert(version < 20);
+    streaming = true;
+    queueRestartTask()
+  }
+}
+
+/* restartFromWriteHead */
+inline restartAt(from) {
+  prepareRestart();
+  if
+  :: prepared -> queueRestart(from)
+  :: else
+  fi
+}
+
+/* fragmentStreaming with the task prepared: up to the next chunk that is held. */
+inline placeAt(chunk) {
+  makeRoom(chunk);
+  writeHead = chunk;
+#ifdef LOCAL
+  d_step {
+    streamLength = 0;
+    if
+    :: chunk + 1 < CHUNKS && held[chunk + 1] -> streamLength = 1
+    :: chunk == 0 && !held[1] && held[2] -> streamLength = 2
+    :: else
+    fi
+  };
+#endif
+  queueRestart(writeHead)
+}
+
+/* fragmentOrNext at what the reader wants, with the task prepared, or failPlacement */
+inline place() {
+  if
+#ifdef LOCAL
+  :: noMemoryLeft > 0 -> noMemoryLeft--; failStream(); queueRestartTask()
+#endif
+  :: true -> placeAt(position)
+  fi
+}
+
+inline placeAtReader() {
+  prepareRestart();
+  if
+  :: prepared -> place()
+  :: else
+  fi
+}
+
+/* forgetBrokenRead, feedLock held */
+inline forgetBrokenRead() {
+  if
+  :: streamStatus == RELEASED && !releaseCalled -> streamStatus = IDLE
+  :: else
+  fi
+}
+
+/* ---------------------------------------------------------------- thread objects */
+
+typedef ThreadObject {
+  bool alive;           /* a run is requested */
+  bool forceClose, created, sleeping, wakeRequested;
+  bool failed;          /* createResult is not 0 */
+  bool sleeps, stopper  /* who waits on the object's condition: its thread, a forced stop */
+};
+#define WORKER 0
+#define FILE_THREAD 1
+#ifdef LOCAL
+ThreadObject threads[2];
+#define noThreads NO_THREAD
+#else
+ThreadObject threads[1];
+#define noThreads 0
+#endif
+byte noThreadLeft = noThreads;
+#define threadFailed (noThreadLeft != noThreads)
+#define threadExists(t) (threads[t].created && !threads[t].failed)
+
+/* The object's lock is held for each of these and nothing waits with it, so they are single steps.
+   A start tells in started whether it was taken. */
+inline startThread(t) {
+  atomic {
+    if
+    :: threads[t].alive || threads[t].forceClose -> started = false
+    :: else ->
+       started = true;
+       if
+       :: threads[t].sleeping -> threads[t].wakeRequested = true
+       :: !threads[t].sleeping && threads[t].created
+       :: else ->
+          threads[t].created = true;
+          if
+          :: noThreadLeft > 0 -> noThreadLeft--; threads[t].failed = true; started = false
+          :: true
+          fi
+       fi;
+       threads[t].alive = started
+    fi;
+    threads[t].sleeps = false;
+    threads[t].stopper = false
+  }
+}
+
+/* stop(false) */
+inline withdrawRun(t) {
+  threads[t].alive = false
+}
+
+/* stop(true) */
+inline endThread(t) {
+  d_step {
+    if
+    :: threads[t].created ->
+       threads[t].alive = false;
+       threads[t].forceClose = true;
+#if FAULT != 13
+       threads[t].wakeRequested = true;
+#endif
+    :: else
+    fi
+  };
+  do
+#if FAULT == 9
+  :: t == FILE_THREAD -> threads[t].sleeps = false; break
+#endif
+#if FAULT == 15
+  :: !threads[t].created -> break
+  :: atomic { threads[t].created ->
+#else
+  :: !threadExists(t) -> break
+  :: atomic { threadExists(t) ->
+#endif
+     threads[t].sleeps = false; threads[t].stopper = true };
+     !threads[t].stopper
+  od
+}
+
+/* runner up to its function */
+inline beginRun(t) {
+  threads[t].alive = false
+}
+
+/* runner after its function, with park; gone: the thread leaves. */
+inline endRun(t) {
+  atomic {
+    threads[t].stopper = false;
+    threads[t].sleeps = false;
+    if
+    :: threads[t].forceClose -> threads[t].created = false; gone = true
+#if FAULT == 12
+    :: !threads[t].forceClose ->
+#else
+    :: !threads[t].forceClose && threads[t].alive
+    :: !threads[t].forceClose && !threads[t].alive ->
+#endif
+       threads[t].sleeping = true;
+       threads[t].wakeRequested = false;
+       threads[t].sleeps = true
+    fi
+  };
+  do
+  :: atomic { !threads[t].sleeping -> break }
+  :: atomic { threads[t].sleeping && !threads[t].sleeps ->
+       if
+       :: !threads[t].wakeRequested -> threads[t].sleeps = true
+       :: else ->
+          threads[t].wakeRequested = false;
+          threads[t].sleeping = false;
+          if
+          :: threads[t].forceClose ->
+             threads[t].created = false;
+             threads[t].stopper = false;
+             gone = true
+          :: else
+          fi
+       fi
+     }
+  od
+}
+
+/* ---------------------------------------------------------------- the reader */
+
+inline readOnce() {
+  acquire(queueLock);
+  atomic {
+    acquire(feedLock);
+    touch;
+    forgetBrokenRead();
+    opens = false;
+    if
+    :: !workerStarted ->
+       workerStarted = true;
+       activeWorkNum = 1;
+       streaming = true;
+       opens = !needExit;
+       startThread(WORKER);
+       if
+       :: started
+       :: else -> opens = false; streaming = false; failStream()
+       fi
+    :: else
+    fi;
+    unlock(feedLock)
+  };
+  atomic {
+    acquire(feedLock);
+    touch;
+    if
+    :: !opens && needExit -> assert(hasCause)
+    :: else ->
+       readRunning = true;
+       mayPlace = true;
+       before = tail;
+       do
+       :: position == readEnd -> break
+       :: position < readEnd && held[position] ->
+          moveReader();
+          position++;
+          if
+          :: needExit -> assert(hasCause); break
+          :: !needExit && breakRequested -> breakRequested = false; notifyAll(); break
+          :: else
+          fi
+       :: position < readEnd && !held[position] ->
+          moveReader();
+          needFeed = true;
+          /* placeReader */
+          if
+          :: (mayPlace || endedSilently) && !streaming && !parked && !needExit ->
+             mayPlace = false;
+             endedSilently = false;
+             placeAtReader()
+          :: else -> mayPlace = false
+          fi;
+          if
+          :: needExit
+          :: else -> notifyAll(); readerWaits = true; waitFeed(waitR); readerWaits = false
+          fi;
+          if
+#if FAULT == 1
+          :: breakRequested -> breakRequested = false; break
+#else
+          :: breakRequested -> breakRequested = false; notifyAll(); break
+#endif
+          :: !breakRequested && needExit -> assert(hasCause); break
+          :: else
+          fi
+       od;
+       /* ~RunningRead */
+       if
+       :: breakRequested -> notifyAll()
+       :: else
+       fi;
+       breakRequested = false;
+       needFeed = false;
+       readRunning = false;
+       /* It has moved on in the blocks, which may be the room that the transfer waits for. */
+       if
+       :: before != tail && waitT -> notifyAll()
+       :: else
+       fi;
+       before = 0;
+       prepared = false
+    fi;
+    opens = false;
+    started = false;
+    unlock(feedLock)
+  };
+  unlock(queueLock)
+}
+
+proctype Reader() {
+  byte count = 0, before = 0;
+  bool opens, prepared, started;
+  do
+  :: atomic { count < READS && !closing -> reading = true };
+     if
+     :: position = 0
+     :: position = 1
+     :: position = 2
+     fi;
+     if
+     :: readEnd = position + 1
+#ifndef SHORT_READS
+     :: readEnd = CHUNKS
+#endif
+     fi;
+     readOnce();
+     reading = false;
+     count++
+  :: closing || count == READS -> break
+  od;
+  readerDone = true
+}
+
+/* ---------------------------------------------------------------- the transfer */
+
+/* streamIn of the chunk at writeHead. bytes: false for a piece without any */
+inline streamIn(bytes) {
+  atomic {
+    acquire(feedLock);
+    touch;
+    dropped = false;
+    if
+    :: bytes -> retryCount = 0
+    :: else
+    fi;
+    if
+    :: myVersion != version || needExit -> goOn = false
+    :: else ->
+       goOn = true;
+       checkPlace(bytes);
+       /* findRoom */
+       do
+       :: !bytes -> break
+#ifdef LOCAL
+       /* Its run was to end before, but its pieces stepped over the count. */
+       :: bytes && held[writeHead] ->
+#if FAULT != 11
+          endedSilently = true;
+#endif
+          goOn = false;
+          break
+#else
+       :: bytes && held[writeHead] -> break
+#endif
+       :: bytes && !held[writeHead] && heldCount < ROOM ->
+          held[writeHead] = true;
+          heldCount++;
+          break
+       :: bytes && !held[writeHead] && heldCount == ROOM ->
+          if
+          :: tail > 0 && held[0] -> held[0] = false; heldCount--
+          :: tail > 1 && held[1] -> held[1] = false; heldCount--
+          /* the blocks behind a reader that stands in front of all */
+          :: tail < 2 && held[2] && writeHead < 2 -> held[2] = false; heldCount--
+          :: else ->
+             before = tail;
+#if FAULT != 17
+             notifyAll();
+#endif
+             waitFeed(waitT);
+             if
+             :: needExit || myVersion != version -> goOn = false; break
+             :: else
+             fi;
+             /* followReader */
+             if
+             :: needFeed ->
+                moveReader();
+                if
+                :: before == tail -> dropped = true; break
+                :: else
+                fi
+             :: else
+             fi
+          fi
+       od;
+       if
+       :: !goOn
+       :: else ->
+          if
+          :: bytes && !dropped -> connectionStored = true; emptyEnds = 0; writeHead++
+          :: else
+          fi;
+          /* serveReader */
+          if
+          :: needFeed && !held[position] ->
+             if
+             :: !dropped && position == writeHead -> needFeed = false
+             :: else ->
+                announceRestart();
+                if
+                :: prepared -> place()
+                :: else
+                fi;
+                goOn = false
+             fi
+          :: else ->
+             if
+             :: dropped ->
+                announceRestart();
+                if
+                :: prepared -> queueRestart(writeHead)
+                :: else
+                fi;
+                goOn = false
+             :: else
+             fi
+          fi
+       fi
+    fi;
+#ifdef LOCAL
+#if FAULT != 10
+    /* A run outside startStreaming reports no end. */
+    if
+    :: !goOn && myVersion == version -> streaming = false
+    :: else
+    fi;
+#endif
+#endif
+    /* readerCanGoOn */
+    if
+    :: readerWaits -> moveReader()
+    :: else
+    fi;
+    d_step {
+      wakes = !goOn || (readerWaits && held[position]);
+      if
+      :: wakes && goOn && position + 1 < readEnd -> wakes = held[position + 1]
+      :: else
+      fi;
+      if
+      :: wakes && goOn && position + 2 < readEnd -> wakes = held[position + 2]
+      :: else
+      fi
+    };
+    dropped = false;
+    prepared = false;
+    before = 0;
+    unlock(feedLock)
+  };
+  d_step {
+    if
+    :: wakes -> notifyAll()
+    :: else
+    fi;
+    wakes = false
+  };
+  touch
+}
+
+/* parkUntilFed */
+inline parkUntilFed() {
+  emptyEnds = 0;
+  parkedVersion = version;
+  parked = true;
+  do
+  :: needFeed && !held[position] ->
+     parked = false;
+     needFeed = false;
+     placeAtReader();
+     break
+  :: else ->
+     notifyAll();
+     waitFeed(waitT);
+     if
+     :: needExit || version != parkedVersion -> parked = false; break
+     :: else
+     fi
+  od;
+  parkedVersion = 0
+}
+
+/* emptyEndIsFinal, and what is to be done when it is not */
+inline countEmptyEnd() {
+  if
+  :: !connectionStored -> emptyEnds++
+  :: else
+  fi
+}
+
+inline continueAfterEnd() {
+  if
+  :: activeWorkNum > 1 && notedVersion != version -> notifyAll()
+  :: else ->
+     streamStatus = ENDED;
+     notifyAll();
+     if
+     :: writeHead >= CHUNKS -> parkUntilFed()
+#ifdef LOCAL
+     /* walkForGap: its count ended the run where chunks are held. */
+     :: writeHead == 1 && held[1] && !held[2] ->
+        if
+        :: prepareRestart();
+           if
+           :: prepared -> placeAt(2)
+           :: else
+           fi
+        /* no block can be placed there */
+        :: parkUntilFed()
+        fi
+     :: writeHead < CHUNKS && held[writeHead] && (writeHead == 2 || held[2]) -> parkUntilFed()
+#endif
+     :: else ->
+        countEmptyEnd();
+        if
+        :: !connectionStored && emptyEnds >= 2 -> failStream()
+        :: else -> restartAt(writeHead)
+        fi
+     fi
+  fi
+}
+
+/* notifyStreamException. inside: sent by the thread that is inside startStreaming */
+inline sendEvent(inside) {
+  atomic {
+    acquire(feedLock);
+    touch;
+    checkEvent();
+    entryVersion = version;
+    if
+    :: inside && connecting -> endReported = true
+    :: else
+    fi;
+    if
+    :: needExit -> notifyAll()
+    :: else ->
+       if
+       :: event == PARTIAL_END -> continueAfterEnd()
+       :: event == STREAM_ERROR ->
+          retryCount++;
+          streamStatus = FAILED;
+          notifyAll();
+          if
+          :: retryCount >= 2
+          :: else ->
+             if
+             :: writeHead >= CHUNKS -> continueAfterEnd()
+             :: else -> restartAt(writeHead)
+             fi
+          fi
+       :: event == CANCELED ->
+          notifyAll();
+          if
+          :: breakRequested -> streamStatus = RELEASED
+          :: else
+          fi
+       fi
+    fi;
+    if
+    :: version == entryVersion && notedVersion == version -> streaming = false
+    :: else
+    fi;
+    entryVersion = 0;
+    prepared = false;
+    event = NO_EVENT;
+    unlock(feedLock)
+  }
+}
+
+#ifdef LOCAL
+#include "local.pml"
+#else
+#include "url.pml"
+#endif
+
+/* ---------------------------------------------------------------- the worker */
+
+proctype Worker() {
+  byte myVersion, entryVersion;
+#ifndef LOCAL
+  byte parkedVersion, before;
+  bool goOn, dropped, first, prepared, wakes;
+  mtype event;
+#endif
+  byte from, length;
+  bool go, gone, started, refused;
+end:
+  threadExists(WORKER);
+  do
+  :: gone -> break
+  :: !gone ->
+     beginRun(WORKER);
+     /* prepareConnection */
+     atomic {
+       acquire(feedLock);
+       touch;
+       forgetBrokenRead();
+       go = false;
+       if
+       :: needExit -> streaming = false; notifyAll()
+       :: else ->
+          if
+          :: notedVersion != version || startedVersion == version
+          :: else ->
+             go = true;
+             needFeed = false;
+             connecting = true;
+             startedVersion = version;
+             myVersion = version;
+             from = streamFrom;
+             writeHead = from;
+             length = streamLength;
+             streamLength = 0;
+             connectionStored = false;
+             endReported = false;
+             endedSilently = false
+          fi
+       fi;
+       unlock(feedLock)
+     };
+     if
+     :: go ->
+        startStreaming();
+        /* connectionLeft */
+        atomic {
+          acquire(feedLock);
+          touch;
+          connecting = false;
+          if
+          :: refused && myVersion == version && !needExit -> streaming = false; failStream()
+          :: else -> notifyAll()
+          fi;
+          myVersion = 0;
+          go = false;
+          refused = false;
+          started = false;
+          unlock(feedLock)
+        }
+     :: else
+     fi;
+     endRun(WORKER)
+  od
+}
+
+/* ---------------------------------------------------------------- stopping and restarting */
+
+/* stopWorker, with workerLock held */
+inline stopWorker() {
+  late = connecting;
+  stopStreaming();
+  do
+#if FAULT == 4
+  :: true -> break
+#endif
+  :: atomic { !connecting && !feedLock -> break }
+  :: atomic { connecting && !feedLock };
+     /* waits 5 ms at most */
+     stopStreaming()
+  od;
+  late = late && !endReported;
+  if
+#if FAULT != 8
+  :: late -> stopStreaming()
+#endif
+  :: else
+  fi;
+  d_step {
+    withdrawRun(WORKER);
+    late = false
+  };
+  activeWorkNum--
+}
+
+proctype Engine() {
+  bool late, started;
+end:
+  do
+  :: atomic { tasksQueued > 0 -> tasksQueued-- };
+     touch;
+     /* restart */
+     acquire(workerLock);
+     atomic { acquire(feedLock); forgetBrokenRead(); unlock(feedLock) };
+     if
+     :: needExit ->
+        /* giveRestartUp */
+        if
+        :: !releaseCalled -> stopStreaming()
+        :: else
+        fi;
+        atomic {
+          acquire(feedLock);
+          activeWorkNum--;
+          streaming = false;
+          notifyAll();
+          unlock(feedLock)
+        }
+     :: else ->
+        if
+        :: atomic { notedVersion == version && !feedLock -> activeWorkNum-- }
+        :: atomic { notedVersion != version && !feedLock };
+           stopWorker();
+           atomic { acquire(feedLock); notedVersion = version; unlock(feedLock) };
+           atomic {
+             startThread(WORKER);
+             assert(started);
+             started = false
+           }
+        fi
+     fi;
+     unlock(workerLock);
+     touch;
+     restartTasks--
+  :: freed && tasksQueued == 0 -> break
+  od
+}
+
+/* ---------------------------------------------------------------- close */
+
+inline breakRead(w) {
+  atomic {
+    acquire(feedLock);
+    touch;
+    if
+    :: !readRunning
+    :: else ->
+       breakRequested = true;
+       do
+       :: !breakRequested -> break
+       :: breakRequested -> notifyAll(); waitFeed(w)
+       od
+    fi;
+    unlock(feedLock)
+  }
+}
+
+/* An abort of another thread, once, while the handle is open. */
+proctype Aborter() {
+  if
+  :: !closing -> breakRead(waitA)
+  :: true
+  fi;
+  aborterDone = true
+}
+
+proctype Closer() {
+  bool late;
+#ifdef PATIENT
+  (readerDone && aborterDone) || lost;
+  timeout;
+  /* Nothing moves any more: what still waits is a parked transfer, not one that burns its
+     processor. */
+  assert(!holding);
+#endif
+  closing = true;
+  /* withdrawReads: breaks the read until it has ended */
+  do
+  :: !reading -> break
+  :: reading -> breakRead(waitC)
+  od;
+  /* release */
+  atomic {
+    acquire(feedLock);
+    releaseCalled = true;
+    streamStatus = RELEASED;
+#if FAULT != 2
+    notifyAll();
+#endif
+    unlock(feedLock)
+  };
+  acquire(queueLock);
+  atomic { restartTasks = restartTasks - tasksQueued; tasksQueued = 0 };
+  acquire(workerLock);
+  stopWorker();
+  unlock(workerLock);
+  unlock(queueLock);
+#if FAULT != 5
+  restartTasks == 0;
+#endif
+  releaseFileRequest();
+  /* ~BufferQueue */
+  endThread(WORKER);
+  readerDone && aborterDone;
+  freed = true
+}
+
+init {
+  byte i = 0;
+  atomic {
+    run Reader();
+    run Worker();
+#ifdef LOCAL
+    run FileThread();
+#endif
+    run Closer();
+    run Aborter();
+    do
+    :: i < ENGINES -> run Engine(); i++
+    :: else -> break
+    od
+  }
+}
