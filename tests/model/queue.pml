@@ -672,7 +672,7 @@ inline parkUntilFed() {
   parkedVersion = 0
 }
 
-/* emptyEndIsFinal, and what is to be done when it is not */
+/* emptyEndIsFinal, up to its answer */
 inline countEmptyEnd() {
   if
   :: !connectionStored -> emptyEnds++
