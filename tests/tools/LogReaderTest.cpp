@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "LogReader.h"
@@ -38,7 +39,8 @@ struct Reading {
   }
 };
 
-LogFact factOf(const std::string& function, const std::string& text) {
+// The fact points into the text, so that must stay.
+LogFact factOf(std::string_view function, std::string_view text) {
   LogFact fact;
   EXPECT_TRUE(tools::recognise(function, text, &fact)) << function << ": " << text;
   return fact;
