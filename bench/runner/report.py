@@ -126,11 +126,18 @@ def heading(measured):
         yield "- A quick run, of few operations: it shows that everything works, not how fast."
 
 
+def reasons():
+    """What is known of the goals that a run may miss, as it was written down."""
+    path = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "reasons.md")
+    with open(path, encoding="utf-8") as file:
+        return ["", "## What holds those that are missed", "", file.read().rstrip()]
+
+
 def write(measured, folder):
     table = medians(measured)
     lines = [*heading(measured), "", "## Goals", "",
              "The library's figure divided by the peer's, of the same run.", "", *goals(table),
-             *limits(table), *failures(measured)]
+             *limits(table), *failures(measured), *reasons()]
     os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
     for workload, peers in table.items():
         name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
