@@ -1,5 +1,6 @@
 #include "tests/ordeal/soak/Samples.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@ Sample takeSample(double seconds) {
     fclose(statm);
   }
   sample.memory = pages * sysconf(_SC_PAGESIZE);
+  sample.heap = static_cast<long long>(mallinfo2().uordblks);
   return sample;
 }
 
@@ -42,29 +44,32 @@ std::string Samples::verdict() const {
   for (const Sample& sample : quiet) {
     if (sample.descriptors != quiet.front().descriptors) return "descriptors are left";
     if (sample.threads != quiet.front().threads) return "threads are left";
+    if (sample.heap > quiet.front().heap + 256 * 1024) return "memory is kept";
   }
   return quiet.size() < 2 ? "too short to tell" : "";
 }
 
 std::string Samples::summary() const {
-  char text[256];
+  char text[384];
   snprintf(text, sizeof text,
            "memory: median %.2f MiB in the second quarter, %.2f MiB in the last; all closed %zu "
-           "times: %d descriptors, %d threads",
+           "times: %d descriptors, %d threads, %lld KiB in use the first time, %lld KiB the last",
            static_cast<double>(medianMemory(1, 2)) / 1048576,
            static_cast<double>(medianMemory(3, 4)) / 1048576, quiet.size(),
-           quiet.empty() ? 0 : quiet.back().descriptors, quiet.empty() ? 0 : quiet.back().threads);
+           quiet.empty() ? 0 : quiet.back().descriptors, quiet.empty() ? 0 : quiet.back().threads,
+           quiet.empty() ? 0 : quiet.front().heap / 1024,
+           quiet.empty() ? 0 : quiet.back().heap / 1024);
   return text;
 }
 
 bool Samples::write(const std::string& path) const {
   FILE* out = fopen(path.c_str(), "w");
   if (out == nullptr) return false;
-  fprintf(out, "seconds,memory,descriptors,threads,quiet\n");
+  fprintf(out, "seconds,memory,heap,descriptors,threads,quiet\n");
   for (const std::vector<Sample>* samples : {&running, &quiet}) {
     for (const Sample& sample : *samples) {
-      fprintf(out, "%.1f,%lld,%d,%d,%d\n", sample.seconds, sample.memory, sample.descriptors,
-              sample.threads, samples == &quiet ? 1 : 0);
+      fprintf(out, "%.1f,%lld,%lld,%d,%d,%d\n", sample.seconds, sample.memory, sample.heap,
+              sample.descriptors, sample.threads, samples == &quiet ? 1 : 0);
     }
   }
   return fclose(out) == 0;

@@ -10,6 +10,7 @@ namespace soak {
 struct Sample {
   double seconds = 0;
   long long memory = 0;  // resident bytes
+  long long heap = 0;    // bytes of the heaps that are in use
   int descriptors = 0;
   int threads = 0;
 };
@@ -26,11 +27,11 @@ class Samples {
   void addQuiet(const Sample& sample) { quiet.push_back(sample); }
 
   // Empty when the last quarter's median of memory lies at most 1 % and 512 KiB above the second
-  // quarter's, and descriptors and threads were the same whenever all was closed; else what is not
-  // so.
+  // quarter's, and whenever all was closed descriptors and threads were the same and the heaps had
+  // at most 256 KiB more in use than the first time; else what is not so.
   std::string verdict() const;
   std::string summary() const;
-  // Lines "seconds,memory,descriptors,threads,quiet". False when the file cannot be written.
+  // Lines "seconds,memory,heap,descriptors,threads,quiet". False when the file cannot be written.
   bool write(const std::string& path) const;
 
  private:
