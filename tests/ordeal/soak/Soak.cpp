@@ -91,7 +91,7 @@ int run(const std::vector<soak::Film>& films, int warm, int seconds, const std::
   fflush(stdout);
   soak::Interval interval(kPlayers);
   soak::Counts counts;
-  soak::Samples samples;
+  soak::Samples samples(seconds);
   std::atomic<bool> stop{false};
   std::vector<std::string> wrong(kPlayers);
   std::vector<std::thread> players;
