@@ -17,7 +17,9 @@ void ignore(int, void*, int, int) {}
 
 TEST(Twins, WorkOnTheSameHandles) {
   support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 100000);
+  // One read of the feeding thread holds all of it, so its buffered size stands still.
+  constexpr int kSize = 10000;
+  const std::string path = folder.makePattern("a", kSize);
   int handle = 0;
   ASSERT_EQ(c_fluvia_file_open(path.c_str(), &handle), FVFR_OK);
   std::string bytes(1000, '\0');
@@ -28,14 +30,15 @@ TEST(Twins, WorkOnTheSameHandles) {
   EXPECT_EQ(x_fluvia_file_offset(handle), 1000) << "moved by its twin";
 
   long long now = -1;
-  ASSERT_EQ(c_fluvia_file_seek(handle, 50000, &now), FVFR_OK);
-  EXPECT_EQ(now, 50000);
+  ASSERT_EQ(c_fluvia_file_seek(handle, 5000, &now), FVFR_OK);
+  EXPECT_EQ(now, 5000);
   ASSERT_EQ(x_fluvia_file_read(handle, &bytes[0], 10, &got), FVFR_OK);
-  EXPECT_EQ(support::firstDifference(50000, bytes.data(), got), -1);
-  EXPECT_EQ(c_fluvia_file_offset(handle), 50010);
-  EXPECT_EQ(c_fluvia_file_size(handle), 100000);
+  EXPECT_EQ(support::firstDifference(5000, bytes.data(), got), -1);
+  EXPECT_EQ(c_fluvia_file_offset(handle), 5010);
+  EXPECT_EQ(c_fluvia_file_size(handle), kSize);
   EXPECT_EQ(c_fluvia_file_bufferSize(handle), x_fluvia_file_bufferSize(handle));
-  EXPECT_EQ(c_fluvia_file_bufferedSize(handle), x_fluvia_file_bufferedSize(handle));
+  EXPECT_EQ(c_fluvia_file_bufferedSize(handle), kSize - 5010);
+  EXPECT_EQ(x_fluvia_file_bufferedSize(handle), kSize - 5010);
   EXPECT_EQ(c_fluvia_file_volatile(handle), x_fluvia_file_volatile(handle));
   EXPECT_EQ(c_fluvia_file_close(handle), FVFR_OK);
   EXPECT_LT(x_fluvia_file_read(handle, &bytes[0], 10, &got), 0) << "closed by its twin";
