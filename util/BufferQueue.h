@@ -11,6 +11,7 @@
 #include "util/BufferQueueDataReceiver.h"
 #include "util/BufferQueueProducer.h"
 #include "util/DumpFile.h"
+#include "util/ReaderPace.h"
 #include "util/Relaxed.h"
 #include "util/Semaphore.h"
 #include "util/TaskQueue.h"
@@ -298,6 +299,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   long long readerWants GUARDED_BY(feedLock);
   // Where the read that runs ends, if nothing stops it.
   long long readEnd GUARDED_BY(feedLock);
+  // Whether the reader is worth waking only for many bytes at once.
+  ReaderPace pace GUARDED_BY(feedLock);
   // The transfer waits for room, and has no use for a wake-up before the reader has gone that many
   // blocks (or something else happens).
   bool writerWaits GUARDED_BY(feedLock);

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "util/BufferQueue.h"
+#include "util/Clock.h"
 #include "util/Log.h"
 #include "util/PausePoint.h"
 
@@ -22,6 +23,10 @@ enum ReadResult {
 
 // Ways in which fill() looks for its data.
 enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
+
+// A reader that keeps up is woken when this part of the blocks is held, or after that time.
+constexpr int kGatherShare = 4;
+constexpr int kGatherMs = 2;
 
 }  // namespace
 
@@ -77,7 +82,9 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
       FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
       return READ_FAILED;
     }
+    pace.readBegins(readOffset);
     ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
+    pace.readEnded(readOffset);
   }
   if (*readBytes != size) {
     FLUVIA_LOG_AS("read", 2, "read ERROR that request:%d != readed:%d, curOffset:%lld, status:%d",
@@ -184,12 +191,22 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
 }
 
 // Waits on feedLock's condition until what the read still lacks has arrived, at most a few blocks
-// of it, or something else than data has come.
+// of it, or something else than data has come. A reader that keeps up with the transfer waits for
+// more than it lacks, but not for long.
 void BufferQueue::waitAsReader() {
   readerWants = std::min(readEnd, alignLeft(readOffset) + kWakeDistance);
+  const long long much = blockCount / kGatherShare * static_cast<long long>(kBlockSize);
+  const bool gather = much > 0 && pace.keepsUp(readOffset, much);
+  if (gather) readerWants = std::max(readerWants, readOffset + much);
   if (contentSize > 0) readerWants = std::min(readerWants, contentSize.get());
   readerWaits = true;
-  feedLock.wait(0);
+  const long long since = monotonicMs();
+  if (gather) {
+    feedLock.waitFor(kGatherMs);
+  } else {
+    feedLock.wait(0);
+  }
+  pace.waited(monotonicMs() - since < kGatherMs);
   readerWaits = false;
 }
 

@@ -1,8 +1,8 @@
 #include "webs/ReadTurns.h"
 
-#include <time.h>
-
 #include <algorithm>
+
+#include "util/Clock.h"
 
 namespace webs {
 
@@ -14,12 +14,6 @@ constexpr long long kLagMs = 20;
 constexpr long long kRunPauseMs = 5;
 // How often a read that nobody lets go on looks whether the others still do something.
 constexpr int kLookMs = 5;
-
-long long nowMs() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 }  // namespace
 
@@ -45,14 +39,14 @@ class ReadTurns::Waiting {
   Waiting(ReadTurns* turns, Waiter* waiter) : turns_(turns), waiter_(waiter) {
     util::Lock guard(turns_->lock);
     turns_->waiters.push_back(waiter_);
-    turns_->grant(nowMs());
+    turns_->grant(util::monotonicMs());
   }
   ~Waiting() {
     util::Lock guard(turns_->lock);
     turns_->waiters.remove(waiter_);
     if (taken_ || !waiter_->granted) return;
     turns_->busy = false;
-    turns_->grant(nowMs());
+    turns_->grant(util::monotonicMs());
   }
   Waiting(const Waiting&) = delete;
   Waiting& operator=(const Waiting&) = delete;
@@ -76,7 +70,7 @@ class ReadTurns::Waiting {
 
 void ReadTurns::look() {
   util::Lock guard(lock);
-  grant(nowMs());
+  grant(util::monotonicMs());
 }
 
 bool ReadTurns::waitForTurn(const FluviaFile* reader, long long position) {
@@ -105,7 +99,7 @@ void ReadTurns::end(const FluviaFile* reader, long long position, unsigned int b
                             [&](const Reader& each) { return each.file == reader; });
   if (known == readers.end()) known = readers.insert(known, Reader{reader, 0, 0});
   known->position = position;
-  known->lastRead = nowMs();
+  known->lastRead = util::monotonicMs();
   grant(known->lastRead);
 }
 
