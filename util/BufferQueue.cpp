@@ -221,6 +221,11 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   }
   FLUVIA_LOG_AS("workBegin", 1, "%lld ~ %lld", *from, *from + *length);
   dumpBlocks(false);
+  connectionBegins();
+  return true;
+}
+
+void BufferQueue::connectionBegins() {
   connecting = true;
   startedVersion = version;
   workerThread = pthread_self();
@@ -228,7 +233,6 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   endReported = false;
   overDelivered = false;
   endedSilently = false;
-  return true;
 }
 
 void BufferQueue::connectionLeft(int startVersion, int result) {

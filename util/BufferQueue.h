@@ -154,6 +154,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   static void restartTask(void* queue, TEngineEvent_E event);
   void workBegin() EXCLUDES(feedLock);
   bool prepareConnection(int* startVersion, long long* from, long long* length) EXCLUDES(feedLock);
+  void connectionBegins() REQUIRES(feedLock);
   int startProducer(int startVersion, long long from, long long length) EXCLUDES(feedLock);
   void connectionLeft(int startVersion, int result) EXCLUDES(feedLock);
   void startWorker() EXCLUDES(feedLock);
@@ -176,6 +177,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool checkErrorInsert(BlockIt& it) REQUIRES(feedLock);
   void dumpBlocks(bool all) REQUIRES(feedLock);
   bool fragmentStreaming(long long from, BlockIt& endIt) REQUIRES(feedLock);
+  BlockIt leaveWriteHead(long long from, BlockIt* endIt, bool* direct) REQUIRES(feedLock);
   bool placeSelected(long long from, BlockIt endIt, BlockIt* selected) REQUIRES(feedLock);
   bool fragmentOrNext(long long from, BlockIt endIt) REQUIRES(feedLock);
   void failPlacement() REQUIRES(feedLock);
@@ -203,6 +205,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Reading (BufferQueueRead.cpp).
   int readLocked(char* buffer, unsigned int size, unsigned int* readBytes) REQUIRES(this)
       EXCLUDES(feedLock);
+  void noteRead(char* buffer, unsigned int size, unsigned int readBytes) REQUIRES(feedLock);
   bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)

@@ -1,5 +1,5 @@
-// The block list: which block a stream writes next, and how a block is placed at another offset.
-// Every move is a splice, so that iterators keep designating the same block.
+// The block list: which block a stream writes next, how a block is placed at another offset, what
+// is held. Every move is a splice, so that iterators keep designating the same block.
 #include "util/BufferQueue.h"
 #include "util/Log.h"
 
@@ -80,30 +80,35 @@ void BufferQueue::dumpBlocks(bool all) {
   FLUVIA_LOG_AS("dumpBuffer", 3, "------------------------------\n");
 }
 
+// Gives up the write head's block before it is full, or takes it for the new place when the reader
+// is in it; *direct when it stays where it is.
+BufferQueue::BlockIt BufferQueue::leaveWriteHead(long long from, BlockIt* endIt, bool* direct) {
+  BufferBlock* head = *wtHead;
+  if (head->payloadSize() == kBlockSize || head->end() >= contentSize) return blocks.end();
+  if (wtHead != rdTail) {
+    if (wtHead == *endIt) {
+      FLUVIA_LOG_AS("fragmentStreaming", 2, "increase endIt");
+      ++*endIt;
+    }
+    FLUVIA_LOG_AS("fragmentStreaming", 2, "reset wtHead:%d, =>%d", head->getId(),
+                  static_cast<int>(head->payloadSize()));
+    resetBlock(wtHead);
+    return blocks.end();
+  }
+  FLUVIA_LOG_AS("fragmentStreaming", 2, "directly use current block to fragmentStreaming");
+  if (head->willContained(from)) {
+    FLUVIA_LOG_AS("fragmentStreaming", 2, "directly use current block to fragmentStreaming");
+    *direct = true;
+  }
+  return wtHead;
+}
+
 // Places one block for a stream that starts at from and must stop at the block endIt, or at the end
 // of the resource when endIt is the end of the list. endIt is the caller's own copy.
 bool BufferQueue::fragmentStreaming(long long from, BlockIt& endIt) {
   FLUVIA_LOG(2, "fragment from %lld, %d", from, idOf(endIt));
-  BlockIt selected = blocks.end();
   bool direct = false;
-  BufferBlock* head = *wtHead;
-  if (head->payloadSize() != kBlockSize && head->end() < contentSize) {
-    if (wtHead != rdTail) {
-      if (wtHead == endIt) {
-        FLUVIA_LOG(2, "increase endIt");
-        ++endIt;
-      }
-      FLUVIA_LOG(2, "reset wtHead:%d, =>%d", head->getId(), static_cast<int>(head->payloadSize()));
-      resetBlock(wtHead);
-    } else {
-      selected = wtHead;
-      FLUVIA_LOG(2, "directly use current block to fragmentStreaming");
-      if (head->willContained(from)) {
-        FLUVIA_LOG(2, "directly use current block to fragmentStreaming");
-        direct = true;
-      }
-    }
-  }
+  BlockIt selected = leaveWriteHead(from, &endIt, &direct);
   if (selected == blocks.end() && !placeSelected(from, endIt, &selected)) return false;
 
   const long long seq = alignLeft(from);
@@ -197,6 +202,43 @@ bool BufferQueue::flushAndRestart() {
   FLUVIA_LOG_AS("streamIn", 2, "reconnecting connection/stream");
   resetStreaming();
   return true;
+}
+
+long long BufferQueue::getBufferedSize(long long offset) {
+  Lock feed(feedLock);
+  if (!initialized || blocks.empty()) return 0;
+  BlockIt start = rdTail;
+  if ((*start)->isUnused() || !(*start)->willContained(offset)) {
+    for (start = blocks.begin(); start != blocks.end(); ++start) {
+      if (!(*start)->isUnused() && (*start)->willContained(offset)) break;
+    }
+    if (start == blocks.end()) return 0;
+  }
+  BlockIt last = wtHead;
+  if (gapDetected != 0) {
+    for (last = start;; ++last) {
+      const BlockIt next = std::next(last);
+      if (next == blocks.end()) {
+        // Only a stretch that ends at the write head may be measured by it from now on.
+        if (last == wtHead) gapDetected = 0;
+        break;
+      }
+      if ((*next)->getBeginningSeqNum() != (*last)->end()) break;
+    }
+  }
+  return (*last)->end() - offset;
+}
+
+bool BufferQueue::comesNext(long long offset) {
+  Lock feed(feedLock);
+  if (!initialized || blocks.empty() || !streaming) return false;
+  return offset >= (*wtHead)->getBeginningSeqNum() && offset - writeEnd() <= kReadAheadMargin;
+}
+
+long long BufferQueue::getMiniBlockOffset() {
+  Lock feed(feedLock);
+  FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");
+  return blocks.empty() ? 0 : blocks.front()->getBeginningSeqNum();
 }
 
 }  // namespace util

@@ -86,16 +86,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
     ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
     pace.readEnded(readOffset);
   }
-  if (*readBytes != size) {
-    FLUVIA_LOG_AS("read", 2, "read ERROR that request:%d != readed:%d, curOffset:%lld, status:%d",
-                  static_cast<int>(size), static_cast<int>(*readBytes), readOffset.get(),
-                  streamStatus.get());
-  }
-  if (*readBytes != 0) {
-    dump.read_to_file(readOffset - *readBytes, reinterpret_cast<unsigned char*>(buffer),
-                      *readBytes);
-  }
-  if (contentSize == 0 && producer != nullptr) contentSize = producer->getContentSize();
+  noteRead(buffer, size, *readBytes);
   const bool leftBlocks = writerWaits && readerSteps >= roomWanted;
   if (!ok) {
     if (leftBlocks) feedLock.notifyAll(0);
@@ -112,6 +103,18 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   if (leftBlocks) feedLock.notifyAll(0);
   FLUVIA_LOG_AS("read", 2, "BufferQueue read ok");
   return READ_OK;
+}
+
+void BufferQueue::noteRead(char* buffer, unsigned int size, unsigned int readBytes) {
+  if (readBytes != size) {
+    FLUVIA_LOG_AS("read", 2, "read ERROR that request:%d != readed:%d, curOffset:%lld, status:%d",
+                  static_cast<int>(size), static_cast<int>(readBytes), readOffset.get(),
+                  streamStatus.get());
+  }
+  if (readBytes != 0) {
+    dump.read_to_file(readOffset - readBytes, reinterpret_cast<unsigned char*>(buffer), readBytes);
+  }
+  if (contentSize == 0 && producer != nullptr) contentSize = producer->getContentSize();
 }
 
 bool BufferQueue::startFirstConnection() {
@@ -486,43 +489,6 @@ void BufferQueue::probe() {
   unsigned int got = 0;
   readLocked(&byte, 1, &got);
   readOffset = offset;
-}
-
-long long BufferQueue::getBufferedSize(long long offset) {
-  Lock feed(feedLock);
-  if (!initialized || blocks.empty()) return 0;
-  BlockIt start = rdTail;
-  if ((*start)->isUnused() || !(*start)->willContained(offset)) {
-    for (start = blocks.begin(); start != blocks.end(); ++start) {
-      if (!(*start)->isUnused() && (*start)->willContained(offset)) break;
-    }
-    if (start == blocks.end()) return 0;
-  }
-  BlockIt last = wtHead;
-  if (gapDetected != 0) {
-    for (last = start;; ++last) {
-      const BlockIt next = std::next(last);
-      if (next == blocks.end()) {
-        // Only a stretch that ends at the write head may be measured by it from now on.
-        if (last == wtHead) gapDetected = 0;
-        break;
-      }
-      if ((*next)->getBeginningSeqNum() != (*last)->end()) break;
-    }
-  }
-  return (*last)->end() - offset;
-}
-
-bool BufferQueue::comesNext(long long offset) {
-  Lock feed(feedLock);
-  if (!initialized || blocks.empty() || !streaming) return false;
-  return offset >= (*wtHead)->getBeginningSeqNum() && offset - writeEnd() <= kReadAheadMargin;
-}
-
-long long BufferQueue::getMiniBlockOffset() {
-  Lock feed(feedLock);
-  FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");
-  return blocks.empty() ? 0 : blocks.front()->getBeginningSeqNum();
 }
 
 }  // namespace util
