@@ -210,6 +210,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
       REQUIRES(feedLock);
+  bool waitForBlock(long long pos, bool notCheck) REQUIRES(feedLock);
+  void waitInBlock(const BufferBlock* block) REQUIRES(feedLock);
   bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                 bool notCheck) REQUIRES(feedLock);
   bool findForward(long long pos) REQUIRES(feedLock);

@@ -361,20 +361,18 @@ bool BufferQueue::copyFound(long long pos, unsigned int count, char* buffer, uns
   return true;
 }
 
-// Copies from the block at rdTail only, waiting while it is being written.
-bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
-                           bool notCheck) {
-  *readBytes = 0;
+// Waits until the block at rdTail is the one that will contain pos; without notCheck it has to be.
+bool BufferQueue::waitForBlock(long long pos, bool notCheck) {
   while (!(*rdTail)->willContained(pos)) {
     if (!notCheck) {
-      FLUVIA_LOG(2, "error, the argument error");
+      FLUVIA_LOG_AS("easyFill", 2, "error, the argument error");
       return false;
     }
-    FLUVIA_LOG(2, "not chek branch, wait and feeding = true");
+    FLUVIA_LOG_AS("easyFill", 2, "not chek branch, wait and feeding = true");
     needFeed = true;
-    FLUVIA_LOG(2, "wait in notCheck");
+    FLUVIA_LOG_AS("easyFill", 2, "wait in notCheck");
     feedLock.wait(0);
-    FLUVIA_LOG(2, "wake up in notCheck");
+    FLUVIA_LOG_AS("easyFill", 2, "wake up in notCheck");
     if (breakRequested) {
       breakRequested = false;
       feedLock.notifyAll(0);
@@ -382,6 +380,26 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     }
     if (needExit()) return false;
   }
+  return true;
+}
+
+// Waits while the reader's block is being written.
+void BufferQueue::waitInBlock(const BufferBlock* block) {
+  FLUVIA_LOG_AS("easyFill", 2,
+                "wait and feeding = false, begin index:%lld, readOffset:%lld, streamStatus:%d",
+                block->getBeginningSeqNum(), readOffset.get(), streamStatus.get());
+  needFeed = false;
+  placeReader();
+  feedLock.notifyAll(0);
+  if (!needExit()) waitAsReader();
+  FLUVIA_LOG_AS("easyFill", 2, "wake up at easyfill");
+}
+
+// Copies from the block at rdTail only, waiting while it is being written.
+bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
+                           bool notCheck) {
+  *readBytes = 0;
+  if (!waitForBlock(pos, notCheck)) return false;
   BufferBlock* block = *rdTail;
   const long long beginning = block->getBeginningSeqNum();
   unsigned int offset = static_cast<unsigned int>(pos - block->getBeginningSeqNum());
@@ -410,13 +428,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       FLUVIA_LOG(2, "easyFill");
       return true;
     }
-    FLUVIA_LOG(2, "wait and feeding = false, begin index:%lld, readOffset:%lld, streamStatus:%d",
-               block->getBeginningSeqNum(), readOffset.get(), streamStatus.get());
-    needFeed = false;
-    placeReader();
-    feedLock.notifyAll(0);
-    if (!needExit()) waitAsReader();
-    FLUVIA_LOG(2, "wake up at easyfill");
+    waitInBlock(block);
     if (breakRequested) {
       breakRequested = false;
       FLUVIA_LOG(2, "break out at easyfill");

@@ -112,6 +112,17 @@ int HttpFileRequest::sendRequest() {
   return 0;
 }
 
+// Tells an unreachable host and a refused connection apart by the system's error.
+void HttpFileRequest::noteConnectFailure() {
+  if (method.getErrno() == kHostUnreachable) {
+    downloadStatus = DOWNLOAD_CONNECT_FAIL;
+    FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_FAIL");
+  } else if (method.getErrno() == kConnectionRefused) {
+    downloadStatus = DOWNLOAD_CONNECT_REJECT;
+    FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_REJECT");
+  }
+}
+
 int HttpFileRequest::reportResult(int result) {
   if (result == 0 && !runReceived && !firstReceived) {
     // An answer that never has a body would be asked for again without end.
@@ -147,13 +158,7 @@ int HttpFileRequest::reportResult(int result) {
       FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
       return util::STREAM_ERROR;
     case kCouldNotConnect:
-      if (method.getErrno() == kHostUnreachable) {
-        downloadStatus = DOWNLOAD_CONNECT_FAIL;
-        FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_FAIL");
-      } else if (method.getErrno() == kConnectionRefused) {
-        downloadStatus = DOWNLOAD_CONNECT_REJECT;
-        FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_REJECT");
-      }
+      noteConnectFailure();
       FLUVIA_LOG_AS("sendRequest", -4, "notify EVENT_STREAM_ERROR");
       return util::STREAM_ERROR;
     case kWriteRefused:

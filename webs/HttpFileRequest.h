@@ -81,6 +81,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
 
  private:
   int sendRequest() EXCLUDES(this);
+  void noteConnectFailure();
   int reportResult(int result);
   void sendEvent(int event);
   bool acceptAnswer(void* handle);

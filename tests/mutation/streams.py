@@ -164,7 +164,7 @@ BUFFER_QUEUE = [
     entry("queue: a restart without a size goes on where writing stopped", EVENTS,
           "      if (connectionStored) streamFrom = writeEnd();\n", "", "BufferQueue"),
     entry("queue: a reader of the block being written asks for nothing", READ,
-          "    needFeed = false;\n    placeReader();", "    placeReader();", "BufferQueue|ApiModel"),
+          "  needFeed = false;\n  placeReader();", "  placeReader();", "BufferQueue|ApiModel"),
     entry("queue: a producer that does not start fails the stream", QUEUE,
           "    streaming = false;\n    failStream();\n  }\n  feedLock.notifyAll(0);\n}\n\nvoid BufferQueue::startWorker",
           "  }\n  feedLock.notifyAll(0);\n}\n\nvoid BufferQueue::startWorker",
