@@ -1,0 +1,114 @@
+#ifndef FLUVIAFS_TESTS_SUPPORT_STEPPEDQUEUE_H_
+#define FLUVIAFS_TESTS_SUPPORT_STEPPEDQUEUE_H_
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/QueueProbe.h"
+#include "tests/support/Watchdog.h"
+#include "util/BufferQueue.h"
+
+// A buffer queue driven step by step: the test is the producer.
+namespace support {
+
+constexpr unsigned int kBlock = 32768;
+
+// One startStreaming() as it was asked for.
+struct Started {
+  int version;
+  long long from;
+  long long length;
+  bool operator==(const Started& other) const {
+    return version == other.version && from == other.from && length == other.length;
+  }
+};
+
+// A producer that only notes what is asked of it; the test delivers in its place.
+//
+// Threads: the fields that are not atomic are set before the first start.
+class SteppedProducer : public util::BufferQueueProducer {
+ public:
+  void setOutput(util::BufferQueueDataReceiver*) override {}
+  void release() override {}
+  int startStreaming(int version, long long from, long long length) override;
+  int stopStreaming() override;
+  bool isRandomAccess() override { return seekable; }
+  long long getContentSize() override { return size; }
+  void setBreak() override { ++breaks; }
+  bool getStopWait() override { return stopWait; }
+  void setStopWait() override { stopWait = true; }
+
+  std::vector<Started> started() const;
+
+  std::atomic<long long> size{10000000};
+  std::atomic<bool> seekable{true};
+  std::atomic<bool> stopWait{false};
+  std::atomic<bool> stopped{false};  // since the last start
+  std::atomic<int> startResult{0};
+  std::atomic<bool> staysInside{false};  // a start returns when it is stopped
+  std::atomic<int> stops{0};
+  std::atomic<int> breaks{0};
+  std::function<void()> duringStop;
+
+ private:
+  mutable std::mutex lock;
+  std::vector<Started> runs;
+};
+
+// Moves the queue and reads, on a thread of its own; what came of it is there once it has ended.
+class Reading {
+ public:
+  Reading(util::BufferQueue* queue, long long offset, unsigned int size);
+  ~Reading();
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+
+  // Waits for its end. False when it does not come.
+  bool hasEnded();
+
+  std::vector<char> buffer;
+  bool moved = false;
+  unsigned int got = 77;
+  int result = 77;
+  std::atomic<bool> ended{false};
+
+ private:
+  std::thread thread;
+};
+
+// The fixture: a queue, its producer, and the log from level 2 on.
+class SteppedQueue : public testing::Test {
+ protected:
+  ~SteppedQueue() override;
+
+  void make(int blocks);
+  // Starts a read and waits until the queue has asked for its first connection.
+  std::unique_ptr<Reading> read(long long offset, unsigned int size);
+  // Wait until the producer was started that often, a reader waits, or it wants another connection.
+  bool runs(size_t count);
+  bool waits();
+  bool wants();
+  // Deliver size bytes of the pattern from offset on, as the current version or as another.
+  int deliver(long long offset, unsigned int size);
+  int deliverAs(int version, long long offset, unsigned int size);
+  void event(int number);
+  // Whether what was read is the pattern from offset on.
+  static bool right(const Reading& reading, long long offset);
+
+  const CapturedStderr log{2};
+  std::atomic<bool> disturbed{false};  // a read was disturbed during the first stop
+  SteppedProducer producer;
+  std::unique_ptr<util::BufferQueue> queue;
+  Watchdog watchdog{60, [this] { return util::BufferQueueProbe::describe(*queue); }};
+};
+
+}  // namespace support
+
+#endif  // FLUVIAFS_TESTS_SUPPORT_STEPPEDQUEUE_H_

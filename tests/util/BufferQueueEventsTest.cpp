@@ -1,0 +1,247 @@
+// What a producer's event means: another connection, the end of the stream, or a rest.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/support/SteppedQueue.h"
+#include "util/BufferQueue.h"
+
+namespace {
+
+using support::eventually;
+using support::kBlock;
+using support::Reading;
+using support::Started;
+using util::BufferQueue;
+using util::BufferQueueProbe;
+using BufferQueueTest = support::SteppedQueue;
+
+TEST_F(BufferQueueTest, FirstErrorReconnectsAtTheWriteHeadAndTheSecondIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  event(util::STREAM_ERROR);
+  EXPECT_TRUE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
+  EXPECT_FALSE(queue->needExit());
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 300, 0}));
+  event(util::STREAM_ERROR);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in not available error"));
+  EXPECT_TRUE(queue->needExit());
+  EXPECT_TRUE(log.has("needExit: stream status is :2, retry finished:2 times"));
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(reading->got, 300u) << "what arrived before the end is the reader's";
+  EXPECT_TRUE(log.has("read: error status that read fail but status is ok 2"));
+}
+
+TEST_F(BufferQueueTest, DataBetweenTwoErrorsStartsTheCountAnew) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  for (size_t round = 1; round <= 4; ++round) {
+    EXPECT_EQ(deliver(static_cast<long long>(round - 1) * 100, 100), 1);
+    event(util::STREAM_ERROR);
+    ASSERT_TRUE(runs(round + 1));
+    EXPECT_FALSE(queue->needExit());
+  }
+  EXPECT_EQ(deliver(400, 600), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, ChunkOfNothingDoesNotEndASequenceOfRetries) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_ERROR);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(0, 0), 1);
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(queue->needExit()) << "an error and a time-out share the count";
+  ASSERT_TRUE(reading->hasEnded());
+}
+
+TEST_F(BufferQueueTest, SecondTimeoutInARowIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(log.has("notifyStreamException: reset stream cause of timeout"));
+  ASSERT_TRUE(runs(2));
+  event(util::STREAM_TIMEOUT);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in timeout"));
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_TIMEOUT);
+  EXPECT_EQ(BufferQueueProbe::retries(*queue), 2);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -6);
+}
+
+struct Final {
+  int event;
+  int status;
+  int result;
+  const char* line;
+};
+class FinalEvent : public BufferQueueTest, public testing::WithParamInterface<Final> {};
+
+TEST_P(FinalEvent, EndsEveryRead) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(GetParam().event);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, GetParam().result);
+  EXPECT_EQ(BufferQueueProbe::status(*queue), GetParam().status);
+  EXPECT_TRUE(log.has(GetParam().line));
+  Reading later(queue.get(), 0, 10);
+  ASSERT_TRUE(later.hasEnded());
+  EXPECT_FALSE(later.moved) << "a failed stream refuses the move";
+  event(util::STREAM_NORMAL);
+  EXPECT_TRUE(log.has("notifyStreamException: request exit by user"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FinalEvent,
+    testing::Values(Final{util::STREAM_FILE_NOT_FOUND, util::STATUS_NOT_FOUND, -21,
+                          "notifyStreamException: File not found"},
+                    Final{util::STREAM_NOT_AVAILABLE, util::STATUS_NOT_AVAILABLE, -17,
+                          "notifyStreamException: retry finished in not available error"}));
+
+TEST_F(BufferQueueTest, DeadConnectionRestartsWithoutCounting) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 200), 1);
+  for (size_t round = 1; round <= 3; ++round) {
+    event(util::STREAM_DEAD);
+    ASSERT_TRUE(runs(round + 1));
+    EXPECT_EQ(producer.started()[round].from, 200);
+  }
+  EXPECT_EQ(deliver(200, 800), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, UnknownEventIsReported) {
+  make(4);
+  event(99);
+  EXPECT_TRUE(log.has("notifyStreamException: error !!! event hasn't been handled, canceled is:7"));
+}
+
+TEST_F(BufferQueueTest, EarlyEndOfAStreamThatCannotSeekReconnectsAtTheWriteHead) {
+  producer.seekable = false;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  EXPECT_TRUE(
+      log.has("notifyStreamException: reset stream!!! in a unseekable file which has disconnected "
+              "normally"));
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 300);
+  EXPECT_EQ(deliver(300, 700), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, SecondEndInARowWithoutAByteIsFinal) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  ASSERT_TRUE(runs(2)) << "the first is forgiven";
+  EXPECT_FALSE(queue->needExit());
+  event(util::EVENT_STREAM_PARTIAL_END);
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in not available error"));
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(producer.started().size(), 2u);
+}
+
+TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
+  producer.size = 300;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  std::thread end([&] { event(util::STREAM_ERROR); });
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_EQ(producer.started().size(), 1u);
+  EXPECT_FALSE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
+  queue->release();
+  end.join();
+}
+
+// As above, for the ends that need no error: a silence behind the last byte.
+class EndAfterTheLastByte : public BufferQueueTest, public testing::WithParamInterface<int> {};
+
+TEST_P(EndAfterTheLastByte, ParksInsteadOfReconnecting) {
+  producer.size = 300;
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 300), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  std::thread end([&] { event(GetParam()); });
+  EXPECT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_EQ(producer.started().size(), 1u) << "nothing is there to ask for";
+  Reading again(queue.get(), 100, 200);
+  EXPECT_TRUE(again.hasEnded());
+  EXPECT_EQ(again.result, 0) << "what is held can still be read";
+  EXPECT_TRUE(right(again, 100));
+  queue->release();
+  end.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EndAfterTheLastByte,
+                         testing::Values(static_cast<int>(util::STREAM_TIMEOUT),
+                                         static_cast<int>(util::STREAM_DEAD)));
+
+TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
+  producer.size = 6 * kBlock;
+  make(2);
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  Reading last(queue.get(), 5 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(kBlock, 1), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
+  ASSERT_TRUE(last.hasEnded());
+  std::thread parked([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  EXPECT_TRUE(log.has("notifyStreamException: no need to continue another stream for fragment"));
+  Reading back(queue.get(), 3 * kBlock + 5, 10);
+  parked.join();
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(producer.started()[2].from, 3 * kBlock);
+  EXPECT_EQ(deliver(3 * kBlock, 16384), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_TRUE(right(back, 3 * kBlock + 5));
+}
+
+TEST_F(BufferQueueTest, EventAfterAMonitorResetIsDropped) {
+  make(4);
+  auto reading = read(0, 1000);
+  event(util::STREAM_NORMAL);
+  queue->feedManually();
+  EXPECT_TRUE(log.has("feedManually: no need to feed"));
+  Reading far(queue.get(), 5000000, 10);
+  EXPECT_EQ(deliver(0, 1000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  ASSERT_TRUE(wants());
+  BufferQueue::fillMonitor(queue.get());
+  EXPECT_TRUE(log.has("feedManually: begin to fix connection"));
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_RESET);
+  event(util::STREAM_ERROR);
+  EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_IDLE);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 0) << "the write head's block is streamed anew";
+  queue->release();
+}
+
+}  // namespace

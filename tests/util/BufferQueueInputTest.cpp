@@ -1,0 +1,333 @@
+// What comes in: where it is stored, whether its connection may go on, and whom it wakes.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/support/SteppedQueue.h"
+#include "util/BufferQueue.h"
+
+namespace {
+
+using support::eventually;
+using support::kBlock;
+using support::Reading;
+using support::Started;
+using support::SteppedProducer;
+using util::BufferQueue;
+using util::BufferQueueProbe;
+using BufferQueueTest = support::SteppedQueue;
+
+TEST_F(BufferQueueTest, ReadCrossesABlockBoundary) {
+  make(4);
+  auto reading = read(0, 40000);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(producer.started()[0], (Started{0, 0, 0}));
+  EXPECT_EQ(deliver(0, 50000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_EQ(reading->got, 40000u);
+  EXPECT_TRUE(right(*reading, 0));
+  EXPECT_TRUE(log.has("fill: second fill 1, 7232"));
+}
+
+TEST_F(BufferQueueTest, ChunkThatFillsTheBlockExactlyClaimsNoOther) {
+  make(2);
+  auto reading = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  EXPECT_FALSE(log.has("streamIn: insert"));
+  EXPECT_EQ(deliver(kBlock, 1), 1);
+  EXPECT_TRUE(log.has("streamIn: insert"));
+  ASSERT_TRUE(reading->hasEnded());
+}
+
+TEST_F(BufferQueueTest, ReaderWithinTheMarginWaitsForTheRunningConnection) {
+  make(8);
+  auto reading = read(65536, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 1) << "64 KiB ahead of 0 is within the margin of 1000";
+  for (long long at = 1000; at < 70000; at += 1000) ASSERT_EQ(deliver(at, 1000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 65536));
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
+TEST_F(BufferQueueTest, ReaderOneByteBeyondTheMarginGetsAConnectionOfItsOwn) {
+  make(8);
+  auto reading = read(1000 + 65536 + 1, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 0);
+  EXPECT_TRUE(producer.stopWait || producer.stops > 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 65536, 0})) << "aligned down to a block";
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(65536, 16384), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_TRUE(right(*reading, 66537));
+}
+
+TEST_F(BufferQueueTest, DataOfAnOlderVersionIsDropped) {
+  make(8);
+  auto reading = read(5000000, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 1000), 0);
+  ASSERT_TRUE(runs(2));
+  const long long from = producer.started()[1].from;
+  EXPECT_EQ(deliverAs(0, 1000, 1000), 0);
+  EXPECT_TRUE(log.has("streamIn: ver = 0, version =1, needExit = 0"));
+  EXPECT_EQ(deliver(from, 16384), 1);
+  EXPECT_EQ(deliver(from + 16384, 16384), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 5000000)) << "stale data must not move the new write head";
+}
+
+TEST_F(BufferQueueTest, FullBufferHoldsTheTransferUntilAReaderMovesOn) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  std::atomic<int> result{-1};
+  std::thread transfer([&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  EXPECT_EQ(result, -1);
+  Reading second(queue.get(), kBlock, 10);
+  ASSERT_TRUE(second.hasEnded());
+  EXPECT_TRUE(eventually([&] { return result == -1 || result == 1; }));
+  Reading third(queue.get(), 2 * kBlock, 10);
+  ASSERT_TRUE(third.hasEnded());
+  transfer.join();
+  EXPECT_EQ(result, 1);
+  EXPECT_TRUE(right(third, 2 * kBlock));
+}
+
+TEST_F(BufferQueueTest, ReaderElsewhereReleasesAHeldTransferAndTheChunkIsDropped) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  std::atomic<int> result{-1};
+  std::thread transfer([&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  Reading far(queue.get(), 5000000, 10);
+  ASSERT_TRUE(runs(2));
+  transfer.join();
+  EXPECT_EQ(result, 0);
+  const long long from = producer.started()[1].from;
+  EXPECT_EQ(from, 5000000 / kBlock * kBlock);
+  for (long long at = from; at < 5000010; at += 8192) deliver(at, 8192);
+  ASSERT_TRUE(far.hasEnded());
+  EXPECT_TRUE(right(far, 5000000));
+}
+
+TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
+  make(4);
+  auto far = read(5 * kBlock, 10);
+  event(util::STREAM_NORMAL);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(0, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
+  ASSERT_TRUE(far->hasEnded());
+  // Back to the block before: its connection is bounded by the block that is held.
+  Reading back(queue.get(), 4 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(6 * kBlock, 100), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(producer.started()[2], (Started{2, 4 * kBlock, kBlock}));
+  EXPECT_EQ(deliver(4 * kBlock, kBlock), 1);
+  ASSERT_TRUE(back.hasEnded());
+  EXPECT_EQ(deliver(5 * kBlock, 100), 0) << "more than was asked";
+  EXPECT_TRUE(log.has("streamIn: Server gives more than the client required, stop streaming"));
+  // The cancel of another queue is not taken for it.
+  SteppedProducer otherProducer;
+  BufferQueue other(2 * static_cast<int>(kBlock));
+  ASSERT_TRUE(other.initialize(&otherProducer));
+  other.notifyStreamException(util::STREAM_CANCELED);
+  EXPECT_TRUE(log.has("notifyStreamException: cancel without continuing"));
+  std::thread end([&] { event(util::STREAM_CANCELED); });
+  EXPECT_TRUE(eventually([&] {
+    return log.has(
+        "notifyStreamException: manually translate cancel action to partition end action");
+  }));
+  queue->release();
+  other.release();
+  end.join();
+}
+
+// A transfer that gave up bytes for a reader elsewhere must not go on behind them, even for a
+// reader within the margin.
+TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(first->hasEnded());
+  Reading second(queue.get(), 3 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(100, 1), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(3 * kBlock, kBlock), 1);
+  ASSERT_TRUE(second.hasEnded());
+  Reading back(queue.get(), kBlock + 5, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(4 * kBlock, 10), 0);
+  ASSERT_TRUE(runs(3));
+  EXPECT_EQ(deliver(kBlock, kBlock), 1);
+  ASSERT_TRUE(back.hasEnded());
+  // Both blocks are full and the reader is in the second one: there is no room for block 2.
+  Reading ahead(queue.get(), 4 * kBlock, 10);
+  ASSERT_TRUE(wants());
+  EXPECT_EQ(deliver(2 * kBlock, 100), 0) << "exactly the margin behind the reader";
+  EXPECT_TRUE(log.has("streamIn: break 2"));
+  ASSERT_TRUE(runs(4));
+  EXPECT_EQ(producer.started()[3].from, 4 * kBlock);
+  EXPECT_EQ(deliver(4 * kBlock, 100), 1);
+  ASSERT_TRUE(ahead.hasEnded());
+  EXPECT_TRUE(right(ahead, 4 * kBlock));
+}
+
+// A transfer may ask what a reader wants before that reader has had its turn: what it wants may
+// have been stored since it last looked, and must neither be placed again nor fail for want of a
+// place.
+class HeldDataOfAWaitingReader : public BufferQueueTest, public testing::WithParamInterface<int> {};
+
+TEST_P(HeldDataOfAWaitingReader, IsNotPlacedAgain) {
+  const int blocks = GetParam();
+  make(blocks);
+  const long long far = 100 * static_cast<long long>(kBlock);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::ask(*queue, far + 10);
+  EXPECT_EQ(deliver(kBlock, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, far, 0}));
+  BufferQueueProbe::ask(*queue, far + 10);
+  // Every block but the one where the reader last was is filled: the transfer waits for room.
+  std::atomic<bool> left{false};
+  std::thread transfer([&] {
+    deliver(far, static_cast<unsigned int>(blocks - 1) * kBlock + 100);
+    left = true;
+  });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  BufferQueueProbe::wake(*queue);
+  EXPECT_TRUE(eventually([&] { return left.load(); }));
+  EXPECT_EQ(BufferQueueProbe::fault(*queue, 0), "");
+  EXPECT_FALSE(queue->errorOccured());
+  EXPECT_EQ(producer.started().size(), 2u);
+  Reading second(queue.get(), far + 10, 100);
+  EXPECT_TRUE(second.hasEnded());
+  EXPECT_EQ(second.got, 100u);
+  EXPECT_TRUE(right(second, far + 10));
+  queue->release();
+  transfer.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(Buffers, HeldDataOfAWaitingReader, testing::Values(3, 4, 5));
+
+// The last thing to do when a reader's place is refused twice, however it came to that: its read
+// must end, and so must the transfer that was told to hold still.
+TEST_F(BufferQueueTest, ReaderWithoutAPlaceFailsAndItsTransferEnds) {
+  make(3);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 100), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::arrange(
+      *queue, {{0, kBlock - 100}, {100LL * kBlock, kBlock}, {200LL * kBlock, kBlock}});
+  BufferQueueProbe::ask(*queue, 250LL * kBlock);
+  EXPECT_EQ(deliver(kBlock - 100, 100), 0);
+  EXPECT_TRUE(producer.stopWait || producer.stops > 0);
+  EXPECT_TRUE(log.has("streamIn: fragmentStreaming failed"));
+  EXPECT_TRUE(eventually([&] { return producer.stops > 0; }));
+  Reading next(queue.get(), 250LL * kBlock, 10);
+  ASSERT_TRUE(next.hasEnded());
+  EXPECT_LT(next.result, 0);
+}
+
+// A wake-up is a system call and a switch: a reader sleeps until all it asked for is there.
+TEST_F(BufferQueueTest, ReaderIsWokenOnceForAllItWants) {
+  make(8);
+  auto reading = read(0, kBlock);
+  event(util::STREAM_NORMAL);
+  EXPECT_TRUE(
+      eventually([&] { return log.count("fill: begin to easyFill from 0, count:32768") == 1; }));
+  // The worker wakes everybody when it has started the producer.
+  EXPECT_TRUE(eventually([&] { return !BufferQueueProbe::isConnecting(*queue); }));
+  const std::string woken = "easyFill: wake up at easyfill";
+  const int before = log.count(woken);
+  for (long long at = 0; at < kBlock - 1000; at += 1000) EXPECT_EQ(deliver(at, 1000), 1);
+  EXPECT_LE(log.count(woken), before + 1) << "the event may still have woken it";
+  EXPECT_EQ(deliver(32000, 768), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_LE(log.count(woken), before + 2);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+TEST_F(BufferQueueTest, ReaderThatSoughtBackIsWokenByTheFewBytesItWants) {
+  producer.size = 101LL * kBlock;
+  make(32);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  const long long far = 100LL * kBlock;
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  BufferQueueProbe::ask(*queue, far);
+  EXPECT_EQ(deliver(kBlock, 100), 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(deliver(far, kBlock), 1);
+  Reading there(queue.get(), far, kBlock);
+  ASSERT_TRUE(there.hasEnded());
+  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  EXPECT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  producer.staysInside = true;
+  Reading back(queue.get(), 50LL * kBlock, 10);
+  EXPECT_TRUE(runs(3));
+  end.join();
+  EXPECT_EQ(deliver(50LL * kBlock, 1000), 1);
+  EXPECT_TRUE(back.hasEnded()) << "it waits for as much as the read before wanted";
+  EXPECT_TRUE(right(back, 50LL * kBlock));
+  queue->release();
+}
+
+TEST_F(BufferQueueTest, ReadsThatLeaveNoBlockDoNotWakeATransferWithoutRoom) {
+  make(2);
+  auto first = read(0, 10);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(first->hasEnded());
+  std::atomic<int> result{-1};
+  std::thread transfer([&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(eventually([&] { return log.has("streamIn: wait in streamIn"); }));
+  for (long long at = 10; at < 1000; at += 10) {
+    Reading next(queue.get(), at, 10);
+    ASSERT_TRUE(next.hasEnded());
+  }
+  EXPECT_EQ(log.count("streamIn: wake up  in streamIn"), 0);
+  Reading last(queue.get(), kBlock, 10);
+  ASSERT_TRUE(last.hasEnded());
+  EXPECT_TRUE(eventually([&] { return result == 1; })) << "the first block is free";
+  queue->release();
+  transfer.join();
+}
+
+// A reader that takes what there is, and sleeps again, while the chunk waits for room.
+TEST_F(BufferQueueTest, ChunkThatWaitedForRoomWakesItsReaderAtItsEnd) {
+  make(2);
+  auto reading = read(0, 2 * kBlock + 100);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, 2 * kBlock + 100), 1);
+  ASSERT_TRUE(reading->hasEnded()) << "nothing else comes";
+  EXPECT_EQ(reading->got, 2 * kBlock + 100);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+}  // namespace
