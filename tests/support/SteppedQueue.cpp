@@ -7,6 +7,9 @@
 
 namespace support {
 
+using testing::AssertionFailure;
+using testing::AssertionResult;
+using testing::AssertionSuccess;
 using util::BufferQueue;
 using util::BufferQueueProbe;
 
@@ -47,6 +50,24 @@ bool Reading::hasEnded() {
   return eventually([this] { return ended.load(); });
 }
 
+WaitingCall::WaitingCall(BufferQueue* of, std::function<void()> call)
+    : queue(of), thread([this, call] {
+        call();
+        returned = true;
+      }) {}
+
+WaitingCall::~WaitingCall() {
+  if (!thread.joinable()) return;
+  queue->release();
+  thread.join();
+}
+
+bool WaitingCall::hasReturned() {
+  return eventually([this] { return returned.load(); });
+}
+
+void WaitingCall::join() { thread.join(); }
+
 SteppedQueue::~SteppedQueue() {
   if (queue != nullptr) queue->release();
 }
@@ -63,6 +84,20 @@ std::unique_ptr<Reading> SteppedQueue::read(long long offset, unsigned int size)
   return reading;
 }
 
+std::unique_ptr<Reading> SteppedQueue::connect(long long offset, unsigned int size) {
+  std::unique_ptr<Reading> reading = read(offset, size);
+  event(util::STREAM_NORMAL);
+  return reading;
+}
+
+AssertionResult SteppedQueue::beginsWith(int blocks, unsigned int size) {
+  make(blocks);
+  const std::unique_ptr<Reading> first = connect(0, 10);
+  if (deliver(0, size) != 1) return AssertionFailure() << "the first bytes end their connection";
+  if (!first->hasEnded()) return AssertionFailure() << "the first read waits on";
+  return AssertionSuccess();
+}
+
 bool SteppedQueue::runs(size_t count) {
   return eventually([&] { return producer.started().size() >= count; });
 }
@@ -73,6 +108,18 @@ bool SteppedQueue::waits() {
 
 bool SteppedQueue::wants() {
   return eventually([&] { return BufferQueueProbe::wantsFeed(*queue); });
+}
+
+AssertionResult SteppedQueue::givesWay(long long offset, unsigned int size) {
+  const size_t before = producer.started().size();
+  if (!wants()) return AssertionFailure() << "no reader wants another connection";
+  if (deliver(offset, size) != 0) return AssertionFailure() << "the connection goes on";
+  if (!runs(before + 1)) return AssertionFailure() << "no other connection is started";
+  return AssertionSuccess();
+}
+
+bool SteppedQueue::transferWaits() {
+  return eventually([this] { return log.has("streamIn: wait in streamIn"); });
 }
 
 int SteppedQueue::deliver(long long offset, unsigned int size) {

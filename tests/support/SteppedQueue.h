@@ -83,6 +83,25 @@ class Reading {
   std::thread thread;
 };
 
+// A call of the queue that may wait, on a thread of its own. Its end closes the queue, so that a
+// call that still waits returns.
+class WaitingCall {
+ public:
+  WaitingCall(util::BufferQueue* of, std::function<void()> call);
+  ~WaitingCall();
+  WaitingCall(const WaitingCall&) = delete;
+  WaitingCall& operator=(const WaitingCall&) = delete;
+
+  // Waits until the call has returned. False when it does not.
+  bool hasReturned();
+  void join();
+
+ private:
+  util::BufferQueue* const queue;
+  std::atomic<bool> returned{false};
+  std::thread thread;
+};
+
 // The fixture: a queue, its producer, and the log from level 2 on.
 class SteppedQueue : public testing::Test {
  protected:
@@ -91,10 +110,20 @@ class SteppedQueue : public testing::Test {
   void make(int blocks);
   // Starts a read and waits until the queue has asked for its first connection.
   std::unique_ptr<Reading> read(long long offset, unsigned int size);
-  // Wait until the producer was started that often, a reader waits, or it wants another connection.
+  // The same, and the connection begins.
+  std::unique_ptr<Reading> connect(long long offset, unsigned int size);
+  // Makes a queue and has it hold [0, size); the connection is under way, nobody reads any more.
+  testing::AssertionResult beginsWith(int blocks, unsigned int size);
+  // Waits until the producer was started that often.
   bool runs(size_t count);
+  // Wait until a reader waits, or wants another connection.
   bool waits();
   bool wants();
+  // Whether a reader wants another connection, this piece ends the present one for it, and the
+  // other one is started.
+  testing::AssertionResult givesWay(long long offset, unsigned int size);
+  // Waits until a transfer waits for room.
+  bool transferWaits();
   // Deliver size bytes of the pattern from offset on, as the current version or as another.
   int deliver(long long offset, unsigned int size);
   int deliverAs(int version, long long offset, unsigned int size);

@@ -1,8 +1,6 @@
 // What a producer's event means: another connection, the end of the stream, or a rest.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "tests/support/SteppedQueue.h"
 #include "util/BufferQueue.h"
 
@@ -12,14 +10,14 @@ using support::eventually;
 using support::kBlock;
 using support::Reading;
 using support::Started;
+using support::WaitingCall;
 using util::BufferQueue;
 using util::BufferQueueProbe;
 using BufferQueueTest = support::SteppedQueue;
 
 TEST_F(BufferQueueTest, FirstErrorReconnectsAtTheWriteHeadAndTheSecondIsFinal) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 300), 1);
   event(util::STREAM_ERROR);
   EXPECT_TRUE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
@@ -38,8 +36,7 @@ TEST_F(BufferQueueTest, FirstErrorReconnectsAtTheWriteHeadAndTheSecondIsFinal) {
 
 TEST_F(BufferQueueTest, DataBetweenTwoErrorsStartsTheCountAnew) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   for (size_t round = 1; round <= 4; ++round) {
     EXPECT_EQ(deliver(static_cast<long long>(round - 1) * 100, 100), 1);
     event(util::STREAM_ERROR);
@@ -109,8 +106,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(BufferQueueTest, DeadConnectionRestartsWithoutCounting) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 200), 1);
   for (size_t round = 1; round <= 3; ++round) {
     event(util::STREAM_DEAD);
@@ -131,8 +127,7 @@ TEST_F(BufferQueueTest, UnknownEventIsReported) {
 TEST_F(BufferQueueTest, EarlyEndOfAStreamThatCannotSeekReconnectsAtTheWriteHead) {
   producer.seekable = false;
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 300), 1);
   event(util::EVENT_STREAM_PARTIAL_END);
   EXPECT_TRUE(
@@ -147,8 +142,7 @@ TEST_F(BufferQueueTest, EarlyEndOfAStreamThatCannotSeekReconnectsAtTheWriteHead)
 
 TEST_F(BufferQueueTest, SecondEndInARowWithoutAByteIsFinal) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   event(util::EVENT_STREAM_PARTIAL_END);
   ASSERT_TRUE(runs(2)) << "the first is forgiven";
   EXPECT_FALSE(queue->needExit());
@@ -162,16 +156,13 @@ TEST_F(BufferQueueTest, SecondEndInARowWithoutAByteIsFinal) {
 TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
   producer.size = 300;
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 300), 1);
   ASSERT_TRUE(reading->hasEnded());
-  std::thread end([&] { event(util::STREAM_ERROR); });
+  WaitingCall end(queue.get(), [&] { event(util::STREAM_ERROR); });
   ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
   EXPECT_EQ(producer.started().size(), 1u);
   EXPECT_FALSE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
-  queue->release();
-  end.join();
 }
 
 // As above, for the ends that need no error: a silence behind the last byte.
@@ -180,19 +171,16 @@ class EndAfterTheLastByte : public BufferQueueTest, public testing::WithParamInt
 TEST_P(EndAfterTheLastByte, ParksInsteadOfReconnecting) {
   producer.size = 300;
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 300), 1);
   ASSERT_TRUE(reading->hasEnded());
-  std::thread end([&] { event(GetParam()); });
+  WaitingCall end(queue.get(), [&] { event(GetParam()); });
   EXPECT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
   EXPECT_EQ(producer.started().size(), 1u) << "nothing is there to ask for";
   Reading again(queue.get(), 100, 200);
   EXPECT_TRUE(again.hasEnded());
   EXPECT_EQ(again.result, 0) << "what is held can still be read";
   EXPECT_TRUE(right(again, 100));
-  queue->release();
-  end.join();
 }
 
 INSTANTIATE_TEST_SUITE_P(All, EndAfterTheLastByte,
@@ -201,18 +189,12 @@ INSTANTIATE_TEST_SUITE_P(All, EndAfterTheLastByte,
 
 TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
   producer.size = 6 * kBlock;
-  make(2);
-  auto reading = read(0, 10);
-  event(util::STREAM_NORMAL);
-  EXPECT_EQ(deliver(0, kBlock), 1);
-  ASSERT_TRUE(reading->hasEnded());
+  ASSERT_TRUE(beginsWith(2, kBlock));
   Reading last(queue.get(), 5 * kBlock, 10);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(kBlock, 1), 0);
-  ASSERT_TRUE(runs(2));
+  ASSERT_TRUE(givesWay(kBlock, 1));
   EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
   ASSERT_TRUE(last.hasEnded());
-  std::thread parked([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  WaitingCall parked(queue.get(), [&] { event(util::EVENT_STREAM_PARTIAL_END); });
   ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
   EXPECT_TRUE(log.has("notifyStreamException: no need to continue another stream for fragment"));
   Reading back(queue.get(), 3 * kBlock + 5, 10);
@@ -226,8 +208,7 @@ TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
 
 TEST_F(BufferQueueTest, EventAfterAMonitorResetIsDropped) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   queue->feedManually();
   EXPECT_TRUE(log.has("feedManually: no need to feed"));
   Reading far(queue.get(), 5000000, 10);

@@ -15,14 +15,14 @@ using support::eventually;
 using support::kBlock;
 using support::Reading;
 using support::Started;
+using support::WaitingCall;
 using util::BufferQueueProbe;
 using BufferQueueTest = support::SteppedQueue;
 
 TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
   producer.size = 100;
   make(2);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 100), 1);
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_EQ(reading->result, 0);
@@ -43,11 +43,10 @@ TEST_F(BufferQueueTest, SizeLearntWhileAReaderWaitsEndsItsRead) {
   producer.size = util::UNKNOWN_CONTENT_SIZE;
   producer.seekable = false;
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 300), 1);
   producer.size = 300;
-  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  WaitingCall end(queue.get(), [&] { event(util::EVENT_STREAM_PARTIAL_END); });
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_EQ(reading->result, 0);
   EXPECT_EQ(reading->got, 300u);
@@ -56,8 +55,6 @@ TEST_F(BufferQueueTest, SizeLearntWhileAReaderWaitsEndsItsRead) {
   ASSERT_TRUE(atEnd.hasEnded());
   EXPECT_EQ(atEnd.result, -13);
   EXPECT_EQ(producer.started().size(), 1u) << "the body is not downloaded again";
-  queue->release();
-  end.join();
 }
 
 TEST_F(BufferQueueTest, BreakMakesAWaitingReadFail) {
@@ -104,8 +101,7 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
 
 TEST_F(BufferQueueTest, StatusOfABrokenReadIsGoneWithTheNextRead) {
   make(4);
-  auto reading = read(0, 100);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 100);
   EXPECT_EQ(deliver(0, 200), 1);
   ASSERT_TRUE(reading->hasEnded());
   BufferQueueProbe::leaveBroken(*queue);
@@ -123,16 +119,13 @@ TEST_F(BufferQueueTest, StatusOfABrokenReadIsGoneWithTheNextRead) {
 TEST_F(BufferQueueTest, BackwardReadOfAStreamThatCannotSeekBeginsItAnew) {
   producer.seekable = false;
   make(2);
-  auto reading = read(100000, 10);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(100000, 10);
   for (long long at = 0; at < 110000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_TRUE(right(*reading, 100000));
   Reading back(queue.get(), 20, 10);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(110000, 10), 0);
+  ASSERT_TRUE(givesWay(110000, 10));
   EXPECT_TRUE(log.has("streamIn: reconnecting connection/stream"));
-  ASSERT_TRUE(runs(2));
   EXPECT_EQ(producer.started()[1], (Started{1, 0, 0}));
   EXPECT_EQ(deliver(0, 1000), 1);
   ASSERT_TRUE(back.hasEnded());
@@ -143,8 +136,7 @@ TEST_F(BufferQueueTest, BackwardReadOfAStreamThatCannotSeekBeginsItAnew) {
 TEST_F(BufferQueueTest, StreamThatCannotSeekBeginsAt0AlsoAfterAReconnection) {
   producer.seekable = false;
   make(2);
-  auto reading = read(100000, 10);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(100000, 10);
   for (long long at = 0; at < 50000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
   event(util::STREAM_DEAD);
   ASSERT_TRUE(runs(2));
@@ -152,9 +144,7 @@ TEST_F(BufferQueueTest, StreamThatCannotSeekBeginsAt0AlsoAfterAReconnection) {
   for (long long at = 50000; at < 110000; at += 10000) ASSERT_EQ(deliver(at, 10000), 1);
   ASSERT_TRUE(reading->hasEnded());
   Reading back(queue.get(), 20, 10);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(110000, 10), 0);
-  ASSERT_TRUE(runs(3));
+  ASSERT_TRUE(givesWay(110000, 10));
   EXPECT_EQ(producer.started()[2], (Started{2, 0, 0}));
   EXPECT_EQ(deliver(0, 1000), 1);
   ASSERT_TRUE(back.hasEnded());
@@ -164,8 +154,7 @@ TEST_F(BufferQueueTest, StreamThatCannotSeekBeginsAt0AlsoAfterAReconnection) {
 TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
   make(8);
   EXPECT_EQ(queue->getBufferedSize(100), 0) << "a block without data holds nothing";
-  auto reading = read(0, 10);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 10);
   EXPECT_EQ(deliver(0, 50000), 1);
   ASSERT_TRUE(reading->hasEnded());
   EXPECT_EQ(queue->getBufferedSize(0), 50000);
@@ -173,9 +162,7 @@ TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
   EXPECT_EQ(queue->getBufferedSize(70000), 0);
   EXPECT_EQ(queue->getMiniBlockOffset(), 0);
   Reading far(queue.get(), 1000000, 10);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(50000, 10), 0);
-  ASSERT_TRUE(runs(2));
+  ASSERT_TRUE(givesWay(50000, 10));
   const long long from = producer.started()[1].from;
   EXPECT_EQ(deliver(from, 30000), 1);
   ASSERT_TRUE(far.hasEnded());
@@ -186,18 +173,13 @@ TEST_F(BufferQueueTest, BufferedSizeIsTheStretchAtTheOffset) {
 
 TEST_F(BufferQueueTest, BufferedSizeBehindTheWriteHeadStaysWhatIsHeld) {
   make(2);
-  auto far = read(5 * kBlock, 10);
-  event(util::STREAM_NORMAL);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(0, 100), 0);
-  ASSERT_TRUE(runs(2));
+  auto far = connect(5 * kBlock, 10);
+  ASSERT_TRUE(givesWay(0, 100));
   EXPECT_EQ(deliver(5 * kBlock, 100), 1);
   ASSERT_TRUE(far->hasEnded());
   EXPECT_EQ(deliver(5 * kBlock + 100, kBlock - 100), 1);
   Reading back(queue.get(), 3 * kBlock, 10);
-  ASSERT_TRUE(wants());
-  EXPECT_EQ(deliver(6 * kBlock, 100), 0);
-  ASSERT_TRUE(runs(3));
+  ASSERT_TRUE(givesWay(6 * kBlock, 100));
   EXPECT_EQ(deliver(3 * kBlock, 100), 1);
   ASSERT_TRUE(back.hasEnded());
   for (int i = 0; i < 3; ++i) {
@@ -208,7 +190,7 @@ TEST_F(BufferQueueTest, BufferedSizeBehindTheWriteHeadStaysWhatIsHeld) {
 
 TEST_F(BufferQueueTest, ProbeLearnsTheSizeAndLeavesTheOffset) {
   make(4);
-  std::thread asking([&] { queue->probe(); });
+  WaitingCall asking(queue.get(), [&] { queue->probe(); });
   ASSERT_TRUE(runs(1));
   event(util::STREAM_NORMAL);
   EXPECT_EQ(deliver(0, 100), 1);
@@ -268,8 +250,7 @@ TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadInItsBlockEndsIt) {
   producer.size = util::UNKNOWN_CONTENT_SIZE;
   producer.seekable = false;
   make(4);
-  auto reading = read(0, 300);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 300);
   EXPECT_EQ(deliver(0, 300), 1);
   ASSERT_TRUE(reading->hasEnded());
   support::Pauses pauses;
@@ -277,14 +258,12 @@ TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadInItsBlockEndsIt) {
   Reading atEnd(queue.get(), 300, 10);
   EXPECT_TRUE(pauses.reached("BufferQueue::read before feedLock"));
   producer.size = 300;
-  std::thread end([&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  WaitingCall end(queue.get(), [&] { event(util::EVENT_STREAM_PARTIAL_END); });
   EXPECT_TRUE(eventually([&] { return log.has("notifyStreamException: setFileSize: 300"); }));
   pauses.release("BufferQueue::read before feedLock");
   ASSERT_TRUE(atEnd.hasEnded());
   EXPECT_EQ(atEnd.result, -13) << "0 would be a read that succeeded";
   EXPECT_EQ(atEnd.got, 0u);
-  queue->release();
-  end.join();
 }
 #endif
 

@@ -53,8 +53,7 @@ TEST_F(BufferQueueTest, ProducerThatDoesNotStartFailsTheRead) {
 
 TEST_F(BufferQueueTest, TwoRestartsOnTheirWayMakeOneConnection) {
   make(4);
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 200), 1);
   // The connection ends once more while the first restart stops it.
   producer.duringStop = [this] {
@@ -103,8 +102,7 @@ TEST_F(BufferQueueTest, HeadComparisonTellsTheSameStreamFromAnother) {
 TEST_F(BufferQueueTest, LateRestartTaskIsNoConnectionToCome) {
   make(4);
   support::Pauses pauses;
-  auto reading = read(0, 1000);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 200), 1);
   producer.duringStop = [&] {
     if (disturbed.exchange(true)) return;
@@ -129,8 +127,7 @@ TEST_F(BufferQueueTest, LateRestartTaskIsNoConnectionToCome) {
 TEST_F(BufferQueueTest, ReleaseWaitsForARestartTaskThatHasBegun) {
   make(2);
   support::Pauses pauses;
-  auto reading = read(0, 10);
-  event(util::STREAM_NORMAL);
+  auto reading = connect(0, 10);
   pauses.holdAt("BufferQueue::restart begun");
   event(util::STREAM_DEAD);
   EXPECT_TRUE(pauses.reached("BufferQueue::restart begun"));
