@@ -99,7 +99,10 @@ AssertionResult SteppedQueue::beginsWith(int blocks, unsigned int size) {
 }
 
 bool SteppedQueue::runs(size_t count) {
-  return eventually([&] { return producer.started().size() >= count; });
+  return eventually([&] {
+    if (producer.started().size() < count) return false;
+    return producer.staysInside || !BufferQueueProbe::isConnecting(*queue);
+  });
 }
 
 bool SteppedQueue::waits() {

@@ -114,7 +114,8 @@ class SteppedQueue : public testing::Test {
   std::unique_ptr<Reading> connect(long long offset, unsigned int size);
   // Makes a queue and has it hold [0, size); the connection is under way, nobody reads any more.
   testing::AssertionResult beginsWith(int blocks, unsigned int size);
-  // Waits until the producer was started that often.
+  // Waits until the producer was started that often and the worker has come back from it: a stop
+  // that comes before is repeated, and a worker that comes back wakes everybody.
   bool runs(size_t count);
   // Wait until a reader waits, or wants another connection.
   bool waits();
