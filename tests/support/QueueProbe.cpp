@@ -63,41 +63,6 @@ std::string BufferQueueProbe::describe(BufferQueue& queue) {
   return text.str();
 }
 
-bool BufferQueueProbe::isStreaming(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.streaming;
-}
-
-bool BufferQueueProbe::isConnecting(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.connecting;
-}
-
-bool BufferQueueProbe::isParked(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.parked;
-}
-
-bool BufferQueueProbe::wantsFeed(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.needFeed;
-}
-
-bool BufferQueueProbe::readWaits(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.readRunning;
-}
-
-long long BufferQueueProbe::streamFrom(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.streamFrom;
-}
-
-long long BufferQueueProbe::streamLength(BufferQueue& queue) {
-  Lock feed(queue.feedLock);
-  return queue.streamLength;
-}
-
 void BufferQueueProbe::ask(BufferQueue& queue, long long offset) {
   Lock feed(queue.feedLock);
   queue.readOffset = offset;

@@ -24,14 +24,13 @@ class BufferQueueProbe {
   static int retries(BufferQueue& queue) { return queue.retryCount; }
   static int activeWork(BufferQueue& queue) { return queue.activeWorkNum; }
   static int blockCount(BufferQueue& queue) { return queue.blockCount; }
-  static bool isStreaming(BufferQueue& queue);
-  static bool isParked(BufferQueue& queue);
+  static bool isParked(BufferQueue& queue) { return underLock(queue, &BufferQueue::parked); }
   // True while the queue's worker is inside startStreaming.
-  static bool isConnecting(BufferQueue& queue);
-  static bool wantsFeed(BufferQueue& queue);
-  static bool readWaits(BufferQueue& queue);
-  static long long streamFrom(BufferQueue& queue);
-  static long long streamLength(BufferQueue& queue);
+  static bool isConnecting(BufferQueue& queue) {
+    return underLock(queue, &BufferQueue::connecting);
+  }
+  static bool wantsFeed(BufferQueue& queue) { return underLock(queue, &BufferQueue::needFeed); }
+  static bool readWaits(BufferQueue& queue) { return underLock(queue, &BufferQueue::readRunning); }
   // A reader that waits at the offset and has not had its turn since: only its wish is there.
   static void ask(BufferQueue& queue, long long offset);
   // Fills the blocks, from the front on, with the pattern from an offset on, and lets reader and
@@ -42,6 +41,14 @@ class BufferQueueProbe {
   static void wake(BufferQueue& queue);
   // Leaves the status that a cancel event leaves when it meets a broken read.
   static void leaveBroken(BufferQueue& queue) { queue.setStatus(STATUS_RELEASED); }
+
+ private:
+  // As it stands between two steps of whoever changes it.
+  template <typename Flag>
+  static bool underLock(BufferQueue& queue, Flag BufferQueue::*flag) {
+    Lock feed(queue.feedLock);
+    return queue.*flag;
+  }
 };
 
 }  // namespace util
