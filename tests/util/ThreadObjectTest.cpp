@@ -47,30 +47,30 @@ class ThreadObjectTest : public testing::Test {
   bool ended(int count) {
     return eventually([&] { return runs.ended == count; });
   }
-  bool parked(const CapturedStderr& log, int times = 1) {
+  bool parked(int times = 1) {
     return eventually([&] { return log.count("runner: thread begin to sleep") >= times; });
   }
+  // One run, after which the thread sleeps.
+  bool runsAndParks() { return object.start(nullptr) && parked(); }
 
   Runs runs;
+  const CapturedStderr log{0};
+  ThreadObject object{countRun};
   support::Watchdog watchdog{60, [] { return std::string(); }};
 };
 
 TEST_F(ThreadObjectTest, StartRunsTheFunctionOnceWithItsArgument) {
-  const CapturedStderr log(0);
   int argument = 0;
-  ThreadObject object(countRun);
   EXPECT_FALSE(object.isAlive());
   EXPECT_TRUE(object.start(&argument));
   ASSERT_TRUE(ended(1));
   EXPECT_EQ(runs.lastArg, &argument);
   EXPECT_TRUE(log.has("start: create thread 0"));
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(parked());
   EXPECT_EQ(runs.begun, 1);
 }
 
 TEST_F(ThreadObjectTest, StartDuringARunCausesExactlyOneMore) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
   runs.hold = true;
   ASSERT_TRUE(object.start(nullptr));
   ASSERT_TRUE(begun(1));
@@ -80,37 +80,22 @@ TEST_F(ThreadObjectTest, StartDuringARunCausesExactlyOneMore) {
   EXPECT_TRUE(log.has("start: re-alive a thread before it is going to sleep"));
   EXPECT_FALSE(object.start(nullptr)) << "a run is requested already";
   runs.hold = false;
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(parked());
   EXPECT_EQ(runs.begun, 2);
   EXPECT_TRUE(log.has("runner: thread continues next loop 1"));
 }
 
-TEST_F(ThreadObjectTest, SecondStartOfAParkedObjectIsRefused) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
-  ASSERT_TRUE(object.start(nullptr));
-  ASSERT_TRUE(parked(log));
-  {
-    // Under the object's lock the parked thread cannot go on between the two.
-    runs.hold = true;
-    EXPECT_TRUE(object.start(nullptr));
-    const bool second = object.start(nullptr);
-    if (!second) {
-      EXPECT_TRUE(log.has("start: error, has already started"));
-    }
-  }
+TEST_F(ThreadObjectTest, StartWakesAParkedObject) {
+  ASSERT_TRUE(runsAndParks());
+  EXPECT_TRUE(object.start(nullptr));
   EXPECT_TRUE(log.has("start: Tend to wake up or restart thread, sleep:1, alive:0"));
-  runs.hold = false;
-  ASSERT_TRUE(parked(log, 2));
+  ASSERT_TRUE(parked(2));
   EXPECT_TRUE(log.has("runner: thread woken up"));
   EXPECT_TRUE(log.has("runner: thread continues next loop"));
 }
 
 TEST_F(ThreadObjectTest, PauseOfAParkedObjectChangesNothing) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
-  ASSERT_TRUE(object.start(nullptr));
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(runsAndParks());
   object.stop(false);
   EXPECT_TRUE(log.has("stop: have already paused"));
   EXPECT_TRUE(object.start(nullptr));
@@ -118,10 +103,7 @@ TEST_F(ThreadObjectTest, PauseOfAParkedObjectChangesNothing) {
 }
 
 TEST_F(ThreadObjectTest, ForcedStopEndsAParkedThreadForGood) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
-  ASSERT_TRUE(object.start(nullptr));
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(runsAndParks());
   object.stop(true);
   EXPECT_TRUE(log.has("stop: wait for thread object to be destroyed"));
   EXPECT_TRUE(log.has("stop: stop OK"));
@@ -135,8 +117,6 @@ TEST_F(ThreadObjectTest, ForcedStopEndsAParkedThreadForGood) {
 }
 
 TEST_F(ThreadObjectTest, ForcedStopWaitsForTheRun) {
-  ThreadObject object(countRun);
-  const CapturedStderr log(0);
   runs.hold = true;
   ASSERT_TRUE(object.start(nullptr));
   ASSERT_TRUE(begun(1));
@@ -160,8 +140,6 @@ TEST_F(ThreadObjectTest, ForcedStopWaitsForTheRun) {
 }
 
 TEST_F(ThreadObjectTest, ForcedStopOfAnObjectNeverStartedLeavesItStartable) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
   object.stop(true);
   EXPECT_TRUE(log.has("stop: hasn't ever started"));
   EXPECT_TRUE(object.start(nullptr));
@@ -169,42 +147,35 @@ TEST_F(ThreadObjectTest, ForcedStopOfAnObjectNeverStartedLeavesItStartable) {
 }
 
 TEST_F(ThreadObjectTest, StartFollowedAtOnceByAPauseStillRunsOnce) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
-  ASSERT_TRUE(object.start(nullptr));
-  ASSERT_TRUE(parked(log));
-  // Many times: the pause must come before the thread has woken.
+  ASSERT_TRUE(runsAndParks());
+  // Many times: what is wanted is a pause that comes before the thread has woken.
   for (int run = 2; run <= 200; ++run) {
     EXPECT_TRUE(object.start(nullptr));
     object.stop(false);
     ASSERT_TRUE(ended(run));
-    ASSERT_TRUE(parked(log, run));
+    ASSERT_TRUE(parked(run));
     EXPECT_EQ(runs.begun, run);
   }
 }
 
 TEST_F(ThreadObjectTest, WakeUpThatNobodyAskedForRunsNothing) {
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
-  ASSERT_TRUE(object.start(nullptr));
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(runsAndParks());
   for (int i = 0; i < 100; ++i) object.notifyAll(0);
   object.syncBegin();
   object.syncEnd();
   EXPECT_TRUE(object.start(nullptr));
   ASSERT_TRUE(ended(2));
-  ASSERT_TRUE(parked(log, 2));
+  ASSERT_TRUE(parked(2));
   EXPECT_EQ(runs.begun, 2);
 }
 
 TEST_F(ThreadObjectTest, ThousandFreshObjectsRunOnceEach) {
-  const CapturedStderr log(0);
   for (int i = 0; i < 1000; ++i) {
     const int before = runs.begun;
-    ThreadObject object(countRun);
-    ASSERT_TRUE(object.start(nullptr));
+    ThreadObject fresh(countRun);
+    ASSERT_TRUE(fresh.start(nullptr));
     ASSERT_TRUE(ended(before + 1));
-    object.stop(true);
+    fresh.stop(true);
     ASSERT_EQ(runs.begun, before + 1);
   }
 }
@@ -212,12 +183,10 @@ TEST_F(ThreadObjectTest, ThousandFreshObjectsRunOnceEach) {
 // Sanitizers choose the stacks of threads themselves.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(ThreadObjectTest, ThreadThatCannotBeMadeIsNotWaitedFor) {
-  const CapturedStderr log(0);
   pthread_attr_t attributes;
   size_t size = 0;
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   ASSERT_EQ(pthread_attr_getstacksize(&attributes, &size), 0);
-  ThreadObject object(countRun);
   // More than the address space has, whatever its width.
   const size_t impossible = SIZE_MAX / 65536 / 16 * 15 * 65536;
   ASSERT_EQ(pthread_attr_setstacksize(&attributes, impossible), 0);
@@ -234,17 +203,28 @@ TEST_F(ThreadObjectTest, ThreadThatCannotBeMadeIsNotWaitedFor) {
 #endif
 
 #if defined(FLUVIA_PAUSE_POINTS)
+TEST_F(ThreadObjectTest, SecondStartOfAParkedObjectIsRefused) {
+  ASSERT_TRUE(runsAndParks());
+  support::Pauses pauses;
+  pauses.holdAt("runner before run");
+  EXPECT_TRUE(object.start(nullptr));
+  ASSERT_TRUE(pauses.reached("runner before run"));
+  EXPECT_FALSE(object.start(nullptr)) << "the run that was asked for has not begun";
+  EXPECT_TRUE(log.has("start: error, has already started"));
+  pauses.release("runner before run");
+  ASSERT_TRUE(parked(2));
+  EXPECT_EQ(runs.begun, 2);
+}
+
 // The run must not begin before start() has noted its request, or it would be run once more.
 TEST_F(ThreadObjectTest, RunThatIsReadyBeforeStartReturnsIsNotRepeated) {
   support::Pauses pauses;
-  const CapturedStderr log(0);
-  ThreadObject object(countRun);
   pauses.holdAt("ThreadObject::start created");
   std::thread starter([&] { object.start(nullptr); });
   ASSERT_TRUE(pauses.reached("ThreadObject::start created"));
   pauses.release("ThreadObject::start created");
   starter.join();
-  ASSERT_TRUE(parked(log));
+  ASSERT_TRUE(parked());
   EXPECT_EQ(runs.begun, 1);
 }
 #endif
