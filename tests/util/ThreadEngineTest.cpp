@@ -154,7 +154,7 @@ TEST_F(Engine, StartedByManyThreadsAtOnceHasSixWorkers) {
       });
     }
     for (std::thread& thread : threads) thread.join();
-    ASSERT_TRUE(eventually([before] { return support::threadCount() == before + 6; }, 5))
+    ASSERT_TRUE(eventually([before] { return support::threadCount() == before + 6; }))
         << support::threadCount() - before << " workers";
   }
 }
