@@ -36,9 +36,10 @@ void Watchdog::watch() {
   std::unique_lock<std::mutex> guard(lock);
   while (!ended) {
     if (std::chrono::steady_clock::now() - since > limit) {
-      fprintf(stderr, "no progress for %d s at: %s\n%s\n", static_cast<int>(limit.count()),
-              step.c_str(), describe().c_str());
-      fflush(stderr);
+      // Standard error may be captured, or nowhere.
+      printf("no progress for %d s at: %s\n%s\n", static_cast<int>(limit.count()), step.c_str(),
+             describe().c_str());
+      fflush(stdout);
       abort();
     }
     changed.wait_until(guard, since + limit + std::chrono::milliseconds(1));
