@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 
 namespace support {
 
@@ -62,6 +63,13 @@ bool eventually(const std::function<bool()>& condition, int seconds) {
 unsigned int seedOr(unsigned int given) {
   const char* text = getenv("FLUVIA_SEED");
   return text != nullptr ? static_cast<unsigned int>(strtoul(text, nullptr, 10)) : given;
+}
+
+unsigned int printedSeed() {
+  const unsigned int seed = seedOr(std::random_device()());
+  printf("FLUVIA_SEED=%u\n", seed);
+  fflush(stdout);
+  return seed;
 }
 
 int scaled(int count) {

@@ -45,6 +45,8 @@ bool eventually(const std::function<bool()>& condition, int seconds = 20);
 
 // The seed of a randomised test: FLUVIA_SEED from the environment, else given.
 unsigned int seedOr(unsigned int given);
+// The same, else one that is drawn. Printed, so that a test that fails can be run again with it.
+unsigned int printedSeed();
 
 // count, times FLUVIA_MODEL_FACTOR of the environment (such as 0.5 or 10) where that is set: how
 // much of what can be done any number of times is done. At least 1.

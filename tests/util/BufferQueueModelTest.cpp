@@ -165,78 +165,132 @@ long long nextOffset(std::mt19937& random, long long offset, long long size) {
   }
 }
 
+// Asks the queue for what it holds while others read, and breaks their reads now and then.
+class Disturber {
+ public:
+  Disturber(BufferQueue* disturbed, bool mayBreak, unsigned int seed)
+      : queue(disturbed), breaks(mayBreak), thread([this, seed] { run(seed); }) {}
+  ~Disturber() { end(); }
+  Disturber(const Disturber&) = delete;
+  Disturber& operator=(const Disturber&) = delete;
+
+  void end() {
+    ended = true;
+    if (thread.joinable()) thread.join();
+  }
+  // A read has been made.
+  void noteStep() { ++steps; }
+  // Taken before a read...
+  int breaksOver() const { return over; }
+  // ...and asked after it: whether a break was under way meanwhile.
+  bool disturbedSince(int overBefore) const { return begun != overBefore; }
+
+ private:
+  void run(unsigned int seed) {
+    std::mt19937 dice(seed);
+    int brokenAt = 0;
+    while (!ended) {
+      queue->getBufferedSize(static_cast<long long>(dice() % 2000000));
+      queue->getMiniBlockOffset();
+      // Not more often than every fourth read, or slow ones would hardly ever succeed.
+      if (breaks && dice() % 64 == 0 && steps - brokenAt >= 4) {
+        brokenAt = steps;
+        ++begun;
+        queue->breakRead();
+        ++over;
+      }
+      std::this_thread::yield();
+    }
+  }
+
+  BufferQueue* const queue;
+  const bool breaks;
+  std::atomic<bool> ended{false};
+  std::atomic<int> steps{0};
+  std::atomic<int> begun{0};
+  std::atomic<int> over{0};
+  std::thread thread;
+};
+
+// Reads at random offsets and compares what it gets with the resource.
+class RandomReader {
+ public:
+  RandomReader(BufferQueue* from, const Resource& what, Disturber* others, support::Watchdog* dog,
+               unsigned int seed)
+      : queue(from), resource(what), disturber(others), watchdog(dog), random(seed) {}
+
+  // Makes one read. Empty, or what was wrong with it or is wrong with the queue.
+  std::string step(int number) {
+    offset = nextOffset(random, offset, resource.size);
+    const unsigned int size = nextSize();
+    const std::string what = "step " + std::to_string(number) + ": " + std::to_string(size) +
+                             " bytes at " + std::to_string(offset);
+    watchdog->at(what);
+    std::string wrong = read(size);
+    if (wrong.empty()) wrong = BufferQueueProbe::fault(*queue, number);
+    disturber->noteStep();
+    return wrong.empty() ? "" : what + ": " + wrong;
+  }
+
+  // Reads that gave what they were to give.
+  int succeeded() const { return right; }
+
+ private:
+  unsigned int nextSize() {
+    return static_cast<unsigned int>(random() % 4 == 0 ? random() % buffer.size()
+                                                       : random() % 5000);
+  }
+
+  std::string read(unsigned int size) {
+    const int overBefore = disturber->breaksOver();
+    long long moved = 0;
+    unsigned int got = 0;
+    const bool moves = queue->seek(offset, &moved);
+    const int result = moves ? queue->read(buffer.data(), size, &got) : -4;
+    const bool sizeKnown = queue->getContentSize() != 0;
+    const long long begin = offset;
+    offset = std::min(resource.size, begin + got);
+    if (support::firstDifference(static_cast<unsigned long long>(begin), buffer.data(), got) >= 0) {
+      return "wrong bytes";
+    }
+    const unsigned int want =
+        static_cast<unsigned int>(std::min<long long>(size, resource.size - begin));
+    const bool ended = result == -13 && want == 0 && sizeKnown;
+    if (result == 0 ? got == want : ended) {
+      ++right;
+    } else if (!disturber->disturbedSince(overBefore)) {
+      return "result " + std::to_string(result) + " with " + std::to_string(got);
+    }
+    return "";
+  }
+
+  BufferQueue* const queue;
+  const Resource& resource;
+  Disturber* const disturber;
+  support::Watchdog* const watchdog;
+  std::mt19937 random;
+  std::vector<char> buffer = std::vector<char>(150000);
+  long long offset = 0;
+  int right = 0;
+};
+
 TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   const Model& model = GetParam();
-  const unsigned int seed = support::seedOr(std::random_device()());
-  SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(seed));
-  printf("FLUVIA_SEED=%u\n", seed);
-  fflush(stdout);
+  const unsigned int seed = support::printedSeed();
   util::LOG_LEV = -5;
   BadNetwork network(model.resource, seed);
   BufferQueue queue(model.blocks * 32768);
   network.setOutput(&queue);
   ASSERT_TRUE(queue.initialize(&network));
   support::Watchdog watchdog(20, [&] { return BufferQueueProbe::describe(queue); });
-  std::mt19937 random(seed + 1);
-  std::atomic<bool> ended{false};
-  std::atomic<int> breaksBegun{0};
-  std::atomic<int> breaksOver{0};
-  std::atomic<int> stepsMade{0};
-  std::thread others([&] {
-    std::mt19937 dice(seed + 2);
-    int brokenAt = 0;
-    while (!ended) {
-      queue.getBufferedSize(static_cast<long long>(dice() % 2000000));
-      queue.getMiniBlockOffset();
-      // Not more often than every fourth read, or slow ones would hardly ever succeed.
-      if (model.breaks && dice() % 64 == 0 && stepsMade - brokenAt >= 4) {
-        brokenAt = stepsMade;
-        ++breaksBegun;
-        queue.breakRead();
-        ++breaksOver;
-      }
-      std::this_thread::yield();
-    }
-  });
-  long long offset = 0;
-  std::vector<char> buffer(150000);
+  Disturber others(&queue, model.breaks, seed + 2);
+  RandomReader reader(&queue, model.resource, &others, &watchdog, seed + 1);
   std::string wrong;
-  int succeeded = 0;
   const int steps = support::scaled(model.steps);
-  for (int step = 0; step < steps && wrong.empty(); ++step) {
-    offset = nextOffset(random, offset, model.resource.size);
-    const unsigned int size = random() % 4 == 0
-                                  ? static_cast<unsigned int>(random() % buffer.size())
-                                  : static_cast<unsigned int>(random() % 5000);
-    const std::string what = "step " + std::to_string(step) + ": " + std::to_string(size) +
-                             " bytes at " + std::to_string(offset);
-    watchdog.at(what);
-    long long moved = 0;
-    const int overBefore = breaksOver;
-    unsigned int got = 0;
-    const bool moves = queue.seek(offset, &moved);
-    const int result = moves ? queue.read(buffer.data(), size, &got) : -4;
-    const long long known = queue.getContentSize();
-    const unsigned int want =
-        static_cast<unsigned int>(std::min<long long>(size, model.resource.size - offset));
-    if (support::firstDifference(static_cast<unsigned long long>(offset), buffer.data(), got) >=
-        0) {
-      wrong = what + ": wrong bytes";
-    } else if (result == 0 ? got != want : !(result == -13 && want == 0 && known != 0)) {
-      if (breaksBegun == overBefore) {  // no break was under way
-        wrong = what + ": result " + std::to_string(result) + " with " + std::to_string(got);
-      }
-    } else {
-      ++succeeded;
-    }
-    if (wrong.empty()) wrong = BufferQueueProbe::fault(queue, step);
-    offset = std::min(model.resource.size, offset + got);
-    ++stepsMade;
-  }
-  ended = true;
+  for (int step = 0; step < steps && wrong.empty(); ++step) wrong = reader.step(step);
   watchdog.at("joining");
-  others.join();
-  EXPECT_GT(succeeded, steps / 4);
+  others.end();
+  EXPECT_GT(reader.succeeded(), steps / 4);
   EXPECT_EQ(wrong, "") << BufferQueueProbe::describe(queue);
   watchdog.at("release");
   queue.release();
