@@ -1,5 +1,4 @@
 // The limits of the process: handles, descriptors, stacks; and servers that change under a player.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -16,6 +15,7 @@
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
 #include "tests/support/PrivateData.h"
+#include "tests/support/SilentStderr.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 
@@ -32,13 +32,7 @@ constexpr long long kManyBytes = 10 << 20;
 
 class Exhaustion : public ::testing::Test {
  protected:
-  void SetUp() override {
-    // libcurl tells of every request.
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(nowhere, 0);
-    ASSERT_GE(dup2(nowhere, STDERR_FILENO), 0);
-    close(nowhere);
-  }
+  void SetUp() override { support::silenceStderr(); }
 };
 
 TEST_F(Exhaustion, AllHandlesStreamAtOnceOnUrlsOfTheirOwn) {

@@ -1,5 +1,4 @@
 // Time: a wall clock that is set, and a player that falls asleep.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -13,6 +12,7 @@
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
+#include "tests/support/SilentStderr.h"
 #include "tests/support/Watchdog.h"
 
 namespace {
@@ -35,10 +35,7 @@ using support::FaultServer;
 class Time : public ::testing::Test {
  protected:
   void SetUp() override {
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(nowhere, 0);
-    ASSERT_GE(dup2(nowhere, STDERR_FILENO), 0);
-    close(nowhere);
+    support::silenceStderr();
     clockSetBy = 0;
   }
   void TearDown() override { clockSetBy = 0; }

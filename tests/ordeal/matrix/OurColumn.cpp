@@ -1,11 +1,9 @@
 // The matrix's column of this library. FLUVIA_FEATUREFLAG of the environment is set on the handle.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "api/fluviafs.h"
 #include "tests/ordeal/matrix/Cell.h"
+#include "tests/support/SilentStderr.h"
 
 namespace {
 
@@ -53,8 +51,7 @@ class OurClient : public matrix::Client {
 }  // namespace
 
 int main(int count, char** words) {
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  if (nowhere < 0 || dup2(nowhere, STDERR_FILENO) < 0) return 3;
+  support::silenceStderr();
   OurClient client;
   return matrix::runCell(&client, count, words);
 }

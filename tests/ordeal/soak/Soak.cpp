@@ -29,6 +29,7 @@
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/SilentStderr.h"
 #include "tests/support/Watchdog.h"
 
 namespace {
@@ -170,8 +171,7 @@ int main(int count, char** words) {
   if (read(ends[0], &port, sizeof port) != sizeof port) return 2;
   close(ends[0]);
   close(ends[1]);
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  if (nowhere < 0 || dup2(nowhere, STDERR_FILENO) < 0) return 2;
+  support::silenceStderr();
   std::vector<soak::Film> films = filmsOf(port);
   films.insert(films.end(), others.begin(), others.end());
   const int result = run(films, warm, seconds, csv);

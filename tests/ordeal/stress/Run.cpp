@@ -1,36 +1,17 @@
 #include "tests/ordeal/stress/Run.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 
 #include "tests/ordeal/stress/Round.h"
+#include "tests/support/SilentStderr.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/common_interface_defs.h>
-#endif
 
 namespace stress {
 
 namespace {
-
-void silenceStandardError() {
-  static bool done = false;
-  if (done) return;
-  done = true;
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  const int reports = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 10);
-  if (nowhere < 0 || reports < 0 || dup2(nowhere, STDERR_FILENO) < 0) abort();
-  close(nowhere);
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
-#endif
-}
 
 unsigned int seedOfRound(unsigned int seed, int round) {
   return seed * 2654435761U + static_cast<unsigned int>(round) * 40503U;
@@ -40,7 +21,7 @@ unsigned int seedOfRound(unsigned int seed, int round) {
 
 bool run(const Plan& plan) {
   using Clock = std::chrono::steady_clock;
-  silenceStandardError();
+  support::silenceStderr();
   printf("seed %u\n", plan.seed);
   fflush(stdout);
   Tally tally;
