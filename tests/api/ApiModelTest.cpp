@@ -1,9 +1,7 @@
 // Random calls on several handles and paths, compared with plain arrays of the same bytes.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <random>
-#include <thread>
+#include <string>
 #include <vector>
 
 #include "api/fluviafs.h"
@@ -13,24 +11,13 @@
 
 namespace {
 
-using support::Caller;
+using support::CallersPlan;
 using support::Resource;
 
-struct Model {
-  int bufferSize;
-  int threads;
-  int steps;  // of each thread
-  const char* name;
-};
-
-class ApiModel : public testing::TestWithParam<Model> {};
+class ApiModel : public testing::TestWithParam<CallersPlan> {};
 
 TEST_P(ApiModel, AgreesWithPlainArrays) {
-  const Model& model = GetParam();
-  const unsigned int seed = support::seedOr(std::random_device()());
-  SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(seed));
-  printf("FLUVIA_SEED=%u\n", seed);
-  fflush(stdout);
+  const unsigned int seed = support::printedSeed();
   x_fluvia_file_set_log_level(-5);
   support::TemporaryFolder folder;
   std::vector<Resource> resources;
@@ -39,34 +26,20 @@ TEST_P(ApiModel, AgreesWithPlainArrays) {
     resources.push_back(
         {folder.makePattern(std::to_string(resources.size()), size, base), size, base});
   }
-  std::vector<std::thread> threads;
-  std::vector<std::string> wrong(static_cast<size_t>(model.threads));
-  std::atomic<int> made{0};
-  support::Watchdog watchdog(60, [&] { return std::to_string(made) + " calls made"; });
-  for (int i = 0; i < model.threads; ++i) {
-    threads.emplace_back([&, i] {
-      Caller caller(resources, model.bufferSize, seed + static_cast<unsigned int>(i),
-                    model.threads == 1);
-      std::string& mine = wrong[static_cast<size_t>(i)];
-      for (int step = 0; step < support::scaled(model.steps) && mine.empty(); ++step) {
-        mine = caller.step();
-        if (++made % 256 == 0) watchdog.at("calls");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (const std::string& fault : wrong) EXPECT_EQ(fault, "");
+  EXPECT_EQ(support::runCallers(GetParam(), resources, seed), "");
 }
 
-std::string nameOf(const testing::TestParamInfo<Model>& parameter) { return parameter.param.name; }
+std::string nameOf(const testing::TestParamInfo<CallersPlan>& parameter) {
+  return parameter.param.name;
+}
 
 INSTANTIATE_TEST_SUITE_P(All, ApiModel,
-                         testing::Values(Model{65536, 1, 20000, "OneCallerTwoBlocks"},
-                                         Model{98304, 1, 20000, "OneCallerThreeBlocks"},
-                                         Model{2097152, 1, 20000, "OneCallerManyBlocks"},
-                                         Model{65536, 4, 5000, "FourCallersTwoBlocks"},
-                                         Model{98304, 4, 5000, "FourCallersThreeBlocks"},
-                                         Model{2097152, 4, 5000, "FourCallersManyBlocks"}),
+                         testing::Values(CallersPlan{65536, 1, 20000, "OneCallerTwoBlocks"},
+                                         CallersPlan{98304, 1, 20000, "OneCallerThreeBlocks"},
+                                         CallersPlan{2097152, 1, 20000, "OneCallerManyBlocks"},
+                                         CallersPlan{65536, 4, 5000, "FourCallersTwoBlocks"},
+                                         CallersPlan{98304, 4, 5000, "FourCallersThreeBlocks"},
+                                         CallersPlan{2097152, 4, 5000, "FourCallersManyBlocks"}),
                          nameOf);
 
 }  // namespace

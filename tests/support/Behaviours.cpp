@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 
 namespace support {
 
@@ -273,6 +274,25 @@ Behaviour serveFile(const std::string& path, long long count) {
       }
     }
     if (file >= 0) close(file);
+  };
+}
+
+Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets) {
+  return [=](Exchange& exchange) {
+    std::mt19937 random(seed + static_cast<unsigned int>(exchange.number()));
+    const long long some = 1 + static_cast<long long>(random() % 150000);
+    const unsigned int drawn = static_cast<unsigned int>(random() % 8);
+    if (drawn < sound) {
+      serveRanges(size)(exchange);
+    } else if (drawn == sound) {
+      overDeliver(size)(exchange);
+    } else if (drawn == sound + 1) {
+      ignoreRanges(size)(exchange);
+    } else if (drawn == sound + 2 && resets) {
+      resetAfter(size, some)(exchange);
+    } else {
+      dropAfter(size, some)(exchange);
+    }
   };
 }
 

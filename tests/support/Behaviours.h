@@ -55,6 +55,10 @@ Behaviour stallAndTell(long long size, long long count, std::atomic<bool>* settl
 // A file's bytes instead of the pattern's, well-behaved; the connection ends after count bytes of
 // the body when count is not -1.
 Behaviour serveFile(const std::string& path, long long count = -1);
+// Each answer drawn anew from seed and number: of eight, so many as sound are as serveRanges, one
+// as overDeliver, one as ignoreRanges, with resets one as resetAfter, and the rest as dropAfter,
+// both of these within 150,000 bytes.
+Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets);
 // Accepts, reads the request and says nothing.
 Behaviour staySilent();
 

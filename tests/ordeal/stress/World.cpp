@@ -21,34 +21,6 @@ const support::TestCertificate& certificate() {
   return made;
 }
 
-// Some bytes of what was asked and then, each time drawn anew, the end, a reset, all, or too much.
-Behaviour breakOften(long long size, unsigned int seed, bool resets) {
-  return [=](Exchange& exchange) {
-    std::mt19937 random(seed + static_cast<unsigned int>(exchange.number()));
-    const long long some = 1 + static_cast<long long>(random() % 150000);
-    switch (random() % 8) {
-      case 0:
-        support::serveRanges(size)(exchange);
-        break;
-      case 1:
-        support::overDeliver(size)(exchange);
-        break;
-      case 2:
-        support::ignoreRanges(size)(exchange);
-        break;
-      case 3:
-        if (resets) {
-          support::resetAfter(size, some)(exchange);
-          break;
-        }
-        support::dropAfter(size, some)(exchange);
-        break;
-      default:
-        support::dropAfter(size, some)(exchange);
-    }
-  };
-}
-
 // A piece now and then, each time at another pace.
 Behaviour uneven(long long size, unsigned int seed) {
   return [=](Exchange& exchange) {
@@ -245,7 +217,8 @@ void World::addBroken() {
       Target* target = add(resets ? "broken and reset" : "broken", size);
       // Two resets in a row may both come before a byte was read.
       if (resets) target->failures = {-1, -4};
-      serve(target, breakOften(size, static_cast<unsigned int>(random()), resets), true);
+      serve(target, support::breakOften(size, static_cast<unsigned int>(random()), 1, resets),
+            true);
     }
   }
 }
