@@ -21,6 +21,9 @@ const support::TestCertificate& certificate() {
   return made;
 }
 
+// What a read gives when the server answers so.
+int codeOf(int status) { return status < 500 ? FVFR_NOT_FOUND : FVFR_NOT_AVAILABLE; }
+
 // A piece now and then, each time at another pace.
 Behaviour uneven(long long size, unsigned int seed) {
   return [=](Exchange& exchange) {
@@ -216,7 +219,7 @@ void World::addBroken() {
       const bool resets = random() % 3 == 0;
       Target* target = add(resets ? "broken and reset" : "broken", size);
       // Two resets in a row may both come before a byte was read.
-      if (resets) target->failures = {-1, -4};
+      if (resets) target->failures = {FVFR_NOT_APPLIED, FVFR_FAILED};
       serve(target, support::breakOften(size, static_cast<unsigned int>(random()), 1, resets),
             true);
     }
@@ -248,58 +251,63 @@ void World::addUnseekable() {
 void World::addMortal() {
   const long long size = someSize(5 * kMegabyte);
   const long long some = static_cast<long long>(random() % 100000);
-  Target* target = nullptr;
   switch (random() % 8) {
-    case 0: {
-      static const int statuses[] = {400, 403, 404, 410, 416, 500, 503, 504};
-      const int status = statuses[random() % 8];
-      target = add("status " + std::to_string(status), 0);
-      target->failures = {-1, -4, status < 500 ? -21 : -17};
-      serve(target, support::answerStatus(status), true);
+    case 0:
+      addStatus();
       break;
-    }
-    case 1: {
-      const int status = random() % 2 == 0 ? 404 : 503;
-      target = add("status " + std::to_string(status) + " later", size);
-      target->failures = {-1, -4, status < 500 ? -21 : -17};
-      std::vector<Behaviour> answers(1 + random() % 4, support::dropAfter(size, some + 1));
-      answers.push_back(support::answerStatus(status));
-      serve(target, support::inTurn(answers), true);
+    case 1:
+      addStatusLater(size, some + 1);
       break;
-    }
     case 2:
-      target = add("no content", 0);
-      target->failures = {-1, -4};
-      serve(target, support::answerStatus(204), true);
+      serve(addFailing("no content", 0), support::answerStatus(204), true);
       break;
     case 3:
       // Each takes a while: few bytes a connection would be too slow for a round.
-      target = add("reset after " + std::to_string(150000 + some), size);
-      target->failures = {-1, -4};
-      serve(target, support::resetAfter(size, 150000 + some), true);
+      serve(addFailing("reset after " + std::to_string(150000 + some), size),
+            support::resetAfter(size, 150000 + some), true);
       break;
     case 4:
-      target = add("refused", 0);
-      target->failures = {-1, -4};
-      target->url = "http://127.0.0.1:" + std::to_string(support::closedPort()) + "/";
+      addFailing("refused", 0)->url =
+          "http://127.0.0.1:" + std::to_string(support::closedPort()) + "/";
       break;
     case 5:
-      target = add("garbage", 0);
-      target->failures = {-1, -4};
-      serve(target, support::answerRaw("SSH-2.0-nothing\r\nof the kind\r\n\r\n"), true);
+      serve(addFailing("garbage", 0), support::answerRaw("SSH-2.0-nothing\r\nof the kind\r\n\r\n"),
+            true);
       break;
-    case 6:
-      target = add("closed at once", 0);
+    case 6: {
       // An end without a byte counts as an empty resource or as a failed connection.
-      target->failures = {-1, -4, -21};
+      Target* target = addFailing("closed at once", 0, FVFR_NOT_FOUND);
       serve(target, random() % 2 == 0 ? support::answerRaw("") : support::dropAfter(size, 0), true);
       break;
-    default:
-      target = add("length lies", size);
-      target->failures = {-1, -4};
-      serve(target, support::lieAboutLength(size + 1 + some, size), true);
-      target->size = size + 1 + some;
+    }
+    default: {
+      const long long stated = size + 1 + some;
+      serve(addFailing("length lies", stated), support::lieAboutLength(stated, size), true);
+    }
   }
+}
+
+// A target whose reads may fail, as all do, and with one more code where that is not 0.
+Target* World::addFailing(const std::string& kind, long long size, int code) {
+  Target* target = add(kind, size);
+  target->failures = {FVFR_NOT_APPLIED, FVFR_FAILED};
+  if (code != 0) target->failures.insert(code);
+  return target;
+}
+
+void World::addStatus() {
+  static const int statuses[] = {400, 403, 404, 410, 416, 500, 503, 504};
+  const int status = statuses[random() % 8];
+  serve(addFailing("status " + std::to_string(status), 0, codeOf(status)),
+        support::answerStatus(status), true);
+}
+
+void World::addStatusLater(long long size, long long some) {
+  const int status = random() % 2 == 0 ? 404 : 503;
+  Target* target = addFailing("status " + std::to_string(status) + " later", size, codeOf(status));
+  std::vector<Behaviour> answers(1 + random() % 4, support::dropAfter(size, some));
+  answers.push_back(support::answerStatus(status));
+  serve(target, support::inTurn(answers), true);
 }
 
 void World::addStalling() {
@@ -315,7 +323,7 @@ void World::addStalling() {
     serve(target, support::stallAfter(size, some), true);
   }
   target->stalls = true;
-  target->failures = {-1, -4, -6, -21};
+  target->failures = {FVFR_NOT_APPLIED, FVFR_FAILED, FVFR_TIMEOUT, FVFR_NOT_FOUND};
 }
 
 }  // namespace stress

@@ -81,6 +81,9 @@ class World {
   void addBroken();
   void addUnseekable();
   void addMortal();
+  Target* addFailing(const std::string& kind, long long size, int code = 0);
+  void addStatus();
+  void addStatusLater(long long size, long long some);
   void addStalling();
   void lie();
 
