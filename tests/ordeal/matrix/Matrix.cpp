@@ -52,45 +52,58 @@ const support::TestCertificate& certificate() {
   return made;
 }
 
-// Runs the program; the last line of its output, or that it was ended.
-std::string outputOf(const Column& column, const std::string& url, const Fault& fault,
-                     Trace trace) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) abort();
+// Starts a column's program with its output into the given end of a pipe.
+pid_t start(const Column& column, const std::string& url, const Fault& fault, Trace trace,
+            int output) {
   const std::string size = std::to_string(fault.size);
   const pid_t child = fork();
   if (child < 0) abort();
-  if (child == 0) {
-    dup2(ends[1], STDOUT_FILENO);
-    if (fault.flagged) setenv("FLUVIA_FEATUREFLAG", "1", 1);
-    execl(column.program.c_str(), column.program.c_str(), url.c_str(), size.c_str(),
-          matrix::nameOf(trace), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(ends[1]);
+  if (child > 0) return child;
+  dup2(output, STDOUT_FILENO);
+  if (fault.flagged) setenv("FLUVIA_FEATUREFLAG", "1", 1);
+  execl(column.program.c_str(), column.program.c_str(), url.c_str(), size.c_str(),
+        matrix::nameOf(trace), static_cast<char*>(nullptr));
+  _exit(127);
+}
+
+// What the program writes until its end; kills it when its time is over.
+std::string outputUntilEnd(pid_t child, int output) {
   std::string text;
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(kLimitSeconds);
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         until - std::chrono::steady_clock::now());
-    struct pollfd watched = {ends[0], POLLIN, 0};
+    struct pollfd watched = {output, POLLIN, 0};
     if (left.count() <= 0 || poll(&watched, 1, static_cast<int>(left.count())) == 0) {
       kill(child, SIGKILL);
-      text = "failed " + std::to_string(kLimitSeconds) + ".0 no end";
-      break;
+      return "failed " + std::to_string(kLimitSeconds) + ".0 no end";
     }
     char piece[512];
-    const ssize_t got = read(ends[0], piece, sizeof piece);
-    if (got <= 0) break;
+    const ssize_t got = read(output, piece, sizeof piece);
+    if (got <= 0) return text;
     text.append(piece, static_cast<size_t>(got));
   }
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (text.empty()) text = "failed 0.0 process ended with status " + std::to_string(status);
+}
+
+std::string lastLine(std::string text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
   const size_t line = text.rfind('\n');
   return line == std::string::npos ? text : text.substr(line + 1);
+}
+
+// Runs the program; the last line of its output, or that it was ended.
+std::string outputOf(const Column& column, const std::string& url, const Fault& fault,
+                     Trace trace) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) abort();
+  const pid_t child = start(column, url, fault, trace, ends[1]);
+  close(ends[1]);
+  const std::string text = outputUntilEnd(child, ends[0]);
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (text.empty()) return "failed 0.0 process ended with status " + std::to_string(status);
+  return lastLine(text);
 }
 
 void run(Cell* cell) {
@@ -193,40 +206,45 @@ void write(const std::string& path, const std::vector<Column>& columns,
   if (fclose(out) != 0) abort();
 }
 
-}  // namespace
-
-int main(int count, char** words) {
+struct Options {
   std::vector<Column> columns;
   std::string table;
   std::string only;
   int jobs = 12;
-  for (int i = 1; i < count; ++i) {
+};
+
+// Says how to call it when it does not understand, and ends.
+Options optionsOf(int count, char** words) {
+  Options options;
+  bool understood = true;
+  for (int i = 1; i < count && understood; ++i) {
     const char* equals = strchr(words[i], '=');
     if (strcmp(words[i], "--jobs") == 0 && i + 1 < count) {
-      jobs = atoi(words[++i]);
+      options.jobs = atoi(words[++i]);
     } else if (strcmp(words[i], "--table") == 0 && i + 1 < count) {
-      table = words[++i];
+      options.table = words[++i];
     } else if (strcmp(words[i], "--only") == 0 && i + 1 < count) {
-      only = words[++i];
+      options.only = words[++i];
     } else if (equals != nullptr) {
-      columns.push_back(
+      options.columns.push_back(
           {std::string(words[i], static_cast<size_t>(equals - words[i])), equals + 1});
     } else {
       fprintf(stderr, "what is \"%s\"?\n", words[i]);
-      return 3;
+      understood = false;
     }
   }
-  if (columns.empty()) {
-    fprintf(stderr, "%s [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...\n", words[0]);
-    return 3;
-  }
-  certificate();
-  const std::vector<Fault> faults = matrix::allFaults();
+  if (understood && !options.columns.empty()) return options;
+  fprintf(stderr, "%s [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...\n", words[0]);
+  exit(3);
+}
+
+// A row for each trace of each fault whose words have the text in them, a cell for each column.
+std::vector<Cell> cellsOf(const std::vector<Fault>& faults, const Options& options) {
   std::vector<Cell> cells;
   for (const Fault& fault : faults) {
-    if (fault.words.find(only) == std::string::npos) continue;
+    if (fault.words.find(options.only) == std::string::npos) continue;
     for (int trace = 0; trace < matrix::kTraces; ++trace) {
-      for (const Column& column : columns) {
+      for (const Column& column : options.columns) {
         Cell cell;
         cell.fault = &fault;
         cell.trace = static_cast<Trace>(trace);
@@ -235,7 +253,11 @@ int main(int count, char** words) {
       }
     }
   }
-  runAll(&cells, jobs);
+  return cells;
+}
+
+// Judges row by row and counts the right cells. Returns how many are not as they must be.
+int judgeAll(const std::vector<Cell>& cells, const std::vector<Column>& columns) {
   int bad = 0;
   std::vector<int> right(columns.size());
   for (size_t i = 0; i < cells.size(); i += columns.size()) {
@@ -250,6 +272,19 @@ int main(int count, char** words) {
   for (size_t c = 0; c < columns.size(); ++c) {
     printf("%s: %d of %zu cells right\n", columns[c].name.c_str(), right[c], rows);
   }
-  if (!table.empty()) write(table, columns, cells);
+  return bad;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  const Options options = optionsOf(count, words);
+  // Made now: no cell waits for the key.
+  certificate();
+  const std::vector<Fault> faults = matrix::allFaults();
+  std::vector<Cell> cells = cellsOf(faults, options);
+  runAll(&cells, options.jobs);
+  const int bad = judgeAll(cells, options.columns);
+  if (!options.table.empty()) write(options.table, options.columns, cells);
   return bad == 0 ? 0 : 1;
 }
