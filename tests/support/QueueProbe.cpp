@@ -83,6 +83,11 @@ void BufferQueueProbe::arrange(BufferQueue& queue,
   queue.wtHead = queue.blocks.begin();
 }
 
+void BufferQueueProbe::keepUp(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  queue.pace.waited(true);
+}
+
 void BufferQueueProbe::wake(BufferQueue& queue) {
   Lock feed(queue.feedLock);
   queue.feedLock.notifyAll(0);

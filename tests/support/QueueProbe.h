@@ -37,6 +37,8 @@ class BufferQueueProbe {
   // writer be at the front one.
   static void arrange(BufferQueue& queue,
                       const std::vector<std::pair<long long, unsigned int>>& held);
+  // Lets the reader's last wait have been a short one.
+  static void keepUp(BufferQueue& queue);
   // Wakes everybody who waits, as any call on the queue may.
   static void wake(BufferQueue& queue);
   // Leaves the status that a cancel event leaves when it meets a broken read.

@@ -225,6 +225,26 @@ TEST_F(BufferQueueTest, ReaderIsWokenOnceForAllItWants) {
   EXPECT_TRUE(right(*reading, 0));
 }
 
+// It waits for a quarter of the blocks, of which no more comes.
+TEST_F(BufferQueueTest, ReaderThatKeepsUpGoesOnWithTheFewBytesItWants) {
+  make(8);
+  const unsigned int stretch = 3 * kBlock;
+  auto first = read(0, stretch);
+  event(util::STREAM_NORMAL);
+  EXPECT_EQ(deliver(0, stretch), 1);
+  ASSERT_TRUE(first->hasEnded());
+  for (int i = 0; i < 20; ++i) {
+    const long long at = stretch + 100LL * i;
+    BufferQueueProbe::keepUp(*queue);
+    Reading next(queue.get(), at, 100);
+    EXPECT_TRUE(waits());
+    EXPECT_EQ(deliver(at, 100), 1);
+    ASSERT_TRUE(next.hasEnded()) << "it waits for what does not come";
+    EXPECT_EQ(next.got, 100u);
+    EXPECT_TRUE(right(next, at));
+  }
+}
+
 TEST_F(BufferQueueTest, ReaderThatSoughtBackIsWokenByTheFewBytesItWants) {
   producer.size = 101LL * kBlock;
   ASSERT_TRUE(beginsWith(32, kBlock));
