@@ -1,0 +1,169 @@
+// Transfers that are stopped.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/HttpProbes.h"
+#include "tests/support/SessionProbe.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+// While held, a host name is being resolved, for five seconds at most.
+std::atomic<bool> resolverHeld{false};
+std::atomic<int> resolving{0};
+
+}  // namespace
+
+// Takes the place of the C library's function for libcurl.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
+                                                                  const char* service,
+                                                                  const struct addrinfo* hints,
+                                                                  struct addrinfo** result) {
+  using Function = int (*)(const char*, const char*, const struct addrinfo*, struct addrinfo**);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  if (!resolverHeld) return real(node, service, hints, result);
+  ++resolving;
+  support::eventually([] { return !resolverHeld.load(); }, 5);
+  --resolving;
+  return EAI_FAIL;
+}
+
+namespace {
+
+using support::FaultServer;
+using support::kAborted;
+using support::SessionProbe;
+
+TEST(MethodRequestStop, EndsASilentTransferAtOnce) {
+  FaultServer server;
+  EXPECT_LT(support::shortestStop(&server), 0.3);
+}
+
+TEST(MethodRequestStop, EndsAConnectThatNobodyAnswers) {
+  support::FullListener listener;
+  SessionProbe probe;
+  probe.session.arm();
+  probe.start("http://127.0.0.1:" + std::to_string(listener.port()) + "/");
+  const support::Stopwatch watch;
+  probe.session.stop();
+  EXPECT_LT(watch.seconds(), support::patience(1.5));
+  EXPECT_EQ(probe.join(), kAborted);
+}
+
+TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
+  resolverHeld = true;
+  double shortest = 1000;
+  for (int round = 0; round < 2; ++round) {
+    SessionProbe probe;
+    const int before = resolving;
+    probe.start("http://slow.test/");
+    ASSERT_TRUE(support::eventually([&] { return resolving > before; }));
+    const support::Stopwatch watch;
+    probe.session.stop();
+    shortest = std::min(shortest, watch.seconds());
+    EXPECT_EQ(probe.join(), kAborted);
+  }
+  EXPECT_LT(shortest, 2) << "the resolver takes five seconds";
+  resolverHeld = false;
+  EXPECT_TRUE(support::eventually([] { return resolving == 0; }));
+}
+
+TEST(MethodRequestStop, CutBodyWithoutALengthSetsNoSize) {
+  FaultServer server;
+  server.on("/live", [](support::Exchange& exchange) {
+    exchange.send("HTTP/1.0 200 OK\r\n\r\n");
+    exchange.sendPattern(0, 5000);
+    exchange.hold();
+  });
+  SessionProbe probe;
+  probe.start(server.url("/live"));
+  ASSERT_TRUE(probe.receiver.waitForBytes(5000));
+  probe.session.stop();
+  EXPECT_EQ(probe.join(), kAborted);
+  EXPECT_EQ(probe.session.getFileSize(), 0);
+}
+
+TEST(MethodRequestStop, AnnouncedTransferIsEndedBeforeItOpensASocket) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(10));
+  SessionProbe probe;
+  probe.session.arm();
+  std::thread stopper([&] { probe.session.stop(); });
+  while (probe.session.isActive()) std::this_thread::yield();
+  EXPECT_EQ(probe.get(server.url("/a")), kAborted);
+  stopper.join();
+  EXPECT_EQ(server.connectionCount(), 0);
+  EXPECT_EQ(probe.get(server.url("/a")), 0) << "the next one runs";
+}
+
+TEST(MethodRequestStop, SecondCallerWaitsToo) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(100000));
+  SessionProbe probe;
+  std::atomic<bool> release{false};
+  std::atomic<bool> left{false};
+  std::atomic<bool> entered{false};
+  probe.receiver.onPiece = [&](void*, int size) {
+    entered = true;
+    while (!release) std::this_thread::yield();
+    left = true;
+    return size;
+  };
+  probe.start(server.url("/a"));
+  ASSERT_TRUE(support::eventually([&] { return entered.load(); }));
+  std::thread first([&] { probe.session.stop(); });
+  while (probe.session.isActive()) std::this_thread::yield();
+  std::thread second([&] {
+    probe.session.stop();
+    EXPECT_TRUE(left) << "the transfer was still inside the receiver";
+  });
+  std::this_thread::yield();
+  release = true;
+  first.join();
+  second.join();
+  EXPECT_EQ(probe.join(), kAborted);
+}
+
+TEST(MethodRequestStop, CutsALimitersSleepShort) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(1000000));
+  SessionProbe probe;
+  probe.session.setSpeed(100);
+  probe.start(server.url("/a"));
+  ASSERT_TRUE(probe.receiver.waitForBytes(1));
+  const support::Stopwatch watch;
+  probe.session.stop();
+  EXPECT_LT(watch.seconds(), support::patience(1));
+  EXPECT_EQ(probe.join(), kAborted);
+}
+
+TEST(MethodRequestStop, NeverTouchesADescriptorThatWasClosed) {
+  FaultServer server;
+  server.on("/a", support::serveRanges(10));
+  SessionProbe probe;
+  probe.get(server.url("/a"));
+  // Descriptors are given again lowest first: one of these was the session's.
+  int pairs[8][2];
+  for (auto& pair : pairs) ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  server.on("/s", support::staySilent());
+  probe.start(server.url("/s"));
+  ASSERT_TRUE(server.waitForRequests("/s", 1));
+  probe.session.stop();
+  for (auto& pair : pairs) {
+    EXPECT_EQ(write(pair[0], "x", 1), 1);
+    EXPECT_EQ(write(pair[1], "x", 1), 1);
+    close(pair[0]);
+    close(pair[1]);
+  }
+}
+
+}  // namespace
