@@ -1,6 +1,5 @@
 // Many handles, many threads, closing in the middle: nothing is lost, stuck or leaked.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <random>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "api/fluviafs.h"
+#include "tests/support/BlockedReads.h"
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/TestFiles.h"
@@ -15,6 +15,7 @@
 
 namespace {
 
+using support::BackgroundRead;
 using support::Completions;
 
 class Concurrency : public testing::Test {
@@ -24,72 +25,43 @@ class Concurrency : public testing::Test {
     EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, bufferSize), 0);
     return handle;
   }
-  // A handle whose next read waits for ever: the stream cannot begin anew, its file is gone.
-  int openBlocked(const std::string& name) {
-    const std::string path = folder.makePattern(name, 3000000);
-    const int handle = open(path);
-    char byte[1];
-    unsigned int got = 0;
-    long long now = 0;
-    EXPECT_EQ(x_fluvia_file_read(handle, byte, 1, &got), 0);
-    unlink(path.c_str());
-    EXPECT_EQ(x_fluvia_file_seek(handle, 2999000, &now), 0);
-    return handle;
-  }
+  int openBlocked(const std::string& name) { return support::openBlocked(folder, name); }
 
   const support::CapturedStderr quiet{-100};
   support::TemporaryFolder folder;
   support::Watchdog watchdog{90, [] { return std::string(); }};
 };
 
-// Reads one byte on a thread of its own.
-class BackgroundRead {
- public:
-  explicit BackgroundRead(int handle)
-      : thread([this, handle] {
-          begun = true;
-          char byte[1];
-          unsigned int got = 0;
-          result = x_fluvia_file_read(handle, byte, 1, &got);
-          ended = true;
-        }) {}
-  ~BackgroundRead() { thread.join(); }
-
-  std::atomic<bool> begun{false};
-  std::atomic<bool> ended{false};
-  std::atomic<int> result{1};
-
- private:
-  std::thread thread;
-};
-
 TEST_F(Concurrency, AbortEndsABlockedReadAndTheOffsetStays) {
   const int handle = openBlocked("a");
+  const support::CapturedStderr steps(0);
   BackgroundRead read(handle);
-  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  ASSERT_TRUE(support::isBlocked(steps));
   EXPECT_TRUE(support::eventually([&] {
     EXPECT_EQ(x_fluvia_file_read_abort(handle, 0), 0);
     return read.ended.load();
   }));
   EXPECT_EQ(read.result, -4);
-  EXPECT_EQ(x_fluvia_file_offset(handle), 2999000);
+  EXPECT_EQ(x_fluvia_file_offset(handle), support::kBlockedOffset);
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
 TEST_F(Concurrency, CloseEndsABlockedRead) {
   const int handle = openBlocked("a");
+  const support::CapturedStderr steps(0);
   BackgroundRead read(handle);
-  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  ASSERT_TRUE(support::isBlocked(steps));
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
-  EXPECT_TRUE(support::eventually([&] { return read.ended.load(); }));
+  EXPECT_TRUE(read.hasEnded());
   EXPECT_EQ(read.result, -4);
 }
 
 TEST_F(Concurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
   const int blocked = openBlocked("a");
   const int other = open(folder.file("a"));
+  const support::CapturedStderr steps(0);
   BackgroundRead read(blocked);
-  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  ASSERT_TRUE(support::isBlocked(steps));
   for (int i = 0; i < 50; ++i) {
     const int third = open(folder.file("a"));
     EXPECT_EQ(x_fluvia_file_close(third), 0);
@@ -102,8 +74,9 @@ TEST_F(Concurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
 TEST_F(Concurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
   const int blocked = openBlocked("a");
   const int waiting = open(folder.file("a"));
+  const support::CapturedStderr steps(0);
   BackgroundRead read(blocked);
-  ASSERT_TRUE(support::eventually([&] { return read.begun.load(); }));
+  ASSERT_TRUE(support::isBlocked(steps));
   Completions done;
   char byte[1];
   int id = 0;

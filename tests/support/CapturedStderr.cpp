@@ -86,6 +86,13 @@ std::string CapturedStderr::text() const {
 }
 
 std::vector<std::string> CapturedStderr::messages(const std::string& function) const {
+  return messagesOf(function, 0);
+}
+
+std::vector<std::string> CapturedStderr::ownMessages() const { return messagesOf("", gettid()); }
+
+std::vector<std::string> CapturedStderr::messagesOf(const std::string& function,
+                                                    long thread) const {
   std::vector<std::string> found;
   std::istringstream lines(text());
   std::string one;
@@ -94,8 +101,10 @@ std::vector<std::string> CapturedStderr::messages(const std::string& function) c
     const size_t start = one.find("[FluviaFS][00:");
     const size_t dashes = one.find("]-------", start);
     if (start == std::string::npos || dashes == std::string::npos) continue;
-    size_t name = one.find("][", one.find("][", start + 11) + 2);
+    const size_t writer = one.find("][", start + 11) + 2;
+    size_t name = one.find("][", writer);
     if (name == std::string::npos) continue;
+    if (thread != 0 && one.substr(writer, name - writer) != std::to_string(thread)) continue;
     name += 2;
     const std::string logged = one.substr(name, one.find(']', name) - name);
     if (function.empty() || function == logged) {

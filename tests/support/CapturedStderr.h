@@ -19,12 +19,17 @@ class CapturedStderr {
   // Messages of the library's log lines so far, as "function: message"; without a function's name,
   // those of all functions.
   std::vector<std::string> messages(const std::string& function = "") const;
+  // Those of the calling thread: nobody else writes another one while they are compared.
+  std::vector<std::string> ownMessages() const;
   // Whether such a "function: message" was logged.
   bool has(const std::string& line) const;
   // How often it was.
   int count(const std::string& line) const;
 
  private:
+  // thread: only that one's lines; 0 for every thread's.
+  std::vector<std::string> messagesOf(const std::string& function, long thread) const;
+
   int saved;
   int file;
   int savedLevel;

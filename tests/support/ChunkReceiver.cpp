@@ -1,7 +1,5 @@
 #include "tests/support/ChunkReceiver.h"
 
-#include <chrono>
-
 #include "tests/support/Watchdog.h"
 
 namespace support {
@@ -71,7 +69,7 @@ void ChunkReceiver::set(bool* flag, bool value) {
 }
 
 void ChunkReceiver::waitWhile(std::unique_lock<std::mutex>& guard, const bool& held) {
-  changed.wait_for(guard, std::chrono::seconds(kHoldSeconds), [&] { return !held; });
+  changed.wait_for(guard, patienceOf(kHoldSeconds), [&] { return !held; });
 }
 
 }  // namespace support

@@ -11,13 +11,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
 
 #include "tests/support/Pattern.h"
+#include "tests/support/Watchdog.h"
 
 namespace support {
 
@@ -112,16 +112,23 @@ bool Exchange::send(const std::string& bytes) {
   return sendAll(connection, session, bytes.data(), bytes.size());
 }
 
+// Counted before it is sent: whoever has received the bytes finds them counted.
+bool Exchange::sendCounted(const char* bytes, size_t size) {
+  const auto count = static_cast<long long>(size);
+  owner->countBody(received.path, count);
+  if (sendAll(connection, session, bytes, size)) return true;
+  owner->countBody(received.path, -count);
+  return false;
+}
+
 bool Exchange::sendPattern(long long from, long long count) {
   char piece[kPiece];
   while (count > 0) {
     const long long n = std::min<long long>(count, sizeof piece);
     fillPattern(base + static_cast<unsigned long long>(from), piece, static_cast<size_t>(n));
-    if (!sendAll(connection, session, piece, static_cast<size_t>(n))) return false;
+    if (!sendCounted(piece, static_cast<size_t>(n))) return false;
     from += n;
     count -= n;
-    std::lock_guard<std::mutex> guard(owner->lock);
-    owner->sentBytes[received.path] += n;
   }
   return true;
 }
@@ -131,11 +138,9 @@ bool Exchange::sendFile(int file, long long from, long long count) {
   while (count > 0) {
     const size_t wanted = static_cast<size_t>(std::min<long long>(count, sizeof piece));
     const ssize_t n = pread(file, piece, wanted, from);
-    if (n <= 0 || !sendAll(connection, session, piece, static_cast<size_t>(n))) return false;
+    if (n <= 0 || !sendCounted(piece, static_cast<size_t>(n))) return false;
     from += n;
     count -= n;
-    std::lock_guard<std::mutex> guard(owner->lock);
-    owner->sentBytes[received.path] += n;
   }
   return true;
 }
@@ -304,7 +309,7 @@ void FaultServer::answer(int socket, ssl_st* tls) {
     number = static_cast<int>(seen[path].size());
     seen[path].push_back(request);
     const auto limit = limits.find(path);
-    const bool free = changed.wait_for(guard, std::chrono::seconds(2), [&] {
+    const bool free = changed.wait_for(guard, patienceOf(2), [&] {
       return stopping || limit == limits.end() || current[path] < limit->second;
     });
     if (!free) {
@@ -359,9 +364,14 @@ long long FaultServer::bodyBytes(const std::string& path) const {
   return found == sentBytes.end() ? 0 : found->second;
 }
 
+void FaultServer::countBody(const std::string& path, long long bytes) {
+  std::lock_guard<std::mutex> guard(lock);
+  sentBytes[path] += bytes;
+}
+
 bool FaultServer::waitForRequests(const std::string& path, int count, int seconds) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds), [&] {
+  return changed.wait_for(guard, patienceOf(seconds), [&] {
     const auto found = seen.find(path);
     return found != seen.end() && static_cast<int>(found->second.size()) >= count;
   });
@@ -369,7 +379,7 @@ bool FaultServer::waitForRequests(const std::string& path, int count, int second
 
 bool FaultServer::waitUntilIdle(int seconds) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds), [&] {
+  return changed.wait_for(guard, patienceOf(seconds), [&] {
     return std::all_of(connections.begin(), connections.end(),
                        [](const std::unique_ptr<Connection>& each) { return each->over; });
   });

@@ -56,6 +56,8 @@ class Exchange {
   void reset();
 
  private:
+  bool sendCounted(const char* bytes, size_t size);
+
   FaultServer* owner;
   int connection;
   ssl_st* session;
@@ -117,6 +119,7 @@ class FaultServer {
   void answer(int socket, ssl_st* tls);
   bool readHead(int socket, ssl_st* tls, std::string* head);
   void joinFinished();
+  void countBody(const std::string& path, long long bytes);
 
   ssl_ctx_st* tlsContext = nullptr;
   int listener = -1;

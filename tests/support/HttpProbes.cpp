@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/support/Watchdog.h"
+
 namespace support {
 
 int CollectingRequestor::receive(void* data, int size, void* handle, int version) {
@@ -22,8 +24,7 @@ int CollectingRequestor::receive(void* data, int size, void* handle, int version
 
 bool CollectingRequestor::waitForBytes(size_t count, int seconds) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds),
-                          [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, patienceOf(seconds), [&] { return bytes.size() >= count; });
 }
 
 std::string CollectingRequestor::body() const {
@@ -66,13 +67,12 @@ std::vector<int> ScriptedReceiver::versions() const {
 
 bool ScriptedReceiver::waitForBytes(size_t count, int seconds) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds),
-                          [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, patienceOf(seconds), [&] { return bytes.size() >= count; });
 }
 
 bool ScriptedReceiver::waitForEvent(int event, int seconds) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds), [&] {
+  return changed.wait_for(guard, patienceOf(seconds), [&] {
     for (const int seen : seenEvents) {
       if (seen == event) return true;
     }

@@ -4,10 +4,11 @@
 
 #if defined(FLUVIA_PAUSE_POINTS)
 
-#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <mutex>
+
+#include "tests/support/Watchdog.h"
 
 namespace support {
 
@@ -28,7 +29,7 @@ void pause(const char* name) {
   if (point == points.end() || point->second != State::kWanted) return;
   point->second = State::kHeld;
   changed.notify_all();
-  changed.wait_for(guard, std::chrono::seconds(kHoldSeconds), [&] {
+  changed.wait_for(guard, patienceOf(kHoldSeconds), [&] {
     const auto now = points.find(name);
     return now == points.end() || now->second == State::kReleased;
   });
@@ -52,7 +53,7 @@ void Pauses::holdAt(const std::string& point) {
 
 bool Pauses::reached(const std::string& point, int seconds) {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds),
+  return changed.wait_for(guard, patienceOf(seconds),
                           [&] { return points[point] == State::kHeld; });
 }
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -82,8 +81,7 @@ void Completions::completed(int id, void* userData, int status, int bytes) {
 
 bool Completions::waitFor(size_t count, int seconds) {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, std::chrono::seconds(seconds),
-                          [&] { return made.size() >= count; });
+  return changed.wait_for(guard, patienceOf(seconds), [&] { return made.size() >= count; });
 }
 
 std::vector<Completions::Call> Completions::calls() const {

@@ -12,6 +12,10 @@ double patience(double seconds) {
   return text != nullptr ? seconds * strtod(text, nullptr) : seconds;
 }
 
+std::chrono::milliseconds patienceOf(int seconds) {
+  return std::chrono::milliseconds(static_cast<long long>(1000 * patience(seconds)));
+}
+
 Watchdog::Watchdog(int seconds, std::function<std::string()> description)
     : limit(static_cast<int>(patience(seconds))),
       describe(std::move(description)),
@@ -48,8 +52,7 @@ void Watchdog::watch() {
 }
 
 bool eventually(const std::function<bool()>& condition, int seconds) {
-  const auto until =
-      std::chrono::steady_clock::now() + std::chrono::seconds(static_cast<int>(patience(seconds)));
+  const auto until = std::chrono::steady_clock::now() + patienceOf(seconds);
   std::mutex mutex;
   std::condition_variable never;
   std::unique_lock<std::mutex> guard(mutex);

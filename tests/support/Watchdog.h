@@ -13,6 +13,8 @@ namespace support {
 // How long a test waits at most for what takes no more than the given seconds: as long, or
 // FLUVIA_PATIENCE of the environment times as long, where the processor is emulated.
 double patience(double seconds);
+// The same to wait with.
+std::chrono::milliseconds patienceOf(int seconds);
 
 // Aborts the test process with a description when its work makes no progress for that many seconds
 // (of patience).

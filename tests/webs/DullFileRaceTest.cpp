@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "api/fluviafs.h"
+#include "tests/support/BlockedReads.h"
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
@@ -19,10 +20,11 @@
 
 namespace {
 
+using support::BackgroundRead;
 using support::Completions;
 using support::eventually;
 
-constexpr long long kFar = 2999000;
+constexpr long long kFar = support::kBlockedOffset;
 
 class DullFileRace : public testing::Test {
  protected:
@@ -31,22 +33,16 @@ class DullFileRace : public testing::Test {
     EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 65536), 0);
     return handle;
   }
-  // A handle whose reads wait for ever: the stream cannot begin anew, its file is gone.
-  int openBlocked(const std::string& name) {
-    const std::string path = folder.makePattern(name, 3000000);
-    const int handle = open(path);
-    unsigned int got = 0;
-    long long now = 0;
-    EXPECT_EQ(x_fluvia_file_read(handle, byte, 1, &got), 0);
-    unlink(path.c_str());
-    EXPECT_EQ(x_fluvia_file_seek(handle, kFar, &now), 0);
-    return handle;
-  }
+  int openBlocked(const std::string& name) { return support::openBlocked(folder, name); }
   // Reads one byte, to a place of its own if none is given.
   int start(int handle, Completions* done, char* to = nullptr) {
-    int id = 0;
     if (to == nullptr) to = &places[started++ % places.size()];
-    EXPECT_EQ(x_fluvia_file_read_async(handle, to, 1, &Completions::completed, done, &id), 0);
+    return startFor(handle, &Completions::completed, done, to);
+  }
+  // The same with a callback of the test's own.
+  int startFor(int handle, fluvia_file_read_callback callback, void* data, char* to) {
+    int id = 0;
+    EXPECT_EQ(x_fluvia_file_read_async(handle, to, 1, callback, data, &id), 0);
     return id;
   }
   bool waitForLine(const std::string& line, int times = 1) {
@@ -105,7 +101,7 @@ TEST_F(DullFileRace, CloseOfAnotherHandleDoesNotDisarmAnAbort) {
   const int other = open(folder.file("a"));
   Completions done;
   const int id = start(blocked, &done);
-  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  ASSERT_TRUE(support::isBlocked(log));
   EXPECT_EQ(x_fluvia_file_close(other), 0);
   EXPECT_EQ(x_fluvia_file_read_abort(blocked, id), 0);
   ASSERT_TRUE(done.waitFor(1));
@@ -118,7 +114,7 @@ TEST_F(DullFileRace, AbortOfARequestThatWaitsLeavesTheOneThatReads) {
   Completions reading;
   Completions waiting;
   start(blocked, &reading);
-  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  ASSERT_TRUE(support::isBlocked(log));
   const int id = start(blocked, &waiting);
   EXPECT_EQ(x_fluvia_file_read_abort(blocked, id), 0);
   EXPECT_EQ(waiting.count(), 2u) << "both calls of a request that was queued";
@@ -149,8 +145,7 @@ TEST_F(DullFileRace, IdOfARequestMadeInTheSecondCallStaysItsOwn) {
   asking.handle = openBlocked("a");
   Completions first;
   start(asking.handle, &first);
-  int id = 0;
-  ASSERT_EQ(x_fluvia_file_read_async(asking.handle, byte, 1, &AskAgain::called, &asking, &id), 0);
+  const int id = startFor(asking.handle, &AskAgain::called, &asking, byte);
   EXPECT_EQ(x_fluvia_file_read_abort(asking.handle, id), 0);
   ASSERT_EQ(asking.calls, 2);
   ASSERT_EQ(asking.id, id) << "the lowest free one";
@@ -177,9 +172,7 @@ TEST_F(DullFileRace, CloseInTheFirstCallOfAnAbortLeavesOutTheSecond) {
   closing.handle = openBlocked("a");
   Completions first;
   start(closing.handle, &first);
-  int id = 0;
-  ASSERT_EQ(x_fluvia_file_read_async(closing.handle, byte, 1, &CloseOnce::called, &closing, &id),
-            0);
+  const int id = startFor(closing.handle, &CloseOnce::called, &closing, byte);
   EXPECT_EQ(x_fluvia_file_read_abort(closing.handle, id), 0);
   EXPECT_EQ(closing.result, 0);
   EXPECT_EQ(closing.calls, 1) << "no callback comes after the close";
@@ -201,7 +194,7 @@ struct SlowCallback {
     std::unique_lock<std::mutex> guard(self->lock);
     self->entered = true;
     self->changed.notify_all();
-    self->changed.wait_for(guard, std::chrono::seconds(20), [self] { return self->closing; });
+    self->changed.wait_for(guard, support::patienceOf(20), [self] { return self->closing; });
     self->overtaken = self->changed.wait_for(guard, std::chrono::milliseconds(300),
                                              [self] { return self->closed; });
   }
@@ -215,8 +208,7 @@ struct SlowCallback {
 TEST_F(DullFileRace, CloseWaitsForItsCallbackOnAnotherThread) {
   const int handle = open(folder.makePattern("a", 100));
   SlowCallback slow;
-  int id = 0;
-  ASSERT_EQ(x_fluvia_file_read_async(handle, byte, 1, &SlowCallback::called, &slow, &id), 0);
+  startFor(handle, &SlowCallback::called, &slow, byte);
   ASSERT_TRUE(eventually([&] {
     std::lock_guard<std::mutex> guard(slow.lock);
     return slow.entered;
@@ -233,33 +225,11 @@ TEST_F(DullFileRace, CloseWaitsForItsCallbackOnAnotherThread) {
 
 // --- blocking reads ------------------------------------------------------------------------------
 
-// Reads one byte on a thread of its own.
-class BackgroundRead {
- public:
-  explicit BackgroundRead(int handle)
-      : thread([this, handle] {
-          char one = 0;
-          unsigned int got = 0;
-          result = x_fluvia_file_read(handle, &one, 1, &got);
-          ended = true;
-        }) {}
-  ~BackgroundRead() { thread.join(); }
-  bool hasEnded() {
-    return eventually([this] { return ended.load(); });
-  }
-
-  std::atomic<bool> ended{false};
-  std::atomic<int> result{1};
-
- private:
-  std::thread thread;
-};
-
 TEST_F(DullFileRace, ReadThatWaitsForItsTurnIsRefusedAfterItsClose) {
   const int blocked = openBlocked("a");
   const int waiting = open(folder.file("a"));
   BackgroundRead first(blocked);
-  ASSERT_TRUE(waitForLine("startStreaming: Open file fail"));
+  ASSERT_TRUE(support::isBlocked(log));
   {
     const support::CapturedStderr steps(1);
     BackgroundRead second(waiting);

@@ -64,7 +64,7 @@ TEST(HttpFileRequestStop, ReceiverThatFollowsAfterAnAnnouncedStopIsLetGo) {
     probe.receiver.refuseAfter = 0;
   };
   probe.start(1, 0, 0);
-  while (!probe.producer.getStopWait()) std::this_thread::yield();
+  ASSERT_TRUE(support::eventually([&] { return probe.producer.getStopWait(); }));
   EXPECT_EQ(probe.receiver.events(), (Events{0})) << "the transfer waits for the stop";
   probe.producer.stopStreaming();
   EXPECT_EQ(probe.receiver.events(), (Events{0, 7}));
@@ -79,17 +79,15 @@ TEST(HttpFileRequestStop, AnnouncementThatComesAfterTheStopHoldsNothingUp) {
   std::atomic<bool> goOn{false};
   probe.receiver.onPiece = [&] {
     inPiece = true;
-    while (!goOn) std::this_thread::yield();
+    support::eventually([&] { return goOn.load(); });
     probe.producer.setStopWait();
   };
   probe.start(1, 0, 0);
-  while (!inPiece) std::this_thread::yield();
+  EXPECT_TRUE(support::eventually([&] { return inPiece.load(); }));
   support::CapturedStderr log(1);
   std::thread stopper([&] { probe.producer.stopStreaming(); });
-  const support::Stopwatch watch;
-  while (!log.has("stop: notify curl to stop and wait stop end") && watch.seconds() < 20) {
-    std::this_thread::yield();
-  }
+  EXPECT_TRUE(
+      support::eventually([&] { return log.has("stop: notify curl to stop and wait stop end"); }));
   goOn = true;
   stopper.join();
   EXPECT_EQ(probe.receiver.events().back(), util::STREAM_CANCELED);
@@ -132,9 +130,8 @@ TEST(HttpFileRequestStop, ParkedEventHoldsUpOnlyTheStop) {
     producer.getResponseHeader(nullptr, 0, &length);
     done = true;
   });
-  const support::Stopwatch watch;
-  while (!done && watch.seconds() < 2) std::this_thread::yield();
-  EXPECT_TRUE(done) << "one of them waits for the transfer";
+  EXPECT_TRUE(support::eventually([&] { return done.load(); }))
+      << "one of them waits for the transfer";
   probe.receiver.unpark();
   caller.join();
 }

@@ -17,9 +17,11 @@
 
 namespace {
 
-// While held, a host name is being resolved, for five seconds at most.
+// While held, host names are being resolved, each for five seconds at most; how many were begun and
+// are over.
 std::atomic<bool> resolverHeld{false};
-std::atomic<int> resolving{0};
+std::atomic<int> resolvesBegun{0};
+std::atomic<int> resolvesOver{0};
 
 }  // namespace
 
@@ -31,9 +33,9 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* no
   using Function = int (*)(const char*, const char*, const struct addrinfo*, struct addrinfo**);
   static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
   if (!resolverHeld) return real(node, service, hints, result);
-  ++resolving;
+  ++resolvesBegun;
   support::eventually([] { return !resolverHeld.load(); }, 5);
-  --resolving;
+  ++resolvesOver;
   return EAI_FAIL;
 }
 
@@ -64,9 +66,9 @@ TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
   double shortest = 1000;
   for (int round = 0; round < 2; ++round) {
     SessionProbe probe;
-    const int before = resolving;
+    const int before = resolvesBegun;
     probe.start("http://slow.test/");
-    ASSERT_TRUE(support::eventually([&] { return resolving > before; }));
+    ASSERT_TRUE(support::eventually([&] { return resolvesBegun > before; }));
     const support::Stopwatch watch;
     probe.session.stop();
     shortest = std::min(shortest, watch.seconds());
@@ -74,7 +76,7 @@ TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
   }
   EXPECT_LT(shortest, 2) << "the resolver takes five seconds";
   resolverHeld = false;
-  EXPECT_TRUE(support::eventually([] { return resolving == 0; }));
+  EXPECT_TRUE(support::eventually([] { return resolvesOver == resolvesBegun; }));
 }
 
 TEST(MethodRequestStop, CutBodyWithoutALengthSetsNoSize) {
@@ -98,7 +100,7 @@ TEST(MethodRequestStop, AnnouncedTransferIsEndedBeforeItOpensASocket) {
   SessionProbe probe;
   probe.session.arm();
   std::thread stopper([&] { probe.session.stop(); });
-  while (probe.session.isActive()) std::this_thread::yield();
+  EXPECT_TRUE(support::eventually([&] { return !probe.session.isActive(); }));
   EXPECT_EQ(probe.get(server.url("/a")), kAborted);
   stopper.join();
   EXPECT_EQ(server.connectionCount(), 0);
@@ -114,14 +116,14 @@ TEST(MethodRequestStop, SecondCallerWaitsToo) {
   std::atomic<bool> entered{false};
   probe.receiver.onPiece = [&](void*, int size) {
     entered = true;
-    while (!release) std::this_thread::yield();
+    support::eventually([&] { return release.load(); });
     left = true;
     return size;
   };
   probe.start(server.url("/a"));
   ASSERT_TRUE(support::eventually([&] { return entered.load(); }));
   std::thread first([&] { probe.session.stop(); });
-  while (probe.session.isActive()) std::this_thread::yield();
+  EXPECT_TRUE(support::eventually([&] { return !probe.session.isActive(); }));
   std::thread second([&] {
     probe.session.stop();
     EXPECT_TRUE(left) << "the transfer was still inside the receiver";
