@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
-#include <thread>
+#include <condition_variable>
+#include <mutex>
+#include <string>
 #include <vector>
 
 #include "api/fluviafs.h"
@@ -56,13 +57,47 @@ class Holdup {
   void hold() {
     isEntered = true;
     std::unique_lock<std::mutex> guard(lock);
-    changed.wait_for(guard, std::chrono::seconds(30), [this] { return mayGo; });
+    changed.wait_for(guard, support::patienceOf(30), [this] { return mayGo; });
   }
 
   std::mutex lock;
   std::condition_variable changed;
   bool mayGo = false;
   std::atomic<bool> isEntered{false};
+};
+
+// Takes all places that asynchronous reads have on the engine, with callbacks that do not return:
+// requests made from now on stay in the queue until they are let go.
+class FullEngine {
+ public:
+  explicit FullEngine(const support::TemporaryFolder& folder) {
+    for (size_t i = 0; i < kPlaces; ++i) {
+      const std::string path = folder.makePattern("holdup" + std::to_string(i), 100);
+      int id = 0;
+      EXPECT_EQ(x_fluvia_file_open(path.c_str(), &handles[i]), 0);
+      EXPECT_EQ(x_fluvia_file_read_async(handles[i], &bytes[i], 1, &Holdup::held, &holdups[i], &id),
+                0);
+      EXPECT_TRUE(holdups[i].entered());
+    }
+  }
+  ~FullEngine() {
+    letGo();
+    for (const int handle : handles) x_fluvia_file_close(handle);
+  }
+  FullEngine(const FullEngine&) = delete;
+  FullEngine& operator=(const FullEngine&) = delete;
+
+  void letGo() {
+    for (Holdup& holdup : holdups) holdup.letGo();
+  }
+  // A handle that is open: its request is called back at present.
+  int handle() const { return handles[0]; }
+
+ private:
+  static constexpr size_t kPlaces = 5;
+  Holdup holdups[kPlaces];
+  int handles[kPlaces] = {};
+  char bytes[kPlaces] = {};
 };
 
 TEST_F(AsyncRead, DeliversAndMovesTheOffset) {
@@ -90,8 +125,6 @@ TEST_F(AsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
   char first[1000];
   char second[1000];
   Completions done;
-  Holdup holdup;
-  const int other = open(folder.makePattern("b", 10));
   start(handle, first, 1000, &done);
   start(handle, second, 1000, &done);
   ASSERT_TRUE(done.waitFor(2));
@@ -100,78 +133,45 @@ TEST_F(AsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
   EXPECT_EQ(support::firstDifference(static_cast<unsigned long long>(at), second, 1000), -1);
   EXPECT_EQ(x_fluvia_file_offset(handle), at + 1000);
   x_fluvia_file_close(handle);
-  x_fluvia_file_close(other);
 }
 
 TEST_F(AsyncRead, FiveHundredTwelfthRequestIsRefused) {
-  std::vector<int> handles;
-  std::vector<std::unique_ptr<Holdup>> holdups;
   char buffer[512];  // a byte for each request
-  int id = 0;
-  // Five callbacks that do not return take all places on the engine.
-  for (int i = 0; i < 5; ++i) {
-    handles.push_back(open(folder.makePattern(std::to_string(i), 100)));
-    holdups.emplace_back(new Holdup());
-    ASSERT_EQ(x_fluvia_file_read_async(handles.back(), buffer + i, 1, &Holdup::held,
-                                       holdups.back().get(), &id),
-              0);
-  }
-  for (const auto& holdup : holdups) ASSERT_TRUE(holdup->entered());
   Completions done;
-  for (int i = 6; i <= 511; ++i) ASSERT_EQ(start(handles[0], buffer + i, 1, &done), i);
+  FullEngine engine(folder);
+  for (int i = 6; i <= 511; ++i) ASSERT_EQ(start(engine.handle(), buffer + i, 1, &done), i);
   {
     const support::CapturedStderr captured(1);
-    id = 77;
-    EXPECT_EQ(x_fluvia_file_read_async(handles[0], buffer, 1, &Completions::completed, &done, &id),
-              -4);
+    int id = 77;
+    EXPECT_EQ(
+        x_fluvia_file_read_async(engine.handle(), buffer, 1, &Completions::completed, &done, &id),
+        -4);
     EXPECT_EQ(id, 77);
-    const std::vector<std::string> lines = captured.messages();
     const std::vector<std::string> wanted = {
         "x_fluvia_file_read_async: before x_fluvia_file_read_async(handle: 1, size: 1)",
         "readAsync: send too many read request, exceed the limitation 511",
         "readAsync: alloc request id fail",
         "x_fluvia_file_read_async: end x_fluvia_file_read_async(reqID: 77)"};
-    EXPECT_EQ(lines, wanted);
+    EXPECT_EQ(captured.ownMessages(), wanted);
   }
-  for (const auto& holdup : holdups) holdup->letGo();
+  engine.letGo();
   EXPECT_TRUE(done.waitFor(506));
-  for (const int handle : handles) x_fluvia_file_close(handle);
 }
 
 TEST_F(AsyncRead, AbortOfAQueuedRequestCallsBackTwice) {
-  const int handle = open(folder.makePattern("a", 100));
-  char buffer[16];
-  Holdup holdup;
-  int held = 0;
-  ASSERT_EQ(x_fluvia_file_read_async(handle, buffer, 1, &Holdup::held, &holdup, &held), 0);
-  ASSERT_TRUE(holdup.entered());
-  // The file's place is free again: this one reads, and the next waits for nothing but a worker.
-  std::vector<std::unique_ptr<Holdup>> holdups;
-  std::vector<int> others;
-  for (int i = 0; i < 4; ++i) {
-    others.push_back(open(folder.makePattern("o" + std::to_string(i), 100)));
-    holdups.emplace_back(new Holdup());
-    int id = 0;
-    ASSERT_EQ(x_fluvia_file_read_async(others.back(), buffer + 2 + i, 1, &Holdup::held,
-                                       holdups.back().get(), &id),
-              0);
-    ASSERT_TRUE(holdups.back()->entered());
-  }
+  char byte[1];
   Completions done;
-  const int id = start(handle, buffer + 1, 1, &done);
-  EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
+  FullEngine engine(folder);
+  const int id = start(engine.handle(), byte, 1, &done);
+  EXPECT_EQ(x_fluvia_file_read_abort(engine.handle(), id), 0);
   ASSERT_EQ(done.count(), 2u) << "both calls are made before abort returns";
   for (const Completions::Call& call : done.calls()) {
     EXPECT_EQ(call.id, id);
     EXPECT_EQ(call.status, 3);
     EXPECT_EQ(call.bytes, 0);
   }
-  EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0) << "a finished id is no error";
+  EXPECT_EQ(x_fluvia_file_read_abort(engine.handle(), id), 0) << "a finished id is no error";
   EXPECT_EQ(done.count(), 2u);
-  holdup.letGo();
-  for (const auto& each : holdups) each->letGo();
-  for (const int other : others) x_fluvia_file_close(other);
-  x_fluvia_file_close(handle);
 }
 
 TEST_F(AsyncRead, AbortOfAnIdThatCannotBeOneFails) {
@@ -191,36 +191,25 @@ TEST_F(AsyncRead, AbortOfAnIdThatCannotBeOneFails) {
 
 TEST_F(AsyncRead, CloseAnswersEveryQueuedRequestOnce) {
   const int handle = open(folder.makePattern("a", 100000));
-  std::vector<std::unique_ptr<Holdup>> holdups;
-  std::vector<int> others;
-  char byte[1];
-  for (int i = 0; i < 5; ++i) {
-    others.push_back(open(folder.makePattern("o" + std::to_string(i), 100)));
-    holdups.emplace_back(new Holdup());
-    int id = 0;
-    ASSERT_EQ(
-        x_fluvia_file_read_async(others.back(), byte, 1, &Holdup::held, holdups.back().get(), &id),
-        0);
-    ASSERT_TRUE(holdups.back()->entered());
-  }
   std::vector<int> ids;
   Completions done;
   {
-    std::vector<char> buffer(20000);
-    for (int i = 0; i < 20; ++i) {
-      ids.push_back(start(handle, buffer.data() + i * 1000, 1000, &done));
+    const FullEngine engine(folder);
+    {
+      std::vector<char> buffer(20000);
+      for (int i = 0; i < 20; ++i) {
+        ids.push_back(start(handle, buffer.data() + i * 1000, 1000, &done));
+      }
+      EXPECT_EQ(x_fluvia_file_close(handle), 0);
     }
-    EXPECT_EQ(x_fluvia_file_close(handle), 0);
+    std::vector<int> called;
+    for (const Completions::Call& call : done.calls()) {
+      EXPECT_EQ(call.status, 3);
+      called.push_back(call.id);
+    }
+    std::sort(called.begin(), called.end());
+    EXPECT_EQ(called, ids);
   }
-  std::vector<int> called;
-  for (const Completions::Call& call : done.calls()) {
-    EXPECT_EQ(call.status, 3);
-    called.push_back(call.id);
-  }
-  std::sort(called.begin(), called.end());
-  EXPECT_EQ(called, ids);
-  for (const auto& holdup : holdups) holdup->letGo();
-  for (const int other : others) x_fluvia_file_close(other);
   EXPECT_EQ(done.count(), 20u) << "none after close";
 }
 
@@ -345,18 +334,7 @@ struct Restarter {
 };
 
 TEST_F(AsyncRead, ReadStartedInBothCallsOfAnAbortCompletes) {
-  std::vector<std::unique_ptr<Holdup>> holdups;
-  std::vector<int> others;
-  char byte[1];
-  for (int i = 0; i < 5; ++i) {
-    others.push_back(open(folder.makePattern("o" + std::to_string(i), 100)));
-    holdups.emplace_back(new Holdup());
-    int id = 0;
-    ASSERT_EQ(
-        x_fluvia_file_read_async(others.back(), byte, 1, &Holdup::held, holdups.back().get(), &id),
-        0);
-    ASSERT_TRUE(holdups.back()->entered());
-  }
+  FullEngine engine(folder);
   Restarter restarter;
   restarter.handle = open(folder.makePattern("a", 100));
   int id = 0;
@@ -365,10 +343,9 @@ TEST_F(AsyncRead, ReadStartedInBothCallsOfAnAbortCompletes) {
             0);
   EXPECT_EQ(x_fluvia_file_read_abort(restarter.handle, id), 0);
   EXPECT_EQ(restarter.started, 2);
-  for (const auto& holdup : holdups) holdup->letGo();
+  engine.letGo();
   EXPECT_TRUE(restarter.done.waitFor(2));
   x_fluvia_file_close(restarter.handle);
-  for (const int other : others) x_fluvia_file_close(other);
 }
 
 TEST_F(AsyncRead, CallbackRunsOnAWorker) {

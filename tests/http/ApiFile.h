@@ -6,6 +6,7 @@
 #include <string>
 
 #include "api/fluviafs.h"
+#include "tests/support/IsPattern.h"
 #include "tests/support/Pattern.h"
 
 // One handle of the C interface for a test.
@@ -53,16 +54,22 @@ class ApiFile {
     return ::testing::AssertionFailure() << "ended at " << offset << " of " << size;
   }
 
+  // Reads size bytes where the handle stands, which is at offset.
   ::testing::AssertionResult readsPattern(long long offset, unsigned int size) {
     const std::string bytes = read(size);
-    if (last != FVFR_OK || bytes.size() != size) {
+    if (last != FVFR_OK) {
       return ::testing::AssertionFailure()
              << "read at " << offset << " gave " << last << " and " << bytes.size() << " bytes";
     }
-    const long long at = support::firstDifference(static_cast<unsigned long long>(offset),
-                                                  bytes.data(), bytes.size());
-    if (at < 0) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "byte " << offset + at << " is wrong";
+    return support::isPattern(bytes, offset, size);
+  }
+  // The same after a seek.
+  ::testing::AssertionResult readsPatternAt(long long offset, unsigned int size) {
+    const int result = seek(offset);
+    if (result != FVFR_OK) {
+      return ::testing::AssertionFailure() << "seek to " << offset << " gave " << result;
+    }
+    return readsPattern(offset, size);
   }
 
   int seek(long long offset) {
