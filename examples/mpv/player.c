@@ -1,12 +1,4 @@
-/*
- * Plays a file or URL with libmpv, through the library.
- *
- *   player [--headless] [--frames FILE] [--ca FILE] SOURCE
- *
- * SOURCE is fluvia+file:///path, fluvia+http://... or fluvia+https://..., or what mpv opens by
- * itself, to compare. Without a display, or with --headless, nothing is shown or heard. --frames
- * plays nothing but writes the MD5 of every decoded frame into FILE.
- */
+/* Plays a file or URL with libmpv, through the library; kUsage tells how. */
 #include <fluviafs.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,7 +6,19 @@
 
 #include "fluvia_mpv.h"
 
+static const char kUsage[] =
+    "usage: player [--headless] [--frames FILE] [--ca FILE] SOURCE\n"
+    "\n"
+    "Plays fluvia+file:///PATH, fluvia+http://... or fluvia+https://... through the library, or\n"
+    "what mpv opens by itself, to compare.\n"
+    "\n"
+    "  --headless     shows and plays nothing, as without a display\n"
+    "  --frames FILE  writes the MD5 of every decoded frame into FILE, and plays nothing\n"
+    "  --ca FILE      has servers' certificates checked against the authorities in FILE\n"
+    "  --help         shows this text\n";
+
 typedef struct Options {
+  int help;
   int headless;
   const char* frames;
   const char* authorities;
@@ -68,14 +72,20 @@ static int watch(mpv_handle* player) {
 
 static int parse(int argc, char** argv, Options* options) {
   for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--help") == 0) {
+      options->help = 1;
+      return 0;
+    }
     if (strcmp(argv[i], "--headless") == 0) {
       options->headless = 1;
     } else if (strcmp(argv[i], "--frames") == 0 && i + 1 < argc) {
       options->frames = argv[++i];
     } else if (strcmp(argv[i], "--ca") == 0 && i + 1 < argc) {
       options->authorities = argv[++i];
-    } else {
+    } else if (options->source == NULL && argv[i][0] != '-') {
       options->source = argv[i];
+    } else {
+      return -1;
     }
   }
   if (getenv("DISPLAY") == NULL && getenv("WAYLAND_DISPLAY") == NULL) options->headless = 1;
@@ -86,8 +96,12 @@ int main(int argc, char** argv) {
   Options options = {0};
   FluviaMpvStreams streams = {applySettings, &options};
   if (parse(argc, argv, &options) != 0) {
-    fprintf(stderr, "usage: player [--headless] [--frames FILE] [--ca FILE] SOURCE\n");
+    fputs(kUsage, stderr);
     return 2;
+  }
+  if (options.help) {
+    fputs(kUsage, stdout);
+    return 0;
   }
   mpv_handle* player = mpv_create();
   if (player == NULL) return 1;

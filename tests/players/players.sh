@@ -3,6 +3,7 @@
 #
 # PLAYER_over_WAY     every frame of every medium, as the same player decodes it from the plain file
 # PLAYER_seeks        the frames at 20 random times, likewise
+# PLAYER_usage        what the player says of its options
 #
 # FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
 set -euo pipefail
@@ -239,6 +240,22 @@ byte_seeks() {
     fail "$(tail -5 errors)"
   cmp got expected
   [ "$(wc -l <got)" -eq 20 ] || fail "not 20 packets"
+}
+
+# The player tells how it is used: on request, and where it is used wrongly.
+mpv_usage() {
+  local code wrong
+  local player=$build/examples/mpv/player
+  "$player" --help >out 2>errors || fail "--help gives $?: $(cat errors)"
+  grep -q '^usage: player .* SOURCE$' out || fail "--help says: $(cat out)"
+  [ ! -s errors ] || fail "--help writes to standard error: $(cat errors)"
+  for wrong in "" "--nonsense file" "one two" "--frames"; do
+    code=0
+    # shellcheck disable=SC2086  # the words are meant to be split
+    "$player" $wrong >out 2>errors || code=$?
+    [ "$code" -eq 2 ] || fail "'$wrong' gives $code, not 2: $(cat errors)"
+    grep -q '^usage: player ' errors || fail "'$wrong' says: $(cat errors)"
+  done
 }
 
 # The commands of the README, as they stand but for the address and the folder of the build.
