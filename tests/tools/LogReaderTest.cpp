@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "LogReader.h"
@@ -37,7 +38,16 @@ struct Reading {
     }
     reader.finish();
   }
+
+  // What each entry says, and which thread wrote it.
+  std::vector<std::pair<LogWord, long>> heads() const {
+    std::vector<std::pair<LogWord, long>> all;
+    for (const Kept& entry : entries) all.emplace_back(entry.word, entry.thread);
+    return all;
+  }
 };
+
+using Heads = std::vector<std::pair<LogWord, long>>;
 
 // The fact points into the text, so that must stay.
 LogFact factOf(std::string_view function, std::string_view text) {
@@ -132,19 +142,14 @@ TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
       "[FluviaFS][00:23983:622][1450][streamIn][50]-------[FluviaFS][00:23983:622][1451]"
       "[sendData][60]-------wait in streamIn\n"
       "(handle:0x1) Data In  size = 9, version = 0\n");
-  ASSERT_EQ(log.entries.size(), 6u);
-  EXPECT_EQ(log.entries[0].word, LogWord::kOpenBegin);
-  EXPECT_EQ(log.entries[0].thread, 1443);
+  // The last two: the text of the first head stands behind the second.
+  ASSERT_EQ(log.heads(), (Heads{{LogWord::kOpenBegin, 1443},
+                                {LogWord::kReadEnd, 1448},
+                                {LogWord::kStatus, 1450},
+                                {LogWord::kGetBegin, 1452},
+                                {LogWord::kWriterWaits, 1450},
+                                {LogWord::kDataIn, 1451}}));
   EXPECT_EQ(log.entries[0].text, "http://127.0.0.1:39155/sound.m4a");
-  EXPECT_EQ(log.entries[1].word, LogWord::kReadEnd);
-  EXPECT_EQ(log.entries[1].thread, 1448);
-  EXPECT_EQ(log.entries[2].word, LogWord::kStatus);
-  EXPECT_EQ(log.entries[3].word, LogWord::kGetBegin);
-  EXPECT_EQ(log.entries[3].thread, 1452);
-  EXPECT_EQ(log.entries[4].word, LogWord::kWriterWaits);
-  EXPECT_EQ(log.entries[4].thread, 1450) << "the text of the first head behind the second";
-  EXPECT_EQ(log.entries[5].word, LogWord::kDataIn);
-  EXPECT_EQ(log.entries[5].thread, 1451);
   EXPECT_EQ(log.reader.counts().mixed, 4);
 }
 
@@ -155,13 +160,11 @@ TEST(LogReader, TextsWithoutALineEndBetweenThemAreTakenApart) {
       "[FluviaFS][00:1:3][12][popTask][3]-------[FluviaFS][00:1:3][13][runner][4]-------"
       "thread engine waiting for taskdestroy thread\n\n"
       "[FluviaFS][00:1:4][13][sendRequest][4]-------\n< errorCode:28\n");
-  ASSERT_EQ(log.entries.size(), 4u);
-  EXPECT_EQ(log.entries[0].word, LogWord::kWaitGoesOn);
-  EXPECT_EQ(log.entries[0].thread, 10);
-  EXPECT_EQ(log.entries[1].word, LogWord::kGetBegin);
-  EXPECT_EQ(log.entries[1].thread, 11);
+  ASSERT_EQ(log.heads(), (Heads{{LogWord::kWaitGoesOn, 10},
+                                {LogWord::kGetBegin, 11},
+                                {LogWord::kThreadEnds, 13},
+                                {LogWord::kRunResult, 13}}));
   EXPECT_EQ(log.entries[1].values[0], 5);
-  EXPECT_EQ(log.entries[2].word, LogWord::kThreadEnds);
   EXPECT_EQ(log.entries[3].values[0], 28);
 }
 
