@@ -86,13 +86,56 @@ int make(const char* path, long long size) {
   return out ? 0 : 1;
 }
 
-int run(const std::vector<soak::Film>& films, int warm, int seconds, const std::string& csv) {
+// Takes a sample a second, and now and then one with every handle closed.
+void watch(int seconds, soak::Interval* interval, soak::Samples* samples) {
+  const auto begin = std::chrono::steady_clock::now();
+  soak::Sample quiet;
+  quiet.descriptors = quiet.threads = 1 << 30;
+  for (int second = 1; second <= seconds; ++second) {
+    std::this_thread::sleep_until(begin + std::chrono::seconds(second));
+    samples->add(soak::takeSample(second));
+    if (second % std::max(1, seconds / kIntervals) != 0) continue;
+    interval->begin();
+    // The first time everything that lives as long as the process has been made.
+    quiet = quietSample(second, quiet);
+    samples->addQuiet(quiet);
+    interval->end();
+  }
+}
+
+// Tells what was done and what went wrong. False when anything did.
+bool report(const std::vector<std::string>& wrong, const soak::Counts& counts,
+            const soak::Samples& samples) {
+  bool well = true;
+  for (const std::string& what : wrong) {
+    if (what.empty()) continue;
+    printf("FAILED: %s\n", what.c_str());
+    well = false;
+  }
+  printf("%lld MB read and compared, %lld seeks, %lld opens, %lld allowed failures\n%s\n",
+         counts.bytes / 1000000, counts.seeks.load(), counts.opens.load(), counts.failures.load(),
+         samples.summary().c_str());
+  const std::string verdict = samples.verdict();
+  if (verdict.empty()) return well;
+  printf("FAILED: %s\n", verdict.c_str());
+  return false;
+}
+
+struct Options {
+  int seconds = 60;
+  int warm = 300;
+  std::string csv = "soak.csv";
+  std::vector<soak::Film> others;
+};
+
+int run(const std::vector<soak::Film>& films, const Options& options) {
   const unsigned int seed = support::seedOr(20261121);
-  printf("%d players, %d s after %d s of warming up, seed %u\n", kPlayers, seconds, warm, seed);
+  printf("%d players, %d s after %d s of warming up, seed %u\n", kPlayers, options.seconds,
+         options.warm, seed);
   fflush(stdout);
   soak::Interval interval(kPlayers);
   soak::Counts counts;
-  soak::Samples samples(seconds);
+  soak::Samples samples(options.seconds);
   std::atomic<bool> stop{false};
   std::vector<std::string> wrong(kPlayers);
   std::vector<std::thread> players;
@@ -102,79 +145,64 @@ int run(const std::vector<soak::Film>& films, int warm, int seconds, const std::
       wrong[i] = player.play(&stop);
     });
   }
-  std::this_thread::sleep_for(std::chrono::seconds(warm));
-  const auto begin = std::chrono::steady_clock::now();
-  soak::Sample quiet;
-  quiet.descriptors = quiet.threads = 1 << 30;
-  for (int second = 1; second <= seconds; ++second) {
-    std::this_thread::sleep_until(begin + std::chrono::seconds(second));
-    samples.add(soak::takeSample(second));
-    if (second % std::max(1, seconds / kIntervals) != 0) continue;
-    interval.begin();
-    // The first time everything that lives as long as the process has been made.
-    quiet = quietSample(second, quiet);
-    samples.addQuiet(quiet);
-    interval.end();
-  }
+  std::this_thread::sleep_for(std::chrono::seconds(options.warm));
+  watch(options.seconds, &interval, &samples);
   stop = true;
   for (std::thread& player : players) player.join();
-  int bad = 0;
-  for (const std::string& what : wrong) {
-    if (what.empty()) continue;
-    printf("FAILED: %s\n", what.c_str());
-    ++bad;
-  }
-  printf("%lld MB read and compared, %lld seeks, %lld opens, %lld allowed failures\n%s\n",
-         counts.bytes / 1000000, counts.seeks.load(), counts.opens.load(), counts.failures.load(),
-         samples.summary().c_str());
-  const std::string verdict = samples.verdict();
-  if (!verdict.empty()) printf("FAILED: %s\n", verdict.c_str());
-  if (!samples.write(csv)) return 1;
-  return bad == 0 && verdict.empty() ? 0 : 1;
+  const bool well = report(wrong, counts, samples);
+  return samples.write(options.csv) && well ? 0 : 1;
 }
 
 // As many heaps as a process on 32-bit ARM has. On 64 bits there are four times as many, and
 // threads that come and go fill them one after the other for hours.
 void limitHeaps() { mallopt(M_ARENA_MAX, 2 * static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
 
+// False for a word that means nothing here.
+bool parse(int count, char** words, Options* options) {
+  for (int i = 1; i < count; ++i) {
+    if (strcmp(words[i], "--seconds") == 0 && i + 1 < count) {
+      options->seconds = atoi(words[++i]);
+    } else if (strcmp(words[i], "--warm") == 0 && i + 1 < count) {
+      options->warm = atoi(words[++i]);
+    } else if (strcmp(words[i], "--csv") == 0 && i + 1 < count) {
+      options->csv = words[++i];
+    } else if (strcmp(words[i], "--url") == 0 && i + 2 < count) {
+      options->others.push_back({words[i + 1], atoll(words[i + 2]), false, true});
+      i += 2;
+    } else {
+      fprintf(stderr, "what is \"%s\"?\n", words[i]);
+      return false;
+    }
+  }
+  return true;
+}
+
+// Starts the fault server's process and learns its port. False when that fails.
+bool startServer(pid_t* server, int* port) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  *server = fork();
+  if (*server < 0) return false;
+  if (*server == 0) serve(ends[1]);
+  const bool told = read(ends[0], port, sizeof *port) == sizeof *port;
+  close(ends[0]);
+  close(ends[1]);
+  return told;
+}
+
 }  // namespace
 
 int main(int count, char** words) {
   limitHeaps();
-  int seconds = 60;
-  int warm = 300;
-  std::string csv = "soak.csv";
-  std::vector<soak::Film> others;
-  for (int i = 1; i < count; ++i) {
-    const bool two = i + 2 < count;
-    if (strcmp(words[i], "--make") == 0 && two) return make(words[i + 1], atoll(words[i + 2]));
-    if (strcmp(words[i], "--seconds") == 0 && i + 1 < count) {
-      seconds = atoi(words[++i]);
-    } else if (strcmp(words[i], "--warm") == 0 && i + 1 < count) {
-      warm = atoi(words[++i]);
-    } else if (strcmp(words[i], "--csv") == 0 && i + 1 < count) {
-      csv = words[++i];
-    } else if (strcmp(words[i], "--url") == 0 && two) {
-      others.push_back({words[i + 1], atoll(words[i + 2]), false, true});
-      i += 2;
-    } else {
-      fprintf(stderr, "what is \"%s\"?\n", words[i]);
-      return 2;
-    }
-  }
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return 2;
-  const pid_t server = fork();
-  if (server < 0) return 2;
-  if (server == 0) serve(ends[1]);
+  if (count == 4 && strcmp(words[1], "--make") == 0) return make(words[2], atoll(words[3]));
+  Options options;
+  pid_t server = 0;
   int port = 0;
-  if (read(ends[0], &port, sizeof port) != sizeof port) return 2;
-  close(ends[0]);
-  close(ends[1]);
+  if (!parse(count, words, &options) || !startServer(&server, &port)) return 2;
   support::silenceStderr();
   std::vector<soak::Film> films = filmsOf(port);
-  films.insert(films.end(), others.begin(), others.end());
-  const int result = run(films, warm, seconds, csv);
+  films.insert(films.end(), options.others.begin(), options.others.end());
+  const int result = run(films, options);
   kill(server, SIGKILL);
   waitpid(server, nullptr, 0);
   return result;
