@@ -19,6 +19,7 @@ int SteppedProducer::startStreaming(int version, long long from, long long lengt
     runs.push_back({version, from, length});
     stopped = false;
   }
+  if (duringStart) duringStart();
   while (staysInside && !stopped) std::this_thread::yield();
   return startResult;
 }

@@ -55,6 +55,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   std::atomic<bool> staysInside{false};  // a start returns when it is stopped
   std::atomic<int> stops{0};
   std::atomic<int> breaks{0};
+  std::function<void()> duringStart;
   std::function<void()> duringStop;
 
  private:

@@ -1,16 +1,15 @@
 // What the library does when memory or threads run out at one particular place.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <memory>
 #include <new>
-#include <thread>
+#include <string>
 #include <vector>
 
 #include "api/fluviafs.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/QueueProbe.h"
+#include "tests/support/SteppedQueue.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 #include "tests/torture/Interpose.h"
@@ -22,79 +21,35 @@ namespace {
 
 using support::Completions;
 using support::eventually;
+using support::kBlock;
+using support::Reading;
+using support::SteppedProducer;
 using torture::Point;
 using util::BufferQueue;
 using util::BufferQueueProbe;
 using util::ThreadEngine;
 
-constexpr int kFailed = -4;
-
-// A producer in whose place the test delivers.
-class IdleProducer : public util::BufferQueueProducer {
- public:
-  void setOutput(util::BufferQueueDataReceiver*) override {}
-  void release() override {}
-  int startStreaming(int, long long, long long) override {
-    ++starts;
-    if (outOfMemory) throw std::bad_alloc();
-    return 0;
-  }
-  int stopStreaming() override {
-    stopWait = false;
-    return 0;
-  }
-  bool isRandomAccess() override { return true; }
-  long long getContentSize() override { return 10000000; }
-  void setBreak() override {}
-  bool getStopWait() override { return stopWait; }
-  void setStopWait() override { stopWait = true; }
-
-  std::atomic<int> starts{0};
-  std::atomic<bool> outOfMemory{false};
-  std::atomic<bool> stopWait{false};
-};
-
-// A queue whose one read runs on a thread of its own.
 class OutOfMemory : public testing::Test {
  protected:
   OutOfMemory() { EXPECT_TRUE(queue.initialize(&producer)); }
-  ~OutOfMemory() override {
-    queue.release();
-    if (reader.joinable()) reader.join();
-  }
+  ~OutOfMemory() override { queue.release(); }
 
-  void readAt(long long offset) {
-    reader = std::thread([this, offset] {
-      char buffer[100];
-      unsigned int got = 0;
-      long long now = 0;
-      queue.seek(offset, &now);
-      result = queue.read(buffer, sizeof buffer, &got);
-      ended = true;
-    });
-  }
-  bool readHasEnded() {
-    return eventually([this] { return ended.load(); });
-  }
-
-  IdleProducer producer;
-  BufferQueue queue{4 * 32768};
-  std::atomic<int> result{77};
-  std::atomic<bool> ended{false};
-  std::thread reader;
+  SteppedProducer producer;
+  BufferQueue queue{4 * kBlock};
+  support::Watchdog watchdog{60, [this] { return BufferQueueProbe::describe(queue); }};
 };
 
 TEST_F(OutOfMemory, InAProducersStartFailsTheReadAndNotTheWorker) {
-  producer.outOfMemory = true;
-  readAt(0);
-  ASSERT_TRUE(readHasEnded());
-  EXPECT_EQ(result, kFailed);
-  EXPECT_EQ(producer.starts, 1);
+  producer.duringStart = [] { throw std::bad_alloc(); };
+  Reading reading(&queue, 0, 100);
+  ASSERT_TRUE(reading.hasEnded());
+  EXPECT_EQ(reading.result, FVFR_FAILED);
+  EXPECT_EQ(producer.started().size(), 1u);
 }
 
 TEST_F(OutOfMemory, ForARestartIsNoticedBeforeTheTransferHoldsStillForIt) {
-  readAt(5000000);
-  ASSERT_TRUE(eventually([&] { return producer.starts == 1; }));
+  Reading reading(&queue, 5000000, 100);
+  ASSERT_TRUE(eventually([&] { return producer.started().size() == 1; }));
   ASSERT_TRUE(eventually([&] { return BufferQueueProbe::wantsFeed(queue); }));
   std::string bytes = support::pattern(0, 1000);
   torture::arm(Point::kAllocation, 1, 0);
@@ -103,8 +58,8 @@ TEST_F(OutOfMemory, ForARestartIsNoticedBeforeTheTransferHoldsStillForIt) {
   EXPECT_EQ(goOn, 0);
   EXPECT_GT(torture::failures(), 0);
   EXPECT_FALSE(producer.stopWait) << "nobody would ever end its waiting";
-  ASSERT_TRUE(readHasEnded());
-  EXPECT_EQ(result, kFailed);
+  ASSERT_TRUE(reading.hasEnded());
+  EXPECT_EQ(reading.result, FVFR_FAILED);
 }
 
 TEST(OutOfMemoryPool, FreesABlockThatItCannotRemember) {
@@ -134,7 +89,7 @@ TEST(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
   const support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", kSize);
   int handle = 0;
-  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 4 * 32768), 0);
+  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 4 * kBlock), 0);
   std::vector<char> buffer(1000);
   unsigned int got = 0;
   EXPECT_EQ(x_fluvia_file_read(handle, buffer.data(), 1000, &got), 0);
@@ -143,10 +98,10 @@ TEST(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
   Completions completions;
   EXPECT_EQ(x_fluvia_file_read_async(handle, buffer.data(), 1000, &Completions::completed,
                                      &completions, &id),
-            kFailed);
+            FVFR_FAILED);
   long long now = 0;
   EXPECT_EQ(x_fluvia_file_seek(handle, 900000, &now), 0);
-  EXPECT_EQ(x_fluvia_file_read(handle, buffer.data(), 1000, &got), kFailed);
+  EXPECT_EQ(x_fluvia_file_read(handle, buffer.data(), 1000, &got), FVFR_FAILED);
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
   EXPECT_EQ(completions.count(), 0u);
 }
@@ -163,7 +118,7 @@ TEST(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
   std::vector<std::vector<char>> buffers(kFiles, std::vector<char>(1000));
   for (size_t i = 0; i < kFiles; ++i) {
     const std::string path = folder.makePattern("f" + std::to_string(i), kSize);
-    ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handles[i], 4 * 32768), 0);
+    ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handles[i], 4 * kBlock), 0);
     unsigned int got = 0;
     ASSERT_EQ(x_fluvia_file_read(handles[i], buffers[i].data(), 1000, &got), 0);
     long long now = 0;
@@ -179,7 +134,7 @@ TEST(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
   ASSERT_TRUE(pauses.reached("DullFile::perform started"));
   pauses.release("DullFile::perform started");
   EXPECT_TRUE(completions.waitFor(kFiles, 60));
-  for (const Completions::Call& call : completions.calls()) EXPECT_EQ(call.status, 1);
+  for (const Completions::Call& call : completions.calls()) EXPECT_EQ(call.status, FVFR_ASYNC_DONE);
   for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 #endif

@@ -19,11 +19,6 @@ namespace {
 
 constexpr int kBuffer = 4 * 32768;
 constexpr unsigned int kPiece = 40000;
-constexpr int kDone = 1;
-constexpr int kCancelled = 3;
-constexpr int kEndOfFile = 4;
-constexpr int kFailed = -1;
-constexpr long long kUnknownSize = 0x0FFFFFFFFFFFFFFFLL;
 
 // One asynchronous read, alive until its callbacks have come.
 struct AsyncRead {
@@ -148,7 +143,7 @@ class User {
   bool openHandle() {
     const int code =
         inside([&] { return x_fluvia_file_open_x(resource_.url.c_str(), &handle_, kBuffer); });
-    if (!accept(code, {0, FVFR_FAILED}, "open")) return false;
+    if (!accept(code, {FVFR_OK, FVFR_FAILED}, "open")) return false;
     if (handle_ < 1 || handle_ > 255) complain("open gave handle " + std::to_string(handle_));
     return true;
   }
@@ -169,8 +164,8 @@ class User {
     });
     const long long size = inside([&] { return x_fluvia_file_size(handle_); });
     const bool fine =
-        size == resource_.size ||
-        (judge_ == Judge::kMayFail && (size == 0 || size == FVFR_FAILED || size == kUnknownSize));
+        size == resource_.size || (judge_ == Judge::kMayFail &&
+                                   (size == 0 || size == FVFR_FAILED || size == FVFR_UNKNOWN_SIZE));
     if (!fine) complain("the size is " + std::to_string(size));
     char header[512];
     int length = 0;
@@ -187,7 +182,7 @@ class User {
   bool moveTo(long long offset) {
     long long now = -1;
     const int code = inside([&] { return x_fluvia_file_seek(handle_, offset, &now); });
-    return accept(code, {0, FVFR_FAILED, -12}, "seek");
+    return accept(code, {FVFR_OK, FVFR_FAILED, FVFR_SEEK_REFUSED}, "seek");
   }
 
   void checkBytes(long long offset, const char* bytes, size_t count, const std::string& call) {
@@ -212,9 +207,12 @@ class User {
     const int code =
         inside([&] { return x_fluvia_file_read(handle_, buffer.data(), count, &got); });
     checkBytes(offset, buffer.data(), got, "read");
-    if (code == -13 && offset >= resource_.size) return;
-    accept(code, {0, -1, -4, -6, -13, -17, -21}, "read at " + std::to_string(offset));
-    if (code == 0 || code == -13) checkEnd(offset, got, count, "read");
+    if (code == FVFR_END_OF_FILE && offset >= resource_.size) return;
+    accept(code,
+           {FVFR_OK, FVFR_NOT_APPLIED, FVFR_FAILED, FVFR_TIMEOUT, FVFR_END_OF_FILE,
+            FVFR_NOT_AVAILABLE, FVFR_NOT_FOUND},
+           "read at " + std::to_string(offset));
+    if (code == 0 || code == FVFR_END_OF_FILE) checkEnd(offset, got, count, "read");
   }
 
   void readAsyncAt(long long offset, bool abort) {
@@ -226,33 +224,34 @@ class User {
       return x_fluvia_file_read_async(handle_, read.buffer.data(), kPiece, &AsyncRead::completed,
                                       &read, &id);
     });
-    if (!accept(code, {0, FVFR_FAILED}, "read_async")) {
+    if (!accept(code, {FVFR_OK, FVFR_FAILED}, "read_async")) {
       if (read.calls != 0) complain("a refused read was called back");
       return;
     }
-    int twice = 1;
     if (abort) {
-      accept(inside([&] { return x_fluvia_file_read_abort(handle_, id); }), {0}, "abort");
-      twice = 2;
+      accept(inside([&] { return x_fluvia_file_read_abort(handle_, id); }), {FVFR_OK}, "abort");
     }
     // Bounded by the deadline of the whole run.
     inside([&] {
       while (read.calls == 0) std::this_thread::yield();
     });
-    // After the handle has been asked again no callback is under way.
     finishAsync(offset, read, abort);
-    if (read.calls > twice) complain("called back " + std::to_string(read.calls) + " times");
+    // An abort has made both calls by the time it returns, or left one to the worker.
+    if (read.calls > (abort ? 2 : 1))
+      complain("called back " + std::to_string(read.calls) + " times");
   }
 
   void finishAsync(long long offset, const AsyncRead& read, bool aborted) {
     const int status = read.status;
     const size_t got = static_cast<size_t>(std::max(read.bytes.load(), 0));
-    if (status == kDone || status == kEndOfFile) {
+    if (status == FVFR_ASYNC_DONE || status == FVFR_ASYNC_END_OF_FILE) {
       checkBytes(offset, read.buffer.data(), got, "async read");
       checkEnd(offset, got, kPiece, "async read");
       return;
     }
-    const bool fine = status == kCancelled ? aborted : status == kFailed && (aborted || mayFail());
+    const bool fine = status == FVFR_ASYNC_CANCELLED
+                          ? aborted
+                          : status == FVFR_ASYNC_FAILED && (aborted || mayFail());
     if (!fine)
       complain("async read at " + std::to_string(offset) + " ended with status " +
                std::to_string(status));
