@@ -86,7 +86,7 @@ TEST_F(RudeTimerTest, RepeatingTimerFiresAgainAndEndsWithItsObject) {
     ASSERT_TRUE(eventually([] { return fired >= 5; }));
     EXPECT_EQ(firedWith, &argument) << "start on an active timer keeps the argument";
   }
-  EXPECT_TRUE(eventually([=] { return support::threadCount() == threads; }));
+  EXPECT_TRUE(eventually([=] { return support::threadCount() <= threads; }));
 }
 
 }  // namespace
