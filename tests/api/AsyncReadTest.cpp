@@ -105,8 +105,7 @@ TEST_F(AsyncRead, DeliversAndMovesTheOffset) {
   char buffer[60];
   Completions done;
   for (int i = 0; i < 3; ++i) {
-    // An id is free once its callback has returned: of two, one always is.
-    EXPECT_LE(start(handle, buffer, 60, &done), 2) << "ids are reused at once";
+    start(handle, buffer, 60, &done);
     ASSERT_TRUE(done.waitFor(static_cast<size_t>(i) + 1));
   }
   const std::vector<Completions::Call> calls = done.calls();
@@ -117,6 +116,19 @@ TEST_F(AsyncRead, DeliversAndMovesTheOffset) {
   EXPECT_EQ(calls[2].status, 4);
   EXPECT_EQ(calls[2].bytes, 0);
   EXPECT_EQ(x_fluvia_file_offset(handle), 100);
+  x_fluvia_file_close(handle);
+}
+
+// An id is free once its callback has returned. Five requests at most are with workers, which may
+// not have come to that yet when the next one is asked for.
+TEST_F(AsyncRead, IdsAreUsedAgain) {
+  const int handle = open(folder.makePattern("a", 100));
+  char byte = 0;
+  Completions done;
+  for (size_t i = 0; i < 100; ++i) {
+    EXPECT_LE(start(handle, &byte, 1, &done), 6);
+    ASSERT_TRUE(done.waitFor(i + 1));
+  }
   x_fluvia_file_close(handle);
 }
 
