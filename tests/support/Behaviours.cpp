@@ -81,9 +81,9 @@ Behaviour serveRanges(long long size, const std::string& extra) {
   };
 }
 
-Behaviour ignoreRanges(long long size, const std::string& extra) {
+Behaviour ignoreRanges(long long size) {
   return [=](Exchange& exchange) {
-    if (exchange.send(sizedHead(200, size, extra))) exchange.sendPattern(0, size);
+    if (exchange.send(sizedHead(200, size, ""))) exchange.sendPattern(0, size);
   };
 }
 
@@ -94,9 +94,9 @@ Behaviour serveChunked(long long size, const std::string& extra) {
   };
 }
 
-Behaviour serveUntilClose(long long size, const std::string& extra) {
+Behaviour serveUntilClose(long long size) {
   return [=](Exchange& exchange) {
-    exchange.send("HTTP/1.0 200 OK\r\n" + extra + "\r\n");
+    exchange.send("HTTP/1.0 200 OK\r\n\r\n");
     exchange.sendPattern(0, size);
   };
 }

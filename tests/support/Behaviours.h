@@ -14,10 +14,10 @@ namespace support {
 // A well-behaved server: 206 for a range, 416 past the end, 200 otherwise.
 Behaviour serveRanges(long long size, const std::string& extra = "");
 // 200 with a length and the whole resource, whatever range was asked.
-Behaviour ignoreRanges(long long size, const std::string& extra = "");
+Behaviour ignoreRanges(long long size);
 // 200 in chunks; 200 without a length, ended by the close; the same as a Shoutcast server says it.
 Behaviour serveChunked(long long size, const std::string& extra = "");
-Behaviour serveUntilClose(long long size, const std::string& extra = "");
+Behaviour serveUntilClose(long long size);
 Behaviour serveIcy(long long size);
 // 206 with a Content-Range line, spelt as given, and no length.
 Behaviour serveContentRangeOnly(long long size, const std::string& name = "Content-Range");

@@ -12,6 +12,10 @@
 
 namespace support {
 
+namespace {
+std::chrono::milliseconds longest() { return patienceOf(20); }
+}  // namespace
+
 int CollectingRequestor::receive(void* data, int size, void* handle, int version) {
   lastVersion = version;
   lastHandle = handle;
@@ -22,9 +26,9 @@ int CollectingRequestor::receive(void* data, int size, void* handle, int version
   return taken;
 }
 
-bool CollectingRequestor::waitForBytes(size_t count, int seconds) const {
+bool CollectingRequestor::waitForBytes(size_t count) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, patienceOf(seconds), [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, longest(), [&] { return bytes.size() >= count; });
 }
 
 std::string CollectingRequestor::body() const {
@@ -65,14 +69,14 @@ std::vector<int> ScriptedReceiver::versions() const {
   return seenVersions;
 }
 
-bool ScriptedReceiver::waitForBytes(size_t count, int seconds) const {
+bool ScriptedReceiver::waitForBytes(size_t count) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, patienceOf(seconds), [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, longest(), [&] { return bytes.size() >= count; });
 }
 
-bool ScriptedReceiver::waitForEvent(int event, int seconds) const {
+bool ScriptedReceiver::waitForEvent(int event) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, patienceOf(seconds), [&] {
+  return changed.wait_for(guard, longest(), [&] {
     for (const int seen : seenEvents) {
       if (seen == event) return true;
     }

@@ -34,8 +34,8 @@ class CollectingRequestor : public webs::Requestor {
   void readyReceive() override { ++ready; }
   void finishReceive() override {}
 
-  // Wait until that many bytes came. False after seconds.
-  bool waitForBytes(size_t count, int seconds = 20) const;
+  // Waits until that many bytes came. False when they do not.
+  bool waitForBytes(size_t count) const;
   std::string body() const;
 
   // Called with every piece, before it is kept; its result is receive()'s.
@@ -59,8 +59,8 @@ class ScriptedReceiver : public util::BufferQueueDataReceiver {
   std::string body() const;
   std::vector<int> events() const;
   std::vector<int> versions() const;
-  bool waitForBytes(size_t count, int seconds = 20) const;
-  bool waitForEvent(int event, int seconds = 20) const;
+  bool waitForBytes(size_t count) const;
+  bool waitForEvent(int event) const;
   // Lets a parked event go on.
   void unpark();
 

@@ -1,5 +1,6 @@
 #include "tests/support/Pauses.h"
 
+#include "tests/support/Watchdog.h"
 #include "util/PausePoint.h"
 
 #if defined(FLUVIA_PAUSE_POINTS)
@@ -16,6 +17,7 @@ namespace {
 
 // A thread that is never released goes on after this long, so that the test fails and ends.
 constexpr int kHoldSeconds = 40;
+constexpr int kReachSeconds = 20;
 
 enum class State { kWanted, kHeld, kReleased };
 
@@ -51,9 +53,9 @@ void Pauses::holdAt(const std::string& point) {
   points[point] = State::kWanted;
 }
 
-bool Pauses::reached(const std::string& point, int seconds) {
+bool Pauses::reached(const std::string& point) {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, patienceOf(seconds),
+  return changed.wait_for(guard, patienceOf(kReachSeconds),
                           [&] { return points[point] == State::kHeld; });
 }
 

@@ -16,8 +16,8 @@ class Pauses {
 
   // The next thread that comes to that point waits there.
   void holdAt(const std::string& point);
-  // Waits until a thread is held there; false after seconds.
-  bool reached(const std::string& point, int seconds = 20);
+  // Waits until a thread is held there; false after 20 seconds (of patience).
+  bool reached(const std::string& point);
   // Lets the thread that is held there go on; later ones pass.
   void release(const std::string& point);
 };

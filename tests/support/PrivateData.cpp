@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/Watchdog.h"
+
 // Of the compiler's, in builds with -fprofile-instr-generate only.
 extern "C" __attribute__((weak)) int __llvm_profile_write_file();
 
@@ -74,7 +76,7 @@ void killGroupAndWait(pid_t child) {
 
 // Reads until the other end is closed or the deadline has come. False for the latter.
 bool readAll(int fd, int seconds, std::string* text) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  const auto until = std::chrono::steady_clock::now() + patienceOf(seconds);
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         until - std::chrono::steady_clock::now());
@@ -129,10 +131,10 @@ ChildResult inChild(const std::function<void()>& body, int seconds) {
   return runChild(body, seconds, "");
 }
 
-ChildResult inPrivateData(const std::function<void()>& body, int seconds) {
+ChildResult inPrivateData(const std::function<void()>& body) {
   char name[] = "/tmp/fluviafs-root-XXXXXX";
   if (mkdtemp(name) == nullptr) abort();
-  const ChildResult result = runChild(body, seconds, name);
+  const ChildResult result = runChild(body, 60, name);
   rmdir(name);
   return result;
 }

@@ -15,13 +15,13 @@ struct ChildResult {
 // in a build that counts it.
 [[noreturn]] void endChild(int code);
 
-// Runs body in a child process, with a deadline that kills it. The child ends by _exit(0) after the
-// body, or with the exit code that the body chose.
+// Runs body in a child process, which is killed after that many seconds (of patience). The child
+// ends by _exit(0) after the body, or with the exit code that the body chose.
 ChildResult inChild(const std::function<void()>& body, int seconds = 60);
 
-// The same in a mount namespace of its own, in which /data is an empty folder that can be written.
-// The files of the machine are untouched.
-ChildResult inPrivateData(const std::function<void()>& body, int seconds = 60);
+// The same, for a minute, in a mount namespace of its own, in which /data is an empty folder that
+// can be written. The files of the machine are untouched.
+ChildResult inPrivateData(const std::function<void()>& body);
 
 // Writes a file in /data, with the folders it needs.
 void writeData(const std::string& path, const std::string& text);

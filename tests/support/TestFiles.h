@@ -41,7 +41,7 @@ class Completions {
   // The callback of the C API; userData is the Completions.
   static void completed(int id, void* userData, int status, int bytes);
 
-  // Waits until that many calls have come; false after seconds.
+  // Waits until that many calls have come; false after seconds (of patience).
   bool waitFor(size_t count, int seconds = 20);
   std::vector<Call> calls() const;
   size_t count() const;
@@ -54,11 +54,11 @@ class Completions {
 
 // Threads and open descriptors of this process.
 int threadCount();
+int descriptorCount();
 
 // Makes a thread, and returns once it is no longer listed. A sanitizer's own thread comes with the
 // first one that is made: after this, threads can be counted.
 void makeFirstThread();
-int descriptorCount();
 
 }  // namespace support
 

@@ -67,12 +67,10 @@ std::vector<soak::Film> filmsOf(int port) {
 
 // Waits until the threads and connections of closed files are gone, as far as they go.
 soak::Sample quietSample(double seconds, const soak::Sample& before) {
-  support::eventually(
-      [&] {
-        const soak::Sample now = soak::takeSample(seconds);
-        return now.descriptors <= before.descriptors && now.threads <= before.threads;
-      },
-      20);
+  support::eventually([&] {
+    const soak::Sample now = soak::takeSample(seconds);
+    return now.descriptors <= before.descriptors && now.threads <= before.threads;
+  });
   return soak::takeSample(seconds);
 }
 
