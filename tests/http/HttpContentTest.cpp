@@ -252,11 +252,7 @@ TEST(HttpSize, OfAnUnsizedResourceIsUnknownUntilItsEnd) {
 
 TEST(HttpSize, OfASilentUnsizedResourceIsTheUnknownOne) {
   FaultServer server;
-  server.on("/a", [](support::Exchange& exchange) {
-    exchange.send("HTTP/1.0 200 OK\r\n\r\n");
-    exchange.sendPattern(0, 50000);
-    exchange.hold();
-  });
+  server.on("/a", support::serveLive(50000));
   ApiFile file(server.url("/a"));
   EXPECT_TRUE(file.readsPattern(0, 1000));
   EXPECT_EQ(file.size(), FVFR_UNKNOWN_SIZE);

@@ -108,6 +108,14 @@ Behaviour serveIcy(long long size) {
   };
 }
 
+Behaviour serveLive(long long count) {
+  return [=](Exchange& exchange) {
+    exchange.send("HTTP/1.0 200 OK\r\n\r\n");
+    exchange.sendPattern(0, count);
+    exchange.hold();
+  };
+}
+
 Behaviour serveContentRangeOnly(long long size, const std::string& name) {
   return [=](Exchange& exchange) {
     const Part part = partOf(exchange.request(), size);

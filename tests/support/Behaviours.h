@@ -19,6 +19,8 @@ Behaviour ignoreRanges(long long size);
 Behaviour serveChunked(long long size, const std::string& extra = "");
 Behaviour serveUntilClose(long long size);
 Behaviour serveIcy(long long size);
+// 200 without a length that falls silent for ever after count bytes, as a live stream may.
+Behaviour serveLive(long long count);
 // 206 with a Content-Range line, spelt as given, and no length.
 Behaviour serveContentRangeOnly(long long size, const std::string& name = "Content-Range");
 // 200 with the length line spelt as given.

@@ -33,7 +33,7 @@ class ChunkReceiver : public util::BufferQueueDataReceiver {
 
   std::vector<Call> calls() const;
   int count(int event) const;
-  // Waits until that many calls of an event (or kChunk) were made. False after the usual seconds.
+  // Waits until that many calls of an event (or kChunk) were made. False after kWaitSeconds.
   bool waitFor(int event, int times) const;
   // The sizes of the chunks, in bytes.
   std::vector<int> sizes() const;

@@ -369,9 +369,9 @@ void FaultServer::countBody(const std::string& path, long long bytes) {
   sentBytes[path] += bytes;
 }
 
-bool FaultServer::waitForRequests(const std::string& path, int count, int seconds) const {
+bool FaultServer::waitForRequests(const std::string& path, int count) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, patienceOf(seconds), [&] {
+  return changed.wait_for(guard, patienceOf(kWaitSeconds), [&] {
     const auto found = seen.find(path);
     return found != seen.end() && static_cast<int>(found->second.size()) >= count;
   });

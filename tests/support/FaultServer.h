@@ -101,9 +101,9 @@ class FaultServer {
   int requestCount(const std::string& path) const;
   int connectionCount() const;
   long long bodyBytes(const std::string& path) const;
-  // Wait until at least count requests of path came, or no connection is open. False after seconds
-  // (of patience).
-  bool waitForRequests(const std::string& path, int count, int seconds = 20) const;
+  // Waits until at least count requests of path came. False after kWaitSeconds.
+  bool waitForRequests(const std::string& path, int count) const;
+  // Waits until no connection is open. False after seconds.
   bool waitUntilIdle(int seconds = 20) const;
 
  private:

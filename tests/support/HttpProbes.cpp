@@ -12,10 +12,6 @@
 
 namespace support {
 
-namespace {
-std::chrono::milliseconds longest() { return patienceOf(20); }
-}  // namespace
-
 int CollectingRequestor::receive(void* data, int size, void* handle, int version) {
   lastVersion = version;
   lastHandle = handle;
@@ -28,7 +24,7 @@ int CollectingRequestor::receive(void* data, int size, void* handle, int version
 
 bool CollectingRequestor::waitForBytes(size_t count) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, longest(), [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, patienceOf(kWaitSeconds), [&] { return bytes.size() >= count; });
 }
 
 std::string CollectingRequestor::body() const {
@@ -71,12 +67,12 @@ std::vector<int> ScriptedReceiver::versions() const {
 
 bool ScriptedReceiver::waitForBytes(size_t count) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, longest(), [&] { return bytes.size() >= count; });
+  return changed.wait_for(guard, patienceOf(kWaitSeconds), [&] { return bytes.size() >= count; });
 }
 
 bool ScriptedReceiver::waitForEvent(int event) const {
   std::unique_lock<std::mutex> guard(lock);
-  return changed.wait_for(guard, longest(), [&] {
+  return changed.wait_for(guard, patienceOf(kWaitSeconds), [&] {
     for (const int seen : seenEvents) {
       if (seen == event) return true;
     }

@@ -34,7 +34,7 @@ class CollectingRequestor : public webs::Requestor {
   void readyReceive() override { ++ready; }
   void finishReceive() override {}
 
-  // Waits until that many bytes came. False when they do not.
+  // Wait until that many bytes came. False after kWaitSeconds.
   bool waitForBytes(size_t count) const;
   std::string body() const;
 

@@ -28,7 +28,6 @@ class Stations : public webs::TreeNode {
   static int attributesCreated() { return attrCreatedNum; }
   static size_t nodesKept() { return entryStation->size(); }
   static size_t attributesKept() { return attrStation->size(); }
-  static CompareFunction comparison() { return strCompare; }
   static TreeNode* lastKept() { return entryStation->empty() ? nullptr : entryStation->top(); }
 };
 

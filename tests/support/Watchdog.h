@@ -41,9 +41,12 @@ class Watchdog {
   std::thread thread;
 };
 
+// How long a wait of a test lasts at most, in seconds (of patience).
+constexpr int kWaitSeconds = 20;
+
 // Waits until condition() is true, looking again every millisecond. False after seconds (of
 // patience).
-bool eventually(const std::function<bool()>& condition, int seconds = 20);
+bool eventually(const std::function<bool()>& condition, int seconds = kWaitSeconds);
 
 // The seed of a randomised test: FLUVIA_SEED from the environment, else given.
 unsigned int seedOr(unsigned int given);

@@ -81,11 +81,7 @@ TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
 
 TEST(MethodRequestStop, CutBodyWithoutALengthSetsNoSize) {
   FaultServer server;
-  server.on("/live", [](support::Exchange& exchange) {
-    exchange.send("HTTP/1.0 200 OK\r\n\r\n");
-    exchange.sendPattern(0, 5000);
-    exchange.hold();
-  });
+  server.on("/live", support::serveLive(5000));
   SessionProbe probe;
   probe.start(server.url("/live"));
   ASSERT_TRUE(probe.receiver.waitForBytes(5000));
