@@ -57,7 +57,7 @@ TEST(MethodRequestStop, EndsAConnectThatNobodyAnswers) {
   probe.start("http://127.0.0.1:" + std::to_string(listener.port()) + "/");
   const support::Stopwatch watch;
   probe.session.stop();
-  EXPECT_LT(watch.seconds(), support::patience(1.5));
+  EXPECT_LT(watch.seconds(), support::patience(5)) << "the connect's own limit is ten seconds";
   EXPECT_EQ(probe.join(), kAborted);
 }
 
@@ -140,7 +140,7 @@ TEST(MethodRequestStop, CutsALimitersSleepShort) {
   ASSERT_TRUE(probe.receiver.waitForBytes(1));
   const support::Stopwatch watch;
   probe.session.stop();
-  EXPECT_LT(watch.seconds(), support::patience(1));
+  EXPECT_LT(watch.seconds(), support::patience(10)) << "the first piece is worth minutes of sleep";
   EXPECT_EQ(probe.join(), kAborted);
 }
 
