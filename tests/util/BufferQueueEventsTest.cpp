@@ -140,6 +140,19 @@ TEST_F(BufferQueueTest, EarlyEndOfAStreamThatCannotSeekReconnectsAtTheWriteHead)
   EXPECT_TRUE(right(*reading, 0));
 }
 
+TEST_F(BufferQueueTest, EndOfAStreamWithoutASizeReconnectsAtTheWriteHead) {
+  producer.size = 0;
+  make(4);
+  auto reading = connect(0, 1000);
+  EXPECT_EQ(deliver(0, 300), 1);
+  event(util::EVENT_STREAM_PARTIAL_END);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1].from, 300);
+  EXPECT_EQ(deliver(300, 700), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_TRUE(right(*reading, 0));
+}
+
 TEST_F(BufferQueueTest, SecondEndInARowWithoutAByteIsFinal) {
   make(4);
   auto reading = connect(0, 1000);
@@ -222,6 +235,7 @@ TEST_F(BufferQueueTest, EventAfterAMonitorResetIsDropped) {
   EXPECT_EQ(BufferQueueProbe::status(*queue), util::STATUS_IDLE);
   ASSERT_TRUE(runs(2));
   EXPECT_EQ(producer.started()[1].from, 0) << "the write head's block is streamed anew";
+  EXPECT_EQ(queue->getBufferedSize(0), 0) << "and not behind what it held";
   queue->release();
 }
 

@@ -79,6 +79,18 @@ TEST_F(BufferQueueTest, DataOfAnOlderVersionIsDropped) {
   EXPECT_TRUE(right(*reading, 5000000)) << "stale data must not move the new write head";
 }
 
+TEST_F(BufferQueueTest, DataOfAnOlderVersionLeavesTheWriteHeadAlone) {
+  const long long far = 100LL * kBlock;
+  ASSERT_TRUE(beginsWith(4, kBlock));
+  BufferQueueProbe::ask(*queue, far);
+  ASSERT_TRUE(givesWay(kBlock, 100));
+  EXPECT_EQ(deliver(far, 1000), 1);
+  EXPECT_EQ(deliverAs(0, kBlock + 100, 100), 0);
+  EXPECT_EQ(queue->getBufferedSize(far), 1000);
+  EXPECT_EQ(deliver(far + 1000, 1000), 1);
+  EXPECT_EQ(queue->getBufferedSize(far), 2000);
+}
+
 TEST_F(BufferQueueTest, FullBufferHoldsTheTransferUntilAReaderMovesOn) {
   ASSERT_TRUE(beginsWith(2, 2 * kBlock));
   std::atomic<int> result{-1};
