@@ -147,7 +147,8 @@ ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now) {
 // Readers that read nothing else must come to an end too.
 bool ReadTurns::isMuch(long long bytes, long long newBytes) {
   const long long capacity = queue_->getBufferSize();
-  return newBytes >= capacity || bytes >= capacity * static_cast<long long>(readers.size());
+  const auto known = static_cast<long long>(std::max<size_t>(1, readers.size()));
+  return newBytes >= capacity || bytes >= capacity * known;
 }
 
 // Whether new data at that position would take from the buffer what another reader, which is not
