@@ -44,7 +44,7 @@ std::string Samples::verdict() const {
   for (const Sample& sample : quiet) {
     if (sample.descriptors != quiet.front().descriptors) return "descriptors are left";
     if (sample.threads != quiet.front().threads) return "threads are left";
-    if (sample.heap > quiet.front().heap + 256 * 1024) return "memory is kept";
+    if (sample.heap > quiet.front().heap + 64 * 1024) return "memory is kept";
   }
   return quiet.size() < 2 ? "too short to tell" : "";
 }

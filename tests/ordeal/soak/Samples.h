@@ -31,7 +31,7 @@ class Samples {
 
   // Empty when the last quarter's median of memory lies at most 1 % and 512 KiB above the second
   // quarter's, and whenever all was closed descriptors and threads were the same and the heaps had
-  // at most 256 KiB more in use than the first time; else what is not so.
+  // at most 64 KiB more in use than the first time; else what is not so.
   std::string verdict() const;
   std::string summary() const;
   // Lines "seconds,memory,heap,descriptors,threads,quiet". False when the file cannot be written.

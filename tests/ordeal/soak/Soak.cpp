@@ -24,6 +24,7 @@
 #include <thread>
 
 #include "api/fluviafs.h"
+#include "tests/ordeal/soak/FullPool.h"
 #include "tests/ordeal/soak/Player.h"
 #include "tests/ordeal/soak/Samples.h"
 #include "tests/support/Behaviours.h"
@@ -51,13 +52,15 @@ constexpr long long kSize = 20000000;
   server.on("/missing", support::answerStatus(404));
   server.on("/busy", support::answerStatus(503));
   server.on("/reset", support::resetAfter(kSize, 2000000));
+  for (int i = 0; i < soak::FullPool::kBuffers; ++i) {
+    server.on("/fill" + std::to_string(i), support::serveRanges(kSize));
+  }
   const int port = server.port();
   if (write(answer, &port, sizeof port) != sizeof port) _exit(1);
   for (;;) pause();
 }
 
-std::vector<soak::Film> filmsOf(int port) {
-  const std::string server = "http://127.0.0.1:" + std::to_string(port);
+std::vector<soak::Film> filmsOf(const std::string& server) {
   return {{server + "/sound", kSize, false, true},     {server + "/sound2", kSize, false, true},
           {server + "/broken", kSize, false, true},    {server + "/slow", kSize, false, true},
           {server + "/ignored", 3000000, false, true}, {server + "/chunked", kSize, false, false},
@@ -84,8 +87,10 @@ int make(const char* path, long long size) {
   return out ? 0 : 1;
 }
 
-// Takes a sample a second, and now and then one with every handle closed.
-void watch(int seconds, soak::Interval* interval, soak::Samples* samples) {
+// Takes a sample a second, and now and then one with every handle closed. Empty, or what went
+// wrong.
+std::string watch(int seconds, soak::Interval* interval, soak::FullPool* pool,
+                  soak::Samples* samples) {
   const auto begin = std::chrono::steady_clock::now();
   soak::Sample quiet;
   quiet.descriptors = quiet.threads = 1 << 30;
@@ -94,11 +99,15 @@ void watch(int seconds, soak::Interval* interval, soak::Samples* samples) {
     samples->add(soak::takeSample(second));
     if (second % std::max(1, seconds / kIntervals) != 0) continue;
     interval->begin();
+    pool->release();
     // The first time everything that lives as long as the process has been made.
     quiet = quietSample(second, quiet);
     samples->addQuiet(quiet);
+    const std::string fault = pool->fill();
     interval->end();
+    if (!fault.empty()) return fault;
   }
+  return "";
 }
 
 // Tells what was done and what went wrong. False when anything did.
@@ -126,7 +135,7 @@ struct Options {
   std::vector<soak::Film> others;
 };
 
-int run(const std::vector<soak::Film>& films, const Options& options) {
+int run(const std::vector<soak::Film>& films, const std::string& server, const Options& options) {
   const unsigned int seed = support::seedOr(20261121);
   printf("%d players, %d s after %d s of warming up, seed %u\n", kPlayers, options.seconds,
          options.warm, seed);
@@ -135,7 +144,9 @@ int run(const std::vector<soak::Film>& films, const Options& options) {
   soak::Counts counts;
   soak::Samples samples(options.seconds);
   std::atomic<bool> stop{false};
-  std::vector<std::string> wrong(kPlayers);
+  soak::FullPool pool(server);
+  std::vector<std::string> wrong(kPlayers + 1);
+  wrong[kPlayers] = pool.fill();
   std::vector<std::thread> players;
   for (unsigned int i = 0; i < kPlayers; ++i) {
     players.emplace_back([&, i] {
@@ -144,7 +155,9 @@ int run(const std::vector<soak::Film>& films, const Options& options) {
     });
   }
   std::this_thread::sleep_for(std::chrono::seconds(options.warm));
-  watch(options.seconds, &interval, &samples);
+  if (wrong[kPlayers].empty()) {
+    wrong[kPlayers] = watch(options.seconds, &interval, &pool, &samples);
+  }
   stop = true;
   for (std::thread& player : players) player.join();
   const bool well = report(wrong, counts, samples);
@@ -194,14 +207,15 @@ int main(int count, char** words) {
   limitHeaps();
   if (count == 4 && strcmp(words[1], "--make") == 0) return make(words[2], atoll(words[3]));
   Options options;
-  pid_t server = 0;
+  pid_t process = 0;
   int port = 0;
-  if (!parse(count, words, &options) || !startServer(&server, &port)) return 2;
+  if (!parse(count, words, &options) || !startServer(&process, &port)) return 2;
   support::silenceStderr();
-  std::vector<soak::Film> films = filmsOf(port);
+  const std::string server = "http://127.0.0.1:" + std::to_string(port);
+  std::vector<soak::Film> films = filmsOf(server);
   films.insert(films.end(), options.others.begin(), options.others.end());
-  const int result = run(films, options);
-  kill(server, SIGKILL);
-  waitpid(server, nullptr, 0);
+  const int result = run(films, server, options);
+  kill(process, SIGKILL);
+  waitpid(process, nullptr, 0);
   return result;
 }
