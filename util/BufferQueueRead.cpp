@@ -399,7 +399,7 @@ void BufferQueue::waitInBlock(const BufferBlock* block) {
 bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                            bool notCheck) {
   *readBytes = 0;
-  if (!waitForBlock(pos, notCheck)) return false;
+  if (!(*rdTail)->willContained(pos) && !waitForBlock(pos, notCheck)) return false;
   BufferBlock* block = *rdTail;
   const long long beginning = block->getBeginningSeqNum();
   unsigned int offset = static_cast<unsigned int>(pos - block->getBeginningSeqNum());
