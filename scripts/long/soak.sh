@@ -15,7 +15,8 @@ soak() {
   start_nginx "$folder" "$folder/www" "location /limited/ { alias $folder/www/; limit_rate 3m; }"
   local url=http://127.0.0.1:$NGINX_PORT
   # What each thread puts by for its next allocations counts as in use, and grows with their number.
-  GLIBC_TUNABLES=glibc.malloc.tcache_count=0 "$program" --seconds "${FLUVIA_SOAK_SECONDS:-3600}" --csv build/soak.csv \
+  GLIBC_TUNABLES=glibc.malloc.tcache_count=0 "$program" \
+    --seconds "${FLUVIA_SOAK_SECONDS:-3600}" --csv build/soak.csv \
     --url "$url/film.ts" 20000000 --url "$url/limited/film.ts" 20000000 \
     --url "$url//film.ts" 20000000 --url "$url/./film.ts" 20000000 | tee build/soak.log
   result=${PIPESTATUS[0]}
