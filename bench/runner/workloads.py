@@ -1,4 +1,5 @@
 """What is measured, with whom, and the goals that are ratios of it."""
+import re
 
 OURS = ("ours",)
 FLOOR = ("floor",)
@@ -96,7 +97,7 @@ def all_workloads():
 
 
 def chosen(options):
-    return [work for work in all_workloads() if options.only in work.name]
+    return [work for work in all_workloads() if re.search(options.only, work.name)]
 
 
 # (what it says, figure, our workload, peer, the peer's workload if another, at most): ours divided
