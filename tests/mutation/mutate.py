@@ -3,10 +3,14 @@
 
 Each entry of table.py names a piece of code, what to put in its place, and the tests that must then
 fail. The runner works on a copy of the tree in build/mutation: it first runs the named tests on the
-unchanged copy, where they must pass, then makes one change at a time, builds, and runs them again.
+unchanged copy, where they must pass, then makes one change at a time, builds the programs that have
+the tests, and runs them again until the first one fails.
 
 An entry that was caught is remembered until a source changes, so that a run that was cut short goes on
 where it stopped. The last line is "N caught, M not caught"; the exit code is 0 when M is 0.
+
+--check compares the table with the sources and builds nothing: each snippet stands once in its file,
+and each entry names tests that exist.
 """
 
 import argparse
@@ -28,8 +32,13 @@ COPY = WORK / "tree"
 CAUGHT = WORK / "caught.json"
 JOBS = str(os.cpu_count() or 1)
 
+sys.dont_write_bytecode = True  # ./test runs this in the tree itself
 sys.path.insert(0, str(HERE))
+from programs import all_tests, targets_of  # noqa: E402
 from table import ENTRIES  # noqa: E402
+
+TESTS = all_tests(ROOT)
+REQUIRED = {"name", "file", "snippet", "replacement", "preset", "tests"}
 
 
 class Broken(Exception):
@@ -85,29 +94,52 @@ def entry_key(entry, tree):
     return hashlib.sha256((tree + json.dumps(entry, sort_keys=True)).encode()).hexdigest()
 
 
-def check_entry(entry):
-    missing = {"name", "file", "snippet", "replacement", "preset", "tests"} - entry.keys()
+def faults_of(entry):
+    """What is wrong with an entry, one line each."""
+    missing = REQUIRED - entry.keys()
     if missing:
-        raise Broken(f"{entry.get('name', entry)}: lacks {', '.join(sorted(missing))}")
-    path = COPY / entry["file"]
-    if not path.is_file():
-        raise Broken(f"{entry['name']}: there is no file {entry['file']}")
-    found = path.read_text().count(entry["snippet"])
-    if found != 1:
-        raise Broken(f"{entry['name']}: the snippet stands {found} times in {entry['file']}")
+        yield f"lacks {', '.join(sorted(missing))}"
+        return
+    path = ROOT / entry["file"]
+    if path.is_file():
+        found = path.read_text().count(entry["snippet"])
+        if found != 1:
+            yield (f"the snippet stands {found} times in {entry['file']}, not once:\n"
+                   + "\n".join("    " + line for line in entry["snippet"].splitlines()))
+    else:
+        yield f"there is no file {entry['file']}"
+    if entry["replacement"] == entry["snippet"]:
+        yield "the replacement changes nothing"
+    # A part without a test would make the others' failure look like its own.
+    yield from (f"there is no test {part}" for part in entry["tests"].split("|")
+                if not targets_of(part, TESTS))
 
 
-def build(preset, log):
-    return run(["cmake", "--build", "--preset", preset, "-j", JOBS], log, 1800)
+def check(entries):
+    """Reports every fault of the table at once."""
+    faults = []
+    names = [entry.get("name", str(entry)) for entry in entries]
+    for name, entry in zip(names, entries):
+        faults += [f"{name}: {fault}" for fault in faults_of(entry)]
+        if names.count(name) > 1:
+            faults.append(f"{name}: the name stands more than once")
+    if faults:
+        raise Broken("the table does not fit the sources\n" + "\n".join(faults))
 
 
-def test(entry, log, seconds):
-    tree = str(COPY / "build" / entry["preset"])
-    command = ["ctest", "--test-dir", tree, "-j", JOBS, "--no-tests=error", "--output-on-failure",
-               "-R", entry["tests"]]
-    if entry.get("tries", 1) > 1:
-        command += ["--repeat", f"until-fail:{entry['tries']}"]
+def build(preset, targets, log):
+    return run(["cmake", "--build", "--preset", preset, "-j", JOBS, "--target", *targets], log, 1800)
+
+
+def test(preset, tests, log, seconds, options=()):
+    command = ["ctest", "--test-dir", str(COPY / "build" / preset), "-j", JOBS, "--no-tests=error",
+               "--output-on-failure", *options, "-R", tests]
     return run(command, log, seconds)
+
+
+def repeats(entry):
+    tries = entry.get("tries", 1)
+    return ["--repeat", f"until-fail:{tries}"] if tries > 1 else []
 
 
 def show(log):
@@ -117,13 +149,21 @@ def show(log):
 def prepare(entries):
     """Builds the unchanged copy in every flavour in use; the tests must pass there."""
     for preset in sorted({entry["preset"] for entry in entries}):
+        flavour = [entry for entry in entries if entry["preset"] == preset]
+        tests = "|".join(dict.fromkeys(entry["tests"] for entry in flavour))
         log = WORK / f"build-{preset}.log"
-        if run(["cmake", "--preset", preset], log, 300) != 0 or build(preset, log) != 0:
+        if run(["cmake", "--preset", preset], log, 300) != 0 or \
+                build(preset, targets_of(tests, TESTS), log) != 0:
             show(log)
             raise Broken(f"the unchanged tree does not build in {preset}")
+        log = WORK / f"before-{preset}.log"
+        if test(preset, tests, log, sum(entry.get("seconds", 150) for entry in flavour)) != 0:
+            show(log)
+            raise Broken(f"tests fail in {preset} without a change")
     for entry in entries:
         log = WORK / "before.log"
-        if test(entry, log, entry.get("seconds", 150)) != 0:
+        if repeats(entry) and test(entry["preset"], entry["tests"], log, entry.get("seconds", 150),
+                                   repeats(entry)) != 0:
             show(log)
             raise Broken(f"{entry['name']}: its tests fail without the change")
 
@@ -135,10 +175,12 @@ def try_entry(entry):
     log = WORK / f"{re.sub(r'[^A-Za-z0-9]+', '-', entry['name'])}.log"
     try:
         path.write_text(original.replace(entry["snippet"], entry["replacement"]))
-        if build(entry["preset"], log) != 0:
+        if build(entry["preset"], targets_of(entry["tests"], TESTS), log) != 0:
             show(log)
             raise Broken(f"{entry['name']}: does not build with the change")
-        return test(entry, log, entry.get("seconds", 150)) != 0
+        # One failure is enough.
+        return test(entry["preset"], entry["tests"], log, entry.get("seconds", 150),
+                    ["--stop-on-failure", *repeats(entry)]) != 0
     finally:
         path.write_text(original)
 
@@ -147,6 +189,8 @@ def main():
     options = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     options.add_argument("--only", default="", help="regular expression on the entries' names")
     options.add_argument("--list", action="store_true", help="name the entries and stop")
+    options.add_argument("--check", action="store_true",
+                         help="compare the table with the sources and stop; nothing is built")
     options.add_argument("--afresh", action="store_true", help="forget what was caught before")
     given = options.parse_args()
 
@@ -154,12 +198,13 @@ def main():
     if given.list:
         print("\n".join(entry["name"] for entry in entries))
         return 0
+    check(entries)
+    if given.check:
+        return 0
     names = tracked_files()
     make_copy(names)
     tree = fingerprint(names)
     caught = json.loads(CAUGHT.read_text()) if CAUGHT.exists() and not given.afresh else {}
-    for entry in entries:
-        check_entry(entry)
     todo = [entry for entry in entries if entry_key(entry, tree) not in caught]
     prepare(todo)
 

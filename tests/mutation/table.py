@@ -6,7 +6,8 @@ Each entry:
   snippet      a text that stands there exactly once
   replacement  what is put in its place
   preset       the build to do it in (debug, clang, asan, tsan or release)
-  tests        regular expression for ctest -R
+  tests        regular expression for ctest -R: parts without brackets, separated by |; each must
+               match a test
   tries        optional: run the tests so many times, until one fails; 1 unless given
   seconds      optional: a run that lasts longer counts as failed; 150 unless given
 """
