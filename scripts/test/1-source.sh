@@ -6,4 +6,5 @@ check "header in C and C++" scripts/checks/header
 check "cppcheck" scripts/checks/cppcheck
 check "pages of the classes" scripts/checks/internals
 check "links of the documents" scripts/checks/links
+check "log lines" scripts/checks/log-lines
 check "mutation table" tests/mutation/mutate.py --check
