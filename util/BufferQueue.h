@@ -75,14 +75,22 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // *readBytes (fewer than asked only at the end of the resource), -13 at the end, or a failure:
   // -1, -4, -6 (time-out), -17 (not available), -21 (not found). *readBytes is always set.
   int read(char* buffer, unsigned int size, unsigned int* readBytes) EXCLUDES(this);
+  // The same, as the read of that number. The owner numbers its reads and probes from 1 on, one
+  // after the other.
+  int read(char* buffer, unsigned int size, unsigned int* readBytes, unsigned long long number)
+      EXCLUDES(this);
   // Moves the read offset; opens no connection. False for an offset that is negative or past a
   // known size (the offset then stays and is reported), or when the stream has failed.
   bool seek(long long offset, long long* newOffset) EXCLUDES(this);
-  // Makes a running read return, and waits until it has noticed.
+  // Makes a running read return, and waits until it has noticed. Breaks nothing when none runs.
   void breakRead() EXCLUDES(feedLock);
+  // Breaks every read and probe up to that number, whether it runs or has not come here yet, and
+  // waits until one that runs has noticed.
+  void breakReads(unsigned long long upTo) EXCLUDES(feedLock);
   // Learns size and seekability by reading one byte, unless they are known or the stream has
   // failed. The read offset stays. Waits for the first byte.
   void probe() EXCLUDES(this);
+  void probe(unsigned long long number) EXCLUDES(this);
 
   // Contiguous bytes held from offset on, 0 when it is not held.
   long long getBufferedSize(long long offset) EXCLUDES(feedLock);
@@ -203,8 +211,10 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool readerCanGoOn() REQUIRES(feedLock);
 
   // Reading (BufferQueueRead.cpp).
-  int readLocked(char* buffer, unsigned int size, unsigned int* readBytes) REQUIRES(this)
-      EXCLUDES(feedLock);
+  int readLocked(char* buffer, unsigned int size, unsigned int* readBytes,
+                 const unsigned long long* number) REQUIRES(this) EXCLUDES(feedLock);
+  void probeAs(const unsigned long long* number) EXCLUDES(this);
+  void breakRunning() REQUIRES(feedLock);
   void noteRead(char* buffer, unsigned int size, unsigned int readBytes) REQUIRES(feedLock);
   bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
@@ -212,6 +222,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
       REQUIRES(feedLock);
   bool waitForBlock(long long pos, bool notCheck) REQUIRES(feedLock);
   void waitInBlock(const BufferBlock* block) REQUIRES(feedLock);
+  unsigned int takeArrived(unsigned int count, char* buffer) REQUIRES(feedLock);
+  unsigned int copyOut(unsigned int count, char* buffer, long long pos) REQUIRES(feedLock);
   bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                 bool notCheck) REQUIRES(feedLock);
   bool findForward(long long pos) REQUIRES(feedLock);
@@ -302,6 +314,12 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // something else happens).
   bool readerWaits GUARDED_BY(feedLock);
   long long readerWants GUARDED_BY(feedLock);
+  // It waits for a block that another connection may have to bring: what it raised needFeed for
+  // stands until it goes on, whoever lowers the flag meanwhile.
+  bool readerAsks GUARDED_BY(feedLock);
+  // The number of the read that runs, if it has one, and the highest number that a break named.
+  const unsigned long long* readNumber GUARDED_BY(feedLock);
+  unsigned long long brokenUpTo GUARDED_BY(feedLock);
   // Where the read that runs ends, if nothing stops it.
   long long readEnd GUARDED_BY(feedLock);
   // Whether the reader is worth waking only for many bytes at once.

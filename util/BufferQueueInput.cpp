@@ -16,6 +16,8 @@ constexpr int kGatherRoomMs = 10;
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   Lock feed(feedLock);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
+  // As the reader would by itself if every chunk woke it.
+  if (readerWaits && readerAsks) needFeed = true;
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd()) streaming = false;
   const bool wakes = result == 0 || readerCanGoOn();

@@ -32,8 +32,12 @@ constexpr int kGatherMs = 2;
 
 class BufferQueue::RunningRead {
  public:
-  explicit RunningRead(BufferQueue* queue) REQUIRES(queue->feedLock) : queue_(queue) {
+  RunningRead(BufferQueue* queue, const unsigned long long* number) REQUIRES(queue->feedLock)
+      : queue_(queue) {
     queue_->readRunning = true;
+    queue_->readNumber = number;
+    // A break that named this read before it came here is not missed.
+    queue_->breakRequested = number != nullptr && *number <= queue_->brokenUpTo;
     queue_->mayPlace = true;
     queue_->endReached = false;
   }
@@ -44,6 +48,7 @@ class BufferQueue::RunningRead {
     queue_->breakRequested = false;
     queue_->needFeed = false;
     queue_->readRunning = false;
+    queue_->readNumber = nullptr;
   }
   RunningRead(const RunningRead&) = delete;
   RunningRead& operator=(const RunningRead&) = delete;
@@ -55,10 +60,18 @@ class BufferQueue::RunningRead {
 int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   *readBytes = 0;
   Lock queue(*this);
-  return readLocked(buffer, size, readBytes);
+  return readLocked(buffer, size, readBytes, nullptr);
 }
 
-int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readBytes) {
+int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes,
+                      unsigned long long number) {
+  *readBytes = 0;
+  Lock queue(*this);
+  return readLocked(buffer, size, readBytes, &number);
+}
+
+int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readBytes,
+                            const unsigned long long* number) {
   forgetBrokenRead();
   seekRequested = false;
   // What the first connection meets is the result of the read that opened it, however soon it
@@ -77,7 +90,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   Lock feed(feedLock);
   bool ok = false;
   {
-    const RunningRead running(this);
+    const RunningRead running(this, number);
     if (!opens && needExit()) {
       FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
       return READ_FAILED;
@@ -162,7 +175,10 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
   bool backward = direction == FILL_BACKWARD;
   if (backward) {
     bool forwardInstead = false;
-    if (!findBackward(pos, &forwardInstead)) return false;
+    if (!findBackward(pos, &forwardInstead)) {
+      *readBytes = takeArrived(count, buffer);
+      return false;
+    }
     backward = !forwardInstead;
   }
   const bool startedBackward = backward;
@@ -178,6 +194,7 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
     if (LOG_LEV >= 2) rounds.push_back(got);
     if (!ok || done >= count || readOffset >= contentSize) break;
   }
+  if (!ok) done += takeArrived(count - done, buffer + done);
   if (!ok && endReached && done > 0) ok = true;
   *readBytes = done;
   unsigned int more = 0;
@@ -215,13 +232,14 @@ void BufferQueue::waitAsReader() {
 
 // Waits on feedLock's condition between two trace lines and tells why the reader goes on.
 BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
-  placeReader();
+  if (!breakRequested) placeReader();
   // The transfer has ended and waits for a wish that this reader does not have: a stream that
   // cannot seek is only waited for, and nothing more of it will come.
-  if (parked && !needFeed && !needExit()) return Wake::kEnd;
-  if (!needExit()) {
+  if (parked && !needFeed && !breakRequested && !needExit()) return Wake::kEnd;
+  if (!breakRequested && !needExit()) {
     feedLock.notifyAll(0);
     if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);
+    readerAsks = needFeed;
     waitAsReader();
     FLUVIA_LOG_AS("fill", 2, "%s", after);
   }
@@ -274,9 +292,6 @@ bool BufferQueue::findForward(long long pos) {
         feedLock.notifyAll(0);
         return false;
       case Wake::kExit:
-        // What arrived before the stream ended is still the reader's.
-        moveReaderTo(pos);
-        if ((*rdTail)->isContained(pos)) return true;
         FLUVIA_LOG_AS("fill", 2, "needexit at fill");
         return false;
       case Wake::kEnd:
@@ -389,9 +404,10 @@ void BufferQueue::waitInBlock(const BufferBlock* block) {
                 "wait and feeding = false, begin index:%lld, readOffset:%lld, streamStatus:%d",
                 block->getBeginningSeqNum(), readOffset.get(), streamStatus.get());
   needFeed = false;
-  placeReader();
+  if (!breakRequested) placeReader();
   feedLock.notifyAll(0);
-  if (!needExit()) waitAsReader();
+  readerAsks = false;
+  if (!breakRequested && !needExit()) waitAsReader();
   FLUVIA_LOG_AS("easyFill", 2, "wake up at easyfill");
 }
 
@@ -402,20 +418,8 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
   if (!(*rdTail)->willContained(pos) && !waitForBlock(pos, notCheck)) return false;
   BufferBlock* block = *rdTail;
   const long long beginning = block->getBeginningSeqNum();
-  unsigned int offset = static_cast<unsigned int>(pos - block->getBeginningSeqNum());
-  bool ending = false;
   for (;;) {
-    unsigned int got = 0;
-    block->out(offset, buffer + *readBytes, count - *readBytes, &got);
-    FLUVIA_LOG(2, "output from block%d %d data, begin:%lld, payload:%d, seq = %lld", block->getId(),
-               static_cast<int>(got), block->getBeginningSeqNum(),
-               static_cast<int>(block->payloadSize()), pos);
-    *readBytes += got;
-    readOffset += got;
-    if (ending) {
-      FLUVIA_LOG(2, "need exit at easyfill");
-      return false;
-    }
+    *readBytes += copyOut(count - *readBytes, buffer + *readBytes, pos);
     if (*readBytes == count || atEnd(readOffset)) {
       FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
                  contentSize.get());
@@ -423,8 +427,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       endReached = *readBytes == 0 && count != 0;
       return !endReached;
     }
-    offset += got;
-    if (offset >= block->size()) {
+    if (!block->willContained(readOffset)) {
       FLUVIA_LOG(2, "easyFill");
       return true;
     }
@@ -435,17 +438,45 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       feedLock.notifyAll(0);
       return false;
     }
-    ending = needExit();  // what arrived before is still the reader's
+    if (needExit()) {
+      FLUVIA_LOG(2, "need exit at easyfill");
+      return false;
+    }
     if (block->getBeginningSeqNum() != beginning) {
       // The block was placed elsewhere meanwhile: its bytes are not the ones asked for.
       FLUVIA_LOG(2, "error, the argument error");
       return false;
     }
-    if (!ending && atEnd(readOffset) && offset >= block->payloadSize()) {
+    if (atEnd(readOffset) && !block->isContained(readOffset)) {
       if (*readBytes == 0) endReached = true;
       return *readBytes != 0;
     }
   }
+}
+
+// Copies what the block at rdTail holds from readOffset on, and moves on by that much. pos is where
+// the copying began.
+unsigned int BufferQueue::copyOut(unsigned int count, char* buffer, long long pos) {
+  const BufferBlock* block = *rdTail;
+  unsigned int got = 0;
+  block->out(static_cast<unsigned int>(readOffset - block->getBeginningSeqNum()), buffer, count,
+             &got);
+  FLUVIA_LOG_AS("easyFill", 2, "output from block%d %d data, begin:%lld, payload:%d, seq = %lld",
+                block->getId(), static_cast<int>(got), block->getBeginningSeqNum(),
+                static_cast<int>(block->payloadSize()), pos);
+  readOffset += got;
+  return got;
+}
+
+// What has arrived before a read failed is still the reader's: it was not woken for every chunk.
+unsigned int BufferQueue::takeArrived(unsigned int count, char* buffer) {
+  unsigned int taken = 0;
+  while (taken < count) {
+    moveReaderTo(readOffset);
+    if (!(*rdTail)->isContained(readOffset)) break;
+    taken += copyOut(count - taken, buffer + taken, readOffset);
+  }
+  return taken;
 }
 
 // A reader that begins to wait while nothing streams, is parked or is being restarted would wait
@@ -481,25 +512,41 @@ void BufferQueue::breakRead() {
   if (producer != nullptr) producer->setBreak();
   Lock feed(feedLock);
   FLUVIA_LOG(0, "Going to break read");
-  if (!readRunning) return;
-  breakRequested = true;
-  while (breakRequested) {
-    FLUVIA_LOG(0, "bread end request but read is running");
-    feedLock.notifyAll(0);
-    feedLock.wait(0);
-    FLUVIA_LOG(0, "bread read end");
-  }
-  FLUVIA_LOG(0, "Have broken from reading");
+  if (readRunning) breakRunning();
 }
 
-void BufferQueue::probe() {
+void BufferQueue::breakReads(unsigned long long upTo) {
+  if (producer != nullptr) producer->setBreak();
+  Lock feed(feedLock);
+  FLUVIA_LOG_AS("breakRead", 0, "Going to break read");
+  brokenUpTo = std::max(brokenUpTo, upTo);
+  if (readRunning && readNumber != nullptr && *readNumber <= upTo) breakRunning();
+}
+
+// Breaks the read that runs. Ended by the read, which clears the flag where it leaves or goes.
+void BufferQueue::breakRunning() {
+  breakRequested = true;
+  while (breakRequested) {
+    FLUVIA_LOG_AS("breakRead", 0, "bread end request but read is running");
+    feedLock.notifyAll(0);
+    feedLock.wait(0);
+    FLUVIA_LOG_AS("breakRead", 0, "bread read end");
+  }
+  FLUVIA_LOG_AS("breakRead", 0, "Have broken from reading");
+}
+
+void BufferQueue::probe() { probeAs(nullptr); }
+
+void BufferQueue::probe(unsigned long long number) { probeAs(&number); }
+
+void BufferQueue::probeAs(const unsigned long long* number) {
   Lock queue(*this);
   forgetBrokenRead();
   if (contentSize != 0 || needExit()) return;
   const long long offset = readOffset;
   char byte = 0;
   unsigned int got = 0;
-  readLocked(&byte, 1, &got);
+  readLocked(&byte, 1, &got, number);
   readOffset = offset;
 }
 

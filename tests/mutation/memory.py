@@ -28,7 +28,7 @@ ENTRIES = [
           "return std::min(kMaxHanded, util::ThreadEngine::getInstance()->workerCount());",
           "OutOfThreads.TwoWorkers", seconds=100),
     entry("events: a volatile stream that has ended has an end", "util/BufferQueueRead.cpp",
-          "  if (parked && !needFeed && !needExit()) return Wake::kEnd;\n", "",
+          "  if (parked && !needFeed && !breakRequested && !needExit()) return Wake::kEnd;\n", "",
           "HttpContent.EndOfVolatile", seconds=100),
     entry("memory: an exception is no cancelled transfer", "webs/MethodRequestTransfer.cpp",
           "if (!stopped && callbackFailed)", "if (false && !stopped && callbackFailed)",

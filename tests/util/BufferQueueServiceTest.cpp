@@ -1,0 +1,159 @@
+// Who waits is served: wishes that outlive a restart, and what a broken read still gets.
+#include <gtest/gtest.h>
+
+#include "tests/support/Pauses.h"
+#include "tests/support/SteppedQueue.h"
+#include "util/BufferQueue.h"
+
+namespace {
+
+using support::kBlock;
+using support::Reading;
+using support::Started;
+using util::BufferQueueProbe;
+
+constexpr long long kFar = 100LL * kBlock;
+constexpr long long kFarther = 200LL * kBlock;
+
+// A queue whose connection lasts until it is stopped, so that nothing but a chunk wakes a reader.
+class Service : public support::SteppedQueue {
+ protected:
+  ~Service() override {
+    if (queue != nullptr) queue->release();
+  }
+};
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// A reader that begins to wait after a restart for another place was announced, and before the new
+// connection is prepared.
+class WishDuringARestart : public Service {
+ protected:
+  ~WishDuringARestart() override {
+    if (queue != nullptr) queue->release();
+    waiting.reset();
+  }
+
+  void begin(long long offset) {
+    producer.staysInside = true;
+    ASSERT_TRUE(beginsWith(8, kBlock));
+    support::Pauses pauses;
+    pauses.holdAt("BufferQueue::restart noted");
+    BufferQueueProbe::ask(*queue, kFar);
+    ASSERT_EQ(deliver(kBlock, 100), 0);
+    ASSERT_TRUE(pauses.reached("BufferQueue::restart noted"));
+    waiting.reset(new Reading(queue.get(), offset, 100));
+    ASSERT_TRUE(waits());
+    pauses.release("BufferQueue::restart noted");
+    ASSERT_TRUE(runs(2));
+    ASSERT_EQ(producer.started()[1], (Started{1, kFar, 0}));
+  }
+  // Whether at most one chunk is taken before the stream is restarted at that offset.
+  testing::AssertionResult isServedAt(long long offset) {
+    if (deliver(kFar, 1000) == 1 && deliver(kFar + 1000, 1000) == 1) {
+      return testing::AssertionFailure() << "nobody serves the reader";
+    }
+    if (!runs(3)) return testing::AssertionFailure() << "no restart comes";
+    if (producer.started()[2].from != offset) {
+      return testing::AssertionFailure() << "it begins at " << producer.started()[2].from;
+    }
+    return testing::AssertionSuccess();
+  }
+
+  std::unique_ptr<Reading> waiting;
+};
+
+TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsFarAhead) {
+  ASSERT_NO_FATAL_FAILURE(begin(kFarther + 10));
+  ASSERT_TRUE(isServedAt(kFarther));
+  EXPECT_EQ(deliver(kFarther, 110), 1);
+  ASSERT_TRUE(waiting->hasEnded());
+  EXPECT_TRUE(right(*waiting, kFarther + 10));
+}
+
+TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsBehind) {
+  ASSERT_NO_FATAL_FAILURE(begin(kFar - 10LL * kBlock));
+  ASSERT_TRUE(isServedAt(kFar - 10LL * kBlock));
+  EXPECT_EQ(deliver(kFar - 10LL * kBlock, 100), 1);
+  ASSERT_TRUE(waiting->hasEnded());
+  EXPECT_TRUE(right(*waiting, kFar - 10LL * kBlock));
+}
+
+TEST_F(WishDuringARestart, IsServedByTheNewConnectionWhenThatBringsIt) {
+  ASSERT_NO_FATAL_FAILURE(begin(kFar + 40000));
+  for (long long at = 0; at < 50000; at += 1000) ASSERT_EQ(deliver(kFar + at, 1000), 1);
+  ASSERT_TRUE(waiting->hasEnded());
+  EXPECT_TRUE(right(*waiting, kFar + 40000));
+  EXPECT_EQ(producer.started().size(), 2u);
+}
+#endif
+
+// The bytes that have come before a break are the reader's, wherever it waits.
+class BrokenRead : public Service, public testing::WithParamInterface<unsigned int> {};
+
+TEST_P(BrokenRead, KeepsTheBytesThatHadArrived) {
+  const unsigned int arrived = GetParam();
+  producer.staysInside = true;
+  make(8);
+  auto reading = connect(0, 200000);
+  for (unsigned int at = 0; at < arrived; at += 1000) ASSERT_EQ(deliver(at, 1000), 1);
+  queue->breakRead();
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -4);
+  EXPECT_EQ(reading->got, arrived);
+  EXPECT_TRUE(right(*reading, 0));
+  EXPECT_EQ(queue->getReadPosition(), arrived);
+}
+
+INSTANTIATE_TEST_SUITE_P(Arrived, BrokenRead, testing::Values(0u, 20000u, 32000u, 33000u, 170000u));
+
+TEST_F(Service, FailedReadKeepsTheBytesThatHadArrived) {
+  producer.staysInside = true;
+  make(8);
+  auto reading = connect(0, 200000);
+  for (unsigned int at = 0; at < 100000; at += 1000) ASSERT_EQ(deliver(at, 1000), 1);
+  event(util::STREAM_NOT_AVAILABLE);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, -17);
+  EXPECT_EQ(reading->got, 100000u);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+// A break names the reads that it holds for, also one that has not come here yet.
+TEST_F(Service, BreakThatNamesAReadMeetsItHoweverLateItComes) {
+  producer.staysInside = true;
+  ASSERT_TRUE(beginsWith(4, kBlock));
+  queue->breakReads(7);
+  char buffer[100];
+  unsigned int got = 77;
+  long long now = 0;
+  ASSERT_TRUE(queue->seek(kFar, &now));
+  EXPECT_EQ(queue->read(buffer, sizeof buffer, &got, 6), -4) << "it must not even wait";
+  EXPECT_EQ(got, 0u);
+  EXPECT_EQ(queue->read(buffer, sizeof buffer, &got, 7), -4);
+  EXPECT_EQ(producer.started().size(), 1u) << "nobody waits for what it wants";
+  ASSERT_TRUE(queue->seek(0, &now));
+  EXPECT_EQ(queue->read(buffer, sizeof buffer, &got, 8), 0)
+      << "later reads are none of its business";
+  EXPECT_EQ(queue->read(buffer, sizeof buffer, &got), 0) << "nor are reads without a number";
+}
+
+TEST_F(Service, BreakThatNamesAReadMeetsItWhileItWaits) {
+  producer.staysInside = true;
+  ASSERT_TRUE(beginsWith(4, kBlock));
+  int result = 77;
+  support::WaitingCall call(queue.get(), [&] {
+    char buffer[100];
+    unsigned int got = 0;
+    long long now = 0;
+    queue->seek(kFar, &now);
+    result = queue->read(buffer, sizeof buffer, &got, 5);
+  });
+  ASSERT_TRUE(wants());
+  queue->breakReads(4);
+  EXPECT_TRUE(BufferQueueProbe::readWaits(*queue)) << "it breaks an earlier one";
+  queue->breakReads(5);
+  ASSERT_TRUE(call.hasReturned());
+  EXPECT_EQ(result, -4);
+}
+
+}  // namespace
