@@ -2,6 +2,7 @@
 option(FLUVIA_TESTS "Build the tests" ON)
 option(FLUVIA_WERROR "Warnings are errors" ON)
 option(FLUVIA_PAUSE_POINTS "Compile the named pause points that tests use to force interleavings" OFF)
+option(FLUVIA_CHECK_INVARIANTS "Check the buffer queue's invariants whenever its lock is given back" OFF)
 set(FLUVIA_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them")
 option(FLUVIA_SANITIZE_TESTS "The code of the tests is sanitized too" ON)
 
@@ -40,6 +41,10 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
 endif()
 if(FLUVIA_PAUSE_POINTS)
   target_compile_definitions(fluvia_options INTERFACE FLUVIA_PAUSE_POINTS)
+endif()
+# A debug build and one with a sanitizer look for faults.
+if(FLUVIA_CHECK_INVARIANTS OR FLUVIA_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+  target_compile_definitions(fluvia_options INTERFACE FLUVIA_CHECK_INVARIANTS)
 endif()
 if(FLUVIA_SANITIZE)
   add_compile_options(-fsanitize=${FLUVIA_SANITIZE} -fno-omit-frame-pointer)

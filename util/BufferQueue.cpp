@@ -49,28 +49,7 @@ BufferQueue::BufferQueue(int bufferSize)
       pool(nullptr),
       connecting(false),
       releaseCalled(false),
-      streaming(false),
-      parked(false),
-      endedSilently(false),
-      mayPlace(false),
-      readerWaits(false),
-      readerWants(0),
-      readerAsks(false),
-      readNumber(nullptr),
       brokenUpTo(0),
-      readEnd(0),
-      writerWaits(false),
-      roomWanted(0),
-      readerSteps(0),
-      endReached(false),
-      overDelivered(false),
-      connectionStored(false),
-      endReported(false),
-      restartedBlock(-1),
-      emptyEnds(0),
-      notedVersion(0),
-      startedVersion(-1),
-      workerThread(),
       restartTasks(0) {
   // After the capacity was taken, wanted: a small buffer reports less than its two blocks hold.
   if (blockCount < 2) blockCount = 2;
@@ -84,24 +63,27 @@ BufferQueue::~BufferQueue() {
     worker.stop(true);
     BufferBlockPoolManager* manager = BufferBlockPoolManager::getInstance();
     if (pool != nullptr) {
-      if (manager->getTotalMemorySize() >= kKeepBlocksBelow) {
-        deleteBlock(pool);
-      } else {
-        Lock feed(feedLock);
-        for (BufferBlock* block : blocks) pool->push(block);
-      }
+      giveBlocksBack(manager->getTotalMemorySize() < kKeepBlocksBelow);
       manager->declaimPool(pool);
       pool = nullptr;
     }
     {
-      Lock feed(feedLock);
-      blocks.clear();
-      ThreadEngine::getInstance()->giveBack(&nextRestart);
+      FeedLock feed(this);
+      ThreadEngine::getInstance()->giveBack(&restarts.next);
     }
     FLUVIA_LOG(-4, "BufferQueue(%p) poolManagersize:%lld", static_cast<void*>(this),
                manager->getTotalMemorySize());
   }
   FLUVIA_LOG(2, "~buffer end");
+}
+
+void BufferQueue::giveBlocksBack(bool toPool) {
+  if (!toPool) deleteBlock(pool);
+  FeedLock feed(this);
+  if (toPool) {
+    for (BufferBlock* block : blocks) pool->push(block);
+  }
+  blocks.clear();
 }
 
 bool BufferQueue::initialize(BufferQueueProducer* source) {
@@ -110,7 +92,7 @@ bool BufferQueue::initialize(BufferQueueProducer* source) {
   pool = BufferBlockPoolManager::getInstance()->claimPool(static_cast<int>(kBlockSize));
   if (pool == nullptr) return false;
   {
-    Lock feed(feedLock);
+    FeedLock feed(this);
     for (int i = 0; i < blockCount; ++i) {
       blocks.push_back(nullptr);
       BufferBlock* block = pool->pop();
@@ -135,11 +117,11 @@ bool BufferQueue::initialize(BufferQueueProducer* source) {
 
 void BufferQueue::release() {
   {
-    Lock feed(feedLock);
+    FeedLock feed(this);
     FLUVIA_LOG(0, "going  to release");
     releaseCalled = true;
     setStatus(STATUS_RELEASED);
-    feedLock.notifyAll(0);
+    wakeAll();
   }
   {
     Lock queue(*this);
@@ -151,7 +133,7 @@ void BufferQueue::release() {
     }
     FLUVIA_LOG(0, " begin to stop timer");
   }
-  Lock restarts(restartLock);
+  Lock tasks(restartLock);
   while (restartTasks > 0) restartLock.wait(0);
 }
 
@@ -186,21 +168,13 @@ int BufferQueue::startProducer(int startVersion, long long from, long long lengt
 // Takes offset, length and version of the next connection in one step under feedLock, together with
 // the exit test: a stop either sees connecting or is seen here.
 bool BufferQueue::prepareConnection(int* startVersion, long long* from, long long* length) {
-  Lock feed(feedLock);
-  // The stop of this restart may have met a broken read.
-  if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
-  if (needExit()) {
-    FLUVIA_LOG_AS("workBegin", 1, "break from workBegin because of exit request");
-    streaming = false;
-    feedLock.notifyAll(0);
-    return false;
-  }
-  if (notedVersion != version || startedVersion == version) return false;
+  FeedLock feed(this);
+  if (!mayBegin()) return false;
   if (delayNextConnection) {
     FLUVIA_LOG_AS("workBegin", 1,
                   "delay 1 second before next new connection (because this server only support one "
                   "connection or one connection has been detected to be limited by serve");
-    delay(300);  // zero whole seconds, wanted
+    delay(300);  // zero whole seconds, intentional
   }
   if (*wtHead == nullptr) {
     FLUVIA_LOG_AS("workBegin", 1, "crash here !!!!");
@@ -217,44 +191,49 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   *length = streamLength;
   *startVersion = version;
   streamLength = 0;
-  needFeed = false;
+  needFeed = false;  // a wish that stands outlives this
   connectionBegin = streamFrom;
+  connecting = true;
   if (*from != (*wtHead)->getBeginningSeqNum()) {
     FLUVIA_LOG_AS("workBegin", 1, "errorRRRRRRRRRRRRRRRRRRRRRRRRRRR");
   }
   FLUVIA_LOG_AS("workBegin", 1, "%lld ~ %lld", *from, *from + *length);
   dumpBlocks(false);
-  connectionBegins();
+  connection = StreamConnection::begun(version);
   return true;
 }
 
-void BufferQueue::connectionBegins() {
-  connecting = true;
-  startedVersion = version;
-  workerThread = pthread_self();
-  connectionStored = false;
-  endReported = false;
-  overDelivered = false;
-  endedSilently = false;
+// False when the queue exits, or when the version that the worker was started for is not the one to
+// begin: an older one, or one that was begun already.
+bool BufferQueue::mayBegin() {
+  // The stop of this restart may have met a broken read.
+  if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
+  if (needExit()) {
+    FLUVIA_LOG_AS("workBegin", 1, "break from workBegin because of exit request");
+    connection.state = StreamConnection::kNone;
+    wakeAll();
+    return false;
+  }
+  return restarts.noted == version && connection.version != version;
 }
 
 void BufferQueue::connectionLeft(int startVersion, int result) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   connecting = false;
   if (result < 0 && startVersion == version && !needExit()) {
     // Nothing was started and no event will come: without this a reader would wait for ever.
-    streaming = false;
+    connection.state = StreamConnection::kNone;
     failStream();
   }
-  feedLock.notifyAll(0);
+  wakeAll();
 }
 
 void BufferQueue::startWorker() {
   if (!worker.start(this)) {
     fputs("start worker failed, errorrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr",
           stderr);
-    Lock feed(feedLock);
-    streaming = false;
+    FeedLock feed(this);
+    connection.state = StreamConnection::kNone;
     failStream();
   }
 }
@@ -264,20 +243,20 @@ void BufferQueue::stopWorker() {
   if (producer != nullptr) {
     bool late = false;
     {
-      Lock feed(feedLock);
+      FeedLock feed(this);
       late = connecting;
     }
     producer->stopStreaming();
     {
       // The worker may have been about to start the producer when it was stopped.
-      Lock feed(feedLock);
+      FeedLock feed(this);
       while (connecting) {
-        if (feedLock.waitFor(kStopRepeatMs) || !connecting) continue;
+        if (waitOnFeed(kStopRepeatMs) || !connecting) continue;
         feed.release();
         producer->stopStreaming();
         feed.acquire();
       }
-      late = late && !endReported;
+      late = late && !connection.endReported;
     }
     // One with a thread of its own was started after all, and goes on.
     if (late) producer->stopStreaming();
@@ -290,7 +269,9 @@ void BufferQueue::stopWorker() {
 
 void BufferQueue::resetStreaming() {
   ++version;
-  streaming = true;
+  connection.state = StreamConnection::kAnnounced;
+  restarts.refilled = Restarts::kNoBlock;
+  wish.unserved = 0;
   queueRestartTask();
 }
 
@@ -300,7 +281,7 @@ bool BufferQueue::prepareRestart() {
   ThreadEngine* engine = ThreadEngine::getInstance();
   if (engine->workerCount() > 0) {
     try {
-      engine->prepare(&nextRestart);
+      engine->prepare(&restarts.next);
       return true;
     } catch (const std::bad_alloc&) {
       FLUVIA_LOG_AS("resetStreaming", -4, "no memory for a restart");
@@ -308,7 +289,7 @@ bool BufferQueue::prepareRestart() {
   } else {
     FLUVIA_LOG_AS("resetStreaming", -4, "no thread for a restart");
   }
-  streaming = false;
+  connection.state = StreamConnection::kNone;
   failStream();
   return false;
 }
@@ -326,10 +307,11 @@ void BufferQueue::queueRestartTask() {
   ++activeWorkNum;
   FLUVIA_LOG_AS("resetStreaming", 0, "activeWorkNum:%d", activeWorkNum.get());
   {
-    Lock restarts(restartLock);
+    Lock tasks(restartLock);
     ++restartTasks;
   }
-  ThreadEngine::getInstance()->requestPrepared(&nextRestart, &BufferQueue::restartTask, this, this);
+  ThreadEngine::getInstance()->requestPrepared(&restarts.next, &BufferQueue::restartTask, this,
+                                               this);
 }
 
 void BufferQueue::restartFromWriteHead() {
@@ -354,8 +336,8 @@ void BufferQueue::restart() {
     return;
   }
   {
-    Lock feed(feedLock);
-    if (notedVersion == version) {
+    FeedLock feed(this);
+    if (restarts.noted == version) {
       // An earlier task has started this version already: stopping it would stream it twice.
       --activeWorkNum;
       return;
@@ -363,8 +345,8 @@ void BufferQueue::restart() {
   }
   stopWorker();
   {
-    Lock feed(feedLock);
-    notedVersion = version;
+    FeedLock feed(this);
+    restarts.noted = version;
   }
   FLUVIA_PAUSE_POINT("BufferQueue::restart noted");
   FLUVIA_LOG_AS("restartTask", 0, "begin to start worker");
@@ -375,19 +357,19 @@ void BufferQueue::restart() {
 void BufferQueue::giveRestartUp() {
   bool released = false;
   {
-    Lock feed(feedLock);
+    FeedLock feed(this);
     released = releaseCalled;
   }
   // Ends a transfer that holds still for the restart it was promised.
   if (!released && producer != nullptr) producer->stopStreaming();
-  Lock feed(feedLock);
+  FeedLock feed(this);
   --activeWorkNum;
-  streaming = false;
-  feedLock.notifyAll(0);
+  connection.state = StreamConnection::kNone;
+  wakeAll();
 }
 
 void BufferQueue::restartDone() {
-  Lock restarts(restartLock);
+  Lock tasks(restartLock);
   --restartTasks;
   restartLock.notifyAll(0);
 }
@@ -395,6 +377,13 @@ void BufferQueue::restartDone() {
 void BufferQueue::setStatus(int status) {
   Lock lock(statusLock);
   streamStatus = status;
+}
+
+// needExit() without its log lines.
+bool BufferQueue::exits() const {
+  const int status = streamStatus;
+  if (status == STATUS_ERROR || status == STATUS_TIMEOUT) return retryCount > 1;
+  return status == STATUS_RELEASED || status == STATUS_NOT_FOUND || status == STATUS_NOT_AVAILABLE;
 }
 
 bool BufferQueue::needExit() {
@@ -421,14 +410,14 @@ void BufferQueue::resetErrorStatus() {
 
 void BufferQueue::forgetBrokenRead() {
   if (streamStatus != STATUS_RELEASED) return;
-  Lock feed(feedLock);
+  FeedLock feed(this);
   if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
 }
 
 void BufferQueue::failStream() {
   setStatus(STATUS_ERROR);
   retryCount = 2;
-  feedLock.notifyAll(0);
+  wakeAll();
 }
 
 void BufferQueue::startMonitorFeeding() {}
@@ -436,7 +425,7 @@ void BufferQueue::startMonitorFeeding() {}
 void BufferQueue::fillMonitor(void* queue) { static_cast<BufferQueue*>(queue)->feedManually(); }
 
 bool BufferQueue::deleteBlock(BufferBlockPool* owner) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   int count = 0;
   for (BufferBlock*& block : blocks) {
     delete block;

@@ -1,8 +1,6 @@
 #ifndef FLUVIAFS_UTIL_BUFFERQUEUE_H_
 #define FLUVIAFS_UTIL_BUFFERQUEUE_H_
 
-#include <pthread.h>
-
 #include <list>
 #include <string>
 
@@ -12,8 +10,12 @@
 #include "util/BufferQueueProducer.h"
 #include "util/DumpFile.h"
 #include "util/ReaderPace.h"
+#include "util/ReaderWish.h"
 #include "util/Relaxed.h"
+#include "util/Restarts.h"
+#include "util/RoomWish.h"
 #include "util/Semaphore.h"
+#include "util/StreamConnection.h"
 #include "util/TaskQueue.h"
 #include "util/ThreadObject.h"
 
@@ -144,9 +146,26 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   using BlockIt = BlockList::iterator;
 
   static constexpr unsigned int kBlockSize = 32768;
+
+  // Who waits, and who serves.
+  //
+  // A reader waits for a block that is not in the span (it may ask for another connection), or for
+  // the rest of the block that is being written. It is served
+  //   - by the chunk that completes what it waits for, at most kWakeDistance of it;
+  //   - by the running connection, if it is at most kReadAheadMargin ahead of the written data;
+  //   - otherwise by the next chunk, which announces a restart at the reader's block, and by the
+  //     connection that this restart begins. The wish outlives the restart: every chunk looks at
+  //     it until the reader itself takes it back.
+  // So at most one chunk that it does not need is taken after it began to wait. An end that
+  // announces nothing wakes the reader, which then asks for a connection by itself. A break, the
+  // release and every event wake it too.
+  //
+  // A transfer without room waits until the reader has left a block, and then for a moment until it
+  // has left kRoomShare of them. The read that has left that many wakes it, and so does every
+  // reader that begins to wait.
+
   // How far ahead of the written data a reader may be for the running connection to go on.
   static constexpr long long kReadAheadMargin = 65536;
-
   // How much of a long read is waited for at once.
   static constexpr long long kWakeDistance = 8LL * kBlockSize;
 
@@ -156,13 +175,53 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   };
   // Why a waiting reader goes on.
   enum class Wake { kLook, kBroken, kExit, kEnd };
+  // The read that runs.
+  struct CurrentRead {
+    const unsigned long long* number = nullptr;  // null for a read without one
+    long long end = 0;                           // where it ends, if nothing stops it
+    bool endReached = false;                     // it stopped at the end of the resource
+  };
+  // Marks the time of a read inside the buffer, also when the caller's thread is cancelled in it.
+  class RunningRead;
 
-  // The worker and restarts (BufferQueue.cpp).
+  // Holds feedLock for a scope. Every time the lock is given back, also to wait, the queue's
+  // invariants are checked in builds that do so.
+  class SCOPED_CAPABILITY FeedLock {
+   public:
+    explicit FeedLock(BufferQueue* queue) ACQUIRE(queue->feedLock) : queue_(queue) {
+      queue_->feedLock.syncBegin();
+    }
+    ~FeedLock() RELEASE() {
+      if (!held_) return;
+      queue_->checkInvariants();
+      queue_->feedLock.syncEnd();
+    }
+    FeedLock(const FeedLock&) = delete;
+    FeedLock& operator=(const FeedLock&) = delete;
+
+    void release() RELEASE() {
+      queue_->checkInvariants();
+      held_ = false;
+      queue_->feedLock.syncEnd();
+    }
+    // Locks again after release().
+    void acquire() ACQUIRE() {
+      queue_->feedLock.syncBegin();
+      held_ = true;
+    }
+
+   private:
+    BufferQueue* queue_;
+    bool held_ = true;
+  };
+
+  // The end, the worker and restarts (BufferQueue.cpp).
+  void giveBlocksBack(bool toPool) EXCLUDES(feedLock);
   static void* workerRun(void* queue);
   static void restartTask(void* queue, TEngineEvent_E event);
   void workBegin() EXCLUDES(feedLock);
   bool prepareConnection(int* startVersion, long long* from, long long* length) EXCLUDES(feedLock);
-  void connectionBegins() REQUIRES(feedLock);
+  bool mayBegin() REQUIRES(feedLock);
   int startProducer(int startVersion, long long from, long long length) EXCLUDES(feedLock);
   void connectionLeft(int startVersion, int result) EXCLUDES(feedLock);
   void startWorker() EXCLUDES(feedLock);
@@ -176,7 +235,21 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void queueRestartTask() REQUIRES(feedLock);
   void restartFromWriteHead() REQUIRES(feedLock);
   void setStatus(int status) EXCLUDES(statusLock);
+  bool exits() const;
   void failStream() REQUIRES(feedLock);
+
+  // Waiting, waking and what holds whenever feedLock is free (BufferQueueState.cpp).
+  void waitOnFeed() REQUIRES(feedLock);
+  bool waitOnFeed(int milliseconds) REQUIRES(feedLock);
+  void noteWoken() REQUIRES(feedLock);
+  void wakeAll() REQUIRES(feedLock);
+  long long heldUntil(long long pos) REQUIRES(feedLock);
+  bool comesWithThisConnection(long long pos) REQUIRES(feedLock);
+  void checkInvariants() REQUIRES(feedLock);
+  const char* brokenInvariant() REQUIRES(feedLock);
+  const char* wrongInList() REQUIRES(feedLock);
+  const char* wrongInConnection() REQUIRES(feedLock);
+  const char* wrongInWishes() REQUIRES(feedLock);
 
   // The block list (BufferQueueBlocks.cpp).
   BlockIt selectBlockToWrite(bool feeding) REQUIRES(feedLock);
@@ -201,41 +274,52 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   enum class Room { kFound, kDropped, kStop };
   void waitForRoom() REQUIRES(feedLock);
   Room findRoom(int dataVersion, BlockIt* found) REQUIRES(feedLock);
+  Room nextBlock(int dataVersion) REQUIRES(feedLock);
+  bool runsIntoNextBlock(long long next) REQUIRES(feedLock);
   void moveBehindWriteHead(BlockIt selected, long long beginning) REQUIRES(feedLock);
   void noteStored(unsigned int count) REQUIRES(feedLock);
   int serveReader(BufferBlock* first, bool dropped) REQUIRES(feedLock);
   int serveReaderBehind(bool dropped) REQUIRES(feedLock);
   int serveReaderAhead(bool dropped) REQUIRES(feedLock);
+  int restartAhead() REQUIRES(feedLock);
   int goOn(bool dropped) REQUIRES(feedLock);
   bool reportsEnd() const REQUIRES(feedLock);
   bool readerCanGoOn() REQUIRES(feedLock);
+  void noteService(int result) REQUIRES(feedLock);
 
   // Reading (BufferQueueRead.cpp).
   int readLocked(char* buffer, unsigned int size, unsigned int* readBytes,
                  const unsigned long long* number) REQUIRES(this) EXCLUDES(feedLock);
-  void probeAs(const unsigned long long* number) EXCLUDES(this);
-  void breakRunning() REQUIRES(feedLock);
   void noteRead(char* buffer, unsigned int size, unsigned int readBytes) REQUIRES(feedLock);
   bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
       REQUIRES(feedLock);
-  bool waitForBlock(long long pos, bool notCheck) REQUIRES(feedLock);
-  void waitInBlock(const BufferBlock* block) REQUIRES(feedLock);
-  unsigned int takeArrived(unsigned int count, char* buffer) REQUIRES(feedLock);
-  unsigned int copyOut(unsigned int count, char* buffer, long long pos) REQUIRES(feedLock);
+  bool fillRounds(unsigned int count, char* buffer, bool backward, unsigned int* done)
+      REQUIRES(feedLock);
   bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                 bool notCheck) REQUIRES(feedLock);
-  bool findForward(long long pos) REQUIRES(feedLock);
-  bool findBackward(long long pos, bool* forwardInstead) REQUIRES(feedLock);
   bool copyFound(long long pos, unsigned int count, char* buffer, unsigned int* got, bool backward)
       REQUIRES(feedLock);
-  // Marks the time of a read inside the buffer, also when the caller's thread is cancelled in it.
-  class RunningRead;
-  Wake waitForFeed(const char* before, const char* after, long long pos) REQUIRES(feedLock);
-  void waitAsReader() REQUIRES(feedLock);
+  unsigned int copyOut(unsigned int count, char* buffer, long long pos) REQUIRES(feedLock);
+  unsigned int takeArrived(unsigned int count, char* buffer) REQUIRES(feedLock);
+  void probeAs(const unsigned long long* number) EXCLUDES(this);
+  void breakRunning() REQUIRES(feedLock);
   bool atEnd(long long pos) const { return contentSize != 0 && pos >= contentSize; }
+
+  // Where a reader is, and its waits (BufferQueueWait.cpp).
+  bool findForward(long long pos) REQUIRES(feedLock);
+  bool findBackward(long long pos, bool* forwardInstead) REQUIRES(feedLock);
+  Wake waitBackward(long long pos, bool inFront) REQUIRES(feedLock);
+  Wake waitForFeed(const char* before, const char* after, long long pos) REQUIRES(feedLock);
+  bool waitForBlock(long long pos, bool notCheck) REQUIRES(feedLock);
+  void waitInBlock(const BufferBlock* block) REQUIRES(feedLock);
+  void waitAsReader(ReaderWish::Kind kind) REQUIRES(feedLock);
   void placeReader() REQUIRES(feedLock);
+  void followReader() REQUIRES(feedLock);
+  void moveReaderTo(long long pos) REQUIRES(feedLock);
+  bool stepForward(long long pos) REQUIRES(feedLock);
+  bool stepBackward(long long pos) REQUIRES(feedLock);
 
   // Events (BufferQueueEvents.cpp).
   void handleEvent(int event) REQUIRES(feedLock);
@@ -248,14 +332,11 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void continueAfterEnd() REQUIRES(feedLock);
   bool continueInGap() REQUIRES(feedLock);
   bool walkForGap() REQUIRES(feedLock);
-  void continueBlock(BlockIt next) REQUIRES(feedLock);
+  void refill(BlockIt block, BlockIt next) REQUIRES(feedLock);
   void parkUntilFed() REQUIRES(feedLock);
+  bool parkOnce(int parkedVersion) REQUIRES(feedLock);
   void feedReader() REQUIRES(feedLock);
   bool needToFeed() REQUIRES(feedLock);
-  void followReader() REQUIRES(feedLock);
-  void moveReaderTo(long long pos) REQUIRES(feedLock);
-  bool stepForward(long long pos) REQUIRES(feedLock);
-  bool stepBackward(long long pos) REQUIRES(feedLock);
   bool everythingArrived() REQUIRES(feedLock) {
     return contentSize > 0 && writeEnd() >= contentSize;
   }
@@ -302,58 +383,18 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
 
   // release() was called: status 3 is for good.
   bool releaseCalled GUARDED_BY(feedLock);
-  // A connection delivers, is being made or will be: no reader needs to ask for one.
-  bool streaming GUARDED_BY(feedLock);
-  // The transfer thread waits after the end of its range for a reader to want more.
-  bool parked GUARDED_BY(feedLock);
-  // The stream ended without an event while a reader waited: it may ask for a connection.
-  bool endedSilently GUARDED_BY(feedLock);
-  // The read that runs may ask for a connection when it begins to wait.
-  bool mayPlace GUARDED_BY(feedLock);
-  // A reader waits, and has no use for a wake-up before the resource is held up to there (or
-  // something else happens).
-  bool readerWaits GUARDED_BY(feedLock);
-  long long readerWants GUARDED_BY(feedLock);
-  // It waits for a block that another connection may have to bring: what it raised needFeed for
-  // stands until it goes on, whoever lowers the flag meanwhile.
-  bool readerAsks GUARDED_BY(feedLock);
-  // The number of the read that runs, if it has one, and the highest number that a break named.
-  const unsigned long long* readNumber GUARDED_BY(feedLock);
+  StreamConnection connection GUARDED_BY(feedLock);
+  Restarts restarts GUARDED_BY(feedLock);
+  CurrentRead reading GUARDED_BY(feedLock);
+  // The highest number that a break named.
   unsigned long long brokenUpTo GUARDED_BY(feedLock);
-  // Where the read that runs ends, if nothing stops it.
-  long long readEnd GUARDED_BY(feedLock);
-  // Whether the reader is worth waking only for many bytes at once.
+  ReaderWish wish GUARDED_BY(feedLock);
+  // Decides whether the reader waits for more than it needs.
   ReaderPace pace GUARDED_BY(feedLock);
-  // The transfer waits for room, and has no use for a wake-up before the reader has gone that many
-  // blocks (or something else happens).
-  bool writerWaits GUARDED_BY(feedLock);
-  int roomWanted GUARDED_BY(feedLock);
-  // Blocks that the reader has gone since.
-  int readerSteps GUARDED_BY(feedLock);
-  // The read that runs stopped at the end of the resource.
-  bool endReached GUARDED_BY(feedLock);
-  // This queue's connection delivered more than was asked; the process-wide flag may belong to
-  // another queue.
-  bool overDelivered GUARDED_BY(feedLock);
-  // The connection has stored at least one byte.
-  bool connectionStored GUARDED_BY(feedLock);
-  // The connection that was started last has sent the event of its end inside startStreaming.
-  bool endReported GUARDED_BY(feedLock);
-  // Beginning of the block that was streamed again last because its connection ended early; -1 for
-  // none.
-  long long restartedBlock GUARDED_BY(feedLock);
-  // Connections in a row that ended without storing a byte.
-  int emptyEnds GUARDED_BY(feedLock);
-  // The version that the worker is to start, and the one it started last.
-  int notedVersion GUARDED_BY(feedLock);
-  int startedVersion GUARDED_BY(feedLock);
-  // The worker's thread while it is inside the producer.
-  pthread_t workerThread GUARDED_BY(feedLock);
+  RoomWish room GUARDED_BY(feedLock);
   // Restart tasks queued or running, waited for by release().
   Semaphore restartLock;
   int restartTasks GUARDED_BY(restartLock);
-  // Room for the next restart task.
-  PreparedTask nextRestart GUARDED_BY(feedLock);
 
   // Set when a server sends more than was asked for, consumed by the cancel event that follows.
   static Relaxed<bool> overDeliveryCancel;

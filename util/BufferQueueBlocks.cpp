@@ -60,7 +60,7 @@ bool BufferQueue::checkErrorInsert(BlockIt& it) {
 }
 
 void BufferQueue::dumpBuffer(bool all) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   if (initialized && !blocks.empty()) dumpBlocks(all);
 }
 
@@ -205,7 +205,7 @@ bool BufferQueue::flushAndRestart() {
 }
 
 long long BufferQueue::getBufferedSize(long long offset) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   if (!initialized || blocks.empty()) return 0;
   BlockIt start = rdTail;
   if ((*start)->isUnused() || !(*start)->willContained(offset)) {
@@ -230,13 +230,13 @@ long long BufferQueue::getBufferedSize(long long offset) {
 }
 
 bool BufferQueue::comesNext(long long offset) {
-  Lock feed(feedLock);
-  if (!initialized || blocks.empty() || !streaming) return false;
-  return offset >= (*wtHead)->getBeginningSeqNum() && offset - writeEnd() <= kReadAheadMargin;
+  FeedLock feed(this);
+  if (!initialized || blocks.empty()) return false;
+  return comesWithThisConnection(offset);
 }
 
 long long BufferQueue::getMiniBlockOffset() {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");
   return blocks.empty() ? 0 : blocks.front()->getBeginningSeqNum();
 }

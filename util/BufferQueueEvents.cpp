@@ -6,21 +6,20 @@
 namespace util {
 
 void BufferQueue::notifyStreamException(int event) {
-  Lock feed(feedLock);
-  const int entryVersion = version;
+  FeedLock feed(this);
   FLUVIA_LOG(0, "stream event %d", event);
-  if (event != STREAM_NORMAL && reportsEnd()) endReported = true;
+  if (event != STREAM_NORMAL && reportsEnd()) connection.endReported = true;
   if (needExit()) {
-    feedLock.notifyAll(0);
+    wakeAll();
     FLUVIA_LOG(1, "request exit by user");
   } else if (isResetStream()) {
     setStatus(STATUS_IDLE);
-    feedLock.notifyAll(0);
+    wakeAll();
     return;  // the restart that set the status is still to come
-  } else if (event == STREAM_CANCELED && !breakRequested && overDelivered) {
-    overDelivered = false;
+  } else if (event == STREAM_CANCELED && !breakRequested && connection.overDelivered) {
+    connection.overDelivered = false;
     overDeliveryCancel = false;
-    feedLock.notifyAll(0);
+    wakeAll();
     feed.release();
     FLUVIA_LOG(0, "manually translate cancel action to partition end action");
     notifyStreamException(EVENT_STREAM_PARTIAL_END);
@@ -30,9 +29,8 @@ void BufferQueue::notifyStreamException(int event) {
   }
   // Without a newer version on its way this connection was the last word.
   const bool ends = event > STREAM_NORMAL && event <= STREAM_CANCELED;
-  if (ends && version == entryVersion && notedVersion == version) {
-    streaming = false;
-  }
+  if (ends && connection.state != StreamConnection::kAnnounced)
+    connection.state = StreamConnection::kNone;
 }
 
 void BufferQueue::handleEvent(int event) {
@@ -55,18 +53,18 @@ void BufferQueue::handleEvent(int event) {
     case STREAM_FILE_NOT_FOUND:
       setStatus(STATUS_NOT_FOUND);
       FLUVIA_LOG_AS("notifyStreamException", -4, "File not found");
-      feedLock.notifyAll(0);
+      wakeAll();
       break;
     case STREAM_NOT_AVAILABLE:
       setStatus(STATUS_NOT_AVAILABLE);
       FLUVIA_LOG_AS("notifyStreamException", 0, "retry finished in not available error");
-      feedLock.notifyAll(0);
+      wakeAll();
       break;
     case STREAM_CANCELED:
       onCanceled();
       break;
     default:
-      feedLock.notifyAll(0);
+      wakeAll();
       FLUVIA_LOG_AS("notifyStreamException", 0,
                     "error !!! event hasn't been handled, canceled is:%d", STREAM_CANCELED);
   }
@@ -84,7 +82,7 @@ void BufferQueue::onNormal() {
     }
   }
   setStatus(STATUS_NORMAL);
-  feedLock.notifyAll(0);
+  wakeAll();
 }
 
 void BufferQueue::onError() {
@@ -92,10 +90,10 @@ void BufferQueue::onError() {
   setStatus(STATUS_ERROR);
   if (retryCount >= 2) {
     FLUVIA_LOG_AS("notifyStreamException", -4, "retry finished in not available error");
-    feedLock.notifyAll(0);
+    wakeAll();
     return;
   }
-  feedLock.notifyAll(0);
+  wakeAll();
   delayNextConnection = true;
   if (everythingArrived()) {
     continueAfterEnd();  // a restart would ask past the end
@@ -113,10 +111,10 @@ void BufferQueue::onTimeout() {
   ++retryCount;
   if (retryCount >= 2) {
     FLUVIA_LOG_AS("notifyStreamException", -4, "retry finished in timeout");
-    feedLock.notifyAll(0);
+    wakeAll();
     return;
   }
-  feedLock.notifyAll(0);
+  wakeAll();
   if (everythingArrived()) {
     continueAfterEnd();
     return;
@@ -127,17 +125,17 @@ void BufferQueue::onTimeout() {
 
 void BufferQueue::onDead() {
   if (everythingArrived()) {
-    feedLock.notifyAll(0);
+    wakeAll();
     continueAfterEnd();
     return;
   }
   FLUVIA_LOG_AS("notifyStreamException", 0, "reset cause of STREAM_DEAD");
-  feedLock.notifyAll(0);
+  wakeAll();
   restartFromWriteHead();
 }
 
 void BufferQueue::onCanceled() {
-  feedLock.notifyAll(0);
+  wakeAll();
   if (breakRequested) {
     setStatus(STATUS_RELEASED);
     FLUVIA_LOG_AS("notifyStreamException", 0, "cancel and go another connection");
@@ -164,21 +162,21 @@ void BufferQueue::partialEnd() {
 // The connection has delivered what it will: restarts where bytes are missing, else waits until a
 // reader wants some.
 void BufferQueue::continueAfterEnd() {
-  // A restart task that finds its version started already only gives its count back: it does not
-  // stand for a connection to come.
-  if (activeWorkNum > 1 && notedVersion != version) {
+  // Not by activeWorkNum: a restart task that finds its version begun already only gives its count
+  // back, and does not stand for a connection to come.
+  if (connection.state == StreamConnection::kAnnounced) {
     FLUVIA_LOG_AS("notifyStreamException", 0, "another connection is in constructing");
-    feedLock.notifyAll(0);
+    wakeAll();
     return;
   }
   setStatus(STATUS_PARTIAL_END);
-  feedLock.notifyAll(0);
+  wakeAll();
   if (writeEnd() >= contentSize) {
     if (contentSize == 0) {
       if (emptyEndIsFinal()) return;
       FLUVIA_LOG_AS("notifyStreamException", 0,
                     "reset stream!!! occur connection error when read first data");
-      if (connectionStored) streamFrom = writeEnd();
+      if (connection.stored) streamFrom = writeEnd();
       resetStreaming();
       return;
     }
@@ -192,8 +190,8 @@ void BufferQueue::continueAfterEnd() {
 // A server that closes every connection without a byte must not be asked for ever: the second such
 // end in a row is the last one.
 bool BufferQueue::emptyEndIsFinal() {
-  if (connectionStored) return false;
-  if (++emptyEnds < 2) return false;
+  if (connection.stored) return false;
+  if (++restarts.emptyEnds < 2) return false;
   FLUVIA_LOG_AS("notifyStreamException", -4, "retry finished in not available error");
   failStream();
   return true;
@@ -205,7 +203,7 @@ bool BufferQueue::continueInGap() {
     if (emptyEndIsFinal()) return true;
     FLUVIA_LOG_AS("notifyStreamException", 0,
                   "reset stream!!! in a unseekable file which has disconnected normally");
-    feedLock.notifyAll(0);
+    wakeAll();
     restartFromWriteHead();
     return true;
   }
@@ -231,17 +229,7 @@ bool BufferQueue::walkForGap() {
       if (emptyEndIsFinal()) return true;
       delayNextConnection = true;
       FLUVIA_LOG_AS("notifyStreamException", 0, "fragmentStreaming && ");
-      const long long beginning = (*previous)->getBeginningSeqNum();
-      if (previous == wtHead && beginning == restartedBlock) {
-        continueBlock(current);
-        return true;
-      }
-      restartedBlock = beginning;
-      BlockIt endIt = current;
-      if (!fragmentStreaming((*previous)->getBeginningSeqNum(), endIt)) {
-        FLUVIA_LOG_AS("notifyStreamException", 0, "errorrrrrrrrrrrrrrrrrrrr");
-        endedSilently = true;
-      }
+      refill(previous, current);
       return true;
     }
     if ((*current)->payloadSize() == 0) break;
@@ -260,54 +248,64 @@ bool BufferQueue::walkForGap() {
   return false;
 }
 
-// Goes on where the write head's block ends. For a block that was streamed again from its beginning
-// and was not filled this time either: connections that end before a block is full would do so for
-// ever.
-void BufferQueue::continueBlock(BlockIt next) {
-  streamFrom = writeEnd();
-  const long long until = (*next)->getBeginningSeqNum();
-  streamLength = until > streamFrom ? until - streamFrom : 0;
-  gapDetected = 1;
-  resetStreaming();
+// Streams a block again whose connection ended before it was full: from its beginning, or, when the
+// restart before was made for the same block, from where it ends now. Connections that all end
+// before a block is full would otherwise never fill it.
+void BufferQueue::refill(BlockIt block, BlockIt next) {
+  const long long beginning = (*block)->getBeginningSeqNum();
+  if (block == wtHead && beginning == restarts.refilled) {
+    streamFrom = writeEnd();
+    const long long until = (*next)->getBeginningSeqNum();
+    streamLength = until > streamFrom ? until - streamFrom : 0;
+    gapDetected = 1;
+    resetStreaming();
+  } else {
+    BlockIt endIt = next;
+    if (!fragmentStreaming(beginning, endIt)) {
+      FLUVIA_LOG_AS("notifyStreamException", 0, "errorrrrrrrrrrrrrrrrrrrr");
+    }
+  }
+  restarts.refilled = beginning;
 }
 
 // Holds the transfer thread until a reader wants data that is not held, then places it.
 void BufferQueue::parkUntilFed() {
   const int parkedVersion = version;
-  emptyEnds = 0;
-  parked = true;
+  restarts.emptyEnds = 0;
+  connection.state = StreamConnection::kParked;
   while (!needToFeed()) {
-    FLUVIA_LOG_AS("notifyStreamException", 0,
-                  "Read end of file and notify all other thread to execute");
-    feedLock.notifyAll(0);
-    FLUVIA_LOG_AS("notifyStreamException", 0, "wait for new feeding request");
-    if (feedWaitCount < 5) {
-      ++feedWaitCount;
-    } else {
-      dumpBlocks(true);
-      feedWaitCount = 0;
-    }
-    waitingFeedRequest = true;
-    feedLock.wait(0);
-    bool leave = needExit();
-    if (!leave && isResetStream()) {
-      FLUVIA_LOG_AS("notifyStreamException", 0, "reset stream by timer monitor");
-      setStatus(STATUS_IDLE);
-      leave = true;
-    }
-    // A newer run was started elsewhere: it needs this thread.
-    if (leave || version != parkedVersion) {
-      parked = false;
-      return;
-    }
+    if (!parkOnce(parkedVersion)) return;
   }
-  parked = false;
   needFeed = false;
   waitingFeedRequest = false;
   FLUVIA_LOG_AS("notifyStreamException", 0,
                 "wake up for new feeding request, rd:%lld , offset:%lld",
                 (*rdTail)->getBeginningSeqNum(), readOffset.get());
   feedReader();
+}
+
+// One wait of the parked thread. False when it is to leave: the queue exits or is reset, or a newer
+// version was announced elsewhere, which needs this thread.
+bool BufferQueue::parkOnce(int parkedVersion) {
+  FLUVIA_LOG_AS("notifyStreamException", 0,
+                "Read end of file and notify all other thread to execute");
+  wakeAll();
+  FLUVIA_LOG_AS("notifyStreamException", 0, "wait for new feeding request");
+  if (feedWaitCount < 5) {
+    ++feedWaitCount;
+  } else {
+    dumpBlocks(true);
+    feedWaitCount = 0;
+  }
+  waitingFeedRequest = true;
+  waitOnFeed();
+  if (needExit()) return false;
+  if (isResetStream()) {
+    FLUVIA_LOG_AS("notifyStreamException", 0, "reset stream by timer monitor");
+    setStatus(STATUS_IDLE);
+    return false;
+  }
+  return version == parkedVersion;
 }
 
 // Has the stream restarted at what the reader wants.
@@ -324,18 +322,6 @@ void BufferQueue::feedReader() {
   } else {
     FLUVIA_LOG_AS("notifyStreamException", 0, " fragmentStreaming failed");
     failPlacement();
-  }
-}
-
-// Moves rdTail to where the reader that waits goes when it has its turn: what it wants may have
-// been stored since it last looked.
-void BufferQueue::followReader() {
-  if (needFeed) moveReaderTo(readOffset);
-}
-
-void BufferQueue::moveReaderTo(long long pos) {
-  const bool forward = pos >= (*rdTail)->getBeginningSeqNum();
-  while (!(*rdTail)->willContained(pos) && (forward ? stepForward(pos) : stepBackward(pos))) {
   }
 }
 
@@ -370,7 +356,7 @@ bool BufferQueue::needToFeed() {
 }
 
 void BufferQueue::feedManually() {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   const bool exiting = needExit();
   if (!needFeed || exiting || streamStatus == STATUS_IDLE) {
     FLUVIA_LOG(2, "no need to feed");
@@ -382,7 +368,7 @@ void BufferQueue::feedManually() {
   (*wtHead)->setBeginningSeqNum(beginning, true);  // it is streamed again from its first byte
   streamFrom = beginning;
   resetStreaming();
-  feedLock.notifyAll(0);
+  wakeAll();
 }
 
 }  // namespace util

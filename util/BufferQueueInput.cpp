@@ -14,26 +14,39 @@ constexpr int kGatherRoomMs = 10;
 }  // namespace
 
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
   // As the reader would by itself if every chunk woke it.
-  if (readerWaits && readerAsks) needFeed = true;
+  if (wish.asks) needFeed = true;
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
-  if (result == 0 && dataVersion == version && !reportsEnd()) streaming = false;
+  if (result == 0 && dataVersion == version && !reportsEnd())
+    connection.state = StreamConnection::kNone;
+  noteService(result);
   const bool wakes = result == 0 || readerCanGoOn();
+  if (wakes) noteWoken();
   // Who is woken finds the lock free.
   feed.release();
   if (wakes) feedLock.notifyAll(0);
   return result;
 }
 
+// Counts the chunks that brought a waiting reader no nearer to its bytes.
+void BufferQueue::noteService(int result) {
+  const bool served = result == 0 || !wish.asks || comesWithThisConnection(readOffset);
+  if (served) {
+    wish.unserved = 0;
+  } else if (heldUntil(readOffset) == readOffset) {
+    ++wish.unserved;
+  }
+}
+
 // A wake-up costs a reader more than the copy of a small chunk.
 bool BufferQueue::readerCanGoOn() {
-  if (!readerWaits) return false;
+  if (!wish.stands()) return false;
   moveReaderTo(readOffset);
   BlockIt block = rdTail;
   if (!(*block)->isContained(readOffset)) return false;
-  while ((*block)->end() < readerWants) {
+  while ((*block)->end() < wish.until) {
     const BlockIt next = std::next(block);
     if (next == blocks.end() || (*next)->getBeginningSeqNum() != (*block)->end()) return false;
     block = next;
@@ -43,14 +56,12 @@ bool BufferQueue::readerCanGoOn() {
 
 // True when the transfer runs inside startStreaming: such a producer reports every end with an
 // event. One with a thread of its own may end without a word.
-bool BufferQueue::reportsEnd() const {
-  return connecting && pthread_equal(workerThread, pthread_self()) != 0;
-}
+bool BufferQueue::reportsEnd() const { return connecting && connection.isOnThisThread(); }
 
 void BufferQueue::noteStored(unsigned int count) {
   if (count == 0) return;
-  connectionStored = true;
-  emptyEnds = 0;
+  connection.stored = true;
+  restarts.emptyEnds = 0;
 }
 
 // True when the chunk is not wanted: of an older version, at the end, or before a restart.
@@ -67,8 +78,6 @@ bool BufferQueue::refuses(int dataVersion) {
   if (!isResetStream()) return false;
   setStatus(STATUS_IDLE);
   FLUVIA_LOG_AS("streamIn", 2, "need reset stream");
-  // The restart that set the status may be this very run: nobody else follows it then.
-  endedSilently = true;
   return true;
 }
 
@@ -85,31 +94,12 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
   while (stored != size) {
     FLUVIA_LOG_AS("streamIn", 2, "sz %d != size %d", static_cast<int>(stored),
                   static_cast<int>(size));
-    const long long next = (*wtHead)->getBeginningSeqNum() + (*wtHead)->size();
-    const BlockIt after = std::next(wtHead);
-    if (after != blocks.end() && (*after)->getBeginningSeqNum() != 0 &&
-        (*after)->getBeginningSeqNum() <= next) {
-      FLUVIA_LOG_AS("streamIn", 2, "Server gives more than the client required, stop streaming");
-      overDeliveryCancel = true;
-      overDelivered = true;
-      if (!reportsEnd()) endedSilently = true;
-      return 0;
-    }
-    BlockIt selected;
-    const Room room = findRoom(dataVersion, &selected);
-    if (room == Room::kStop) return 0;
-    if (room == Room::kDropped) {
+    const Room found = nextBlock(dataVersion);
+    if (found == Room::kStop) return 0;
+    if (found == Room::kDropped) {
       dropped = true;
       break;
     }
-    if (selected == wtHead) {
-      FLUVIA_LOG_AS("streamIn", 2, "ERROR, shouldn't go here");
-      dumpBlocks(true);
-      resetBlock(wtHead);
-      wtHead = rdTail;
-      return 0;
-    }
-    moveBehindWriteHead(selected, next);
     const unsigned int more = (*wtHead)->in(data + stored, size - stored);
     stored += more;
     noteStored(more);
@@ -123,19 +113,51 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
   return serveReader(first, dropped);
 }
 
+// Moves the write head to a free block that begins where its present one ends.
+BufferQueue::Room BufferQueue::nextBlock(int dataVersion) {
+  const long long next = (*wtHead)->getBeginningSeqNum() + (*wtHead)->size();
+  if (runsIntoNextBlock(next)) return Room::kStop;
+  BlockIt selected;
+  const Room found = findRoom(dataVersion, &selected);
+  if (found != Room::kFound) return found;
+  if (selected == wtHead) {
+    FLUVIA_LOG_AS("streamIn", 2, "ERROR, shouldn't go here");
+    dumpBlocks(true);
+    resetBlock(wtHead);
+    wtHead = rdTail;
+    return Room::kStop;
+  }
+  moveBehindWriteHead(selected, next);
+  return Room::kFound;
+}
+
+// True when the bytes from next on are those of a block that is buffered already.
+bool BufferQueue::runsIntoNextBlock(long long next) {
+  const BlockIt after = std::next(wtHead);
+  if (after == blocks.end() || (*after)->getBeginningSeqNum() == 0 ||
+      (*after)->getBeginningSeqNum() > next) {
+    return false;
+  }
+  FLUVIA_LOG_AS("streamIn", 2, "Server gives more than the client required, stop streaming");
+  overDeliveryCancel = true;
+  connection.overDelivered = true;
+  return true;
+}
+
 // Waits until the reader leaves a block, and then a moment more: a wake-up for every block that a
 // busy reader leaves would cost more than the block. A reader that waits wakes the transfer at
 // once.
 void BufferQueue::waitForRoom() {
-  writerWaits = true;
-  readerSteps = 0;
-  roomWanted = 1;
-  feedLock.wait(0);
-  roomWanted = blockCount / kRoomShare;
+  room = RoomWish();
+  room.waits = true;
+  room.wanted = 1;
+  waitOnFeed();
   const bool onlyRoom =
-      readerSteps > 0 && !needFeed && !readerWaits && streamStatus == STATUS_NORMAL;
-  if (onlyRoom && readerSteps < roomWanted) feedLock.waitFor(kGatherRoomMs);
-  writerWaits = false;
+      room.steps > 0 && !needFeed && !wish.stands() && streamStatus == STATUS_NORMAL;
+  room.wanted = blockCount / kRoomShare;
+  room.woken = false;
+  if (onlyRoom && room.steps < room.wanted) waitOnFeed(kGatherRoomMs);
+  room.waits = false;
 }
 
 // Finds the block to write next, waiting until readers free one. kDropped: a reader wants data
@@ -146,7 +168,7 @@ BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
     FLUVIA_LOG_AS("streamIn", 2, "wait in streamIn");
     const BlockIt tail = rdTail;
     waitingFeedRequest = true;
-    feedLock.notifyAll(0);
+    wakeAll();
     waitForRoom();
     FLUVIA_LOG_AS("streamIn", 2, "wake up  in streamIn");
     if (needExit()) return Room::kStop;
@@ -268,11 +290,16 @@ int BufferQueue::serveReaderAhead(bool dropped) {
     FLUVIA_LOG_AS("streamIn", 2, "closed to current location [[[2");
     return 1;
   }
+  return restartAhead();
+}
+
+// Chooses the block at which the stream that the reader needs must stop, and restarts it.
+int BufferQueue::restartAhead() {
   const long long tailBegin = (*rdTail)->getBeginningSeqNum();
   BlockIt chosen;
   if (readOffset < tailBegin) {
     chosen = rdTail;
-  } else if (readOffset > tailBegin && tailBegin >= headBegin) {
+  } else if (readOffset > tailBegin && tailBegin >= (*wtHead)->getBeginningSeqNum()) {
     chosen = std::next(rdTail);
   } else {
     chosen = std::next(wtHead);
@@ -293,7 +320,7 @@ int BufferQueue::serveReaderAhead(bool dropped) {
 }
 
 bool BufferQueue::cacheHeadToCheck(unsigned char* data, unsigned int size) {
-  Lock feed(feedLock);
+  FeedLock feed(this);
   const unsigned int length = static_cast<unsigned int>(newHeadCache.length);
   const unsigned int count = std::min(kBlockSize - length, size);
   std::copy(data, data + count, newHeadCache.data + length);

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "util/BufferQueue.h"
-#include "util/Clock.h"
 #include "util/Log.h"
 #include "util/PausePoint.h"
 
@@ -24,10 +23,6 @@ enum ReadResult {
 // Ways in which fill() looks for its data.
 enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
 
-// A reader that keeps up is woken when this part of the blocks is held, or after that time.
-constexpr int kGatherShare = 4;
-constexpr int kGatherMs = 2;
-
 }  // namespace
 
 class BufferQueue::RunningRead {
@@ -35,26 +30,30 @@ class BufferQueue::RunningRead {
   RunningRead(BufferQueue* queue, const unsigned long long* number) REQUIRES(queue->feedLock)
       : queue_(queue) {
     queue_->readRunning = true;
-    queue_->readNumber = number;
+    queue_->reading = CurrentRead();
+    queue_->reading.number = number;
     // A break that named this read before it came here is not missed.
     queue_->breakRequested = number != nullptr && *number <= queue_->brokenUpTo;
-    queue_->mayPlace = true;
-    queue_->endReached = false;
   }
   ~RunningRead() NO_THREAD_SAFETY_ANALYSIS {
-    // Whoever asked for a break waits for the end of the read.
-    if (queue_->breakRequested) queue_->feedLock.notifyAll(0);
-    queue_->readerWaits = false;
+    // Whoever asked for a break waits for the end of the read; a read that does not come to its own
+    // end may have left blocks.
+    if (queue_->breakRequested || !atItsEnd_) queue_->wakeAll();
+    queue_->wish = ReaderWish();
     queue_->breakRequested = false;
     queue_->needFeed = false;
     queue_->readRunning = false;
-    queue_->readNumber = nullptr;
+    queue_->reading.number = nullptr;
   }
   RunningRead(const RunningRead&) = delete;
   RunningRead& operator=(const RunningRead&) = delete;
 
+  // Not left by an exception, or because its thread was cancelled.
+  void comesToItsEnd() { atItsEnd_ = true; }
+
  private:
   BufferQueue* queue_;
+  bool atItsEnd_ = false;
 };
 
 int BufferQueue::read(char* buffer, unsigned int size, unsigned int* readBytes) {
@@ -76,7 +75,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   seekRequested = false;
   // What the first connection meets is the result of the read that opened it, however soon it
   // comes.
-  const bool ended = needExit();
+  const bool ended = exits();
   const bool opens = !workerStarted && startFirstConnection() && !ended;
   FLUVIA_PAUSE_POINT("BufferQueue::read begun");
   FLUVIA_LOG_AS("read", 2, "read offset:%lld, read size:%d, needExit :%d", readOffset.get(),
@@ -87,27 +86,30 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
     return READ_END;
   }
   FLUVIA_PAUSE_POINT("BufferQueue::read before feedLock");
-  Lock feed(feedLock);
+  FeedLock feed(this);
   bool ok = false;
   {
-    const RunningRead running(this, number);
+    RunningRead running(this, number);
     if (!opens && needExit()) {
       FLUVIA_LOG_AS("read", 0, "read failed in buffer stream status:%d", streamStatus.get());
+      running.comesToItsEnd();
       return READ_FAILED;
     }
     pace.readBegins(readOffset);
     ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
     pace.readEnded(readOffset);
+    running.comesToItsEnd();
   }
   noteRead(buffer, size, *readBytes);
-  const bool leftBlocks = writerWaits && readerSteps >= roomWanted;
+  const bool leftBlocks = room.isMet();
+  if (leftBlocks) noteWoken();
   if (!ok) {
-    if (leftBlocks) feedLock.notifyAll(0);
+    if (leftBlocks) wakeAll();
     FLUVIA_LOG_AS("read", 2, "read fail %d", ok);
     FLUVIA_LOG_AS("read", 2, "readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
                   readOffset.get(), (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(),
                   (*wtHead)->getId(), (*wtHead)->getBeginningSeqNum());
-    return endReached ? READ_END : readCode();
+    return reading.endReached ? READ_END : readCode();
   }
   FLUVIA_LOG_AS("read", 2, "readcount:%d, readoffset:%lld, filesize:%lld",
                 static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
@@ -133,10 +135,10 @@ void BufferQueue::noteRead(char* buffer, unsigned int size, unsigned int readByt
 bool BufferQueue::startFirstConnection() {
   workerStarted = true;
   activeWorkNum = 1;
-  Lock feed(feedLock);
-  streaming = true;
+  FeedLock feed(this);
+  connection.state = StreamConnection::kAnnounced;
   if (worker.start(this)) return true;
-  streaming = false;
+  connection.state = StreamConnection::kNone;
   failStream();
   return false;
 }
@@ -162,190 +164,51 @@ int BufferQueue::readCode() {
   }
 }
 
-// Copies count bytes from pos on: the block that holds pos first, then block after block. A loop,
-// because one call may span the whole resource; each round is one level of the trace lines, which
-// are written from the last to the first.
+// Copies count bytes from pos on, where readOffset is: the block that holds pos first, then block
+// after block.
 bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                        int direction) {
   *readBytes = 0;
-  readEnd = pos + count;
+  reading.end = pos + count;
   if (direction == FILL_CHOOSE) {
     direction = (*rdTail)->isForwarding(pos) ? FILL_FORWARD : FILL_BACKWARD;
   }
-  bool backward = direction == FILL_BACKWARD;
-  if (backward) {
-    bool forwardInstead = false;
-    if (!findBackward(pos, &forwardInstead)) {
-      *readBytes = takeArrived(count, buffer);
-      return false;
-    }
-    backward = !forwardInstead;
-  }
+  bool forwardInstead = false;
+  unsigned int done = 0;
+  bool ok = direction == FILL_FORWARD || findBackward(pos, &forwardInstead);
+  if (ok) ok = fillRounds(count, buffer, direction == FILL_BACKWARD && !forwardInstead, &done);
+  if (!ok) done += takeArrived(count - done, buffer + done);
+  *readBytes = done;
+  return ok || (reading.endReached && done > 0);
+}
+
+// A loop, because one call may span the whole resource; each round is one level of the trace lines,
+// which are written from the last to the first.
+bool BufferQueue::fillRounds(unsigned int count, char* buffer, bool backward, unsigned int* done) {
   const bool startedBackward = backward;
   std::vector<unsigned int> rounds;
-  unsigned int done = 0;
   bool ok = true;
   for (;; backward = false) {
-    const long long at = pos + done;
+    const long long at = readOffset;
     unsigned int got = 0;
-    ok =
-        (backward || findForward(at)) && copyFound(at, count - done, buffer + done, &got, backward);
-    done += got;
+    ok = (backward || findForward(at)) &&
+         copyFound(at, count - *done, buffer + *done, &got, backward);
+    *done += got;
     if (LOG_LEV >= 2) rounds.push_back(got);
-    if (!ok || done >= count || readOffset >= contentSize) break;
+    if (!ok || *done >= count || readOffset >= contentSize) break;
   }
-  if (!ok) done += takeArrived(count - done, buffer + done);
-  if (!ok && endReached && done > 0) ok = true;
-  *readBytes = done;
+  if (!ok && reading.endReached && *done > 0) ok = true;
   unsigned int more = 0;
   for (size_t level = rounds.size(); level-- > 1;) {
     more += rounds[level];
     if (level == 1 && startedBackward) {
-      FLUVIA_LOG(2, "second fill2 %d, %d", ok, static_cast<int>(more));
+      FLUVIA_LOG_AS("fill", 2, "second fill2 %d, %d", ok, static_cast<int>(more));
     } else {
-      FLUVIA_LOG(2, "second fill %d, %d", ok, static_cast<int>(more));
-      if (!ok) FLUVIA_LOG(2, "fill ret fail");
+      FLUVIA_LOG_AS("fill", 2, "second fill %d, %d", ok, static_cast<int>(more));
+      if (!ok) FLUVIA_LOG_AS("fill", 2, "fill ret fail");
     }
   }
   return ok;
-}
-
-// Waits on feedLock's condition until what the read still lacks has arrived, at most a few blocks
-// of it, or something else than data has come. A reader that keeps up with the transfer waits for
-// more than it lacks, but not for long.
-void BufferQueue::waitAsReader() {
-  readerWants = std::min(readEnd, alignLeft(readOffset) + kWakeDistance);
-  const long long much = blockCount / kGatherShare * static_cast<long long>(kBlockSize);
-  const bool gather = much > 0 && pace.keepsUp(readOffset, much);
-  if (gather) readerWants = std::max(readerWants, readOffset + much);
-  if (contentSize > 0) readerWants = std::min(readerWants, contentSize.get());
-  readerWaits = true;
-  const long long since = monotonicMs();
-  if (gather) {
-    feedLock.waitFor(kGatherMs);
-  } else {
-    feedLock.wait(0);
-  }
-  pace.waited(monotonicMs() - since < kGatherMs);
-  readerWaits = false;
-}
-
-// Waits on feedLock's condition between two trace lines and tells why the reader goes on.
-BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
-  if (!breakRequested) placeReader();
-  // The transfer has ended and waits for a wish that this reader does not have: a stream that
-  // cannot seek is only waited for, and nothing more of it will come.
-  if (parked && !needFeed && !breakRequested && !needExit()) return Wake::kEnd;
-  if (!breakRequested && !needExit()) {
-    feedLock.notifyAll(0);
-    if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);
-    readerAsks = needFeed;
-    waitAsReader();
-    FLUVIA_LOG_AS("fill", 2, "%s", after);
-  }
-  if (breakRequested) {
-    breakRequested = false;
-    return Wake::kBroken;
-  }
-  if (needExit()) return Wake::kExit;
-  return atEnd(pos) ? Wake::kEnd : Wake::kLook;
-}
-
-// One block on, when pos is not before that one.
-bool BufferQueue::stepForward(long long pos) {
-  const BlockIt next = std::next(rdTail);
-  if (next == blocks.end() || (*next)->isUnused() || pos < (*next)->getBeginningSeqNum()) {
-    return false;
-  }
-  rdTail = next;
-  ++readerSteps;
-  return true;
-}
-
-// One block back, when pos is not behind that one.
-bool BufferQueue::stepBackward(long long pos) {
-  if (rdTail == blocks.begin()) return false;
-  const BlockIt previous = std::prev(rdTail);
-  if (pos >= (*previous)->getBeginningSeqNum() + (*previous)->size()) return false;
-  rdTail = previous;
-  ++readerSteps;
-  return true;
-}
-
-// Moves rdTail forward to the block that will contain pos, waiting until there is one.
-bool BufferQueue::findForward(long long pos) {
-  while (!(*rdTail)->willContained(pos)) {
-    if (stepForward(pos)) continue;
-    if (atEnd(pos)) {
-      endReached = true;
-      return false;
-    }
-    FLUVIA_LOG_AS(
-        "fill", 2,
-        "wait and feeding = true seq=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld", pos,
-        (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
-        (*wtHead)->getBeginningSeqNum());
-    if (seekable) needFeed = true;
-    switch (waitForFeed("wait in fill", "wake up in fill", pos)) {
-      case Wake::kBroken:
-        FLUVIA_LOG_AS("fill", 2, "break out at fill FORWARD");
-        feedLock.notifyAll(0);
-        return false;
-      case Wake::kExit:
-        FLUVIA_LOG_AS("fill", 2, "needexit at fill");
-        return false;
-      case Wake::kEnd:
-        endReached = true;
-        return false;
-      case Wake::kLook:
-        break;
-    }
-  }
-  return true;
-}
-
-// Moves rdTail backward to the block that will contain pos, waiting until there is one.
-// *forwardInstead: the stream began anew and the data is to be looked for forward.
-bool BufferQueue::findBackward(long long pos, bool* forwardInstead) {
-  while (!(*rdTail)->willContained(pos)) {
-    Wake wake = Wake::kLook;
-    const char* broken = nullptr;
-    bool inFront = false;
-    if (rdTail != blocks.begin()) {
-      if (stepBackward(pos)) continue;
-      FLUVIA_LOG_AS("fill", 2,
-                    "wait in backword finding  readOffset=%lld, read:%lld, read id=%d, wtHead "
-                    "id=%d, wtHead:%lld",
-                    pos, (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
-                    (*wtHead)->getBeginningSeqNum());
-      needFeed = true;
-      wake = waitForFeed(nullptr, "wake up in fill3", pos);
-      broken = "break out at fill BACKWARD";
-    } else {
-      inFront = true;
-      FLUVIA_LOG_AS("fill", 2, "wait in the first block, rd:%lld, offset:%lld",
-                    (*rdTail)->getBeginningSeqNum(), pos);
-      needFeed = true;
-      wake = waitForFeed(nullptr, "wake up in fill BACKWARD", pos);
-      broken = "break out fill BACKWARD";
-    }
-    if (wake == Wake::kBroken) {
-      FLUVIA_LOG_AS("fill", 2, "%s", broken);
-      feedLock.notifyAll(0);
-      return false;
-    }
-    if (wake == Wake::kEnd) endReached = true;
-    if (wake != Wake::kLook) return false;
-    if (inFront && !seekable && blocks.front()->getBeginningSeqNum() == 0) {
-      FLUVIA_LOG_AS("fill", 1,
-                    "streaming is not seekable, upper layer seek to previous position, fluviafs "
-                    "need reconnect stream and read from begin of stream, so need to read "
-                    "forward\n");
-      *forwardInstead = true;
-      return true;
-    }
-  }
-  return true;
 }
 
 // Copies from the block that was found at rdTail.
@@ -370,45 +233,10 @@ bool BufferQueue::copyFound(long long pos, unsigned int count, char* buffer, uns
     breakRequested = false;
     FLUVIA_LOG_AS("fill", 2, "%s",
                   backward ? "break out at fill BACKWARD_1" : "break out at fill FORWARD_1");
-    feedLock.notifyAll(0);
+    wakeAll();
     return false;
   }
   return true;
-}
-
-// Waits until the block at rdTail is the one that will contain pos; without notCheck it has to be.
-bool BufferQueue::waitForBlock(long long pos, bool notCheck) {
-  while (!(*rdTail)->willContained(pos)) {
-    if (!notCheck) {
-      FLUVIA_LOG_AS("easyFill", 2, "error, the argument error");
-      return false;
-    }
-    FLUVIA_LOG_AS("easyFill", 2, "not chek branch, wait and feeding = true");
-    needFeed = true;
-    FLUVIA_LOG_AS("easyFill", 2, "wait in notCheck");
-    feedLock.wait(0);
-    FLUVIA_LOG_AS("easyFill", 2, "wake up in notCheck");
-    if (breakRequested) {
-      breakRequested = false;
-      feedLock.notifyAll(0);
-      return false;
-    }
-    if (needExit()) return false;
-  }
-  return true;
-}
-
-// Waits while the reader's block is being written.
-void BufferQueue::waitInBlock(const BufferBlock* block) {
-  FLUVIA_LOG_AS("easyFill", 2,
-                "wait and feeding = false, begin index:%lld, readOffset:%lld, streamStatus:%d",
-                block->getBeginningSeqNum(), readOffset.get(), streamStatus.get());
-  needFeed = false;
-  if (!breakRequested) placeReader();
-  feedLock.notifyAll(0);
-  readerAsks = false;
-  if (!breakRequested && !needExit()) waitAsReader();
-  FLUVIA_LOG_AS("easyFill", 2, "wake up at easyfill");
 }
 
 // Copies from the block at rdTail only, waiting while it is being written.
@@ -424,8 +252,8 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
                  contentSize.get());
       // Learnt since the read began: it has nothing to succeed with.
-      endReached = *readBytes == 0 && count != 0;
-      return !endReached;
+      reading.endReached = *readBytes == 0 && count != 0;
+      return !reading.endReached;
     }
     if (!block->willContained(readOffset)) {
       FLUVIA_LOG(2, "easyFill");
@@ -435,7 +263,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     if (breakRequested) {
       breakRequested = false;
       FLUVIA_LOG(2, "break out at easyfill");
-      feedLock.notifyAll(0);
+      wakeAll();
       return false;
     }
     if (needExit()) {
@@ -448,7 +276,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       return false;
     }
     if (atEnd(readOffset) && !block->isContained(readOffset)) {
-      if (*readBytes == 0) endReached = true;
+      if (*readBytes == 0) reading.endReached = true;
       return *readBytes != 0;
     }
   }
@@ -479,20 +307,6 @@ unsigned int BufferQueue::takeArrived(unsigned int count, char* buffer) {
   return taken;
 }
 
-// A reader that begins to wait while nothing streams, is parked or is being restarted would wait
-// for ever: it gets a connection of its own.
-void BufferQueue::placeReader() {
-  const bool may = mayPlace || endedSilently;
-  mayPlace = false;
-  if (!may || streaming || parked || producer == nullptr || needExit()) return;
-  endedSilently = false;
-  if ((*rdTail)->isUnused() || (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum())) {
-    restartFromWriteHead();
-  } else {
-    feedReader();
-  }
-}
-
 bool BufferQueue::seek(long long offset, long long* newOffset) {
   FLUVIA_LOG(2, "Seek in ...");
   Lock queue(*this);
@@ -510,17 +324,17 @@ bool BufferQueue::seek(long long offset, long long* newOffset) {
 
 void BufferQueue::breakRead() {
   if (producer != nullptr) producer->setBreak();
-  Lock feed(feedLock);
+  FeedLock feed(this);
   FLUVIA_LOG(0, "Going to break read");
   if (readRunning) breakRunning();
 }
 
 void BufferQueue::breakReads(unsigned long long upTo) {
   if (producer != nullptr) producer->setBreak();
-  Lock feed(feedLock);
+  FeedLock feed(this);
   FLUVIA_LOG_AS("breakRead", 0, "Going to break read");
   brokenUpTo = std::max(brokenUpTo, upTo);
-  if (readRunning && readNumber != nullptr && *readNumber <= upTo) breakRunning();
+  if (readRunning && reading.number != nullptr && *reading.number <= upTo) breakRunning();
 }
 
 // Breaks the read that runs. Ended by the read, which clears the flag where it leaves or goes.
@@ -528,8 +342,8 @@ void BufferQueue::breakRunning() {
   breakRequested = true;
   while (breakRequested) {
     FLUVIA_LOG_AS("breakRead", 0, "bread end request but read is running");
-    feedLock.notifyAll(0);
-    feedLock.wait(0);
+    wakeAll();
+    waitOnFeed();
     FLUVIA_LOG_AS("breakRead", 0, "bread read end");
   }
   FLUVIA_LOG_AS("breakRead", 0, "Have broken from reading");

@@ -228,8 +228,8 @@ ENTRIES = [
     dict(
         name="queue: a block that is never full is continued",
         file="util/BufferQueueEvents.cpp",
-        snippet="if (previous == wtHead && beginning == restartedBlock) {",
-        replacement="if (previous == wtHead && beginning == -2) {",
+        snippet="if (block == wtHead && beginning == restarts.refilled) {",
+        replacement="if (block == wtHead && beginning == -2) {",
         preset="debug",
         tests="HttpFailure.ConnectionsThatAllEnd",
     ),

@@ -39,7 +39,7 @@ std::string BufferQueueProbe::fault(BufferQueue& queue, int round) {
            << " holds a wrong byte " << wrong << "; ";
     }
   }
-  if (queue.notedVersion != queue.version && queue.streamFrom != (*queue.wtHead)->end()) {
+  if (queue.restarts.noted != queue.version && queue.streamFrom != (*queue.wtHead)->end()) {
     text << "the next connection starts at " << queue.streamFrom << ", not at the write head "
          << (*queue.wtHead)->end() << "; ";
   }
@@ -50,12 +50,12 @@ std::string BufferQueueProbe::describe(BufferQueue& queue) {
   Lock feed(queue.feedLock);
   std::ostringstream text;
   text << "readOffset " << queue.readOffset << " status " << queue.streamStatus << " retries "
-       << queue.retryCount << " size " << queue.contentSize << " streaming " << queue.streaming
-       << " parked " << queue.parked << " needFeed " << queue.needFeed << " connecting "
-       << queue.connecting << " active " << queue.activeWorkNum << " version " << queue.version
-       << " noted " << queue.notedVersion << " started " << queue.startedVersion << " from "
-       << queue.streamFrom << " length " << queue.streamLength << " readRunning "
-       << queue.readRunning << " break " << queue.breakRequested << "\n";
+       << queue.retryCount << " size " << queue.contentSize << " state " << queue.connection.state
+       << " needFeed " << queue.needFeed << " connecting " << queue.connecting << " active "
+       << queue.activeWorkNum << " version " << queue.version << " noted " << queue.restarts.noted
+       << " started " << queue.connection.version << " from " << queue.streamFrom << " length "
+       << queue.streamLength << " readRunning " << queue.readRunning << " break "
+       << queue.breakRequested << "\n";
   for (auto it = queue.blocks.begin(); it != queue.blocks.end(); ++it) {
     text << (it == queue.rdTail ? " R" : "  ") << (it == queue.wtHead ? "W " : "  ")
          << (*it)->getId() << ": " << (*it)->getBeginningSeqNum() << " ~ " << (*it)->end() << "\n";
@@ -86,6 +86,17 @@ void BufferQueueProbe::arrange(BufferQueue& queue,
 void BufferQueueProbe::keepUp(BufferQueue& queue) {
   Lock feed(queue.feedLock);
   queue.pace.waited(true);
+}
+
+void BufferQueueProbe::announce(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  queue.restartFromWriteHead();
+  queue.wakeAll();
+}
+
+void BufferQueueProbe::changeHead(BufferQueue& queue) {
+  Lock feed(queue.feedLock);
+  queue.headCache.data[BufferQueue::kBlockSize - 1] ^= 1;
 }
 
 void BufferQueueProbe::wake(BufferQueue& queue) {

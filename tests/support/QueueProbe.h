@@ -24,7 +24,10 @@ class BufferQueueProbe {
   static int retries(BufferQueue& queue) { return queue.retryCount; }
   static int activeWork(BufferQueue& queue) { return queue.activeWorkNum; }
   static int blockCount(BufferQueue& queue) { return queue.blockCount; }
-  static bool isParked(BufferQueue& queue) { return underLock(queue, &BufferQueue::parked); }
+  static bool isParked(BufferQueue& queue) {
+    Lock feed(queue.feedLock);
+    return queue.connection.state == StreamConnection::kParked;
+  }
   // True while the queue's worker is inside startStreaming.
   static bool isConnecting(BufferQueue& queue) {
     return underLock(queue, &BufferQueue::connecting);
@@ -39,6 +42,10 @@ class BufferQueueProbe {
                       const std::vector<std::pair<long long, unsigned int>>& held);
   // Lets the reader's last wait have been a short one.
   static void keepUp(BufferQueue& queue);
+  // Announces a newer version at the write head, as whoever restarts the stream does.
+  static void announce(BufferQueue& queue);
+  // Changes the last byte of the head that the next one is compared with.
+  static void changeHead(BufferQueue& queue);
   // Wakes everybody who waits, as any call on the queue may.
   static void wake(BufferQueue& queue);
   // Leaves the status that a cancel event leaves when it meets a broken read.

@@ -3,6 +3,7 @@
 
 #include "tests/support/SteppedQueue.h"
 #include "util/BufferQueue.h"
+#include "util/Log.h"
 
 namespace {
 
@@ -217,6 +218,81 @@ TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
   EXPECT_EQ(deliver(3 * kBlock, 16384), 1);
   ASSERT_TRUE(back.hasEnded());
   EXPECT_TRUE(right(back, 3 * kBlock + 5));
+}
+
+TEST_F(BufferQueueTest, EverySixthWaitOfAParkedTransferDumpsTheBuffer) {
+  producer.size = 1000;
+  make(4);
+  auto reading = connect(0, 1000);
+  EXPECT_EQ(deliver(0, 1000), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  util::LOG_LEV = 3;
+  const std::string dump = "dumpBuffer: begin to dump buffer";
+  const std::string end =
+      "notifyStreamException: Read end of file and notify all other thread to execute";
+  const std::string wait = "notifyStreamException: wait for new feeding request";
+  WaitingCall parked(queue.get(), [&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  for (int waits = 1; waits <= 12; ++waits) {
+    ASSERT_TRUE(eventually([&] { return log.count(wait) == waits; }));
+    ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+    EXPECT_EQ(log.count(end), waits);
+    EXPECT_EQ(log.count(dump), waits / 6) << waits << " waits";
+    BufferQueueProbe::wake(*queue);
+  }
+}
+
+// The gap before a buffered block, filled by connections that all end early while the reader is
+// elsewhere.
+class BlockThatEndsEarly : public BufferQueueTest {
+ protected:
+  void begin() {
+    ASSERT_TRUE(beginsWith(8, 10));
+    Reading far(queue.get(), gap + kBlock, 10);
+    ASSERT_TRUE(givesWay(10, 10));
+    ASSERT_EQ(producer.started().back().from, gap + kBlock);
+    ASSERT_EQ(deliver(gap + kBlock, kBlock), 1);
+    ASSERT_TRUE(far.hasEnded());
+    Reading before(queue.get(), gap, 10);
+    ASSERT_TRUE(givesWay(gap + 2 * kBlock, 10));
+    ASSERT_EQ(producer.started().back().from, gap);
+    ASSERT_EQ(deliver(gap, 10), 1);
+    ASSERT_TRUE(before.hasEnded());
+    Reading elsewhere(queue.get(), gap + kBlock, 10);
+    ASSERT_TRUE(elsewhere.hasEnded());
+  }
+  // The connection brings that many bytes more and ends with that event; where the next one begins.
+  long long endsAfter(long long at, unsigned int bytes, int with) {
+    const size_t before = producer.started().size();
+    EXPECT_EQ(deliver(at, bytes), 1);
+    event(with);
+    EXPECT_TRUE(runs(before + 1));
+    return producer.started().back().from;
+  }
+  void isRightIn(long long at, unsigned int bytes) {
+    EXPECT_EQ(deliver(at, bytes), 1);
+    Reading all(queue.get(), gap, 2000);
+    ASSERT_TRUE(all.hasEnded());
+    EXPECT_EQ(all.got, 2000u);
+    EXPECT_TRUE(right(all, gap));
+  }
+
+  const long long gap = 100LL * kBlock;
+};
+
+TEST_F(BlockThatEndsEarly, IsContinuedTheSecondTimeInARow) {
+  ASSERT_NO_FATAL_FAILURE(begin());
+  EXPECT_EQ(endsAfter(gap + 10, 990, util::EVENT_STREAM_PARTIAL_END), gap) << "from its beginning";
+  EXPECT_EQ(endsAfter(gap, 1500, util::EVENT_STREAM_PARTIAL_END), gap + 1500) << "where it ends";
+  EXPECT_EQ(endsAfter(gap + 1500, 100, util::EVENT_STREAM_PARTIAL_END), gap + 1600) << "and on";
+  isRightIn(gap + 1600, 400);
+}
+
+TEST_F(BlockThatEndsEarly, BeginsAgainAfterARestartForSomethingElse) {
+  ASSERT_NO_FATAL_FAILURE(begin());
+  EXPECT_EQ(endsAfter(gap + 10, 990, util::EVENT_STREAM_PARTIAL_END), gap);
+  EXPECT_EQ(endsAfter(gap, 500, util::STREAM_DEAD), gap + 500) << "where writing stopped";
+  EXPECT_EQ(endsAfter(gap + 500, 100, util::EVENT_STREAM_PARTIAL_END), gap) << "not twice in a row";
+  isRightIn(gap, 2000);
 }
 
 TEST_F(BufferQueueTest, EventAfterAMonitorResetIsDropped) {

@@ -123,6 +123,25 @@ TEST_F(BufferQueueTest, ReaderElsewhereReleasesAHeldTransferAndTheChunkIsDropped
   EXPECT_TRUE(right(far, 5000000));
 }
 
+// A newer version was announced while the chunk waited for room: its bytes belong nowhere any more.
+TEST_F(BufferQueueTest, ChunkThatWaitedForRoomIsNotStoredAfterANewerVersionWasAnnounced) {
+  ASSERT_TRUE(beginsWith(2, 2 * kBlock));
+  std::atomic<int> result{-1};
+  WaitingCall transfer(queue.get(), [&] { result = deliver(2 * kBlock, 100); });
+  EXPECT_TRUE(transferWaits());
+  BufferQueueProbe::announce(*queue);
+  ASSERT_TRUE(transfer.hasReturned()) << "it waits on for room";
+  EXPECT_EQ(result, 0);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 2 * kBlock, 0}));
+  Reading third(queue.get(), kBlock, kBlock + 10);
+  ASSERT_TRUE(eventually([&] { return log.has("fill: wait in fill"); }));
+  EXPECT_EQ(queue->getBufferedSize(2 * kBlock), 0) << "the chunk was stored";
+  EXPECT_EQ(deliver(2 * kBlock, 10), 1);
+  ASSERT_TRUE(third.hasEnded());
+  EXPECT_TRUE(right(third, kBlock));
+}
+
 TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
   make(4);
   auto far = connect(5 * kBlock, 10);

@@ -118,6 +118,18 @@ TEST_F(Service, FailedReadKeepsTheBytesThatHadArrived) {
   EXPECT_TRUE(right(*reading, 0));
 }
 
+// What a broken read wanted is no reason any more to leave the running connection.
+TEST_F(Service, BrokenFarReadLeavesNoWish) {
+  producer.staysInside = true;
+  ASSERT_TRUE(beginsWith(4, kBlock));
+  Reading far(queue.get(), kFar, 10);
+  ASSERT_TRUE(wants());
+  queue->breakRead();
+  ASSERT_TRUE(far.hasEnded());
+  EXPECT_EQ(deliver(kBlock, 100), 1) << "the stream is restarted for nobody";
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
 // A break names the reads that it holds for, also one that has not come here yet.
 TEST_F(Service, BreakThatNamesAReadMeetsItHoweverLateItComes) {
   producer.staysInside = true;

@@ -94,6 +94,9 @@ TEST_F(BufferQueueTest, HeadComparisonTellsTheSameStreamFromAnother) {
   EXPECT_TRUE(queue->cacheHeadToCheck(bytes + 100, kBlock - 100)) << "nothing to compare with";
   EXPECT_FALSE(queue->cacheHeadToCheck(others, 0)) << "the same head";
   EXPECT_TRUE(log.has("cacheHeadToCheck: file size is realized again and changed from 0 to 0"));
+  BufferQueueProbe::changeHead(*queue);
+  EXPECT_TRUE(queue->cacheHeadToCheck(others, 0)) << "another head, in its last byte";
+  EXPECT_EQ(log.count("cacheHeadToCheck: file size is realized again and changed from 0 to 0"), 1);
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
