@@ -47,6 +47,11 @@ World::World(unsigned int seed, Tally* counts) : bufferSize(0), tally(counts), r
   } else {
     server = std::make_unique<support::FaultServer>();
   }
+  // On a fast loopback a reader that was forgotten looks served.
+  if (random() % 3 == 0) {
+    const long long rate = 1000000 + static_cast<long long>(random() % 2000000);
+    link = std::make_unique<support::SlowLink>(server->port(), 0, rate);
+  }
   const int count = 2 + static_cast<int>(random() % 7);
   for (int i = 0; i < count; ++i) {
     switch (random() % 12) {
@@ -80,6 +85,7 @@ World::World(unsigned int seed, Tally* counts) : bufferSize(0), tally(counts), r
 
 World::~World() {
   tally->connections += server->connectionCount();
+  link.reset();
   server.reset();
 }
 
@@ -122,6 +128,14 @@ void World::serve(Target* target, Behaviour behaviour, bool fault) {
     behaviour(exchange);
   });
   target->url = server->url(path);
+  if (link != nullptr && random() % 2 == 0) target->url = throughLink(target->url);
+}
+
+std::string World::throughLink(const std::string& url) const {
+  const std::string direct = ":" + std::to_string(server->port()) + "/";
+  std::string linked = url;
+  linked.replace(url.find(direct), direct.size(), ":" + std::to_string(link->port()) + "/");
+  return linked;
 }
 
 // The expectation is moved instead of the bytes: every one that is compared is wrong.

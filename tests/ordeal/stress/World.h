@@ -12,6 +12,7 @@
 #include "tests/ordeal/stress/Tally.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
+#include "tests/support/SlowLink.h"
 #include "tests/support/TestFiles.h"
 
 namespace stress {
@@ -75,6 +76,7 @@ class World {
  private:
   Target* add(const std::string& kind, long long size);
   void serve(Target* target, support::Behaviour behaviour, bool fault);
+  std::string throughLink(const std::string& url) const;
   long long someSize(long long most);
   void addLocal();
   void addSound();
@@ -91,6 +93,7 @@ class World {
   std::mt19937 random;
   std::unique_ptr<support::TemporaryFolder> folder;
   std::unique_ptr<support::FaultServer> server;
+  std::unique_ptr<support::SlowLink> link;  // before the server, for some resources; may be null
   std::atomic<bool> wrong{false};
   mutable std::mutex lock;
   std::string first;
