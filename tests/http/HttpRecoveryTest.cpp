@@ -292,12 +292,15 @@ TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
   EXPECT_TRUE(file.readsPattern(1000, 50000));
 }
 
-TEST(HttpStall, CloseOnASilentServerReturnsAtOnce) {
+// Before the first byte of the answer, and in its body.
+class CloseOnASilentServer : public testing::TestWithParam<int> {};
+
+TEST_P(CloseOnASilentServer, ReturnsAtOnce) {
   FaultServer server;
   double shortest = 1000;
-  for (const long long count : {-1LL, 5000LL}) {
+  for (int round = 0; round < 3 && shortest >= 0.3; ++round) {
     std::atomic<bool> settled{false};
-    server.on("/a", support::stallAndTell(100000, count, &settled));
+    server.on("/a", support::stallAndTell(100000, GetParam(), &settled));
     ApiFile file(server.url("/a"));
     std::thread reader([&] { file.read(50000); });
     EXPECT_TRUE(support::eventually([&] { return settled.load(); }));
@@ -309,6 +312,8 @@ TEST(HttpStall, CloseOnASilentServerReturnsAtOnce) {
   }
   EXPECT_LT(shortest, 0.3) << "libcurl alone looks around once a second";
 }
+
+INSTANTIATE_TEST_SUITE_P(Bytes, CloseOnASilentServer, testing::Values(-1, 5000));
 
 TEST(HttpStall, SeekOnASilentConnectionReturnsAtOnce) {
   FaultServer server;

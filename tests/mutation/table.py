@@ -215,7 +215,15 @@ ENTRIES = [
         snippet="    shutDownSockets();\n",
         replacement="    if (!running) shutDownSockets();\n",
         preset="debug",
-        tests="MethodRequestStop.EndsASilentTransfer",
+        tests="SilentTransfer",
+    ),
+    dict(
+        name="http: a stop shuts the sockets down in a body too",
+        file="webs/MethodRequest.cpp",
+        snippet="    shutDownSockets();\n",
+        replacement="    if (lifeCount < 0) shutDownSockets();\n",
+        preset="debug",
+        tests="SilentTransfer",
     ),
     dict(
         name="queue: a late start is stopped",

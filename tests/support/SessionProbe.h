@@ -1,6 +1,8 @@
 #ifndef FLUVIAFS_TESTS_SUPPORT_SESSIONPROBE_H_
 #define FLUVIAFS_TESTS_SUPPORT_SESSIONPROBE_H_
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -34,9 +36,10 @@ struct SessionProbe {
   std::atomic<int> result{0};
 };
 
-// Stops transfers of "/s" from server that have been silent for a while: libcurl then looks around
-// once a second. Returns the shortest stop in seconds: a busy machine may make any of them long.
-double shortestStop(FaultServer* server);
+// Whether a transfer of "/s" that has been silent for a while, since count bytes of its body (-1:
+// of its answer), is stopped at once: libcurl alone looks around once a second. Tried three times,
+// since a busy machine may make any stop long.
+testing::AssertionResult stopsAtOnce(FaultServer* server, long long count);
 
 }  // namespace support
 
