@@ -255,7 +255,7 @@ ENTRIES = [
         snippet="  if (stopped && outcome->code != CURLE_WRITE_ERROR)",
         replacement="  if (stopped && outcome->code == CURLE_WRITE_ERROR)",
         preset="debug",
-        tests="MethodRequestTls.Stop",
+        tests="SilentTlsTransfer",
     ),
     dict(
         name="http: closed sockets are forgotten",
