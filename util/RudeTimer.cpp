@@ -1,11 +1,18 @@
 #include "util/RudeTimer.h"
 
+#include <climits>
+
 #include "util/Log.h"
 
 namespace util {
 
 namespace {
 constexpr int kStepMs = 100;
+
+// The longest period is no multiple of a step: the count ends at it.
+int oneStepAfter(int elapsedMs) {
+  return elapsedMs > INT_MAX - kStepMs ? INT_MAX : elapsedMs + kStepMs;
+}
 }  // namespace
 
 RudeTimer::RudeTimer(int period, bool repeats, void (*function)(void*))
@@ -49,7 +56,9 @@ void* RudeTimer::run(void* timer) {
     }
     while (self->elapsedMs < self->periodMs && self->active) {
       delay(kStepMs);
-      self->elapsedMs += kStepMs;
+      // A start meanwhile has begun the count anew.
+      const int before = self->elapsedMs;
+      self->elapsedMs.replace(before, oneStepAfter(before));
     }
     if (!self->active) {
       FLUVIA_LOG(0, "Timer is interrupted:%d ~ %d", self->elapsedMs.get(), self->periodMs);

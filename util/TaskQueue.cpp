@@ -7,14 +7,33 @@
 
 namespace util {
 
-thread_local void* TaskQueue::tmpObject = nullptr;
+void* TaskQueue::tmpObject = nullptr;
 
 Task::Task(TaskCallback taskCallback, void* taskArg, void* taskSender)
     : callback(taskCallback), arg(taskArg), sender(taskSender) {}
 
 Task::~Task() = default;
 
-TaskQueue::TaskQueue() : exiting(false) {}
+void TaskQueue::Place::call() {
+  {
+    Lock lock(own);
+    called = true;
+  }
+  own.notifyAll(0);
+}
+
+void TaskQueue::Place::waitForCall() {
+  Lock lock(own);
+  while (!called) own.wait(0);
+  called = false;
+}
+
+TaskQueue::TaskQueue() : exiting(false), free(nullptr), idle(nullptr) {
+  for (Place& place : places) {
+    place.next = free;
+    free = &place;
+  }
+}
 
 TaskQueue::~TaskQueue() = default;
 
@@ -43,10 +62,34 @@ int TaskQueue::putPrepared(PreparedTask* prepared, TaskCallback callback, void* 
   task->sender = sender;
   Lock lock(*this);
   pending.splice(pending.end(), *prepared);
+  Place* called = takeIdle();
+  notifyAll(0);
   const int status = lock.release();
-  // One worker for one task, woken when it can take the lock: the others would find nothing to do.
-  notify(0);
+  // It finds the lock free.
+  if (called != nullptr) called->call();
   return status;
+}
+
+TaskQueue::Place* TaskQueue::takeIdle() {
+  Place* place = idle;
+  if (place != nullptr) idle = place->next;
+  return place;
+}
+
+void TaskQueue::waitForTask(Lock* lock) {
+  Place* place = free;
+  if (place == nullptr) {
+    wait(0);
+    return;
+  }
+  free = place->next;
+  place->next = idle;
+  idle = place;
+  lock->release();
+  place->waitForCall();
+  lock->acquire();
+  place->next = free;
+  free = place;
 }
 
 void TaskQueue::giveBack(PreparedTask* prepared) {
@@ -67,7 +110,7 @@ Task* TaskQueue::popTask(Task* finished) {
   while (pending.empty()) {
     if (exiting) return nullptr;
     FLUVIA_LOG(1, "thread engine waiting for task");
-    wait(0);
+    waitForTask(&lock);
   }
   Task* task = pending.front();
   running.splice(running.end(), pending, pending.begin());
@@ -119,6 +162,7 @@ int TaskQueue::cancelAll() {
 void TaskQueue::setExiting() {
   Lock lock(*this);
   exiting = true;
+  while (Place* place = takeIdle()) place->call();
   notifyAll(0);
 }
 

@@ -1,5 +1,7 @@
 #include "webs/FluviaFile.h"
 
+#include <climits>
+
 #include "util/Log.h"
 #include "webs/DullFile.h"
 #include "webs/DullFileManager.h"
@@ -13,6 +15,13 @@ constexpr int kEndOfFile = -13;
 // How far a stream that cannot seek may be moved forward, and the part at its beginning that it may
 // be moved back into.
 constexpr long long kSeekSpan = 0x100000;
+
+// to - from, or the nearest number that fits.
+long long distance(long long from, long long to) {
+  long long range = 0;
+  if (!__builtin_sub_overflow(to, from, &range)) return range;
+  return to < from ? LLONG_MIN : LLONG_MAX;
+}
 }  // namespace
 
 FluviaFile::FluviaFile(int buffer)
@@ -123,7 +132,7 @@ int FluviaFile::seek(long long offset, long long* currentOffset) {
 }
 
 int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentOffset) {
-  const long long range = offset - position;
+  const long long range = distance(position, offset);
   FLUVIA_LOG_AS("seek", 1, "FluviaFile-Seek : range:=%lld, offset=%lld, position=%lld", range,
                 offset, position.get());
   FLUVIA_LOG_AS("getSize", 0, "fluviafile getSize");

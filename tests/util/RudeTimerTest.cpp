@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <climits>
+#include <cstdio>
 #include <memory>
 
 #include "tests/support/CapturedStderr.h"
@@ -67,6 +68,41 @@ TEST_F(RudeTimerTest, StopInterruptsTheCount) {
   }
   EXPECT_EQ(fired, 0);
   EXPECT_TRUE(log.has("~RudeTimer: begin to stop timer thread"));
+}
+
+// Whether the log has the line of a count of that period that was stopped before its end.
+bool wasInterrupted(const CapturedStderr& log, int wanted) {
+  for (const std::string& line : log.messages("run")) {
+    int elapsed = -1;
+    int period = -1;
+    if (sscanf(line.c_str(), "run: Timer is interrupted:%d ~ %d", &elapsed, &period) == 2 &&
+        elapsed >= 0 && elapsed < period && period == wanted) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST_F(RudeTimerTest, StoppedCountIsLoggedAsInterrupted) {
+  const CapturedStderr log(0);
+  RudeTimer timer(INT_MAX - 100, false, fire);
+  // The count takes a fraction of a second: on a busy machine it may be over before the stop.
+  for (int tries = 1; tries <= 20 && !wasInterrupted(log, INT_MAX - 100); ++tries) {
+    const int before = fired;
+    timer.start(nullptr);
+    ASSERT_TRUE(eventually([&] { return log.count("run: RudeTimer run loop") == tries; }));
+    timer.stop();
+    ASSERT_TRUE(eventually([&] { return fired > before || wasInterrupted(log, INT_MAX - 100); }));
+  }
+  EXPECT_TRUE(wasInterrupted(log, INT_MAX - 100)) << log.text();
+}
+
+TEST_F(RudeTimerTest, LongestPeriodEnds) {
+  const CapturedStderr log(0);
+  RudeTimer timer(INT_MAX, false, fire);
+  timer.start(nullptr);
+  ASSERT_TRUE(eventually([] { return fired == 1; }, 50)) << "21474837 steps of 100 ms";
+  EXPECT_TRUE(log.has("run: Timer out:2147483647 ~ 2147483647"));
 }
 
 // Starts its own timer anew, as a repeating timer's callback does.

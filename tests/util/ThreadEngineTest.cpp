@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -159,11 +160,11 @@ TEST_F(Engine, StartedByManyThreadsAtOnceHasSixWorkers) {
   }
 }
 
-TEST_F(TaskQueueTest, QueuesOfTwoThreadsDoNotDisturbEachOther) {
+TEST_F(TaskQueueTest, SearchesOfTwoThreadsDoNotDisturbEachOther) {
+  TaskQueue queue;
   std::atomic<int> missed{0};
   std::atomic<int> ready{0};
   const auto putAndCancel = [&](int* mark) {
-    TaskQueue queue;
     ++ready;
     while (ready < 2) std::this_thread::yield();
     for (int i = 0; i < 200000; ++i) {
@@ -176,6 +177,99 @@ TEST_F(TaskQueueTest, QueuesOfTwoThreadsDoNotDisturbEachOther) {
   first.join();
   second.join();
   EXPECT_EQ(missed, 0);
+}
+
+TEST_F(TaskQueueTest, WhatIsSearchedForStandsInOneWordOfAllThreadsAndQueues) {
+  TaskQueue queue;
+  TaskQueue second;
+  queue.putTask(record, &a, &sender);
+  EXPECT_FALSE(second.cancel(&a)) << "the tasks are a queue's own";
+  util::Task sought(record, &a, &sender);
+  util::Task unsought(record, &b, &a);
+  std::thread([&] {
+    EXPECT_TRUE(TaskQueue::isTaskOfArg(&sought));
+    EXPECT_FALSE(TaskQueue::isTaskOfArg(&unsought));
+    EXPECT_TRUE(TaskQueue::isTaskOfSender(&unsought));
+  }).join();
+  EXPECT_TRUE(queue.cancel(&a));
+}
+
+// A thread that waits on the queue's own condition, as a notify may find there.
+class Bystander {
+ public:
+  explicit Bystander(TaskQueue* queue)
+      : thread([this, queue] {
+          const util::Lock lock(*queue);
+          waits = true;
+          woken = queue->waitFor(static_cast<int>(support::patienceOf(5).count()));
+        }) {}
+  ~Bystander() { thread.join(); }
+  Bystander(const Bystander&) = delete;
+  Bystander& operator=(const Bystander&) = delete;
+
+  // Its lock is free again once it waits.
+  bool isWaiting(TaskQueue* queue) {
+    return eventually([&] {
+      const util::Lock lock(*queue);
+      return waits;
+    });
+  }
+
+  std::atomic<bool> woken{false};
+
+ private:
+  bool waits = false;  // under the queue's lock
+  std::thread thread;
+};
+
+TEST_F(TaskQueueTest, EveryTaskIsBroadcastAndStillReachesItsWorker) {
+  support::Watchdog watchdog(40, [] { return std::string("no worker was called"); });
+  TaskQueue queue;
+  const support::CapturedStderr log(1);
+  std::unique_ptr<Bystander> bystanders[3];
+  for (auto& bystander : bystanders) {
+    bystander.reset(new Bystander(&queue));
+    ASSERT_TRUE(bystander->isWaiting(&queue));
+  }
+  std::atomic<void*> taken{nullptr};
+  std::thread worker([&] { taken = queue.popTask(nullptr)->arg; });
+  ASSERT_TRUE(eventually([&] { return log.has("popTask: thread engine waiting for task"); }));
+  EXPECT_EQ(queue.putTask(record, &a, &sender), 0);
+  EXPECT_TRUE(eventually([&] { return taken == &a; }, 4)) << "somebody else got its wake-up";
+  if (taken == nullptr) queue.notifyAll(0);
+  worker.join();
+  for (auto& bystander : bystanders) {
+    EXPECT_TRUE(eventually([&] { return bystander->woken.load(); })) << "not a broadcast";
+  }
+}
+
+TEST_F(TaskQueueTest, MoreWorkersThanPlacesAreServedToo) {
+  constexpr int kMany = 20;
+  support::Watchdog watchdog(40, [] { return std::string("a worker was forgotten"); });
+  TaskQueue queue;
+  std::vector<int> marks(kMany);
+  for (int round = 0; round < 50; ++round) {
+    std::vector<std::thread> workers;
+    for (int i = 0; i < kMany; ++i) workers.emplace_back([&] { queue.popTask(nullptr); });
+    for (int& mark : marks) queue.putTask(record, &mark, &sender);
+    for (std::thread& worker : workers) worker.join();
+  }
+  EXPECT_EQ(queue.cancelAll(), 0);
+}
+
+TEST_F(Engine, OneTaskWakesOneWorker) {
+  const std::string waits = "popTask: thread engine waiting for task";
+  const support::CapturedStderr log(1);
+  util::ThreadEngine engine;
+  engine.initialize();
+  ASSERT_TRUE(eventually([&] { return log.count(waits) == 6; }));
+  for (int i = 1; i <= 20; ++i) {
+    engine.requestExecuteOrderly(record, &a, &sender);
+    // Its worker waits again, and none of the others has looked.
+    ASSERT_TRUE(eventually([&] { return log.count(waits) >= 6 + i; }));
+    ASSERT_EQ(log.count(waits), 6 + i);
+  }
+  EXPECT_EQ(callCount(), 20u);
 }
 
 TEST_F(Engine, DestructionRunsWhatIsPendingAndJoins) {

@@ -1,6 +1,7 @@
 // One handle: its position, its seeks, and the rule for live streams.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <vector>
 
@@ -125,6 +126,24 @@ TEST_F(FluviaFileTest, SeekLogsItsSteps) {
              "seek: FluviaFile-getSize : 100", "seek: current Offset:=100, getsize=100",
              "seek: current position: 100", "seek: seek End"}));
   EXPECT_EQ(file->getPosition(), 100);
+}
+
+TEST_F(FluviaFileTest, DistanceOfASeekThatDoesNotFitIsTheLargestThatDoes) {
+  open(folder.makePattern("a", 100));
+  EXPECT_EQ(read(60), 0);
+  const CapturedStderr log(1);
+  EXPECT_EQ(seek(LLONG_MIN), 0);
+  EXPECT_EQ(now, LLONG_MIN);
+  EXPECT_TRUE(
+      log.has("seek: FluviaFile-Seek : range:=-9223372036854775808, "
+              "offset=-9223372036854775808, position=60"));
+  EXPECT_EQ(read(1), -4);
+  EXPECT_EQ(file->getBufferedSize(), 0);
+  EXPECT_EQ(seek(LLONG_MAX), 0);
+  EXPECT_EQ(now, 100);
+  EXPECT_TRUE(
+      log.has("seek: FluviaFile-Seek : range:=9223372036854775807, "
+              "offset=9223372036854775807, position=-9223372036854775808"));
 }
 
 TEST_F(FluviaFileTest, SeekAnywhereInASeekableFile) {
