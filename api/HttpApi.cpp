@@ -12,14 +12,12 @@ using api::inRange;
 
 namespace {
 
-constexpr int kTypeHttp = 1;
-
 // The HTTP producer behind a handle for the time of a call; null when there is none.
 class HttpUse {
  public:
   explicit HttpUse(const Handle& file) : shared_(file.get()), request_(nullptr) {
     FileRequest* request = shared_ ? shared_->getRequest() : nullptr;
-    if (request != nullptr && request->getType() == kTypeHttp) {
+    if (request != nullptr && request->getType() == SOURCE_HTTP) {
       request_ = static_cast<webs::HttpFileRequest*>(request);
     }
   }

@@ -5,20 +5,11 @@
 #include "util/BufferQueue.h"
 #include "util/Log.h"
 #include "util/PausePoint.h"
+#include "util/Results.h"
 
 namespace util {
 
 namespace {
-
-enum ReadResult {
-  READ_OK = 0,
-  READ_EXITING = -1,
-  READ_FAILED = -4,
-  READ_TIMEOUT = -6,
-  READ_END = -13,
-  READ_NOT_AVAILABLE = -17,
-  READ_NOT_FOUND = -21
-};
 
 // Ways in which fill() looks for its data.
 enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };

@@ -76,7 +76,7 @@ TaskQueue::Place* TaskQueue::takeIdle() {
   return place;
 }
 
-void TaskQueue::waitForTask(Lock* lock) {
+void TaskQueue::waitForTask() {
   Place* place = free;
   if (place == nullptr) {
     wait(0);
@@ -85,9 +85,9 @@ void TaskQueue::waitForTask(Lock* lock) {
   free = place->next;
   place->next = idle;
   idle = place;
-  lock->release();
+  syncEnd();
   place->waitForCall();
-  lock->acquire();
+  syncBegin();
   place->next = free;
   free = place;
 }
@@ -110,7 +110,7 @@ Task* TaskQueue::popTask(Task* finished) {
   while (pending.empty()) {
     if (exiting) return nullptr;
     FLUVIA_LOG(1, "thread engine waiting for task");
-    waitForTask(&lock);
+    waitForTask();
   }
   Task* task = pending.front();
   running.splice(running.end(), pending, pending.begin());

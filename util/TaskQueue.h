@@ -94,7 +94,7 @@ class TaskQueue : public Semaphore {
   // Takes the worker that began to wait last off the idle ones, to be called. Null without one.
   Place* takeIdle() REQUIRES(this);
   // Gives the lock back until this thread is called. Needs no memory.
-  void waitForTask(Lock* lock) REQUIRES(this);
+  void waitForTask() REQUIRES(this);
   // Calls each task of the list with TENGINE_CANCELLED and frees it for reuse.
   void callCancelled(const std::list<Task*>& withdrawn) EXCLUDES(this);
 

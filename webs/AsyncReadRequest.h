@@ -1,6 +1,8 @@
 #ifndef FLUVIAFS_WEBS_ASYNCREADREQUEST_H_
 #define FLUVIAFS_WEBS_ASYNCREADREQUEST_H_
 
+#include "util/Semaphore.h"
+
 namespace webs {
 
 class DullFile;
@@ -11,12 +13,15 @@ using ReadCallback = void (*)(int requestId, void* userData, int status, int rea
 // Status values of a completion callback.
 enum AsyncStatus { ASYNC_FAILED = -1, ASYNC_DONE = 1, ASYNC_CANCELLED = 3, ASYNC_END_OF_FILE = 4 };
 
+// The lock of the table of asynchronous reads (AsyncReads).
+util::Semaphore& asyncLock();
+
 // One asynchronous read.
 //
-// Threads:   everything below requestId, and cancelled, under the lock of the request table.
-// Ownership: counted by holders: the request itself until it is finished, and whoever looks at it
-//            meanwhile. Holds a use of its file until it is finished, and of its handle's object.
-//            The buffer is the caller's, until the callback has been called.
+// Threads:   what the asker has said and requestId are constant; the state is under asyncLock().
+// Ownership: owned by the table, counted by holders: the request itself until it is finished, and
+//            whoever looks at it meanwhile. Holds a use of its file until it is finished, and of
+//            its handle's object. The buffer is the caller's, until the callback has been called.
 struct AsyncReadRequest {
   char* buffer = nullptr;
   unsigned int size = 0;
@@ -24,7 +29,8 @@ struct AsyncReadRequest {
   ReadCallback callback = nullptr;
   void* userData = nullptr;
   FluviaFile* reader = nullptr;
-  bool cancelled = false;  // an abort met it before its read was over
+  // An abort met it before its read was over.
+  bool cancelled GUARDED_BY(asyncLock()) = false;
   DullFile* file = nullptr;
   int requestId = 0;
 
@@ -35,13 +41,16 @@ struct AsyncReadRequest {
     kReading,  // inside the buffer queue
     kCalling   // its callback is being called, or was
   };
-  State state = kWaiting;
-  bool handed = false;  // has a place on the engine
-  bool taken = false;   // a close has answered it; nobody else calls back
-  int holders = 1;
+  State state GUARDED_BY(asyncLock()) = kWaiting;
+  // A close has answered it; nobody else calls back.
+  bool taken GUARDED_BY(asyncLock()) = false;
+  int callers GUARDED_BY(asyncLock()) = 0;  // threads that call back for it, or are about to
+  int holders GUARDED_BY(asyncLock()) = 1;
 
   // Nobody calls back yet, and it is not inside the buffer queue.
-  bool isUnanswered() const { return !taken && state != kReading && state != kCalling; }
+  bool isUnanswered() const REQUIRES(asyncLock()) {
+    return !taken && state != kReading && state != kCalling;
+  }
 };
 
 }  // namespace webs

@@ -6,7 +6,9 @@
 
 #include "util/Log.h"
 #include "util/PausePoint.h"
+#include "util/Results.h"
 #include "util/ThreadEngine.h"
+#include "webs/AsyncReads.h"
 #include "webs/FileRequest.h"
 #include "webs/FileRequestAdaptor.h"
 #include "webs/FluviaFile.h"
@@ -14,9 +16,6 @@
 namespace webs {
 
 namespace {
-constexpr int kFailed = -4;
-constexpr int kEndOfFile = -13;
-constexpr int kTypeLocal = 0;
 // How often a break is repeated on a read that had not yet begun to wait when it was broken.
 constexpr int kBreakRepeatMs = 5;
 }  // namespace
@@ -31,7 +30,6 @@ DullFile::DullFile(int bufferSize)
       nowRequest(nullptr),
       readGeneration(0),
       breakers(0),
-      asyncHanded(false),
       uses(1),
       turns(&rbuffer) {
   static_cast<void>(unused);
@@ -106,14 +104,14 @@ int DullFile::read(char* buffer, unsigned int size, long long offset, unsigned i
 int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
                       unsigned int* readBytes, FluviaFile* reader) {
   *readBytes = 0;
-  int result = kFailed;
+  int result = util::READ_FAILED;
   if (!beginReading(record, reader, &result)) return result;
   // Also when the caller's thread is cancelled while it waits.
   const EndOfReading end(this);
   FLUVIA_PAUSE_POINT("DullFile::read begun");
   if (isEmptyLocal()) {
     // To the buffer a size of 0 means unknown: it would ask for the missing bytes for ever.
-    result = kEndOfFile;
+    result = util::READ_END;
   } else {
     long long currentOffset = 0;
     const bool ok = rbuffer.seek(offset, &currentOffset);
@@ -124,11 +122,29 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
       result = rbuffer.read(buffer, size, readBytes);
     } else {
       FLUVIA_LOG_AS("read", 1, "move position failed before read");
-      result = kFailed;
+      result = util::READ_FAILED;
     }
   }
   FLUVIA_LOG_AS("read", 1, "read end, error = %d", result);
   return result;
+}
+
+// Registers who reads. False: the read does not take place, *refusal says why.
+bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, int* refusal) {
+  util::Lock lock(readLock);
+  const bool refers = !reader->isClosing() &&
+                      std::find(references.begin(), references.end(), reader) != references.end();
+  if (record != nullptr && !AsyncReads::instance().beginReading(record, refusal)) return false;
+  if (!refers) {
+    FLUVIA_LOG_AS("read", 1, "read failed in dull file");
+    *refusal = util::READ_FAILED;
+    return false;
+  }
+  currentReader = reader;
+  nowReader = reader;
+  nowRequest = record;
+  ++readGeneration;
+  return true;
 }
 
 void DullFile::endReading() {
@@ -139,7 +155,7 @@ void DullFile::endReading() {
 }
 
 bool DullFile::isEmptyLocal() const {
-  return request != nullptr && request->getType() == kTypeLocal && request->getContentSize() == 0;
+  return request != nullptr && request->getType() == SOURCE_LOCAL && request->getContentSize() == 0;
 }
 
 bool DullFile::randomAccessable(FluviaFile* reader) {
@@ -207,20 +223,6 @@ void DullFile::breakUntilEnded(unsigned int generation) {
     readLock.waitFor(kBreakRepeatMs);
   }
   --breakers;
-}
-
-// Breaks what reads for that handle now.
-void DullFile::breakReader(FluviaFile* reader) {
-  unsigned int generation = 0;
-  {
-    util::Lock lock(readLock);
-    if (reader != nowReader) {
-      if (reader == currentReader || rbuffer.getContentSize() == 0) rbuffer.breakRead();
-      return;
-    }
-    generation = readGeneration;
-  }
-  breakUntilEnded(generation);
 }
 
 }  // namespace webs

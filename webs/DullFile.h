@@ -85,8 +85,7 @@ class DullFile : public util::Semaphore {
   void dumpDebugInfo() { rbuffer.dumpBuffer(true); }
 
  private:
-  // Results of readFor() that no caller of the C API sees.
-  enum { kTakenByClose = 1, kCancelledBefore = 2 };
+  friend class AsyncReads;
 
   int readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
               unsigned int* readBytes, FluviaFile* reader) EXCLUDES(readLock);
@@ -107,21 +106,11 @@ class DullFile : public util::Semaphore {
   void breakProbes(FluviaFile* reader) EXCLUDES(readLock);
   void breakUntilEnded(unsigned int generation) EXCLUDES(readLock);
   void breakReader(FluviaFile* reader) EXCLUDES(readLock);
-  bool cancelQueued(AsyncReadRequest* record, bool waiting);
-  void cancelRunning(AsyncReadRequest* record, FluviaFile* reader) EXCLUDES(readLock);
+  void breakRequest(AsyncReadRequest* record, FluviaFile* reader) EXCLUDES(readLock);
 
-  // The task of a request, and its two ways (DullFileAsync.cpp).
+  // The task of a request, and its way when it runs (DullFileAsync.cpp).
   static void perform(void* record, util::TEngineEvent_E event);
   static void runRead(AsyncReadRequest* record);
-  static void runCancelled(AsyncReadRequest* record);
-  static void callBack(AsyncReadRequest* record, int result, unsigned int readBytes);
-  static void handOver();
-  static AsyncReadRequest* nextToHandOver();
-  static void finish(AsyncReadRequest* record);
-  static void letGo(AsyncReadRequest* record);
-  static void clearSlot(AsyncReadRequest* record);
-  static AsyncReadRequest* findUnanswered(FluviaFile* reader, bool* waiting);
-  static void takeFromWorker(AsyncReadRequest* record);
 
   long long unused;
   std::string uri;
@@ -139,7 +128,6 @@ class DullFile : public util::Semaphore {
   unsigned int readGeneration GUARDED_BY(readLock);
   int breakers GUARDED_BY(readLock);                    // threads that wait for that read to end
   std::list<FluviaFile*> probers GUARDED_BY(readLock);  // handles that ask for the first byte
-  bool asyncHanded;  // a request of this file has a place; under the table's lock
   std::atomic<int> uses;
   ReadTurns turns;
 };

@@ -5,6 +5,9 @@
 
 #include "util/BufferQueueProducer.h"
 
+// The kinds of producers.
+enum SourceType { SOURCE_LOCAL = 0, SOURCE_HTTP = 1 };
+
 // Producer of one resource, known by its path or URL; base of the local and the HTTP producer.
 //
 // Threads:   as util::BufferQueueProducer.
@@ -18,7 +21,7 @@ class FileRequest : public util::BufferQueueProducer {
 
   void setOutput(util::BufferQueueDataReceiver* receiver) override;
 
-  // 0 for a local file, 1 for HTTP.
+  // A SourceType.
   virtual int getType() = 0;
   // Prepares the source. False means that the resource cannot be used.
   virtual bool initialize() = 0;

@@ -3,18 +3,13 @@
 #include <climits>
 
 #include "util/Log.h"
+#include "util/Results.h"
 #include "webs/DullFile.h"
 #include "webs/DullFileManager.h"
 
 namespace webs {
 
 namespace {
-constexpr int kFailed = -4;
-constexpr int kSeekRefused = -12;
-constexpr int kEndOfFile = -13;
-// How far a stream that cannot seek may be moved forward, and the part at its beginning that it may
-// be moved back into.
-constexpr long long kSeekSpan = 0x100000;
 
 // to - from, or the nearest number that fits.
 long long distance(long long from, long long to) {
@@ -31,7 +26,6 @@ FluviaFile::FluviaFile(int buffer)
       miniSeqAtRead(0),
       liveFlag(false),
       closing(false),
-      callbacks(0),
       uses(1) {}
 
 FluviaFile::~FluviaFile() = default;
@@ -73,14 +67,14 @@ void FluviaFile::close() {
 
 int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   SharedUse file(this);
-  if (!file) return kFailed;
+  if (!file) return util::CALL_FAILED;
   if (util::LOG_LEV >= 2) {
     const bool seekable = file->randomAccessable(this);
     const long long oldest = file->getMiniBufferSeq();
     FLUVIA_LOG(2, "FluviaFile read: size=%d, position=%lld, seekable=%d, miniSeq=%lld",
                static_cast<int>(size), position.get(), seekable, oldest);
   }
-  int result = kFailed;
+  int result = util::CALL_FAILED;
   {
     DullFile::Turn turn(file.get(), this, position);
     util::Lock lock(*file.get());
@@ -95,7 +89,7 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
     }
     result = file->read(buffer, size, position, readBytes, this);
     turn.hasRead(*readBytes);
-    if (result == 0 || result == kEndOfFile) position += *readBytes;
+    if (result == util::READ_OK || result == util::READ_END) position += *readBytes;
   }
   FLUVIA_LOG(2, "FluviaFile readed=%d", static_cast<int>(*readBytes));
   return result;
@@ -104,14 +98,14 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
 int FluviaFile::readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
                           int* requestId, int* issued) {
   SharedUse file(this);
-  if (!file) return kFailed;
+  if (!file) return util::CALL_FAILED;
   return file->readAsync(buffer, size, position, callback, userData, requestId, this, issued);
 }
 
 int FluviaFile::cancelRead(int requestId) {
   FLUVIA_LOG(1, "cancelRead");
   SharedUse file(this);
-  if (!file) return kFailed;
+  if (!file) return util::CALL_FAILED;
   return file->cancelRead(requestId, this);
 }
 
@@ -120,14 +114,14 @@ int FluviaFile::seek(long long offset, long long* currentOffset) {
   SharedUse file(this);
   if (!file) {
     FLUVIA_LOG(1, "seek fail");
-    return kFailed;
+    return util::CALL_FAILED;
   }
-  int result = kFailed;
+  int result = util::CALL_FAILED;
   {
     util::Lock lock(*this);
     result = seekLocked(file.get(), offset, currentOffset);
   }
-  if (result == 0) FLUVIA_LOG(1, "seek End");
+  if (result == util::CALL_OK) FLUVIA_LOG(1, "seek End");
   return result;
 }
 
@@ -140,7 +134,7 @@ int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentO
   FLUVIA_LOG_AS("seek", 1, "FluviaFile-getSize : %lld", size);
   if (size == 0) {
     FLUVIA_LOG_AS("seek", 0, "lseek in a 0 size of file");
-    return kFailed;
+    return util::CALL_FAILED;
   }
   const long long newPosition = size < offset ? size : offset;
   *currentOffset = newPosition;
@@ -153,28 +147,28 @@ int FluviaFile::seekLocked(DullFile* file, long long offset, long long* currentO
     if ((range < 0 && newPosition > kSeekSpan) || range > kSeekSpan) {
       FLUVIA_LOG_AS("seek", 0, "fluviafs seek busy: range:%lld, new position:%lld", range,
                     newPosition);
-      return kSeekRefused;
+      return util::SEEK_REFUSED;
     }
   }
   position = newPosition;
   FLUVIA_LOG_AS("seek", 1, "current position: %lld\n", newPosition);
-  return 0;
+  return util::CALL_OK;
 }
 
 long long FluviaFile::getSize() {
   FLUVIA_LOG(0, "fluviafile getSize");
   SharedUse file(this);
-  return file ? file->getSize(this) : kFailed;
+  return file ? file->getSize(this) : util::CALL_FAILED;
 }
 
 int FluviaFile::getBufferSize() {
   SharedUse file(this);
-  return file ? file->getBufferSize() : kFailed;
+  return file ? file->getBufferSize() : util::CALL_FAILED;
 }
 
 int FluviaFile::getBufferedSize() {
   SharedUse file(this);
-  return file ? file->getBufferedSize(position) : kFailed;
+  return file ? file->getBufferedSize(position) : util::CALL_FAILED;
 }
 
 void FluviaFile::volatileContent() {

@@ -14,6 +14,10 @@ namespace webs {
 
 class DullFile;
 
+// How far a stream that cannot seek may be moved forward, and the part at its beginning that it may
+// be moved back into (bytes).
+constexpr long long kSeekSpan = 0x100000;
+
 // One handle: a read position of its own on a shared file.
 //
 // Threads:   any. The object's lock guards seek and the move of the position by asynchronous reads;
@@ -73,8 +77,6 @@ class FluviaFile : public util::Semaphore {
   bool isClosing() const { return closing; }
 
  private:
-  friend class DullFile;
-
   int seekLocked(DullFile* file, long long offset, long long* currentOffset) REQUIRES(this);
 
   DullFile* dullFile GUARDED_BY(useLock);
@@ -88,7 +90,6 @@ class FluviaFile : public util::Semaphore {
   std::string contentType GUARDED_BY(useLock);
   std::string serverName GUARDED_BY(useLock);
   util::Relaxed<bool> closing;
-  int callbacks;  // threads that call back for this handle; under the request table's lock
   std::atomic<int> uses;
 };
 

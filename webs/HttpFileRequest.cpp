@@ -1,24 +1,16 @@
 #include "webs/HttpFileRequest.h"
 
+#include <cerrno>
+
 #include "util/Log.h"
 #include "util/PausePoint.h"
+#include "webs/TransferResult.h"
 
 namespace webs {
 
 namespace {
 
 constexpr int kFeatureOtherReports = 1;
-// libcurl's and the system's numbers that mean something here.
-constexpr int kCouldNotResolveHost = 6;
-constexpr int kCouldNotConnect = 7;
-constexpr int kPartialFile = 18;
-constexpr int kWriteRefused = 23;
-constexpr int kOperationTimedOut = 28;
-constexpr int kAborted = 42;
-constexpr int kStalled = -2;
-constexpr int kBroken = -1;
-constexpr long kHostUnreachable = 113;
-constexpr long kConnectionRefused = 111;
 
 }  // namespace
 
@@ -101,7 +93,7 @@ int HttpFileRequest::sendRequest() {
 
   util::Lock lock(*this);
   FLUVIA_LOG(0, "errorCode:%d", result);
-  if (result == 0 && (contentSize == 0 || contentSize == util::UNKNOWN_CONTENT_SIZE)) {
+  if (result == TRANSFER_OK && (contentSize == 0 || contentSize == util::UNKNOWN_CONTENT_SIZE)) {
     contentSize = method.getFileSize();
     FLUVIA_LOG(0, "setFileSize: %lld", contentSize.get());
   }
@@ -114,42 +106,42 @@ int HttpFileRequest::sendRequest() {
 
 // Tells an unreachable host and a refused connection apart by the system's error.
 void HttpFileRequest::noteConnectFailure() {
-  if (method.getErrno() == kHostUnreachable) {
+  if (method.getErrno() == EHOSTUNREACH) {
     downloadStatus = DOWNLOAD_CONNECT_FAIL;
     FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_FAIL");
-  } else if (method.getErrno() == kConnectionRefused) {
+  } else if (method.getErrno() == ECONNREFUSED) {
     downloadStatus = DOWNLOAD_CONNECT_REJECT;
     FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_REJECT");
   }
 }
 
 int HttpFileRequest::reportResult(int result) {
-  if (result == 0 && !runReceived && !firstReceived) {
+  if (result == TRANSFER_OK && !runReceived && !firstReceived) {
     // An answer that never has a body would be asked for again without end.
     FLUVIA_LOG_AS("sendRequest", 0, "http error %d", method.getResponseCode());
     return util::STREAM_ERROR;
   }
-  if (result >= 400) {
+  if (result >= FIRST_ERROR_STATUS) {
     downloadStatus = result;
     return result >= 500 && result <= 599 ? util::STREAM_NOT_AVAILABLE
                                           : util::STREAM_FILE_NOT_FOUND;
   }
   const bool otherReports = featureFlag == kFeatureOtherReports;
   switch (result) {
-    case 0:
-    case kPartialFile:
+    case TRANSFER_OK:
+    case TRANSFER_PARTIAL:
       FLUVIA_LOG_AS("sendRequest", 0, "[QV]return EVENT_STREAM_PARTIAL_END");
       return util::EVENT_STREAM_PARTIAL_END;
-    case kStalled:
+    case TRANSFER_STALLED:
       downloadStatus = DOWNLOAD_NOT_REVEIVE_DATA;
       if (!otherReports) return util::STREAM_FILE_NOT_FOUND;
       FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_NOT_REVEIVE_DATA");
       return util::STREAM_TIMEOUT;
-    case kBroken:
+    case TRANSFER_BROKEN:
       downloadStatus = DOWNLOAD_CONNECTION_DEAD;
       FLUVIA_LOG_AS("sendRequest", -4, "connection is dead");
       return util::STREAM_DEAD;
-    case kCouldNotResolveHost:
+    case TRANSFER_UNKNOWN_HOST:
       downloadStatus = DOWNLOAD_DNS_UNABLE_RESOLVED;
       if (!otherReports) {
         FLUVIA_LOG_AS("sendRequest", -4, "NO FBZ CASE, couldn't resolve host");
@@ -157,16 +149,16 @@ int HttpFileRequest::reportResult(int result) {
       }
       FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
       return util::STREAM_ERROR;
-    case kCouldNotConnect:
+    case TRANSFER_NOT_CONNECTED:
       noteConnectFailure();
       FLUVIA_LOG_AS("sendRequest", -4, "notify EVENT_STREAM_ERROR");
       return util::STREAM_ERROR;
-    case kWriteRefused:
+    case TRANSFER_WRITE_REFUSED:
       return util::STREAM_CANCELED;
-    case kOperationTimedOut:
+    case TRANSFER_TIMED_OUT:
       downloadStatus = DOWNLOAD_TIMEOUT;
       return util::STREAM_TIMEOUT;
-    case kAborted:
+    case TRANSFER_ABORTED:
       FLUVIA_LOG_AS("sendRequest", 0, "aborted by callback :%d", result);
       return util::STREAM_CANCELED;
     default:

@@ -47,7 +47,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
   void setBreak() override;
   bool getStopWait() override { return method.getStopWait(); }
   void setStopWait() override { method.setStopWait(); }
-  int getType() override { return 1; }
+  int getType() override { return SOURCE_HTTP; }
   // Prepares the session. Always true.
   bool initialize() override;
 

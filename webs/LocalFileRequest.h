@@ -38,7 +38,7 @@ class LocalFileRequest : public FileRequest, public util::Semaphore {
   void setBreak() override {}
   bool getStopWait() override { return false; }
   void setStopWait() override {}
-  int getType() override { return 0; }
+  int getType() override { return SOURCE_LOCAL; }
 
   int getVersion() const { return version; }
   unsigned int getRequestCount() const { return requestCount; }

@@ -61,8 +61,8 @@ class MethodRequest : public util::Semaphore {
 
   // Gets resource from byte start to byte end, both inclusive; end 0 is the end of the resource.
   // A range is asked for only when setSupportSeek(true) was called. Blocks for the whole transfer.
-  // Returns 0, a libcurl code, an HTTP status of 400 and above, 404 for an empty success, -1 when
-  // setBreak ended a stall, -2 when the stall watch did, 42 when stop did.
+  // Returns a TransferResult: a libcurl code, an HTTP status of 400 and above, or one of the
+  // library's own.
   int executeGet(const std::string& resource, long long start, long long end, int versionTag);
   // Announces the next executeGet: from here on a stop() ends it, also before it has begun, and
   // waits for it. executeGet must follow.

@@ -6,6 +6,7 @@
 #include "util/PausePoint.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
+#include "webs/TransferResult.h"
 #include "webs/WallClock.h"
 
 namespace webs {
@@ -18,6 +19,17 @@ constexpr int kBreakLimit = 2 * kSecond;
 constexpr int kShortNoDataSeconds = 4;
 constexpr int kNoDataSeconds = 10;
 constexpr int kFeatureShortTimeouts = 1;
+
+// Only this session knows libcurl; everybody else knows these numbers.
+static_assert(static_cast<int>(TRANSFER_OK) == CURLE_OK, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_UNKNOWN_HOST) == CURLE_COULDNT_RESOLVE_HOST, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_NOT_CONNECTED) == CURLE_COULDNT_CONNECT, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_PARTIAL) == CURLE_PARTIAL_FILE, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_WRITE_REFUSED) == CURLE_WRITE_ERROR, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_OUT_OF_MEMORY) == CURLE_OUT_OF_MEMORY, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_TIMED_OUT) == CURLE_OPERATION_TIMEDOUT, "libcurl's");
+static_assert(static_cast<int>(TRANSFER_ABORTED) == CURLE_ABORTED_BY_CALLBACK, "libcurl's");
+static_assert(CURL_LAST <= static_cast<int>(FIRST_ERROR_STATUS), "a status is no libcurl code");
 
 // Microseconds since *stamp. A clock that was set back starts the count again: it would otherwise
 // turn the watch off for as long as the step was.
@@ -53,7 +65,7 @@ void MethodRequest::endTransfer() {
 int MethodRequest::executeGet(const std::string& resource, long long start, long long end,
                               int versionTag) {
   beginTransfer();
-  int result = CURLE_OUT_OF_MEMORY;
+  int result = TRANSFER_OUT_OF_MEMORY;
   try {
     version = versionTag;
     result = performGet(resource, start, end);
@@ -131,17 +143,18 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
 }
 
 int MethodRequest::resultOf(const Outcome& outcome) const {
-  if (responseCode >= 400) return responseCode;
+  if (responseCode >= FIRST_ERROR_STATUS) return responseCode;
   const bool success = responseCode == 200 || responseCode == 206;
   if (success && outcome.bytes <= 0 && outcome.code == CURLE_OK) {
     FLUVIA_LOG_AS("executeGet", 0, "error, file size is 0");
-    return 404;
+    return TRANSFER_EMPTY;
   }
   if (outcome.code != CURLE_ABORTED_BY_CALLBACK) return outcome.code;
   // Nobody stopped it, so it was the stall watch.
   FLUVIA_LOG_AS("executeGet", 2, "timeoutNum=%ld, lifeCount=%ld", static_cast<long>(timeoutNum),
                 static_cast<long>(lifeCount));
-  return timeoutNum < kConnectLimit && lifeCount < noDataLimit * kSecond ? -1 : -2;
+  return timeoutNum < kConnectLimit && lifeCount < noDataLimit * kSecond ? TRANSFER_BROKEN
+                                                                         : TRANSFER_STALLED;
 }
 
 size_t MethodRequestCallbacks::response(char* ptr, size_t size, size_t nmemb, void* session) {

@@ -46,6 +46,9 @@ enum class SourceFailure { kNone, kNotFound, kNotAvailable, kTimeout, kOther };
 //            a number of its own can be broken off while another handle of the same resource reads.
 class SourceReader {
  public:
+  // How far a reader may be ahead of what has arrived without the library asking the server anew
+  // (bytes). As in the library: the tests check it.
+  static constexpr long long kReadAheadMargin = 65536;
   enum class Outcome { kDone, kEnd, kInterrupted, kFailed };
   struct Piece {
     std::unique_ptr<char[]> data;

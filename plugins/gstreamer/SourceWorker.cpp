@@ -16,8 +16,6 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
-// How far a reader may be ahead of what has arrived without the library asking the server anew.
-constexpr long long kReadAhead = 65536;
 
 // Names that are being closed. Opening a name again before that waits inside the library, and holds
 // up all its other calls.
@@ -275,7 +273,7 @@ SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int
 bool SourceReader::Worker::isFar(long long offset) {
   if (local_ || offset == position_ || offset == 0) return false;
   const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
-  if (offset >= position_) return offset > arrived + kReadAhead;
+  if (offset >= position_) return offset > arrived + SourceReader::kReadAheadMargin;
   return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
 }
 
@@ -283,7 +281,7 @@ bool SourceReader::Worker::isFar(long long offset) {
 // begins at the picture is given up for one at the sound, so once that was seen requests begin
 // early.
 void SourceReader::Worker::noteFar(long long offset) {
-  if (offset < lastFar_ && lastFar_ - offset <= kReadAhead) stepsBack_ = true;
+  if (offset < lastFar_ && lastFar_ - offset <= SourceReader::kReadAheadMargin) stepsBack_ = true;
   lastFar_ = offset;
 }
 

@@ -23,7 +23,7 @@ ENTRIES = [
     entry("memory: an engine without workers takes no restart", "util/BufferQueue.cpp",
           "if (engine->workerCount() > 0) {", "if (engine->workerCount() >= 0) {",
           "OutOfThreads.WithoutAWorker", seconds=60),
-    entry("memory: one of few workers is left for restarts", "webs/DullFileAsync.cpp",
+    entry("memory: one of few workers is left for restarts", "webs/AsyncReads.cpp",
           "return std::min(kMaxHanded, util::ThreadEngine::getInstance()->workerCount() - 1);",
           "return std::min(kMaxHanded, util::ThreadEngine::getInstance()->workerCount());",
           "OutOfThreads.TwoWorkers", seconds=100),

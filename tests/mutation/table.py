@@ -156,7 +156,7 @@ ENTRIES = [
     dict(
         name="http: an answer without a body",
         file="webs/HttpFileRequest.cpp",
-        snippet="  if (result == 0 && !runReceived && !firstReceived) {",
+        snippet="  if (result == TRANSFER_OK && !runReceived && !firstReceived) {",
         replacement="  if (result == -1000 && !runReceived && !firstReceived) {",
         preset="debug",
         tests="HttpFileRequestResult.AnswerWithoutABody",

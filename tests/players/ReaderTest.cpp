@@ -10,10 +10,14 @@
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/QueueProbe.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 
 namespace {
+
+static_assert(SourceReader::kReadAheadMargin == util::BufferQueueProbe::kReadAheadMargin,
+              "the element knows which seeks ask the server anew");
 
 using support::FaultServer;
 using Outcome = SourceReader::Outcome;

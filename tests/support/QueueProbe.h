@@ -19,6 +19,8 @@ class BufferQueueProbe {
   // The state in words.
   static std::string describe(BufferQueue& queue);
 
+  static constexpr long long kReadAheadMargin = BufferQueue::kReadAheadMargin;
+
   static int version(BufferQueue& queue) { return queue.version; }
   static int status(BufferQueue& queue) { return queue.streamStatus; }
   static int retries(BufferQueue& queue) { return queue.retryCount; }

@@ -1,3 +1,4 @@
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,9 +6,12 @@
 #include <iterator>
 #include <string>
 
+#include "ConnectionEnd.h"
 #include "PageText.h"
 #include "TracePage.h"
 #include "TraceStory.h"
+#include "tests/support/QueueProbe.h"
+#include "webs/TransferResult.h"
 
 namespace {
 
@@ -18,6 +22,26 @@ using tools::LogEntry;
 using tools::LogReader;
 using tools::TraceStory;
 using tools::Wait;
+
+constexpr bool areSame(int told, int real) { return told == real; }
+static_assert(areSame(tools::RUN_STALLED, webs::TRANSFER_STALLED), "the library's");
+static_assert(areSame(tools::RUN_BROKEN, webs::TRANSFER_BROKEN), "the library's");
+static_assert(areSame(tools::RUN_COMPLETE, webs::TRANSFER_OK), "the library's");
+static_assert(areSame(tools::RUN_UNKNOWN_HOST, webs::TRANSFER_UNKNOWN_HOST), "the library's");
+static_assert(areSame(tools::RUN_NOT_CONNECTED, webs::TRANSFER_NOT_CONNECTED), "the library's");
+static_assert(areSame(tools::RUN_PARTIAL, webs::TRANSFER_PARTIAL), "the library's");
+static_assert(areSame(tools::RUN_WRITE_REFUSED, webs::TRANSFER_WRITE_REFUSED), "the library's");
+static_assert(areSame(tools::RUN_TIMED_OUT, webs::TRANSFER_TIMED_OUT), "the library's");
+static_assert(areSame(tools::RUN_ABORTED, webs::TRANSFER_ABORTED), "the library's");
+static_assert(areSame(tools::RUN_FIRST_ERROR_STATUS, webs::FIRST_ERROR_STATUS), "the library's");
+static_assert(areSame(tools::RUN_TLS_REFUSED, CURLE_SSL_CONNECT_ERROR), "libcurl's");
+static_assert(areSame(tools::RUN_REDIRECTED_TOO_OFTEN, CURLE_TOO_MANY_REDIRECTS), "libcurl's");
+static_assert(areSame(tools::RUN_NO_ANSWER, CURLE_GOT_NOTHING), "libcurl's");
+static_assert(areSame(tools::RUN_NOT_SENT, CURLE_SEND_ERROR), "libcurl's");
+static_assert(areSame(tools::RUN_NOT_RECEIVED, CURLE_RECV_ERROR), "libcurl's");
+static_assert(areSame(tools::RUN_NOT_TRUSTED, CURLE_PEER_FAILED_VERIFICATION), "libcurl's");
+static_assert(tools::kReadAheadMargin == util::BufferQueueProbe::kReadAheadMargin,
+              "a wait is for another connection where the library starts one");
 
 // A log as the library writes it, line by line.
 class Log {
@@ -253,6 +277,16 @@ TEST(TraceStory, WaitHasItsReasonFromTheConnection) {
   EXPECT_EQ(tools::whyWaitedShortly(wait), "server silent");
 }
 
+TEST(TraceStory, WaitAheadOfTheMarginIsForAnotherConnection) {
+  Log log;
+  log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0).data(1, 20, 0, 0, 10);
+  log.beginRead(10, 10, 1, 200000).wait(10, 10, 200000).data(110, 20, 0, 0, 20).wake(110, 10);
+  log.endRead(110, 10, 10, 200010);
+  const Told told(log);
+  ASSERT_EQ(told.lane().waits().size(), 1u);
+  EXPECT_NEAR(told.lane().waits()[0].shares[Wait::kElsewhere], 0.1, 1e-9);
+}
+
 TEST(TraceStory, WaitAfterASeekSaysSo) {
   Log log;
   log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0).data(1, 20, 0, 0, 10);
@@ -318,10 +352,28 @@ TEST(TraceStory, WriterIsHeldBackWhileTheBufferIsFull) {
   EXPECT_NEAR(told.lane().pauses()[0].end, 0.6, 1e-9);
 }
 
+// The library gives a silent connection up by itself, or sooner for a reader that was broken off.
+TEST(TraceStory, TellsWhoGaveASilentConnectionUp) {
+  Log log;
+  log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0);
+  log.disconnect(2000, 20, 42, 200).line(2000, 20, "sendRequest", "errorCode:-1");
+  log.connect(2001, 20, kFilm, 0);
+  log.disconnect(12000, 20, 42, 200).line(12000, 20, "sendRequest", "errorCode:-2");
+  const Told told(log);
+  const auto& connections = told.lane().connections();
+  ASSERT_EQ(connections.size(), 2u);
+  EXPECT_EQ(connections[0].outcome, Connection::Outcome::kFailed);
+  EXPECT_EQ(tools::shownEnd(connections[0]),
+            "given up by the library: a reader was broken off, the server was silent, libcurl 42");
+  EXPECT_EQ(connections[1].outcome, Connection::Outcome::kFailed);
+  EXPECT_EQ(tools::shownEnd(connections[1]),
+            "given up by the library: the server was silent, libcurl 42");
+}
+
 TEST(TraceStory, GivenUpConnectionsAndErrorsAreProblems) {
   Log log;
   log.open(0, 10, kFilm, 1).beginRead(0, 10, 1, 0).connect(0, 20, kFilm, 0);
-  log.disconnect(4000, 20, 42, 200).line(4000, 20, "sendRequest", "errorCode:-1");
+  log.disconnect(4000, 20, 42, 200).line(4000, 20, "sendRequest", "errorCode:-2");
   log.line(4000, 20, "notifyStreamException", "stream event 4");
   log.line(4000, 20, "notifyStreamException", "reset stream cause of timeout");
   log.connect(4001, 20, kFilm, 0).disconnect(4100, 20, 0, 404);

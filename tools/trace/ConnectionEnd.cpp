@@ -7,30 +7,26 @@ namespace {
 
 using Outcome = Connection::Outcome;
 
-constexpr int kStalled = -1;  // no byte for too long
-constexpr int kBroken = -2;   // silent and given up
-constexpr int kFirstErrorStatus = 400;
-
 struct Ending {
-  int code;  // libcurl's
+  RunResult code;
   Outcome outcome;
   const char* words;
 };
 
 constexpr Ending kEndings[] = {
-    {0, Outcome::kComplete, "complete"},
-    {6, Outcome::kFailed, "the server's name is unknown"},
-    {7, Outcome::kFailed, "cannot connect"},
-    {18, Outcome::kFailed, "cut before the end of the body"},
-    {23, Outcome::kEndedByUs, "ended by the library (seek, restart or close)"},
-    {28, Outcome::kFailed, "timed out"},
-    {35, Outcome::kFailed, "TLS could not be agreed on"},
-    {42, Outcome::kEndedByUs, "ended by the library (seek, restart or close)"},
-    {47, Outcome::kFailed, "too many redirections"},
-    {52, Outcome::kFailed, "closed without an answer"},
-    {55, Outcome::kFailed, "the request could not be sent"},
-    {56, Outcome::kFailed, "broken while receiving"},
-    {60, Outcome::kFailed, "the server's certificate is not trusted"},
+    {RUN_COMPLETE, Outcome::kComplete, "complete"},
+    {RUN_UNKNOWN_HOST, Outcome::kFailed, "the server's name is unknown"},
+    {RUN_NOT_CONNECTED, Outcome::kFailed, "cannot connect"},
+    {RUN_PARTIAL, Outcome::kFailed, "cut before the end of the body"},
+    {RUN_WRITE_REFUSED, Outcome::kEndedByUs, "ended by the library (seek, restart or close)"},
+    {RUN_TIMED_OUT, Outcome::kFailed, "timed out"},
+    {RUN_TLS_REFUSED, Outcome::kFailed, "TLS could not be agreed on"},
+    {RUN_ABORTED, Outcome::kEndedByUs, "ended by the library (seek, restart or close)"},
+    {RUN_REDIRECTED_TOO_OFTEN, Outcome::kFailed, "too many redirections"},
+    {RUN_NO_ANSWER, Outcome::kFailed, "closed without an answer"},
+    {RUN_NOT_SENT, Outcome::kFailed, "the request could not be sent"},
+    {RUN_NOT_RECEIVED, Outcome::kFailed, "broken while receiving"},
+    {RUN_NOT_TRUSTED, Outcome::kFailed, "the server's certificate is not trusted"},
 };
 
 }  // namespace
@@ -48,16 +44,18 @@ void explainEnd(Connection* connection) {
     connection->outcome = Outcome::kEndedByUs;
     connection->why = "its end is not in the log";
   }
-  if (connection->status >= kFirstErrorStatus) {
+  if (connection->status >= RUN_FIRST_ERROR_STATUS) {
     connection->outcome = Outcome::kFailed;
     connection->why = "refused by the server";
   }
 }
 
 void explainResult(int result, Connection* connection) {
-  if (result != kStalled && result != kBroken) return;
+  if (result != RUN_STALLED && result != RUN_BROKEN) return;
   connection->outcome = Outcome::kFailed;
-  connection->why = "given up by the library: the server was silent";
+  connection->why = result == RUN_STALLED
+                        ? "given up by the library: the server was silent"
+                        : "given up by the library: a reader was broken off, the server was silent";
 }
 
 std::string eventName(int event) {

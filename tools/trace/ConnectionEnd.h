@@ -7,9 +7,32 @@
 
 namespace tools {
 
+// What the library makes of a connection, as its log tells: the library's numbers below 0,
+// libcurl's from 0 on. Tools see only the public header; the tests check that the library has the
+// same.
+enum RunResult {
+  RUN_STALLED = -2,  // no byte for too long
+  RUN_BROKEN = -1,   // a reader gave up while no byte came
+  RUN_COMPLETE = 0,
+  RUN_UNKNOWN_HOST = 6,
+  RUN_NOT_CONNECTED = 7,
+  RUN_PARTIAL = 18,
+  RUN_WRITE_REFUSED = 23,
+  RUN_TIMED_OUT = 28,
+  RUN_TLS_REFUSED = 35,
+  RUN_ABORTED = 42,
+  RUN_REDIRECTED_TOO_OFTEN = 47,
+  RUN_NO_ANSWER = 52,
+  RUN_NOT_SENT = 55,
+  RUN_NOT_RECEIVED = 56,
+  RUN_NOT_TRUSTED = 60,
+  RUN_FIRST_ERROR_STATUS = 400
+};
+
 // Sets outcome and why of a connection that has ended, from its code and status.
 void explainEnd(Connection* connection);
-// Corrects them by what the HTTP producer made of the end: -1 and -2 are ends that it chose itself.
+// Corrects them by what the HTTP producer made of the end: RUN_STALLED and RUN_BROKEN are ends that
+// it chose itself.
 void explainResult(int result, Connection* connection);
 // What a stream event is called; empty for a number that is none.
 std::string eventName(int event);

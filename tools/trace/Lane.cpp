@@ -18,8 +18,6 @@ constexpr size_t kMostReaders = 40;
 constexpr double kOneWait = 0.02;
 // A connection that has brought nothing for so long is called silent (seconds).
 constexpr double kSilence = 0.25;
-// A connection that is further behind does not come to what is waited for (bytes).
-constexpr long long kReadAhead = 1 << 20;
 
 }  // namespace
 
@@ -151,8 +149,8 @@ Wait::Share Lane::shareOf(const Wait& wait, double time) const {
   if (phase_ == Phase::kNone) return Wait::kNoConnection;
   if (phase_ == Phase::kAsked) return Wait::kNoAnswer;
   if (time - lastData_ >= kSilence) return Wait::kSilent;
-  const bool elsewhere =
-      connected_ && (wait.offset < connections_.back().from || wait.offset > head_ + kReadAhead);
+  const bool elsewhere = connected_ && (wait.offset < connections_.back().from ||
+                                        wait.offset > head_ + kReadAheadMargin);
   return elsewhere ? Wait::kElsewhere : Wait::kFlowing;
 }
 

@@ -10,6 +10,10 @@
 
 namespace tools {
 
+// A connection that is further behind does not come to what is waited for (bytes). As in the
+// library: the tests check it.
+constexpr long long kReadAheadMargin = 65536;
+
 // One connection, or one run over a local file. Times are seconds since the log's first line, sizes
 // bytes; -1: the log does not tell.
 struct Connection {

@@ -1,5 +1,7 @@
 #include "TraceStory.h"
 
+#include <fluviafs.h>
+
 #include <algorithm>
 
 namespace tools {
@@ -8,7 +10,6 @@ namespace {
 constexpr size_t kMostLanes = 24;
 constexpr size_t kMostThreads = 4096;
 constexpr size_t kMostRequests = 1024;
-constexpr int kEndOfFile = -13;
 // A clock that goes back by more than this is another one (seconds): the lines of threads that
 // write at the same time are out of order by much less.
 constexpr double kOtherClock = 1;
@@ -130,7 +131,7 @@ bool TraceStory::takeCall(const LogFact& fact, long number, Thread& thread) {
       beginCall(thread, value[0]);
       return true;
     case LogWord::kReadEnd:
-      if (thread.lane != nullptr && value[0] == kEndOfFile) {
+      if (thread.lane != nullptr && value[0] == FVFR_END_OF_FILE) {
         thread.lane->happened(now_, Happening::Kind::kEnd,
                               "handle " + std::to_string(thread.handle) + " read to the end");
       } else if (thread.lane != nullptr && value[0] < 0) {
