@@ -31,7 +31,7 @@ int openFile(const char* function, const char* url, int* handle, int bufferSize)
     FLUVIA_LOG_AS(function, -4, "url is invalid");
     return FVFR_FAILED;
   }
-  return HandleTable::open(function, url, bufferSize, handle);
+  return HandleTable::instance().open(function, url, bufferSize, handle);
 }
 
 // What null text prints as.
@@ -68,7 +68,7 @@ int x_fluvia_file_close(int handle) {
   return guarded(__func__, static_cast<int>(FVFR_FAILED), [&](const char* function) -> int {
     FLUVIA_LOG_AS(function, 0, "Begin x_fluvia_file_close (handle: %d)", handle);
     if (!inRange(function, handle)) return FVFR_FAILED;
-    webs::FluviaFile* file = HandleTable::remove(handle);
+    webs::FluviaFile* file = HandleTable::instance().remove(handle);
     if (file == nullptr) {
       FLUVIA_LOG_AS(function, 0, "x_fluvia_file_close exit");
       return FVFR_FAILED;

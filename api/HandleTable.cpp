@@ -1,34 +1,16 @@
 #include "api/HandleTable.h"
 
 #include <algorithm>
-#include <list>
 
-#include "util/NeverDestroyed.h"
-#include "util/Semaphore.h"
+#include "util/Results.h"
 
 namespace api {
 
 namespace {
 
-constexpr int kFailed = -4;
 constexpr int kNoHandle = -1;
 
-webs::FluviaFile* handleTable[kMaxHandle + 1];  // index 0 is never used
-util::NeverDestroyed<std::list<webs::FluviaFile*>> openedFiles;
-util::NeverDestroyed<util::Semaphore> handleLock;
-
-// The lowest free slot, or -1.
-int _fluvia_file_get_index() {  // NOLINT(readability-identifier-naming)
-  for (int index = 1; index <= kMaxHandle; ++index) {
-    if (handleTable[index] == nullptr) return index;
-  }
-  FLUVIA_LOG(0, "open too many file, exceed the limitation %d", kMaxHandle);
-  return kNoHandle;
-}
-
-std::list<webs::FluviaFile*>::iterator findOpened(int handle) {
-  return std::find(openedFiles->begin(), openedFiles->end(), handleTable[handle]);
-}
+util::NeverDestroyed<HandleTable> handles;
 
 // Gives a file object back when it found no handle. Its shared file keeps that reference, wanted.
 class OwnedFile {
@@ -54,9 +36,21 @@ class OwnedFile {
 
 }  // namespace
 
+HandleTable& HandleTable::instance() { return *handles; }
+
+HandleTable::HandleTable() : handleTable{} {}
+
+int HandleTable::_fluvia_file_get_index() const {
+  for (int index = 1; index <= kMaxHandle; ++index) {
+    if (handleTable[index] == nullptr) return index;
+  }
+  FLUVIA_LOG(0, "open too many file, exceed the limitation %d", kMaxHandle);
+  return kNoHandle;
+}
+
 int HandleTable::open(const char* function, const char* url, int bufferSize, int* handle) {
   *handle = kNoHandle;
-  util::Lock lock(*handleLock);
+  util::Lock lock(handleLock);
   OwnedFile file(bufferSize);
   // The entry's memory before the file is opened: afterwards nothing may fail.
   std::list<webs::FluviaFile*> entry(1, file.get());
@@ -65,28 +59,28 @@ int HandleTable::open(const char* function, const char* url, int bufferSize, int
   const int index = _fluvia_file_get_index();
   if (index == kNoHandle) {
     FLUVIA_LOG_AS(function, 0, "alloc file handle fail");
-    return kFailed;
+    return util::CALL_FAILED;
   }
-  openedFiles->splice(openedFiles->end(), entry);
+  openedFiles.splice(openedFiles.end(), entry);
   handleTable[index] = file.give();
   *handle = index;
-  return 0;
+  return util::CALL_OK;
 }
 
 webs::FluviaFile* HandleTable::remove(int handle) {
-  util::Lock lock(*handleLock);
-  const auto it = findOpened(handle);
-  if (it == openedFiles->end()) return nullptr;
+  util::Lock lock(handleLock);
+  const auto it = std::find(openedFiles.begin(), openedFiles.end(), handleTable[handle]);
+  if (it == openedFiles.end()) return nullptr;
   webs::FluviaFile* file = *it;
-  openedFiles->erase(it);
+  openedFiles.erase(it);
   handleTable[handle] = nullptr;
   return file;
 }
 
 webs::FluviaFile* HandleTable::find(int handle) {
-  util::Lock lock(*handleLock);
-  // A slot and its entry among the opened files come and go together, under this lock: with 255
-  // handles open a walk over them took longer than the rest of a small read.
+  util::Lock lock(handleLock);
+  // The slot alone says it: with 255 handles open a walk over the opened files took longer than the
+  // rest of a small read.
   webs::FluviaFile* file = handleTable[handle];
   if (file != nullptr) file->use();
   return file;

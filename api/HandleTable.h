@@ -4,8 +4,11 @@
 #include <cxxabi.h>
 
 #include <exception>
+#include <list>
 
 #include "util/Log.h"
+#include "util/NeverDestroyed.h"
+#include "util/Semaphore.h"
 #include "webs/FluviaFile.h"
 
 namespace api {
@@ -16,24 +19,41 @@ constexpr int kMaxHandle = 255;
 //
 // Threads:   any; one lock, held for table work and while a file is being opened, never while a
 //            file object runs.
-// Ownership: an entry holds one use of its file object, a Handle another one for its call.
+// Ownership: an entry holds one use of its file object, a Handle another one for its call. Never
+//            destroyed: handles that are open when the process ends stay open.
+// Invariant: a slot's file object is in openedFiles, and nothing else is there: a slot and its
+//            entry come and go together.
 class HandleTable {
  public:
+  static HandleTable& instance();
+
   // Opens url and gives it the lowest free handle, or -1. The file object may have no shared file.
   // Returns 0, or -4 when no handle is free.
   // Log lines go under function, the entry point's name.
-  static int open(const char* function, const char* url, int bufferSize, int* handle);
+  int open(const char* function, const char* url, int bufferSize, int* handle) EXCLUDES(handleLock);
   // Takes a handle out of the table. Null when it is not open.
-  static webs::FluviaFile* remove(int handle);
+  webs::FluviaFile* remove(int handle) EXCLUDES(handleLock);
   // The file object of an open handle, with one more use; null when it is not open.
-  static webs::FluviaFile* find(int handle);
+  webs::FluviaFile* find(int handle) EXCLUDES(handleLock);
+
+ private:
+  friend class util::NeverDestroyed<HandleTable>;
+
+  HandleTable();
+
+  // The lowest free slot, or -1.
+  int _fluvia_file_get_index() const REQUIRES(handleLock);  // NOLINT(readability-identifier-naming)
+
+  webs::FluviaFile* handleTable[kMaxHandle + 1] GUARDED_BY(handleLock);  // 0 is never used
+  std::list<webs::FluviaFile*> openedFiles GUARDED_BY(handleLock);       // as they were opened
+  util::Semaphore handleLock;
 };
 
 // The file object of a handle for the time of one call. Closing the handle meanwhile ends its reads
 // and leaves the object to the last call inside it.
 class Handle {
  public:
-  explicit Handle(int handle) : file_(HandleTable::find(handle)) {}
+  explicit Handle(int handle) : file_(HandleTable::instance().find(handle)) {}
   ~Handle() {
     if (file_ != nullptr) file_->unuse();
   }

@@ -1,66 +1,82 @@
 #include "webs/DullFileManager.h"
 
 #include <algorithm>
+#include <list>
 #include <memory>
 #include <new>
 
 #include "util/Log.h"
+#include "util/NeverDestroyed.h"
+#include "util/Semaphore.h"
 #include "webs/DullFile.h"
 
 namespace webs {
 
-namespace {
+// The open shared files, in the order of their creation.
+//
+// Threads:   any. openfsLock is held while a file is opened, closed or waited for, firstLock only
+//            for a moment: the dump must not wait for an open or a close.
+// Ownership: each entry holds a use of its file. Never destroyed.
+// Invariant: first is the front of openfs, or null.
+class DullFileManager::Registry {
+ public:
+  static Registry& instance();
 
-util::NeverDestroyed<std::list<DullFile*>> openFiles;
-util::NeverDestroyed<util::Semaphore> openFilesLock;
-// Guards only the links of the list, for the dump that must not wait for an open or a close.
-util::NeverDestroyed<util::Semaphore> openFilesLinks;
+  DullFile* open(FluviaFile* file, const std::string& url, int bufferSize) EXCLUDES(openfsLock);
+  void close(FluviaFile* file, DullFile* dullFile) EXCLUDES(openfsLock);
+  void cleanup() EXCLUDES(openfsLock);
+  // The first listed file with one more use; null without one.
+  DullFile* useFirst() EXCLUDES(firstLock);
 
-void closeAndDestroy(DullFile* dullFile) {
-  {
-    util::Lock lock(*dullFile);
-    dullFile->close();
-  }
-  delete dullFile;
+ private:
+  using List = std::list<DullFile*>;
+
+  DullFile* shareListed(FluviaFile* file, const std::string& url) REQUIRES(openfsLock);
+  void sweep() REQUIRES(openfsLock);
+  // Takes a file off the list and gives the list's use of it back.
+  List::iterator unlist(List::iterator it) REQUIRES(openfsLock);
+  void noteFirst() REQUIRES(openfsLock) EXCLUDES(firstLock);
+
+  util::Semaphore openfsLock;
+  List openfs GUARDED_BY(openfsLock);
+  util::Semaphore firstLock;
+  DullFile* first GUARDED_BY(firstLock) = nullptr;
+};
+
+DullFileManager::Registry& DullFileManager::Registry::instance() {
+  static util::NeverDestroyed<Registry> registry;
+  return *registry;
 }
 
-}  // namespace
-
-std::list<DullFile*>& DullFileManager::openfs() { return *openFiles; }
-
-util::Semaphore& DullFileManager::openfsLock() { return *openFilesLock; }
-
-util::Semaphore& DullFileManager::linksLock() { return *openFilesLinks; }
-
-DullFile* DullFileManager::openDullFile(FluviaFile* file, const std::string& url, int bufferSize) {
-  if (file == nullptr) return nullptr;
-  util::Lock lock(openfsLock());
+DullFile* DullFileManager::Registry::open(FluviaFile* file, const std::string& url,
+                                          int bufferSize) {
+  util::Lock lock(openfsLock);
   if (DullFile* shared = shareListed(file, url)) return shared;
-  FLUVIA_LOG(1, "begin to open Dull File with buffer:%d", bufferSize);
+  FLUVIA_LOG_AS("openDullFile", 1, "begin to open Dull File with buffer:%d", bufferSize);
   std::unique_ptr<DullFile> made(new (std::nothrow) DullFile(bufferSize));
   if (made == nullptr) {
-    FLUVIA_LOG(1, "create file failed");
+    FLUVIA_LOG_AS("openDullFile", 1, "create file failed");
     return nullptr;
   }
   sweep();
-  FLUVIA_LOG(1, "open new file for:%s", url.c_str());
+  FLUVIA_LOG_AS("openDullFile", 1, "open new file for:%s", url.c_str());
   if (!made->open(url)) {
     made.reset();
-    FLUVIA_LOG(1, "open file failed");
+    FLUVIA_LOG_AS("openDullFile", 1, "open file failed");
     return nullptr;
   }
   made->reference(file);
-  util::Lock links(linksLock());
-  openfs().push_back(made.get());
+  openfs.push_back(made.get());
+  noteFirst();
   return made.release();
 }
 
 // A listed file is always shared, seekable or not, volatile or not; the questions only make sure
 // that it has delivered its first byte. The text is the same for all, wanted.
-DullFile* DullFileManager::shareListed(FluviaFile* file, const std::string& url) {
-  const auto it = std::find_if(openfs().begin(), openfs().end(),
+DullFile* DullFileManager::Registry::shareListed(FluviaFile* file, const std::string& url) {
+  const auto it = std::find_if(openfs.begin(), openfs.end(),
                                [&url](const DullFile* listed) { return listed->equalTo(url); });
-  if (it == openfs().end()) return nullptr;
+  if (it == openfs.end()) return nullptr;
   DullFile* found = *it;
   if (found->randomAccessable()) found->isVolatile();
   found->reference(file);
@@ -69,22 +85,21 @@ DullFile* DullFileManager::shareListed(FluviaFile* file, const std::string& url)
   return found;
 }
 
-std::list<DullFile*>::iterator DullFileManager::unlist(std::list<DullFile*>::iterator it) {
+DullFileManager::Registry::List::iterator DullFileManager::Registry::unlist(List::iterator it) {
   DullFile* dullFile = *it;
-  {
-    util::Lock links(linksLock());
-    it = openfs().erase(it);
-  }
+  it = openfs.erase(it);
+  noteFirst();
   unuse(dullFile);
   return it;
 }
 
-void DullFileManager::unuse(DullFile* dullFile) {
-  if (dullFile->unuse()) closeAndDestroy(dullFile);
+void DullFileManager::Registry::noteFirst() {
+  util::Lock lock(firstLock);
+  first = openfs.empty() ? nullptr : openfs.front();
 }
 
-void DullFileManager::sweep() {
-  for (auto it = openfs().begin(); it != openfs().end();) {
+void DullFileManager::Registry::sweep() {
+  for (auto it = openfs.begin(); it != openfs.end();) {
     if ((*it)->referenceNumber() != 0) {
       ++it;
       continue;
@@ -94,27 +109,22 @@ void DullFileManager::sweep() {
   }
 }
 
-void DullFileManager::closeDullFile(FluviaFile* file, DullFile* dullFile) {
-  FLUVIA_LOG(1, "begin closeDullFile");
-  {
-    util::Lock lock(openfsLock());
-    const auto it = std::find(openfs().begin(), openfs().end(), dullFile);
-    if (it != openfs().end()) {
-      dullFile->dereference(file);
-      if (dullFile->referenceNumber() == 0) {
-        FLUVIA_LOG(1, "begin to delete file");
-        unlist(it);
-      }
-    } else {
-      FLUVIA_LOG(1, "error, the file hasn't been opened or it has been closed");
-    }
+void DullFileManager::Registry::close(FluviaFile* file, DullFile* dullFile) {
+  util::Lock lock(openfsLock);
+  const auto it = std::find(openfs.begin(), openfs.end(), dullFile);
+  if (it == openfs.end()) {
+    FLUVIA_LOG_AS("closeDullFile", 1, "error, the file hasn't been opened or it has been closed");
+    return;
   }
-  FLUVIA_LOG(1, "End closeDullFile");
+  dullFile->dereference(file);
+  if (dullFile->referenceNumber() != 0) return;
+  FLUVIA_LOG_AS("closeDullFile", 1, "begin to delete file");
+  unlist(it);
 }
 
-void DullFileManager::cleanup() {
-  util::Lock lock(openfsLock());
-  for (auto it = openfs().begin(); it != openfs().end();) {
+void DullFileManager::Registry::cleanup() {
+  util::Lock lock(openfsLock);
+  for (auto it = openfs.begin(); it != openfs.end();) {
     if ((*it)->referenceNumber() == 0) {
       it = unlist(it);
     } else {
@@ -125,17 +135,40 @@ void DullFileManager::cleanup() {
   }
 }
 
+DullFile* DullFileManager::Registry::useFirst() {
+  util::Lock lock(firstLock);
+  if (first != nullptr) first->use();
+  return first;
+}
+
+DullFile* DullFileManager::openDullFile(FluviaFile* file, const std::string& url, int bufferSize) {
+  if (file == nullptr) return nullptr;
+  return Registry::instance().open(file, url, bufferSize);
+}
+
+void DullFileManager::closeDullFile(FluviaFile* file, DullFile* dullFile) {
+  FLUVIA_LOG(1, "begin closeDullFile");
+  Registry::instance().close(file, dullFile);
+  FLUVIA_LOG(1, "End closeDullFile");
+}
+
+void DullFileManager::cleanup() { Registry::instance().cleanup(); }
+
 void DullFileManager::dumpDebugInfo() {
   if (util::LOG_LEV < 3) return;
-  DullFile* first = nullptr;
-  {
-    util::Lock links(linksLock());
-    if (openfs().empty()) return;
-    first = openfs().front();
-    first->use();
-  }
+  DullFile* first = Registry::instance().useFirst();
+  if (first == nullptr) return;
   first->dumpDebugInfo();
   unuse(first);
+}
+
+void DullFileManager::unuse(DullFile* dullFile) {
+  if (!dullFile->unuse()) return;
+  {
+    util::Lock lock(*dullFile);
+    dullFile->close();
+  }
+  delete dullFile;
 }
 
 }  // namespace webs

@@ -1,11 +1,7 @@
 #ifndef FLUVIAFS_WEBS_DULLFILEMANAGER_H_
 #define FLUVIAFS_WEBS_DULLFILEMANAGER_H_
 
-#include <list>
 #include <string>
-
-#include "util/NeverDestroyed.h"
-#include "util/Semaphore.h"
 
 namespace webs {
 
@@ -14,7 +10,7 @@ class FluviaFile;
 
 // Registry of the open shared files: one for each URL text.
 //
-// Threads:   any; openfsLock serialises opens, closes and clean-ups, also while they wait.
+// Threads:   any; one lock serialises opens, closes and clean-ups, also while they wait.
 // Ownership: owns the listed files. Files still listed when the process ends are not closed.
 class DullFileManager {
  public:
@@ -29,19 +25,12 @@ class DullFileManager {
   // Logs the buffer of the first listed file, at level 3 only.
   static void dumpDebugInfo();
   // Gives a use of a shared file back; the last one closes and destroys it. No lock may be held but
-  // openfsLock.
+  // the registry's.
   static void unuse(DullFile* dullFile);
 
  private:
-  static DullFile* shareListed(FluviaFile* file, const std::string& url) REQUIRES(openfsLock());
-  static void sweep() REQUIRES(openfsLock());
-  // Takes a file off the list and gives the list's use of it back.
-  static std::list<DullFile*>::iterator unlist(std::list<DullFile*>::iterator it)
-      REQUIRES(openfsLock());
-
-  static std::list<DullFile*>& openfs();
-  static util::Semaphore& openfsLock();
-  static util::Semaphore& linksLock();
+  // The list with its lock (DullFileManager.cpp).
+  class Registry;
 };
 
 }  // namespace webs

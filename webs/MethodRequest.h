@@ -166,7 +166,6 @@ class MethodRequest : public util::Semaphore {
   int performGet(const std::string& resource, long long start, long long end);
   int evaluate(long long start, Outcome* outcome);
   int resultOf(const Outcome& outcome) const;
-  static void getAddressText(char* text);
   int openSocket(int family, int type, int protocol) EXCLUDES(this);
   int closeSocket(int socketHandle) EXCLUDES(this);
   void shutDownSockets() REQUIRES(this);

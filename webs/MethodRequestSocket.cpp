@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "util/Log.h"
 #include "util/NeverDestroyed.h"
@@ -16,20 +17,35 @@ namespace webs {
 
 namespace {
 
-// Text of the address of the socket opened last, of any session.
-util::NeverDestroyed<util::Semaphore> addressLock;
-char lastAddress[INET_ADDRSTRLEN];
+// The address of the socket opened last, of any session.
+//
+// Threads:   any; the lock is a leaf.
+// Ownership: none. Never destroyed.
+// Invariant: the text has a terminator; it is empty before the first socket.
+class LastAddress {
+ public:
+  // The address is read as IPv4 whatever its family is.
+  void remember(const struct sockaddr* address) EXCLUDES(lock_) {
+    char made[sizeof text_] = {};
+    struct in_addr ip;
+    memcpy(&ip, reinterpret_cast<const char*>(address) + offsetof(struct sockaddr_in, sin_addr),
+           sizeof ip);
+    inet_ntop(AF_INET, &ip, made, sizeof made);
+    const util::Lock lock(lock_);
+    memcpy(text_, made, sizeof text_);
+  }
+  // 15 characters at most.
+  std::string text() const EXCLUDES(lock_) {
+    const util::Lock lock(lock_);
+    return text_;
+  }
 
-// The address is read as IPv4 whatever its family is.
-void rememberAddress(const struct sockaddr* address) {
-  char text[sizeof lastAddress] = {};
-  struct in_addr ip;
-  memcpy(&ip, reinterpret_cast<const char*>(address) + offsetof(struct sockaddr_in, sin_addr),
-         sizeof ip);
-  inet_ntop(AF_INET, &ip, text, sizeof text);
-  util::Lock lock(addressLock.get());
-  memcpy(lastAddress, text, sizeof text);
-}
+ private:
+  util::Semaphore lock_;
+  char text_[INET_ADDRSTRLEN] GUARDED_BY(lock_) = {};
+};
+
+util::NeverDestroyed<LastAddress> lastAddress;
 
 }  // namespace
 
@@ -37,10 +53,8 @@ curl_socket_t MethodRequestCallbacks::FluviaSocket(void* session, curlsocktype /
                                                    struct curl_sockaddr* address) {
   auto* self = static_cast<MethodRequest*>(session);
   return contained(self, __func__, "no socket", curl_socket_t{CURL_SOCKET_BAD}, [&] {
-    rememberAddress(&address->addr);
-    char text[sizeof lastAddress];
-    self->getAddressText(text);
-    FLUVIA_LOG_AS("FluviaSocket", 2, "URL IP: %s\n", text);
+    lastAddress->remember(&address->addr);
+    FLUVIA_LOG_AS("FluviaSocket", 2, "URL IP: %s\n", lastAddress->text().c_str());
     return self->openSocket(address->family, address->socktype, address->protocol);
   });
 }
@@ -88,11 +102,6 @@ void MethodRequest::shutDownSockets() {
   }
 }
 
-void MethodRequest::getAddressText(char* text) {
-  util::Lock lock(addressLock.get());
-  memcpy(text, lastAddress, sizeof lastAddress);
-}
-
 int MethodRequest::getUrlIP(char* ipBuf) const {
   if (curl == nullptr) {
     FLUVIA_LOG(-4, "curl not init");
@@ -102,10 +111,9 @@ int MethodRequest::getUrlIP(char* ipBuf) const {
     FLUVIA_LOG(-4, "Error, input ip_buf shouldn't be NULL");
     return -1;
   }
-  char text[sizeof lastAddress];
-  getAddressText(text);
-  memcpy(ipBuf, text, strlen(text) + 1);
-  FLUVIA_LOG(0, "IP : %s", text);
+  const std::string text = lastAddress->text();
+  memcpy(ipBuf, text.c_str(), text.size() + 1);
+  FLUVIA_LOG(0, "IP : %s", text.c_str());
   return 0;
 }
 
