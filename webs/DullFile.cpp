@@ -15,11 +15,6 @@
 
 namespace webs {
 
-namespace {
-// How often a break is repeated on a read that had not yet begun to wait when it was broken.
-constexpr int kBreakRepeatMs = 5;
-}  // namespace
-
 DullFile::DullFile(int bufferSize)
     : unused(0),
       referenceCount(0),
@@ -28,8 +23,9 @@ DullFile::DullFile(int bufferSize)
       currentReader(nullptr),
       nowReader(nullptr),
       nowRequest(nullptr),
-      readGeneration(0),
-      breakers(0),
+      nowNumber(0),
+      lastNumber(0),
+      brokenUpTo(0),
       uses(1),
       turns(&rbuffer) {
   static_cast<void>(unused);
@@ -105,7 +101,8 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
                       unsigned int* readBytes, FluviaFile* reader) {
   *readBytes = 0;
   int result = util::READ_FAILED;
-  if (!beginReading(record, reader, &result)) return result;
+  unsigned long long number = 0;
+  if (!beginReading(record, reader, &number, &result)) return result;
   // Also when the caller's thread is cancelled while it waits.
   const EndOfReading end(this);
   FLUVIA_PAUSE_POINT("DullFile::read begun");
@@ -119,7 +116,7 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
                   currentOffset);
     FLUVIA_PAUSE_POINT("DullFile::read moved");
     if (ok) {
-      result = rbuffer.read(buffer, size, readBytes);
+      result = rbuffer.read(buffer, size, readBytes, number);
     } else {
       FLUVIA_LOG_AS("read", 1, "move position failed before read");
       result = util::READ_FAILED;
@@ -130,8 +127,10 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
 }
 
 // Registers who reads. False: the read does not take place, *refusal says why.
-bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, int* refusal) {
+bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader,
+                            unsigned long long* number, int* refusal) {
   util::Lock lock(readLock);
+  waitForBrokenOnes();
   const bool refers = !reader->isClosing() &&
                       std::find(references.begin(), references.end(), reader) != references.end();
   if (record != nullptr && !AsyncReads::instance().beginReading(record, refusal)) return false;
@@ -143,7 +142,8 @@ bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, int* r
   currentReader = reader;
   nowReader = reader;
   nowRequest = record;
-  ++readGeneration;
+  nowNumber = ++lastNumber;
+  *number = nowNumber;
   return true;
 }
 
@@ -151,7 +151,7 @@ void DullFile::endReading() {
   util::Lock lock(readLock);
   nowReader = nullptr;
   nowRequest = nullptr;
-  if (breakers > 0) readLock.notifyAll(0);
+  readLock.notifyAll(0);
 }
 
 bool DullFile::isEmptyLocal() const {
@@ -167,28 +167,38 @@ bool DullFile::randomAccessable(FluviaFile* reader) {
   return rbuffer.isRandomAccess();
 }
 
-// Reads the first byte for a handle, or for the registry (null).
+// Reads the first byte for a handle, or for the registry (null). Once more when it met a break that
+// was meant for others: only the close of its own handle and an abort without a number end it.
 void DullFile::probe(FluviaFile* reader) {
-  std::list<FluviaFile*> mine(1, reader);
-  const auto entry = mine.begin();
-  {
-    util::Lock lock(readLock);
-    if (reader != nullptr && reader->isClosing()) return;
-    probers.splice(probers.end(), mine);
+  for (bool again = true; again;) {
+    RunningProbe running(this, reader);
+    if (!running.begin()) return;
+    FLUVIA_PAUSE_POINT("DullFile::probe begun");
+    rbuffer.probe(running.number());
+    again = running.wasBroken();
   }
-  rbuffer.probe();
-  util::Lock lock(readLock);
-  mine.splice(mine.end(), probers, entry);
 }
 
-// Breaks the probes of a handle that is being closed until none is left. Like every break while the
-// size is unknown it meets whoever reads.
-void DullFile::breakProbes(FluviaFile* reader) {
-  util::Lock lock(readLock);
-  while (std::find(probers.begin(), probers.end(), reader) != probers.end()) {
-    rbuffer.breakRead();
-    readLock.waitFor(kBreakRepeatMs);
-  }
+bool DullFile::RunningProbe::begin() {
+  const util::Lock lock(file_->readLock);
+  file_->waitForBrokenOnes();
+  Prober& prober = entry_.front();
+  if (prober.reader != nullptr && prober.reader->isClosing()) return false;
+  prober.number = ++file_->lastNumber;
+  number_ = prober.number;
+  file_->probers.splice(file_->probers.end(), entry_);
+  return true;
+}
+
+bool DullFile::RunningProbe::wasBroken() {
+  const util::Lock lock(file_->readLock);
+  return number_ <= file_->brokenUpTo;
+}
+
+DullFile::RunningProbe::~RunningProbe() {
+  const util::Lock lock(file_->readLock);
+  file_->probers.remove_if([this](const Prober& prober) { return prober.number == number_; });
+  file_->readLock.notifyAll(0);
 }
 
 long long DullFile::getSize(FluviaFile* reader) {
@@ -210,19 +220,6 @@ int DullFile::getBufferedSize(long long position) {
   const long long held = rbuffer.getBufferedSize(position);
   return static_cast<int>(
       std::min<long long>(std::max(held, 0LL), std::numeric_limits<int>::max()));
-}
-
-// Breaks the read of that number until it has ended. Under readLock, so that no other read can
-// begin in between and be met instead. Repeated, because the read may not yet have reached the
-// point from which on the buffer knows of it.
-void DullFile::breakUntilEnded(unsigned int generation) {
-  util::Lock lock(readLock);
-  ++breakers;
-  while (nowReader != nullptr && readGeneration == generation) {
-    rbuffer.breakRead();
-    readLock.waitFor(kBreakRepeatMs);
-  }
-  --breakers;
 }
 
 }  // namespace webs

@@ -89,7 +89,8 @@ class DullFile : public util::Semaphore {
 
   int readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
               unsigned int* readBytes, FluviaFile* reader) EXCLUDES(readLock);
-  bool beginReading(AsyncReadRequest* record, FluviaFile* reader, int* refusal) EXCLUDES(readLock);
+  bool beginReading(AsyncReadRequest* record, FluviaFile* reader, unsigned long long* number,
+                    int* refusal) EXCLUDES(readLock);
   void endReading() EXCLUDES(readLock);
   class EndOfReading {
    public:
@@ -102,9 +103,37 @@ class DullFile : public util::Semaphore {
     DullFile* file_;
   };
   bool isEmptyLocal() const;
+
+  // Who asks for the first byte, and the number of that probe.
+  struct Prober {
+    FluviaFile* reader;  // null: the registry
+    unsigned long long number;
+  };
+  // One try of a probe. Also leaves when the caller's thread is cancelled while it waits.
+  class RunningProbe {
+   public:
+    RunningProbe(DullFile* file, FluviaFile* reader) : file_(file), entry_(1, {reader, 0}) {}
+    ~RunningProbe();
+    RunningProbe(const RunningProbe&) = delete;
+    RunningProbe& operator=(const RunningProbe&) = delete;
+    // False when its handle is being closed.
+    bool begin();
+    unsigned long long number() const { return number_; }
+    bool wasBroken();
+
+   private:
+    DullFile* file_;
+    std::list<Prober> entry_;
+    unsigned long long number_ = 0;
+  };
   void probe(FluviaFile* reader) EXCLUDES(readLock);
-  void breakProbes(FluviaFile* reader) EXCLUDES(readLock);
-  void breakUntilEnded(unsigned int generation) EXCLUDES(readLock);
+  bool isProbing(const FluviaFile* reader) const REQUIRES(readLock);
+  bool isBrokenOneInside() const REQUIRES(readLock);
+  void waitForBrokenOnes() REQUIRES(readLock);
+  // Notes that all numbers given so far are broken; the caller tells the buffer.
+  unsigned long long breakAll() REQUIRES(readLock);
+  void breakProbes(const FluviaFile* reader) EXCLUDES(readLock);
+  void breakUntilEnded(unsigned long long number) EXCLUDES(readLock);
   void breakReader(FluviaFile* reader) EXCLUDES(readLock);
   void breakRequest(AsyncReadRequest* record, FluviaFile* reader) EXCLUDES(readLock);
 
@@ -125,9 +154,11 @@ class DullFile : public util::Semaphore {
   // currentReader they are taken back when the read is over.
   FluviaFile* nowReader GUARDED_BY(readLock);
   AsyncReadRequest* nowRequest GUARDED_BY(readLock);
-  unsigned int readGeneration GUARDED_BY(readLock);
-  int breakers GUARDED_BY(readLock);                    // threads that wait for that read to end
-  std::list<FluviaFile*> probers GUARDED_BY(readLock);  // handles that ask for the first byte
+  unsigned long long nowNumber GUARDED_BY(readLock);
+  // Numbers of reads and probes: the last one given, and up to which a break has named them.
+  unsigned long long lastNumber GUARDED_BY(readLock);
+  unsigned long long brokenUpTo GUARDED_BY(readLock);
+  std::list<Prober> probers GUARDED_BY(readLock);
   std::atomic<int> uses;
   ReadTurns turns;
 };

@@ -1,4 +1,5 @@
 // Asynchronous reads, aborts and closes of a resource.
+#include <algorithm>
 #include <exception>
 
 #include "util/Log.h"
@@ -68,44 +69,105 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
   return util::CALL_OK;
 }
 
+// --- breaks --------------------------------------------------------------------------------------
+//
+// Every read and probe has a number, given under readLock before the buffer knows of it. A break
+// names all numbers given so far: a probe that came later than the read that is meant may be ahead
+// of it in the buffer, and would keep it there. So one break is enough, whatever the read is at.
+// Until all that have such a number have left, no other read or probe begins: it would be ahead of
+// them. They leave at once; a probe that was not meant then begins again.
+//
+// Whoever waits on readLock's condition waits for a read or a probe to leave. endReading() and the
+// end of a RunningProbe tell all.
+
+bool DullFile::isBrokenOneInside() const {
+  if (nowReader != nullptr && nowNumber <= brokenUpTo) return true;
+  return std::any_of(probers.begin(), probers.end(),
+                     [this](const Prober& prober)
+                         REQUIRES(readLock) { return prober.number <= brokenUpTo; });
+}
+
+void DullFile::waitForBrokenOnes() {
+  while (isBrokenOneInside()) readLock.wait(0);
+}
+
+unsigned long long DullFile::breakAll() {
+  brokenUpTo = lastNumber;
+  return brokenUpTo;
+}
+
+// Breaks the read of that number, unless it has ended, and waits until it has. The buffer is told
+// without readLock: it waits until a read that runs has noticed.
+void DullFile::breakUntilEnded(unsigned long long number) {
+  FLUVIA_PAUSE_POINT("DullFile::breakUntilEnded");
+  unsigned long long upTo = 0;
+  {
+    util::Lock lock(readLock);
+    if (nowReader == nullptr || nowNumber != number) return;
+    upTo = breakAll();
+  }
+  rbuffer.breakReads(upTo);
+  util::Lock lock(readLock);
+  while (nowReader != nullptr && nowNumber == number) readLock.wait(0);
+}
+
+// Breaks the probes of a handle that is being closed and waits until none is left. Like every break
+// while the size is unknown it meets whoever reads.
+void DullFile::breakProbes(const FluviaFile* reader) {
+  unsigned long long upTo = 0;
+  {
+    util::Lock lock(readLock);
+    if (!isProbing(reader)) return;
+    upTo = breakAll();
+  }
+  rbuffer.breakReads(upTo);
+  util::Lock lock(readLock);
+  while (isProbing(reader)) readLock.wait(0);
+}
+
+bool DullFile::isProbing(const FluviaFile* reader) const {
+  return std::any_of(probers.begin(), probers.end(),
+                     [reader](const Prober& prober) { return prober.reader == reader; });
+}
+
 // Breaks what reads for that handle now.
 void DullFile::breakReader(FluviaFile* reader) {
-  unsigned int generation = 0;
+  unsigned long long number = 0;
   {
     util::Lock lock(readLock);
     if (reader != nowReader) {
       if (reader == currentReader || rbuffer.getContentSize() == 0) rbuffer.breakRead();
       return;
     }
-    generation = readGeneration;
+    number = nowNumber;
   }
-  breakUntilEnded(generation);
+  breakUntilEnded(number);
 }
 
 void DullFile::breakRequest(AsyncReadRequest* record, FluviaFile* reader) {
-  unsigned int generation = 0;
+  unsigned long long number = 0;
   bool reads = false;
   {
     util::Lock lock(readLock);
     reads = AsyncReads::instance().mark(record, reader) && nowRequest == record;
-    generation = readGeneration;
+    number = nowNumber;
     currentReader = nullptr;
   }
-  if (reads) breakUntilEnded(generation);
+  if (reads) breakUntilEnded(number);
 }
 
 void DullFile::withdrawReads(FluviaFile* reader) {
   AsyncReads::instance().answerAll(reader);
   breakProbes(reader);
   bool inside = false;
-  unsigned int generation = 0;
+  unsigned long long number = 0;
   {
     util::Lock lock(readLock);
     inside = nowReader == reader;
-    generation = readGeneration;
+    number = nowNumber;
   }
   // No other read of this handle begins: it is being closed.
-  if (inside) breakUntilEnded(generation);
+  if (inside) breakUntilEnded(number);
   AsyncReads::instance().waitForEnd(reader);
 }
 

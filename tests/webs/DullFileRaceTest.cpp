@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "api/fluviafs.h"
+#include "tests/support/Behaviours.h"
 #include "tests/support/BlockedReads.h"
 #include "tests/support/CapturedStderr.h"
+#include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/TestFiles.h"
@@ -25,6 +27,7 @@ using support::Completions;
 using support::eventually;
 
 constexpr long long kFar = support::kBlockedOffset;
+const char kBreak[] = "breakRead: Going to break read";
 
 class DullFileRace : public testing::Test {
  protected:
@@ -282,10 +285,56 @@ TEST_F(DullFileRace, CloseAnswersARequestThatAWorkerHasJustTaken) {
   EXPECT_EQ(done.calls()[0].status, 3);
 }
 
-// The read is registered, and the buffer does not know of it yet: one break alone meets nothing.
+TEST_F(DullFileRace, AbortedReadThatMeetsTheEndKeepsItsStatus) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  long long now = 0;
+  EXPECT_EQ(x_fluvia_file_seek(handle, 100, &now), 0);
+  Completions done;
+  pauses.holdAt("DullFile::read moved");
+  const int id = start(handle, &done);
+  ASSERT_TRUE(pauses.reached("DullFile::read moved"));
+  std::thread aborting([&] { EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0); });
+  EXPECT_TRUE(waitForLine(kBreak));
+  pauses.release("DullFile::read moved");
+  aborting.join();
+  ASSERT_TRUE(done.waitFor(1));
+  EXPECT_EQ(done.calls()[0].status, 4) << "its read met the end, not the break";
+  EXPECT_EQ(done.calls()[0].bytes, 0);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+// The read that a close wants to end is over when the break comes, and another handle reads.
+TEST_F(DullFileRace, BreakOfACloseReachesItsOwnReadOnly) {
+  support::Pauses pauses;
+  const int blocked = openBlocked("a");
+  const int closed = open(folder.file("a"));
+  EXPECT_EQ(log.count(kBreak), 0);
+  pauses.holdAt("DullFile::read begun");
+  pauses.holdAt("DullFile::breakUntilEnded");
+  {
+    BackgroundRead own(closed);
+    ASSERT_TRUE(pauses.reached("DullFile::read begun"));
+    std::thread closing([&] { EXPECT_EQ(x_fluvia_file_close(closed), 0); });
+    EXPECT_TRUE(pauses.reached("DullFile::breakUntilEnded"));
+    pauses.release("DullFile::read begun");
+    EXPECT_TRUE(own.hasEnded());
+    BackgroundRead other(blocked);
+    EXPECT_TRUE(support::isBlocked(log));
+    pauses.release("DullFile::breakUntilEnded");
+    closing.join();
+    EXPECT_EQ(log.count("breakRead: bread end request but read is running"), 0);
+    EXPECT_FALSE(other.ended);
+    EXPECT_EQ(x_fluvia_file_close(blocked), 0);
+    EXPECT_TRUE(other.hasEnded());
+    EXPECT_EQ(other.result, -4);
+  }
+}
+
+// The read has its number, and the buffer does not know of it yet: one break must be enough.
 class BreakBeforeTheRead : public DullFileRace, public testing::WithParamInterface<const char*> {};
 
-TEST_P(BreakBeforeTheRead, AbortIsRepeatedUntilTheReadEnds) {
+TEST_P(BreakBeforeTheRead, OneAbortEndsTheRead) {
   support::Pauses pauses;
   const int handle = openBlocked("a");
   Completions done;
@@ -293,15 +342,16 @@ TEST_P(BreakBeforeTheRead, AbortIsRepeatedUntilTheReadEnds) {
   const int id = start(handle, &done);
   ASSERT_TRUE(pauses.reached(GetParam()));
   std::thread aborting([&] { EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0); });
-  EXPECT_TRUE(waitForLine("breakRead: Going to break read"));
+  EXPECT_TRUE(waitForLine(kBreak));
   pauses.release(GetParam());
   EXPECT_TRUE(done.waitFor(1));
   aborting.join();
+  EXPECT_EQ(log.count(kBreak), 1) << "it is not repeated";
   EXPECT_EQ(done.calls()[0].status, 3);
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-TEST_P(BreakBeforeTheRead, CloseIsRepeatedUntilTheReadEnds) {
+TEST_P(BreakBeforeTheRead, OneBreakOfACloseEndsTheRead) {
   const std::string path = folder.makePattern("a", 3000000);
   webs::FluviaFile* file = new webs::FluviaFile(65536);
   ASSERT_TRUE(file->open(path));
@@ -315,16 +365,85 @@ TEST_P(BreakBeforeTheRead, CloseIsRepeatedUntilTheReadEnds) {
   std::thread reading([&] { EXPECT_EQ(file->read(byte, 1, &got), -4); });
   EXPECT_TRUE(pauses.reached(GetParam()));
   std::thread closing([&] { file->close(); });
-  EXPECT_TRUE(waitForLine("breakRead: Going to break read"));
+  EXPECT_TRUE(waitForLine(kBreak));
   pauses.release(GetParam());
   reading.join();
   closing.join();
+  EXPECT_EQ(log.count(kBreak), 2) << "its own, and when the reference is given back";
   file->unuse();
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryPlace, BreakBeforeTheRead,
                          testing::Values("DullFile::read begun", "DullFile::read moved",
                                          "BufferQueue::read before feedLock"));
+
+// --- breaks while the size is unknown ------------------------------------------------------------
+
+// Asks a handle for its size on a thread of its own.
+class BackgroundSize {
+ public:
+  explicit BackgroundSize(int handle)
+      : thread([this, handle] {
+          size = x_fluvia_file_size(handle);
+          ended = true;
+        }) {}
+  ~BackgroundSize() { thread.join(); }
+  BackgroundSize(const BackgroundSize&) = delete;
+  BackgroundSize& operator=(const BackgroundSize&) = delete;
+
+  std::atomic<long long> size{-1};
+  std::atomic<bool> ended{false};
+
+ private:
+  std::thread thread;
+};
+
+// The question stands behind the read that is aborted.
+TEST_F(DullFileRace, QuestionForTheSizeOutlivesTheAbortOfARead) {
+  support::FaultServer server;
+  server.on("/a", support::inTurn({support::staySilent(), support::serveRanges(1000)}));
+  support::Pauses pauses;
+  const int handle = open(server.url("/a"));
+  Completions done;
+  const int id = start(handle, &done);
+  ASSERT_TRUE(eventually([&] { return server.requestCount("/a") == 1; }));
+  pauses.holdAt("DullFile::probe begun");
+  {
+    BackgroundSize asking(handle);
+    EXPECT_TRUE(pauses.reached("DullFile::probe begun"));
+    EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
+    EXPECT_TRUE(done.waitFor(1));
+    EXPECT_EQ(done.calls()[0].status, 3);
+    pauses.release("DullFile::probe begun");
+    EXPECT_TRUE(eventually([&] { return asking.ended.load(); }));
+    EXPECT_EQ(asking.size, 1000);
+  }
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+// The question came later and is ahead of the read in the buffer.
+TEST_F(DullFileRace, AbortOfAReadDoesNotWaitForAQuestionAheadOfIt) {
+  support::FaultServer server;
+  server.on("/a", support::staySilent());
+  support::Pauses pauses;
+  const int handle = open(server.url("/a"));
+  Completions done;
+  pauses.holdAt("DullFile::read begun");
+  const int id = start(handle, &done);
+  ASSERT_TRUE(pauses.reached("DullFile::read begun"));
+  {
+    BackgroundSize asking(handle);
+    EXPECT_TRUE(eventually([&] { return server.requestCount("/a") == 1; }));
+    std::thread aborting([&] { EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0); });
+    EXPECT_TRUE(waitForLine(kBreak));
+    pauses.release("DullFile::read begun");
+    aborting.join();
+    EXPECT_FALSE(asking.ended) << "the server's silence ends it, ten seconds later";
+    EXPECT_TRUE(done.waitFor(1));
+    EXPECT_EQ(done.calls()[0].status, 3);
+    EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  }
+}
 
 #endif
 
