@@ -1,7 +1,11 @@
 // What a transfer hands over and what it returns.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <cstring>
+#include <vector>
 
 #include "tests/support/Behaviours.h"
 #include "tests/support/CapturedStderr.h"
@@ -143,6 +147,36 @@ TEST(MethodRequest, BrokenTransfersGiveLibcurlsCode) {
   EXPECT_EQ(probe.get(server.url("/none")), 52);
   EXPECT_EQ(probe.get(server.url("/old")), 1) << "HTTP/0.9 is refused";
   EXPECT_EQ(probe.get(server.url("/chunk")), 18);
+}
+
+// Which of the process' sockets are connected to that port of this machine.
+std::vector<int> socketsTo(int port) {
+  std::vector<int> found;
+  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+    struct sockaddr_in peer = {};
+    socklen_t size = sizeof peer;
+    if (getpeername(descriptor, reinterpret_cast<struct sockaddr*>(&peer), &size) == 0 &&
+        peer.sin_family == AF_INET && ntohs(peer.sin_port) == port) {
+      found.push_back(descriptor);
+    }
+  }
+  return found;
+}
+
+TEST(MethodRequest, SocketsAreClosedOnExec) {
+  FaultServer server;
+  server.on("/a", support::staySilent());
+  SessionProbe probe;
+  probe.start(server.url("/a"));
+  ASSERT_TRUE(server.waitForRequests("/a", 1));
+  const std::vector<int> sockets = socketsTo(server.port());
+  EXPECT_EQ(sockets.size(), 1u);
+  for (const int descriptor : sockets) {
+    EXPECT_EQ(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC)
+        << "a program that the player starts would keep the connection open";
+  }
+  probe.session.stop();
+  EXPECT_EQ(probe.join(), support::kAborted);
 }
 
 TEST(MethodRequest, RefusedConnectionLeavesTheSystemsError) {
