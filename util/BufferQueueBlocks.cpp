@@ -235,6 +235,17 @@ bool BufferQueue::comesNext(long long offset) {
   return comesWithThisConnection(offset);
 }
 
+void BufferQueue::expectReader(long long offset) {
+  FeedLock feed(this);
+  if (!initialized || readRunning) return;
+  for (BlockIt it = blocks.begin(); it != blocks.end(); ++it) {
+    if (!(*it)->isUnused() && (*it)->isContained(offset)) {
+      rdTail = it;
+      return;
+    }
+  }
+}
+
 long long BufferQueue::getMiniBlockOffset() {
   FeedLock feed(this);
   FLUVIA_LOG(2, "BufferQueue: return begin buffer seq !!");

@@ -69,8 +69,10 @@ void DullFile::close() {
 }
 
 void DullFile::reference(FluviaFile* file) {
+  std::list<FluviaFile*> made(1, file);
+  turns.join(file);
   util::Lock lock(readLock);
-  references.push_back(file);
+  references.splice(references.end(), made);
   ++referenceCount;
 }
 

@@ -42,8 +42,9 @@ class DullFile : public util::Semaphore {
   // Waits for a read's turn among the handles of this file; to be taken before the file lock.
   class Turn : public ReadTurns::Turn {
    public:
-    Turn(DullFile* file, const FluviaFile* reader, long long position)
-        : ReadTurns::Turn(&file->turns, reader, position, file->referenceNumber() < 2) {}
+    Turn(DullFile* file, const FluviaFile* reader, long long position, unsigned int size,
+         const AsyncReadRequest* record = nullptr)
+        : ReadTurns::Turn(&file->turns, reader, position, size, record) {}
   };
 
   // Keep the object alive across a call. unuse() returns true to the last one, who destroys it.

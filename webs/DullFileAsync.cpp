@@ -42,14 +42,16 @@ void DullFile::runRead(AsyncReadRequest* record) {
   unsigned int readBytes = 0;
   int result = util::READ_FAILED;
   {
-    Turn turn(file, record->reader, record->offset);
-    util::Lock lock(*file);
-    try {
-      result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
-                             record->reader);
-      turn.hasRead(readBytes);
-    } catch (const std::exception& error) {
-      FLUVIA_LOG_AS("perform", -4, "failed: %s", error.what());
+    Turn turn(file, record->reader, record->offset, record->size, record);
+    if (!turn.isBroken()) {
+      util::Lock lock(*file);
+      try {
+        result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
+                               record->reader);
+        turn.hasRead(readBytes);
+      } catch (const std::exception& error) {
+        FLUVIA_LOG_AS("perform", -4, "failed: %s", error.what());
+      }
     }
   }
   AsyncReads::instance().endReading(record, result, readBytes);
@@ -62,6 +64,7 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
     return util::NOT_APPLIED;
   }
   if (requestId == 0) {
+    turns.breakWait(reader, nullptr);
     breakReader(reader);
   } else {
     AsyncReads::instance().cancel(requestId, reader);
@@ -153,11 +156,17 @@ void DullFile::breakRequest(AsyncReadRequest* record, FluviaFile* reader) {
     number = nowNumber;
     currentReader = nullptr;
   }
-  if (reads) breakUntilEnded(number);
+  if (reads) {
+    breakUntilEnded(number);
+  } else {
+    turns.breakWait(reader, record);
+  }
 }
 
 void DullFile::withdrawReads(FluviaFile* reader) {
   AsyncReads::instance().answerAll(reader);
+  // Its requests are answered: what waits for a turn now need not tell anybody.
+  turns.breakForClose(reader);
   breakProbes(reader);
   bool inside = false;
   unsigned long long number = 0;

@@ -76,23 +76,28 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   }
   int result = util::CALL_FAILED;
   {
-    DullFile::Turn turn(file.get(), this, position);
-    util::Lock lock(*file.get());
-    // The question leaves a trace line of its own; below that level only the flag makes it matter.
-    if (liveFlag || util::LOG_LEV >= 2) {
-      const long long oldest = file->getMiniBufferSeq();
-      if (position < oldest && liveFlag) {
-        FLUVIA_LOG(0, "fluviaFile : read: liveflag = true");
-        miniSeqAtRead = oldest;
-        position += oldest;  // added, not set: wanted
-      }
+    DullFile::Turn turn(file.get(), this, position, size);
+    *readBytes = 0;
+    if (!turn.isBroken()) {
+      util::Lock lock(*file.get());
+      followLiveStream(file.get());
+      result = file->read(buffer, size, position, readBytes, this);
+      turn.hasRead(*readBytes);
+      if (result == util::READ_OK || result == util::READ_END) position += *readBytes;
     }
-    result = file->read(buffer, size, position, readBytes, this);
-    turn.hasRead(*readBytes);
-    if (result == util::READ_OK || result == util::READ_END) position += *readBytes;
   }
   FLUVIA_LOG(2, "FluviaFile readed=%d", static_cast<int>(*readBytes));
   return result;
+}
+
+// The question leaves a trace line of its own; below that level only the flag makes it matter.
+void FluviaFile::followLiveStream(DullFile* file) {
+  if (!liveFlag && util::LOG_LEV < 2) return;
+  const long long oldest = file->getMiniBufferSeq();
+  if (position >= oldest || !liveFlag) return;
+  FLUVIA_LOG_AS("read", 0, "fluviaFile : read: liveflag = true");
+  miniSeqAtRead = oldest;
+  position += oldest;  // added, not set: wanted
 }
 
 int FluviaFile::readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,

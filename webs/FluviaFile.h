@@ -77,6 +77,7 @@ class FluviaFile : public util::Semaphore {
   bool isClosing() const { return closing; }
 
  private:
+  void followLiveStream(DullFile* file);
   int seekLocked(DullFile* file, long long offset, long long* currentOffset) REQUIRES(this);
 
   DullFile* dullFile GUARDED_BY(useLock);

@@ -1,6 +1,7 @@
 #include "webs/ReadTurns.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "util/Clock.h"
 
@@ -8,167 +9,341 @@ namespace webs {
 
 namespace {
 
-// For how long a reader that has just read is expected to read again: longer than a busy machine
-// takes to let a thread go on, shorter than a viewer notices.
-constexpr long long kLagMs = 20;
-constexpr long long kRunPauseMs = 5;
-// How often a read that nobody lets go on looks whether the others still do something.
-constexpr int kLookMs = 5;
+constexpr long long kNever = std::numeric_limits<long long>::max();
+constexpr int kNoLimit = -1;
+
+// Marks aloneReads: a read of another handle waits for those alone.
+constexpr int kAwaited = 1 << 30;
 
 }  // namespace
 
+util::Relaxed<int> ReadTurns::longest(0);
+
 ReadTurns::ReadTurns(util::BufferQueue* queue)
-    : queue_(queue), busy(false), runOf(nullptr), runBytes(0), runNew(0) {}
-
-ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long position, bool alone)
-    : turns_(alone ? nullptr : turns), reader_(reader), position_(position) {
-  if (turns_ == nullptr) return;
-  held_ = turns_->waitForTurn(reader, position);
-  version_ = turns_->queue_->connectionVersion();
-}
-
-ReadTurns::Turn::~Turn() {
-  if (turns_ == nullptr) return;
-  const bool restarted = turns_->queue_->connectionVersion() != version_;
-  turns_->end(reader_, position_ + bytes_, bytes_, held_ ? 0 : bytes_, restarted);
-}
+    : queue_(queue),
+      members(0),
+      aloneReads(0),
+      busy(false),
+      first(nullptr),
+      run{nullptr, 0, 0},
+      nextLook(kNever),
+      keeper(nullptr),
+      fetched(0),
+      fetchingSince(0) {}
 
 // A place in the list of waiters, given up also when the caller's thread is cancelled.
 class ReadTurns::Waiting {
  public:
   Waiting(ReadTurns* turns, Waiter* waiter) : turns_(turns), waiter_(waiter) {
     util::Lock guard(turns_->lock);
-    turns_->waiters.push_back(waiter_);
-    turns_->grant(util::monotonicMs());
+    const Reader* reader = turns_->find(waiter_->file);
+    if (reader == nullptr || reader->closing) {
+      tell(waiter_, Word::kBroken);
+      return;
+    }
+    waiter_->fetchedBefore = turns_->fetchTime(waiter_->since);
+    turns_->append(waiter_);
+    turns_->schedule(waiter_->since);
   }
   ~Waiting() {
+    if (last_ == Word::kGo || last_ == Word::kBroken) return;
     util::Lock guard(turns_->lock);
-    turns_->waiters.remove(waiter_);
-    if (taken_ || !waiter_->granted) return;
-    turns_->busy = false;
-    turns_->grant(util::monotonicMs());
+    if (!turns_->unlink(waiter_) && given()) turns_->busy = false;
+    turns_->schedule(util::monotonicMs());
   }
   Waiting(const Waiting&) = delete;
   Waiting& operator=(const Waiting&) = delete;
 
-  void wait() {
-    util::Lock guard(waiter_->wake);
-    while (!waiter_->granted) {
-      if (waiter_->wake.waitFor(kLookMs) || waiter_->granted) continue;
-      guard.release();
-      turns_->look();
-      guard.acquire();
+  // True when it is the read's turn, false when the wait was broken.
+  bool wait() {
+    for (;;) {
+      last_ = sleep(turns_->sleepOf(waiter_));
+      if (last_ == Word::kGo) return true;
+      if (last_ == Word::kBroken) return false;
+      util::Lock guard(turns_->lock);
+      if (turns_->keeper == waiter_) turns_->keeper = nullptr;
+      turns_->schedule(util::monotonicMs());
     }
-    taken_ = true;
   }
 
  private:
+  Word sleep(int milliseconds) {
+    util::Lock guard(waiter_->wake);
+    while (waiter_->word == Word::kNone) {
+      if (milliseconds == kNoLimit) {
+        waiter_->wake.wait(0);
+      } else if (!waiter_->wake.waitFor(milliseconds)) {
+        break;
+      }
+    }
+    const Word word = waiter_->word;
+    waiter_->word = Word::kNone;
+    return word;
+  }
+  bool given() {
+    util::Lock guard(waiter_->wake);
+    return waiter_->word == Word::kGo;
+  }
+
   ReadTurns* turns_;
   Waiter* waiter_;
-  bool taken_ = false;
+  Word last_ = Word::kNone;
 };
 
-void ReadTurns::look() {
-  util::Lock guard(lock);
-  grant(util::monotonicMs());
+ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long position,
+                      unsigned int size, const void* request)
+    : turns_(turns), reader_(reader), position_(position) {
+  if (turns_->beginAlone()) return;
+  Waiter waiter;
+  waiter.file = reader;
+  waiter.request = request;
+  waiter.position = position;
+  waiter.size = size;
+  waiter.since = util::monotonicMs();
+  waiter.fetchedBefore = 0;
+  Waiting waiting(turns_, &waiter);
+  part_ = waiting.wait() ? Part::kTurn : Part::kBroken;
+  version_ = turns_->queue_->connectionVersion();
 }
 
-bool ReadTurns::waitForTurn(const FluviaFile* reader, long long position) {
-  Waiter waiter(reader, position);
-  Waiting waiting(this, &waiter);
-  waiting.wait();
-  return waiter.held;
+ReadTurns::Turn::~Turn() {
+  if (part_ == Part::kAlone) turns_->endAlone();
+  if (part_ != Part::kTurn) return;
+  const bool restarted = turns_->queue_->connectionVersion() != version_;
+  turns_->end(reader_, position_, bytes_, restarted);
 }
 
-void ReadTurns::end(const FluviaFile* reader, long long position, unsigned int bytes,
-                    unsigned int newBytes, bool restarted) {
+// Counts first and looks then, as a read of a handle that joins looks after it has joined: one of
+// the two sees the other.
+bool ReadTurns::beginAlone() {
+  aloneReads.fetch_add(1);
+  if (members.load() < 2) return true;
+  endAlone();
+  return false;
+}
+
+void ReadTurns::endAlone() {
+  if (aloneReads.fetch_sub(1) != (kAwaited | 1)) return;
   util::Lock guard(lock);
+  schedule(util::monotonicMs());
+}
+
+void ReadTurns::end(const FluviaFile* reader, long long from, unsigned int bytes, bool restarted) {
+  util::Lock guard(lock);
+  const long long now = util::monotonicMs();
+  const bool fetches = fetchingSince != 0;
+  fetched = fetchTime(now);
+  fetchingSince = 0;
   busy = false;
-  if (restarted) {
-    runOf = reader;
-    runBytes = 0;
-    runNew = 0;
+  if (Reader* known = find(reader)) {
+    known->steady = known->position == from;
+    known->position = from + bytes;
+    known->lastRead = now;
+    if (restarted && fetches) run = Run{reader, now, from};
+    keepAhead(*known);
   }
-  runBytes += bytes;
-  runNew += newBytes;
-  for (Waiter* waiter : waiters) {
-    waiter->passedBytes += bytes;
-    waiter->passedNew += newBytes;
+  schedule(now);
+}
+
+// The transfer takes blocks in front of the last read first. Where that read is elsewhere those are
+// the next bytes of a reader that goes on steadily: has the queue stand at that reader again.
+void ReadTurns::keepAhead(const Reader& last) {
+  const Reader* kept = run.of == last.file ? nullptr : find(run.of);
+  if (kept == nullptr && !last.steady) {
+    for (const Reader& each : readers) {
+      if (!each.steady || (kept != nullptr && each.lastRead <= kept->lastRead)) continue;
+      kept = &each;
+    }
   }
-  auto known = std::find_if(readers.begin(), readers.end(),
-                            [&](const Reader& each) { return each.file == reader; });
-  if (known == readers.end()) known = readers.insert(known, Reader{reader, 0, 0});
-  known->position = position;
-  known->lastRead = util::monotonicMs();
-  grant(known->lastRead);
+  if (kept != nullptr && kept->steady) queue_->expectReader(kept->position);
+}
+
+void ReadTurns::join(const FluviaFile* reader) {
+  std::list<Reader> made(1, Reader{reader, 0, 0, false, false});
+  util::Lock guard(lock);
+  if (find(reader) != nullptr) return;
+  readers.splice(readers.end(), made);
+  members.fetch_add(1);
 }
 
 void ReadTurns::forget(const FluviaFile* reader) {
   util::Lock guard(lock);
+  if (find(reader) == nullptr) return;
   readers.remove_if([&](const Reader& each) { return each.file == reader; });
-  if (runOf == reader) runOf = nullptr;
+  members.fetch_sub(1);
+  if (run.of == reader) run.of = nullptr;
+  schedule(util::monotonicMs());
 }
 
-// Lets the best waiter go, if one may.
-void ReadTurns::grant(long long now) {
-  if (busy) return;
-  Waiter* best = nullptr;
+void ReadTurns::breakWait(const FluviaFile* reader, const void* request) {
+  util::Lock guard(lock);
+  for (Waiter* waiter = first; waiter != nullptr;) {
+    Waiter* const each = waiter;
+    waiter = waiter->next;
+    if (each->file != reader || each->request != request) continue;
+    unlink(each);
+    tell(each, Word::kBroken);
+  }
+  schedule(util::monotonicMs());
+}
+
+void ReadTurns::breakForClose(const FluviaFile* reader) {
+  util::Lock guard(lock);
+  if (Reader* known = find(reader)) known->closing = true;
+  for (Waiter* waiter = first; waiter != nullptr;) {
+    Waiter* const each = waiter;
+    waiter = waiter->next;
+    if (each->file != reader) continue;
+    unlink(each);
+    tell(each, Word::kBroken);
+  }
+  schedule(util::monotonicMs());
+}
+
+// Lets the best waiter go, if one may; else has the first one wait for the time when one may.
+void ReadTurns::schedule(long long now) {
+  if (first == nullptr || isTaken()) return;
+  long long lookAt = kNever;
+  if (Waiter* chosen = best(now, &lookAt)) {
+    give(chosen, now);
+    return;
+  }
+  if (keeper == first && nextLook <= lookAt) return;
+  nextLook = lookAt;
+  keeper = first;
+  tell(first, Word::kLook);
+}
+
+// Whether somebody reads. A read that is alone and does is asked to schedule at its end.
+bool ReadTurns::isTaken() {
+  if (busy) return true;
+  if ((aloneReads.fetch_or(kAwaited) & ~kAwaited) != 0) return true;
+  aloneReads.fetch_and(~kAwaited);
+  return false;
+}
+
+ReadTurns::Waiter* ReadTurns::best(long long now, long long* lookAt) {
+  Waiter* found = nullptr;
   Claim claim = kNotNow;
-  for (Waiter* waiter : waiters) {
-    const Claim its = claimOf(*waiter, now);
-    // Of reads that need a connection the one furthest back takes those ahead of it along.
-    const bool earlier = best != nullptr && its == kNewConnection && claim == its &&
-                         waiter->position < best->position &&
-                         best->position - waiter->position <= queue_->getBufferSize();
-    if (its > claim || earlier) {
-      best = waiter;
+  for (Waiter* waiter = first; waiter != nullptr && claim != kOverdue; waiter = waiter->next) {
+    long long mayAt = kNever;
+    const Claim its = claimOf(*waiter, now, &mayAt);
+    if (its == kNotNow) *lookAt = std::min(*lookAt, mayAt);
+    const bool furtherBack = found != nullptr && its == kNewConnection && claim == its &&
+                             waiter->position < found->position &&
+                             found->position - waiter->position <= queue_->getBufferSize();
+    if (its > claim || furtherBack) {
+      found = waiter;
       claim = its;
     }
-    if (claim == kOverdue) break;
   }
-  if (best == nullptr) return;
-  busy = true;
-  util::Lock guard(best->wake);
-  best->held = queue_->getBufferedSize(best->position) > 0;
-  best->granted = true;
-  best->wake.notifyAll(0);
+  return found;
 }
 
-ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now) {
-  const bool overdue = isMuch(waiter.passedBytes, waiter.passedNew);
-  if (queue_->getBufferedSize(waiter.position) > 0) return overdue ? kOverdue : kHeld;
-  if (!overdue && leavesSomebodyBehind(waiter, now)) return kNotNow;
-  if (queue_->comesNext(waiter.position)) return overdue ? kOverdue : kComesNext;
-  if (breaksARun(waiter, now)) return kNotNow;
+void ReadTurns::give(Waiter* waiter, long long now) {
+  unlink(waiter);
+  busy = true;
+  const long long kept = now - waiter->since - (fetchTime(now) - waiter->fetchedBefore);
+  if (kept > longest) longest = static_cast<int>(kept);
+  fetchingSince = missingFrom(*waiter) == kNever ? 0 : now;
+  tell(waiter, Word::kGo);
+}
+
+// *mayAt: for a read that may not go, when to look again.
+ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now, long long* mayAt) {
+  const bool overdue = now - waiter.since >= kTurnMs;
+  const long long missing = missingFrom(waiter);
+  if (missing == kNever) return overdue ? kOverdue : kBuffered;
+  *mayAt = lagEnds(waiter, now);
+  if (*mayAt > now) return kNotNow;
+  if (queue_->comesNext(missing)) return overdue ? kOverdue : kComesNext;
+  *mayAt = runEnds(waiter, now);
+  if (*mayAt > now) return kNotNow;
   return overdue ? kOverdue : kNewConnection;
 }
 
-// A buffer of new bytes: what readers that keep together read of it from the buffer moves nothing.
-// Readers that read nothing else must come to an end too.
-bool ReadTurns::isMuch(long long bytes, long long newBytes) {
-  const long long capacity = queue_->getBufferSize();
-  const auto known = static_cast<long long>(std::max<size_t>(1, readers.size()));
-  return newBytes >= capacity || bytes >= capacity * known;
+// Where the bytes that the read has to wait for begin; kNever when all of it is buffered.
+long long ReadTurns::missingFrom(const Waiter& waiter) {
+  const long long buffered = queue_->getBufferedSize(waiter.position);
+  const long long end = waiter.position + buffered;
+  const long long size = queue_->getContentSize();
+  return buffered >= waiter.size || (buffered > 0 && end == size) ? kNever : end;
 }
 
-// Whether new data at that position would take from the buffer what another reader, which is not
-// here at this moment, reads next.
-bool ReadTurns::leavesSomebodyBehind(const Waiter& waiter, long long now) {
+// Until when the read leaves readers behind it time to follow: those for which new data at its
+// position would push out what they read next, and which have just read.
+long long ReadTurns::lagEnds(const Waiter& waiter, long long now) {
   const long long capacity = queue_->getBufferSize();
-  return std::any_of(readers.begin(), readers.end(), [&](const Reader& each) {
+  long long until = now;
+  for (const Reader& each : readers) {
     const long long lag = waiter.position - each.position;
-    return each.file != waiter.file && lag > capacity / 2 && lag <= capacity &&
-           now - each.lastRead < kLagMs;
-  });
+    if (each.file == waiter.file || lag <= capacity / 2 || lag > capacity) continue;
+    until = std::max(until, each.lastRead + kLagMs);
+  }
+  return std::min(until, waiter.since + kLagMs);
 }
 
-// Whether it takes the stream from a reader for which it was just restarted.
-bool ReadTurns::breaksARun(const Waiter& waiter, long long now) {
-  const auto* const running = runOf;
-  if (running == nullptr || running == waiter.file || isMuch(runBytes, runNew)) return false;
-  return std::any_of(readers.begin(), readers.end(), [&](const Reader& each) {
-    return each.file == running && now - each.lastRead < kRunPauseMs;
-  });
+// Until when the stream stays with the reader it was restarted for, as far as that is known now:
+// nobody announces what the transfer stores, so the time of the next look is given.
+long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
+  const Reader* reader = run.of == nullptr || run.of == waiter.file ? nullptr : find(run.of);
+  if (reader == nullptr) return now;
+  const long long age = now - run.began;
+  const long long stored = reader->position + queue_->getBufferedSize(reader->position) - run.from;
+  if (reader->steady && stored < queue_->getBufferSize() / kStoredShare) {
+    return std::min(run.began + kFillMs, now + std::max<long long>(age, 2));
+  }
+  const long long limit = run.began + kTurnMs;
+  return isWaiting(run.of) ? limit : std::min(limit, reader->lastRead + kPauseMs);
+}
+
+// How long the waiter may sleep before it looks itself, in milliseconds.
+int ReadTurns::sleepOf(const Waiter* waiter) {
+  util::Lock guard(lock);
+  if (keeper != waiter || busy || nextLook == kNever) return kNoLimit;
+  return static_cast<int>(std::max(1LL, nextLook - util::monotonicMs()));
+}
+
+bool ReadTurns::isWaiting(const FluviaFile* reader) {
+  for (const Waiter* waiter = first; waiter != nullptr; waiter = waiter->next) {
+    if (waiter->file == reader) return true;
+  }
+  return false;
+}
+
+void ReadTurns::append(Waiter* waiter) {
+  Waiter** link = &first;
+  while (*link != nullptr) link = &(*link)->next;
+  *link = waiter;
+}
+
+// False when it was not in the list.
+bool ReadTurns::unlink(Waiter* waiter) {
+  if (keeper == waiter) keeper = nullptr;
+  for (Waiter** link = &first; *link != nullptr; link = &(*link)->next) {
+    if (*link != waiter) continue;
+    *link = waiter->next;
+    return true;
+  }
+  return false;
+}
+
+// The waiter may be gone once it has been told that its wait is over.
+void ReadTurns::tell(Waiter* waiter, Word word) {
+  util::Lock guard(waiter->wake);
+  waiter->word = word;
+  waiter->wake.notifyAll(0);
+}
+
+ReadTurns::Reader* ReadTurns::find(const FluviaFile* reader) {
+  const auto found = std::find_if(readers.begin(), readers.end(),
+                                  [&](const Reader& each) { return each.file == reader; });
+  return found == readers.end() ? nullptr : &*found;
+}
+
+// How long reads that had to fetch data have had the turn until now.
+long long ReadTurns::fetchTime(long long now) {
+  return fetchingSince == 0 ? fetched : fetched + now - fetchingSince;
 }
 
 }  // namespace webs

@@ -36,6 +36,11 @@ class BufferQueueProbe {
   }
   static bool wantsFeed(BufferQueue& queue) { return underLock(queue, &BufferQueue::needFeed); }
   static bool readWaits(BufferQueue& queue) { return underLock(queue, &BufferQueue::readRunning); }
+  // Where the block of the last read begins.
+  static long long readTail(BufferQueue& queue) {
+    Lock feed(queue.feedLock);
+    return (*queue.rdTail)->getBeginningSeqNum();
+  }
   // A reader that waits at the offset and has not had its turn since: only its wish is there.
   static void ask(BufferQueue& queue, long long offset);
   // Fills the blocks, from the front on, with the pattern from an offset on, and lets reader and

@@ -39,6 +39,19 @@ TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
   EXPECT_FALSE(before.moved);
 }
 
+// The transfer takes the blocks before the last read first: bytes that are read next stay.
+TEST_F(BufferQueueTest, ExpectedReaderKeepsItsBytes) {
+  producer.size = 100LL * kBlock;
+  make(4);
+  BufferQueueProbe::arrange(*queue, {{0, kBlock}, {kBlock, kBlock}, {50LL * kBlock, kBlock}});
+  queue->expectReader(kBlock + 10);
+  EXPECT_EQ(BufferQueueProbe::readTail(*queue), kBlock);
+  queue->expectReader(50LL * kBlock);
+  EXPECT_EQ(BufferQueueProbe::readTail(*queue), 50LL * kBlock);
+  queue->expectReader(10LL * kBlock);
+  EXPECT_EQ(BufferQueueProbe::readTail(*queue), 50LL * kBlock) << "not buffered: nothing to keep";
+}
+
 TEST_F(BufferQueueTest, SizeLearntWhileAReaderWaitsEndsItsRead) {
   producer.size = util::UNKNOWN_CONTENT_SIZE;
   producer.seekable = false;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,11 +21,57 @@ class ReadTurnsProbe {
  public:
   static size_t waiting(ReadTurns& turns) {
     util::Lock guard(turns.lock);
-    return turns.waiters.size();
+    size_t count = 0;
+    for (const ReadTurns::Waiter* each = turns.first; each != nullptr; each = each->next) ++count;
+    return count;
   }
   static size_t known(ReadTurns& turns) {
     util::Lock guard(turns.lock);
     return turns.readers.size();
+  }
+  // What is known of a reader.
+  static void note(ReadTurns& turns, const FluviaFile* file, long long position, long long lastRead,
+                   bool steady) {
+    util::Lock guard(turns.lock);
+    ReadTurns::Reader* reader = turns.find(file);
+    reader->position = position;
+    reader->lastRead = lastRead;
+    reader->steady = steady;
+  }
+  static void startRun(ReadTurns& turns, const FluviaFile* file, long long began, long long from) {
+    util::Lock guard(turns.lock);
+    turns.run = ReadTurns::Run{file, began, from};
+  }
+  // When a read that has waited since then may go, as far as readers that lag or the run decide.
+  static long long lagEnds(ReadTurns& turns, const FluviaFile* file, long long position,
+                           long long since, long long now) {
+    ReadTurns::Waiter waiter;
+    fill(&waiter, file, position, since);
+    util::Lock guard(turns.lock);
+    return turns.lagEnds(waiter, now);
+  }
+  static long long runEnds(ReadTurns& turns, const FluviaFile* file, long long position,
+                           long long since, long long now) {
+    ReadTurns::Waiter waiter;
+    fill(&waiter, file, position, since);
+    util::Lock guard(turns.lock);
+    return turns.runEnds(waiter, now);
+  }
+  // Whether a waiter sleeps until a time.
+  static bool somebodyLooks(ReadTurns& turns) {
+    util::Lock guard(turns.lock);
+    return turns.keeper != nullptr && !turns.busy;
+  }
+
+ private:
+  static void fill(ReadTurns::Waiter* waiter, const FluviaFile* file, long long position,
+                   long long since) {
+    waiter->file = file;
+    waiter->request = nullptr;
+    waiter->position = position;
+    waiter->size = 1;
+    waiter->since = since;
+    waiter->fetchedBefore = 0;
   }
 };
 
@@ -33,6 +80,8 @@ class ReadTurnsProbe {
 namespace {
 
 using support::eventually;
+using Turns = webs::ReadTurns;
+using ProbedTurns = webs::ReadTurnsProbe;
 
 constexpr int kBlock = 32768;
 constexpr int kCapacity = 4 * kBlock;
@@ -58,6 +107,7 @@ class ReadTurnsTest : public testing::Test {
     std::string bytes = support::pattern(0, 2 * kBlock);
     EXPECT_EQ(queue.streamIn(&bytes[0], 2 * kBlock, 0), 1);
     queue.notifyStreamException(util::STREAM_DEAD);  // the next connection goes on there
+    for (int i = 0; i < 8; ++i) turns.join(handle(i));
   }
   ~ReadTurnsTest() override {
     release();
@@ -68,7 +118,8 @@ class ReadTurnsTest : public testing::Test {
   void enter(const std::string& name, int reader, long long position, unsigned int bytes = 0) {
     const size_t before = webs::ReadTurnsProbe::waiting(turns);
     threads.emplace_back([=] {
-      webs::ReadTurns::Turn turn(&turns, handle(reader), position, false);
+      webs::ReadTurns::Turn turn(&turns, handle(reader), position, 1);
+      if (turn.isBroken()) return;
       {
         std::lock_guard<std::mutex> guard(lock);
         order += name;
@@ -77,9 +128,10 @@ class ReadTurnsTest : public testing::Test {
     });
     EXPECT_TRUE(eventually([&] { return webs::ReadTurnsProbe::waiting(turns) > before; }));
   }
-  // A read of no bytes, which makes the reader known.
-  void readOnce(int reader, long long position) {
-    const webs::ReadTurns::Turn turn(&turns, handle(reader), position, false);
+  // The same for a read that nothing holds back.
+  void enterAndLeave(const std::string& name, int reader) {
+    const webs::ReadTurns::Turn turn(&turns, handle(reader), 0, 1);
+    if (!turn.isBroken()) order += name;
   }
   // Waits until all have had their turn, and tells in which order.
   std::string release() {
@@ -106,7 +158,7 @@ class ReadTurnsTest : public testing::Test {
 
 TEST_F(ReadTurnsTest, HeldBytesGoBeforeThoseThatMustCome) {
   {
-    const webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
+    const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
     enter("f", 1, 50LL * kCapacity);
     enter("n", 2, 2 * kBlock);
     enter("h", 3, kBlock);
@@ -116,7 +168,7 @@ TEST_F(ReadTurnsTest, HeldBytesGoBeforeThoseThatMustCome) {
 
 TEST_F(ReadTurnsTest, EqualClaimsGoInTheOrderTheyCame) {
   {
-    const webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
+    const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
     enter("a", 1, 100);
     enter("b", 2, kBlock);
     enter("c", 3, 0);
@@ -126,49 +178,155 @@ TEST_F(ReadTurnsTest, EqualClaimsGoInTheOrderTheyCame) {
 
 TEST_F(ReadTurnsTest, OfReadsThatNeedDataTheOneBehindTakesTheOthersAlong) {
   {
-    const webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
+    const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
     enter("f", 1, 50LL * kCapacity + kBlock);
     enter("b", 2, 50LL * kCapacity);
   }
   EXPECT_EQ(release(), "bf");
 }
 
-TEST_F(ReadTurnsTest, NobodyIsPassedByMoreThanABufferOfNewBytes) {
-  readOnce(3, 0);
-  readOnce(4, 0);
-  {
-    webs::ReadTurns::Turn first(&turns, handle(0), 2 * kBlock, false);
-    enter("f", 1, 50LL * kCapacity);
-    enter("h", 2, 0);
-    first.hasRead(kCapacity);
-  }
-  EXPECT_EQ(release(), "fh");
+// Time under control: what is known of the readers is set, and the moment is given.
+
+TEST_F(ReadTurnsTest, ReaderThatLagsHoldsAReadBackForALagInAll) {
+  const long long wanted = 3 * kBlock;
+  ProbedTurns::note(turns, handle(1), 0, 1000, true);
+  EXPECT_EQ(ProbedTurns::lagEnds(turns, handle(2), wanted, 1000, 1000), 1000 + Turns::kLagMs);
+  // It reads every millisecond, and never follows.
+  ProbedTurns::note(turns, handle(1), 188, 1019, true);
+  EXPECT_EQ(ProbedTurns::lagEnds(turns, handle(2), wanted, 1000, 1019), 1000 + Turns::kLagMs);
+  ProbedTurns::note(turns, handle(1), 2 * 188, 1025, true);
+  EXPECT_LE(ProbedTurns::lagEnds(turns, handle(2), wanted, 1000, 1025), 1025);
 }
 
-// Readers that keep together read each byte of the stream as often as they are many.
-TEST_F(ReadTurnsTest, HeldBytesThatOthersReadKeepNobodyFromItsTurnForLong) {
-  readOnce(3, 0);
-  readOnce(4, 0);
+TEST_F(ReadTurnsTest, ReaderThatDoesNothingIsNotWaitedForAsOneThatLags) {
+  ProbedTurns::note(turns, handle(1), 0, 1000, true);
+  EXPECT_LE(ProbedTurns::lagEnds(turns, handle(2), 3 * kBlock, 1500, 1500), 1500);
+}
+
+TEST_F(ReadTurnsTest, RunWhoseBytesAreStoredEndsInTimeHoweverItsReaderReadsOn) {
+  ProbedTurns::startRun(turns, handle(1), 1000, 0);
+  ProbedTurns::note(turns, handle(1), 188, 1079, true);
+  EXPECT_EQ(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1079),
+            1000 + Turns::kTurnMs);
+  ProbedTurns::note(turns, handle(1), 2 * 188, 1090, true);
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1090), 1090);
+}
+
+TEST_F(ReadTurnsTest, RunWhoseBytesAreStoredEndsWithAPauseOfItsReader) {
+  ProbedTurns::startRun(turns, handle(1), 1000, 0);
+  ProbedTurns::note(turns, handle(1), 188, 1010, true);
+  EXPECT_EQ(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1012),
+            1010 + Turns::kPauseMs);
+}
+
+TEST_F(ReadTurnsTest, SteadyReaderKeepsItsRunThroughPausesUntilBytesAreStored) {
+  const long long far = 20LL * kCapacity;
+  ProbedTurns::startRun(turns, handle(1), 1000, far);
+  ProbedTurns::note(turns, handle(1), far + 188, 1000, true);
+  EXPECT_GT(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1100), 1100);
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1000 + Turns::kFillMs),
+            1000 + Turns::kFillMs)
+      << "at most so long";
+}
+
+TEST_F(ReadTurnsTest, ReaderThatJumpedKeepsNoRunThroughPauses) {
+  const long long far = 20LL * kCapacity;
+  ProbedTurns::startRun(turns, handle(1), 1000, far);
+  ProbedTurns::note(turns, handle(1), far + 188, 1000, false);
+  EXPECT_EQ(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1002),
+            1000 + Turns::kPauseMs);
+}
+
+TEST_F(ReadTurnsTest, LooksAtARunGrowRareAsItGrowsOld) {
+  const long long far = 20LL * kCapacity;
+  ProbedTurns::startRun(turns, handle(1), 1000, far);
+  ProbedTurns::note(turns, handle(1), far + 188, 1000, true);
+  int looks = 0;
+  for (long long now = 1000;;) {
+    const long long next = ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1000, now);
+    if (next <= now) break;
+    now = next;
+    ASSERT_LE(++looks, 10);
+  }
+  EXPECT_GE(looks, 3);
+}
+
+TEST_F(ReadTurnsTest, NobodyLooksWhileAReadHasTheTurn) {
   {
-    webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
+    webs::ReadTurns::Turn turn(&turns, handle(0), 0, 1);
     enter("f", 1, 50LL * kCapacity);
     enter("h", 2, 0);
-    first.hasRead(kCapacity);
+    EXPECT_FALSE(ProbedTurns::somebodyLooks(turns)) << "the end of the turn wakes them";
   }
-  EXPECT_EQ(release(), "hf") << "one buffer is little among three";
+  EXPECT_EQ(release(), "hf");
+}
+
+// Aborts and closes.
+
+TEST_F(ReadTurnsTest, BrokenWaitEndsWhileAnotherReadHasTheTurn) {
+  const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
+  enter("b", 1, 0);
+  turns.breakWait(handle(2), nullptr);
+  turns.breakWait(handle(1), this);
+  EXPECT_EQ(ProbedTurns::waiting(turns), 1u) << "another handle's, or another request's";
+  turns.breakWait(handle(1), nullptr);
+  EXPECT_EQ(release(), "") << "it has not read";
+}
+
+TEST_F(ReadTurnsTest, BreakMeetsNoReadThatComesLater) {
+  turns.breakWait(handle(1), nullptr);
+  enterAndLeave("a", 1);
+  EXPECT_EQ(release(), "a");
+}
+
+TEST_F(ReadTurnsTest, CloseBreaksTheWaitsThatAreAndThoseToCome) {
+  const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
+  enter("b", 1, 0);
+  turns.breakForClose(handle(1));
+  EXPECT_EQ(release(), "");
+  const webs::ReadTurns::Turn late(&turns, handle(1), 0, 1);
+  EXPECT_TRUE(late.isBroken());
+  turns.forget(handle(1));
+  const webs::ReadTurns::Turn later(&turns, handle(1), 0, 1);
+  EXPECT_TRUE(later.isBroken());
+}
+
+TEST_F(ReadTurnsTest, TurnThatOutlivesItsHandleDoesNotBringItBack) {
+  const size_t before = ProbedTurns::known(turns);
   {
-    webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
-    enter("F", 1, 50LL * kCapacity);
-    enter("H", 2, 0);
-    first.hasRead(5 * kCapacity);
+    const webs::ReadTurns::Turn turn(&turns, handle(1), 0, 1);
+    turns.forget(handle(1));
   }
-  EXPECT_EQ(release(), "hfFH") << "readers of held bytes must not go on for ever";
+  EXPECT_EQ(ProbedTurns::known(turns), before - 1);
+}
+
+TEST_F(ReadTurnsTest, ReadThatBeganAloneIsWaitedForAndTheWaitCanBeBroken) {
+  for (int i = 1; i < 8; ++i) turns.forget(handle(i));
+  {
+    const webs::ReadTurns::Turn alone(&turns, handle(0), 0, 1);
+    turns.join(handle(1));
+    enter("b", 1, 0);
+    turns.breakWait(handle(1), nullptr);
+    EXPECT_EQ(release(), "");
+    enter("a", 1, 0);
+  }
+  EXPECT_EQ(release(), "a") << "its end lets the other go";
+}
+
+TEST_F(ReadTurnsTest, EndOfTheOnlyOtherHandleLetsItsWaiterGo) {
+  {
+    webs::ReadTurns::Turn lagging(&turns, handle(1), 0, 1);
+    queue.notifyStreamException(util::STREAM_DEAD);
+    enter("f", 2, 50LL * kCapacity);
+  }
+  turns.forget(handle(1));
+  EXPECT_EQ(release(), "f");
 }
 
 // The stream was moved for handle 1: it reads on there, also when another one has waited longer.
 TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
   {
-    webs::ReadTurns::Turn first(&turns, handle(1), 0, false);
+    webs::ReadTurns::Turn first(&turns, handle(1), 0, 1);
     queue.notifyStreamException(util::STREAM_DEAD);
     first.hasRead(kBlock);
     enter("f", 2, 50LL * kCapacity);
@@ -182,9 +340,9 @@ TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
 TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
   std::thread restarting;
   {
-    webs::ReadTurns::Turn first(&turns, handle(0), 2 * kBlock, false);
+    webs::ReadTurns::Turn first(&turns, handle(0), 2 * kBlock, 1);
     restarting = std::thread([this] {
-      webs::ReadTurns::Turn turn(&turns, handle(1), 20LL * kCapacity, false);
+      webs::ReadTurns::Turn turn(&turns, handle(1), 20LL * kCapacity, 1);
       queue.notifyStreamException(util::STREAM_DEAD);
       enter("n", 1, 20LL * kCapacity + kBlock);
       turn.hasRead(kBlock);
@@ -199,7 +357,7 @@ TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
 
 TEST_F(ReadTurnsTest, ReadThatAllKeepBackGoesWhenTheyDoNothing) {
   {
-    webs::ReadTurns::Turn lagging(&turns, handle(1), 0, false);
+    webs::ReadTurns::Turn lagging(&turns, handle(1), 0, 1);
     queue.notifyStreamException(util::STREAM_DEAD);
     enter("f", 2, 3 * kBlock);
     enter("g", 3, 50LL * kCapacity);
@@ -207,18 +365,24 @@ TEST_F(ReadTurnsTest, ReadThatAllKeepBackGoesWhenTheyDoNothing) {
   EXPECT_EQ(release().size(), 2u) << "or they wait for ever";
 }
 
-TEST_F(ReadTurnsTest, ClosedHandleIsForgotten) {
-  { const webs::ReadTurns::Turn first(&turns, handle(1), 0, false); }
-  { const webs::ReadTurns::Turn first(&turns, handle(2), 0, false); }
-  EXPECT_EQ(webs::ReadTurnsProbe::known(turns), 2u);
-  turns.forget(handle(1));
-  EXPECT_EQ(webs::ReadTurnsProbe::known(turns), 1u);
+TEST_F(ReadTurnsTest, HandleThatIsAloneWaitsForNothing) {
+  for (int i = 1; i < 8; ++i) turns.forget(handle(i));
+  const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
+  const webs::ReadTurns::Turn second(&turns, handle(0), 50LL * kCapacity, 1);
+  EXPECT_EQ(ProbedTurns::waiting(turns), 0u);
 }
 
-TEST_F(ReadTurnsTest, HandleThatIsAloneWaitsForNothing) {
-  const webs::ReadTurns::Turn first(&turns, handle(0), 0, false);
-  const webs::ReadTurns::Turn alone(&turns, handle(1), 0, true);
-  EXPECT_EQ(webs::ReadTurnsProbe::waiting(turns), 0u);
+TEST_F(ReadTurnsTest, TimeThatAReadIsHeldBackIsRecorded) {
+  Turns::forgetLongestHoldback();
+  {
+    webs::ReadTurns::Turn turn(&turns, handle(1), 2 * kBlock, 1);
+    queue.notifyStreamException(util::STREAM_DEAD);
+    enter("f", 2, 50LL * kCapacity);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a fetch: not counted
+  }
+  release();
+  EXPECT_GE(Turns::longestHoldback(), Turns::kPauseMs - 1) << "the run of the other";
+  EXPECT_LT(Turns::longestHoldback(), 100) << "but not its fetch";
 }
 
 }  // namespace

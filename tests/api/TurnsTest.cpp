@@ -1,0 +1,223 @@
+// Reads of several handles on one resource: none waits long for its turn, and each wait can be
+// ended.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/BlockedReads.h"
+#include "tests/support/CapturedStderr.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/IsPattern.h"
+#include "tests/support/Pattern.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+#include "webs/ReadTurns.h"
+
+namespace {
+
+using support::BackgroundRead;
+using support::Completions;
+using support::eventually;
+using webs::ReadTurns;
+using Clock = std::chrono::steady_clock;
+
+constexpr long long kSize = 32LL << 20;
+
+// How a handle reads: pieces at a rate (0: as fast as it can), going on or jumping.
+struct Habit {
+  unsigned int piece;
+  double bytesPerSecond;
+  bool jumps;
+  long long from;
+};
+
+class Turns : public testing::Test {
+ protected:
+  int open(const std::string& url) {
+    int handle = 0;
+    EXPECT_EQ(x_fluvia_file_open(url.c_str(), &handle), FVFR_OK);
+    return handle;
+  }
+
+  static void check(int handle, unsigned int size) {
+    const long long at = x_fluvia_file_offset(handle);
+    std::string bytes(size, '\0');
+    unsigned int got = 0;
+    EXPECT_EQ(x_fluvia_file_read(handle, &bytes[0], size, &got), FVFR_OK) << at;
+    bytes.resize(got);
+    EXPECT_TRUE(support::isPattern(bytes, at, size));
+  }
+
+  // Reads so until the time is over. Returns the longest read in milliseconds.
+  static long long readSo(int handle, const Habit& habit, unsigned int seed, double seconds) {
+    std::mt19937 random(seed);
+    const auto start = Clock::now();
+    long long longest = 0;
+    long long now = 0;
+    EXPECT_EQ(x_fluvia_file_seek(handle, habit.from, &now), FVFR_OK);
+    for (long long i = 0;; ++i) {
+      const double due = habit.bytesPerSecond > 0
+                             ? static_cast<double>(i) * habit.piece / habit.bytesPerSecond
+                             : std::chrono::duration<double>(Clock::now() - start).count();
+      if (due >= seconds) return longest;
+      std::this_thread::sleep_until(start + std::chrono::microseconds(std::llround(due * 1e6)));
+      const bool atEnd = x_fluvia_file_offset(handle) + habit.piece > kSize;
+      if (habit.jumps || atEnd) {
+        const long long to = static_cast<long long>(random() % (kSize - habit.piece));
+        EXPECT_EQ(x_fluvia_file_seek(handle, to, &now), FVFR_OK);
+      }
+      const auto before = Clock::now();
+      check(handle, habit.piece);
+      const auto took =
+          std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - before);
+      longest = std::max<long long>(longest, took.count());
+    }
+  }
+
+  // Every handle reads by its habit. Returns the longest read in milliseconds.
+  long long readTogether(const std::string& url, const std::vector<Habit>& habits, double seconds,
+                         unsigned int seed = 1) {
+    std::vector<int> handles;
+    for (size_t i = 0; i < habits.size(); ++i) {
+      handles.push_back(open(url));
+      check(handles.back(), 1);
+    }
+    ReadTurns::forgetLongestHoldback();
+    std::vector<std::thread> threads;
+    std::vector<long long> longest(habits.size());
+    for (size_t i = 0; i < habits.size(); ++i) {
+      threads.emplace_back([&, i] {
+        longest[i] = readSo(handles[i], habits[i], seed + static_cast<unsigned int>(i), seconds);
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), FVFR_OK);
+    return *std::max_element(longest.begin(), longest.end());
+  }
+
+  // Of one read while the others had runs of their own, with room for a busy machine, on which the
+  // transfer may be late to store a run's bytes.
+  static double holdbackOf(size_t handles) {
+    return support::patience(ReadTurns::kFillMs * static_cast<double>(handles - 1) + 150);
+  }
+
+  const support::CapturedStderr log{0};
+  support::TemporaryFolder folder;
+  support::FaultServer server;
+  support::Watchdog watchdog{100, [] { return std::string("turns"); }};
+};
+
+TEST_F(Turns, AbortEndsAWaitForTheReadOfAnotherHandle) {
+  const int blocked = support::openBlocked(folder, "a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(support::isBlocked(log));
+  BackgroundRead second(waiting);
+  // One that comes before the read breaks nothing.
+  EXPECT_TRUE(eventually([&] {
+    EXPECT_EQ(x_fluvia_file_read_abort(waiting, 0), FVFR_OK);
+    return second.ended.load();
+  }));
+  EXPECT_FALSE(first.ended) << "its own abort ends it, no other";
+  EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
+  EXPECT_TRUE(second.hasEnded());
+  EXPECT_EQ(second.result, FVFR_FAILED);
+  EXPECT_EQ(x_fluvia_file_offset(waiting), 0);
+  EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+}
+
+TEST_F(Turns, CloseEndsAWaitForTheReadOfAnotherHandle) {
+  const int blocked = support::openBlocked(folder, "a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(support::isBlocked(log));
+  {
+    const support::CapturedStderr steps(1);
+    BackgroundRead second(waiting);
+    EXPECT_TRUE(eventually([&] {
+      return steps.has("x_fluvia_file_read: befor x_fluvia_file_read(handle: " +
+                       std::to_string(waiting) + ", size: 1)");
+    }));
+    EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+    EXPECT_TRUE(second.hasEnded()) << "while the other one still reads";
+    EXPECT_EQ(second.result, FVFR_FAILED);
+    EXPECT_FALSE(first.ended);
+    EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
+  }
+}
+
+TEST_F(Turns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
+  const int blocked = support::openBlocked(folder, "a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(support::isBlocked(log));
+  Completions done;
+  char byte = 0;
+  int id = 0;
+  EXPECT_EQ(x_fluvia_file_read_async(waiting, &byte, 1, &Completions::completed, &done, &id), 0);
+  EXPECT_TRUE(eventually([&] {
+    EXPECT_EQ(x_fluvia_file_read_abort(waiting, id), FVFR_OK);
+    return done.count() > 0;
+  })) << "while the other one still reads";
+  for (const Completions::Call& call : done.calls()) EXPECT_EQ(call.status, FVFR_ASYNC_CANCELLED);
+  EXPECT_FALSE(first.ended);
+  EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+  EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
+}
+
+TEST_F(Turns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
+  server.on("/a", support::serveRanges(kSize));
+  const Habit packets{188, 188000, false, 0};
+  const Habit fast{32768, 4e6, false, 0};
+  for (const std::string& url : {folder.makePattern("a", kSize), server.url("/a")}) {
+    EXPECT_LT(readTogether(url, {packets, fast}, 3), support::patience(1500));
+    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(2));
+  }
+}
+
+TEST_F(Turns, TwoPacedReadersFarApartKeepTheirPace) {
+  server.on("/a", support::serveRanges(kSize));
+  for (const double slower : {400e3, 16e3}) {
+    const Habit one{1316, slower == 400e3 ? 400e3 : 750e3, false, kSize / 10};
+    const Habit other{1316, slower, false, kSize / 10 * 8};
+    EXPECT_LT(readTogether(server.url("/a"), {one, other}, 6), support::patience(1500));
+    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(2));
+  }
+}
+
+TEST_F(Turns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
+  const unsigned int seed = support::printedSeed();
+  std::mt19937 random(seed);
+  server.on("/a", support::serveRanges(kSize));
+  const std::string local = folder.makePattern("a", kSize);
+  for (int round = 0; round < support::scaled(4); ++round) {
+    std::vector<Habit> habits;
+    const size_t count = 2 + random() % 3;
+    for (size_t i = 0; i < count; ++i) {
+      const unsigned int pieces[] = {188, 1316, 1316, 8192, 32768};
+      const double rates[] = {188e3, 400e3, 750e3, 2e6, 0};
+      // Two at least go on, one of them packet by packet: such a reader is never far from its next
+      // read.
+      const unsigned int piece = i == 0 ? pieces[random() % 2] : pieces[random() % 5];
+      const bool jumps = i >= 2 && random() % 2 == 0;
+      // One that jumps as fast as it can would be all that is measured.
+      const double rate = jumps ? piece * 4.0 : rates[random() % (i == 0 ? 3 : 5)];
+      const long long from = static_cast<long long>(random() % (kSize / 8)) + (i % 2) * kSize / 2;
+      habits.push_back({piece, rate, jumps, from});
+    }
+    readTogether(round % 2 == 0 ? server.url("/a") : local, habits, 2,
+                 static_cast<unsigned int>(random()));
+    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(count)) << "round " << round;
+  }
+}
+
+}  // namespace
