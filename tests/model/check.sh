@@ -13,16 +13,21 @@ bad=0
 # A search of some seconds is over sooner than the compiler has made it fast.
 optimise=-O0
 
-# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one).
+# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one). With
+# -DLIVE for reads that never end, in runs that are fair to every process.
 search() {
-  local wanted=$1 errors states
+  local wanted=$1 errors states kind=(-DSAFETY) how=()
   shift
+  if [[ " $* " == *" -DLIVE "* ]]; then
+    kind=(-DNFAIR=3)
+    how=(-a -f)
+  fi
   mkdir -p "$work/run"
   (cd "$work/run" && spin "$@" -a "$OLDPWD/queue.pml" >spin.log && \
-    gcc "$optimise" -w -DSAFETY -DVECTORSZ=2048 -DCOLLAPSE -DMEMLIM=6000 -o pan pan.c)
-  (cd "$work/run" && ./pan -m400000 -w24 >pan.log)
+    gcc "$optimise" -w "${kind[@]}" -DVECTORSZ=2048 -DCOLLAPSE -DMEMLIM=6000 -o pan pan.c)
+  (cd "$work/run" && ./pan "${how[@]}" -m400000 -w24 >pan.log)
   errors=$(sed -n 's/.*errors: \([0-9]*\)$/\1/p' "$work/run/pan.log")
-  states=$(sed -n 's/^ *\([0-9]*\) states, stored.*/\1/p' "$work/run/pan.log")
+  states=$(sed -n 's/^ *\([0-9.e+]*\) states, stored.*/\1/p' "$work/run/pan.log")
   # A search that was cut short has proved nothing.
   if [ "$errors" != "$wanted" ] || grep -qE "out of memory|max search depth" "$work/run/pan.log"; then
     bad=1
@@ -34,27 +39,53 @@ search() {
 
 # A run in which nothing below fails.
 sound=(-DEARLY=0 -DNO_MEMORY=0 -DNO_THREAD=0 -DNOT_OPENED=0)
+# Nor above, with reads of one chunk.
+calm=(-DSHORT_READS -DFAILURES=0 -DEARLY=0 -DNO_MEMORY=0)
 
 # The producer of a URL.
 search 0 -DPATIENT
-for fault in 1 2 3 6 17; do search 1 -DPATIENT "-DFAULT=$fault"; done
-for fault in 4 5; do search 1 -DREADS=1 "-DFAULT=$fault"; done
+for fault in 2 3 17; do search 1 -DPATIENT "-DFAULT=$fault"; done
+search 1 -DPATIENT -DREADS=1 -DFAULT=1
+for fault in 4 5 21 22; do search 1 -DREADS=1 "-DFAULT=$fault"; done
+search 1 -DPATIENT "${calm[@]}" -DFAULT=23
+# Connections that fail one after the other end the stream.
+failing=(-DPATIENT -DREADS=1 -DSHORT_READS -DFAILURES=30 -DEARLY=0 -DNO_MEMORY=0)
+search 0 "${failing[@]}"
+search 1 "${failing[@]}" -DFAULT=6
+
+# Large enough for a stream that goes on where its reader does not want it.
+far=(-DPATIENT -DCHUNKS=4 -DROOM=3 "${calm[@]}")
+search 0 "${far[@]}"
+for fault in 18 19 20; do search 1 "${far[@]}" "-DFAULT=$fault"; done
+search 0 "${far[@]}" -DLIVE -DENDLESS
+for fault in 18 19; do search 1 "${far[@]}" -DLIVE -DENDLESS "-DFAULT=$fault"; done
 
 # That of a local file.
 optimise=-O1
 search 0 -DLOCAL -DPATIENT -DREADS=1
 optimise=-O0
-for fault in 2 7 9 12 13 14 15 16 17; do
+for fault in 2 7 9 12 13 14 15 17; do
   search 1 -DLOCAL -DPATIENT -DREADS=1 "-DFAULT=$fault"
 done
 for fault in 4 5 8; do search 1 -DLOCAL -DREADS=1 "${sound[@]}" "-DFAULT=$fault"; done
-for fault in 10 11; do search 1 -DLOCAL -DPATIENT "${sound[@]}" "-DFAULT=$fault"; done
+for fault in 10 11 16; do search 1 -DLOCAL -DPATIENT "${sound[@]}" "-DFAULT=$fault"; done
 
 if [ "${1:-}" = --all ]; then
   optimise=-O2
   search 0 -DPATIENT -DENGINES=2
   search 0 -DREADS=1
   search 0
+  search 1 "${calm[@]}" -DFAULT=24
+  search 0 -DPATIENT -DCHUNKS=4 -DROOM=3
+  search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 -DSHORT_READS -DEARLY=0 -DNO_MEMORY=0
+  search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 -DSHORT_READS -DEARLY=0 -DNO_MEMORY=0 -DMARGIN=1
+  search 0 -DLOCAL -DPATIENT -DREADS=1 -DCHUNKS=4 -DROOM=3 -DSHORT_READS
+  # Every read ends: among all failures, in a larger size, with a close at any time.
+  search 0 -DPATIENT -DLIVE
+  search 0 -DPATIENT -DCHUNKS=4 -DROOM=3 -DLIVE -DENDLESS
+  search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 "${calm[@]}" -DLIVE -DENDLESS
+  search 0 -DREADS=1 -DCHUNKS=4 -DROOM=3 -DSHORT_READS -DNO_MEMORY=0 -DLIVE -DENDLESS
+  search 0 -DLOCAL -DPATIENT -DREADS=1 -DSHORT_READS "${sound[@]}" -UEARLY -DLIVE
   search 0 -DLOCAL -DPATIENT
   search 0 -DLOCAL -DPATIENT -DREADS=1 -DENGINES=2
   # A close at any time: what fails below, one kind at a time.

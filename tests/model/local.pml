@@ -13,6 +13,13 @@ bool producerFreed;
 byte notOpenedLeft = NOT_OPENED;
 byte stoppedRun;       /* the last run that a stop has ended; runs count from 1 */
 
+#ifdef LIVE
+/* In 5 ms the start is over: it waits for nobody who waits for the stop. */
+#define mayRepeat false
+#else
+#define mayRepeat true
+#endif
+
 #define touchProducer assert(!producerFreed)
 
 /* setStopWait does nothing: a run that was refused is over. */
@@ -157,7 +164,7 @@ inline notifyPerformEnd() {
 
 /* runner with perform */
 proctype FileThread() {
-  byte myVersion, entryVersion, parkedVersion, before, myRun, count, total, at;
+  byte myVersion, parkedVersion, before, myRun, count, total, at;
   bool goOn, dropped, prepared, wakes, over, got, tells, gone;
   mtype event;
 end:

@@ -16,12 +16,26 @@
  * of a local file: a run that was stopped delivers nothing more, no end is told but that of the
  * current version, bytes come to their own place, the file is closed under nobody.
  *
+ * Service is checked too. After a reader began to wait, the queue takes at most one chunk that does
+ * not serve it before its bytes come or a newer version is announced (unserved). A chunk serves the
+ * reader when it completes the bytes at position, or when the stream comes to them next: within
+ * MARGIN chunks of writeHead. A reader that waits in the block which is written next asks for
+ * nothing. What any other reader asks for (wishAsks) stands until that reader goes on, whoever
+ * lowers needFeed.
+ *
+ * With LIVE the search looks for a read that never ends (served), in runs that are fair to every
+ * process. With ENDLESS the last chunk stands for the rest of a long resource. The network brings
+ * pieces of it as long as the connection stands, and nobody reads there: nothing but the queue ends
+ * that connection.
+ *
  * READS, ENGINES, FAILURES, EARLY, NO_MEMORY, NO_THREAD and NOT_OPENED bound a run: reads of a free
  * choice of positions, of one chunk or (not with SHORT_READS) up to the end, workers of the engine,
  * errors of the connection, connections or runs that end early, restarts that find no memory for
  * their task (or, of a local file, no block), threads that cannot be made, files that cannot be
  * opened. With PATIENT the handle is closed when its reads are over: whoever waits for ever is a
- * deadlock then. Without it the close comes at any time. In both another thread aborts once.
+ * deadlock then. Without it the close comes at any time. In both another thread aborts once. Reads
+ * are numbered; an abort and a close break the read that they find by its number, once, and wait
+ * for its end.
  *
  * Wanted, and no fault: a local file that cannot be opened again gives neither bytes nor an end.
  * Its read waits until it is aborted or its handle closed. So only after that (lost) a patient
@@ -35,12 +49,20 @@
  *   5  the close does not wait for restart tasks
  *   6  a connection that failed is taken for one that was cancelled
  *  17  a transfer that finds no room does not wake a reader that waits for more than there is room
+ *  18  a chunk does not renew the wish of a reader that waits
+ *  19  a restart forgets that wish when its connection begins
+ *  20  a transfer lowers the wish of a reader to which it does not come
+ *  21  a break that comes before its read is forgotten
+ *  22  a read that finds itself broken waits nevertheless
+ *  23  a chunk renews the wish also when the reader's bytes are held: a reader that was woken and
+ *      has not got the lock yet may then have a transfer without room restarted again and again
+ *  24  a break that is late takes back one that names a later read
  * and of a local file's producer:
  *   7  a run does not look whether it is still the current one
  *   8  a stop that met a start is not repeated when that start is over
  *   9  the producer goes without waiting for its thread
  *  10  the queue does not note that a run which it refused was the last word
- *  11  nor that a run stopped at bytes which are held
+ *  11  a reader that goes on waiting does not ask for a connection, though nothing streams
  *  12  a start during a run is forgotten when that run is over
  *  13  a forced stop does not wake a thread that sleeps
  *  14  a run that was refused sends its end
@@ -71,10 +93,25 @@
 #ifndef FAULT
 #define FAULT 0
 #endif
+#ifndef CHUNKS
 #define CHUNKS 3
+#endif
+#ifndef ROOM
 #define ROOM 2
+#endif
+#ifndef MARGIN
+#define MARGIN 0
+#endif
+#ifdef ENDLESS
+#define READABLE (CHUNKS - 1)
+#define endless(chunk) (chunk == CHUNKS - 1)
+#else
+#define READABLE CHUNKS
+#define endless(chunk) false
+#endif
 
 mtype = { IDLE, NORMAL, ENDED, FAILED, RELEASED };
+mtype = { NONE, ANNOUNCED, RUNNING, PARKED };
 mtype = { NO_EVENT, PARTIAL_END, STREAM_ERROR, CANCELED };
 
 /* Locks. */
@@ -87,14 +124,15 @@ mtype streamStatus = IDLE;
 byte retryCount;
 byte version;
 byte notedVersion;
-byte startedVersion = 255;
-byte activeWorkNum;
+byte startedVersion = 255;  /* connection.version */
+mtype connection = NONE;
 byte tasksQueued;      /* on the engine, not taken */
 byte restartTasks;     /* queued or running */
-bool needFeed, breakRequested, readRunning, mayPlace;
-bool streaming, parked, connecting, workerStarted, releaseCalled, connectionStored;
-bool endedSilently, endReported;
-bool readerWaits;      /* until it has the lock again, also when it was woken */
+bool needFeed, breakRequested, readRunning;
+bool connecting, workerStarted, releaseCalled, connectionStored, endReported;
+bool wishStands;       /* the reader waits, until it has the lock again, also when it was woken */
+bool wishAsks;         /* another connection may have to bring what it waits for */
+byte brokenUpTo;       /* the highest number of a read that a break has named */
 byte emptyEnds;
 byte streamFrom;
 byte streamLength;     /* in chunks; 0: to the end */
@@ -104,8 +142,15 @@ byte writeHead;        /* the chunk that the stream writes next */
 byte position;         /* of the reader */
 byte readEnd;          /* where its read ends */
 byte tail;             /* the chunk that the reader was in last (rdTail) */
+bool placed = true;    /* there is an empty block at writeHead */
+byte walk, gap;        /* places of loops; 0 outside of them */
+
+/* Chunks that were taken while the reader waited and that do not serve it, since it began to wait
+   and since the last restart was announced. */
+byte unserved;
 
 /* The handle. */
+byte number;           /* of its reads, from 1 on */
 bool aborterDone;
 bool closing, reading, readerDone, freed;
 bool holding;          /* the transfer holds still for a stop */
@@ -119,6 +164,8 @@ byte noMemoryLeft = NO_MEMORY;
 /* A read may fail: two ends in a row without a byte, two errors, or nothing to go on with. */
 #define hasCause (releaseCalled || noMemoryLeft < NO_MEMORY || threadFailed || \
                   earlyLeft + 2 <= EARLY || failuresLeft + 2 <= FAILURES)
+/* The stream brings what the reader wants soon. */
+#define brings (position >= writeHead && position - writeHead <= MARGIN)
 #define acquire(l) atomic { !l -> l = true }
 #define unlock(l) l = false
 
@@ -138,7 +185,7 @@ inline waitFeed(w) {
 }
 
 /* One of the chunks that are held makes room for another; the reader's own only when there is no
-   other. When the reader was in it last, it is in the new one now. */
+   other. When the reader was in it last, or in a block that is empty, it is in the new one now. */
 inline makeRoom(chunk) {
   if
   :: heldCount < ROOM
@@ -147,33 +194,68 @@ inline makeRoom(chunk) {
      :: held[0] && position != 0 -> held[0] = false
      :: held[1] && position != 1 -> held[1] = false
      :: held[2] && position != 2 -> held[2] = false
+#if CHUNKS > 3
+     :: held[3] && position != 3 -> held[3] = false
+#endif
+#if CHUNKS > 4
+     :: held[4] && position != 4 -> held[4] = false
+#endif
      fi;
-     heldCount--;
-     if
-     :: !held[tail] -> tail = chunk
-     :: else
-     fi
+     heldCount--
+  fi;
+  if
+  :: !held[tail] -> tail = chunk
+  :: else
   fi
 }
 
 /* moveReaderTo: from block to block towards what the reader wants, as far as they go. */
 inline moveReader() {
   d_step {
+    walk = tail;
+    do
+    :: walk < position ->
+       walk++;
+       if
+       :: held[walk] || (placed && walk == writeHead) -> tail = walk
+       :: else
+       fi
+    :: walk > position ->
+       walk--;
+       if
+       :: held[walk] || (placed && walk == writeHead) -> tail = walk
+       :: else
+       fi
+    :: else -> break
+    od;
+    walk = 0
+  }
+}
+
+/* selectBlockToWrite: one makes room for the chunk at writeHead, unless the reader is in it or it
+   was written last. */
+inline giveUpOne() {
+  d_step {
+    walk = 0;
+    do
+    :: held[walk] -> break
+    :: else -> walk++
+    od;
     if
-    :: position > tail && held[position] -> tail = position
-    :: position > tail && !held[position] ->
-       if
-       :: position == 2 && tail == 0 && held[1] -> tail = 1
-       :: else
-       fi
-    :: position < tail && held[position] -> tail = position
-    :: position < tail && !held[position] ->
-       if
-       :: position == 0 && tail == 2 && held[1] -> tail = 1
-       :: else
-       fi
-    :: position == tail
-    fi
+    :: walk >= tail || walk + 1 == writeHead ->
+       /* the last one, as the first one stays */
+       walk = CHUNKS - 1;
+       do
+       :: held[walk] -> break
+       :: else -> walk--
+       od
+    :: else
+    fi;
+    if
+    :: walk == tail || walk + 1 == writeHead
+    :: else -> held[walk] = false; heldCount--
+    fi;
+    walk = 0
   }
 }
 
@@ -188,7 +270,7 @@ inline failStream() {
 inline prepareRestart() {
   prepared = true;
   if
-  :: noMemoryLeft > 0 -> noMemoryLeft--; prepared = false; streaming = false; failStream()
+  :: noMemoryLeft > 0 -> noMemoryLeft--; prepared = false; connection = NONE; failStream()
   :: true
   fi
 }
@@ -207,7 +289,6 @@ inline announceRestart() {
 
 /* queueRestartTask, with memory for it */
 inline queueRestartTask() {
-  activeWorkNum++;
   restartTasks++;
   tasksQueued++
 }
@@ -218,7 +299,8 @@ inline queueRestart(from) {
     streamFrom = from;
     version++;
     assert(version < 20);
-    streaming = true;
+    unserved = 0;
+    connection = ANNOUNCED;
     queueRestartTask()
   }
 }
@@ -236,14 +318,20 @@ inline restartAt(from) {
 inline placeAt(chunk) {
   makeRoom(chunk);
   writeHead = chunk;
+  placed = true;
 #ifdef LOCAL
   d_step {
+    walk = writeHead + 1;
+    do
+    :: walk < CHUNKS && !held[walk] -> walk++
+    :: else -> break
+    od;
     streamLength = 0;
     if
-    :: chunk + 1 < CHUNKS && held[chunk + 1] -> streamLength = 1
-    :: chunk == 0 && !held[1] && held[2] -> streamLength = 2
+    :: walk < CHUNKS -> streamLength = walk - writeHead
     :: else
-    fi
+    fi;
+    walk = 0
   };
 #endif
   queueRestart(writeHead)
@@ -410,13 +498,12 @@ inline readOnce() {
     if
     :: !workerStarted ->
        workerStarted = true;
-       activeWorkNum = 1;
-       streaming = true;
+       connection = ANNOUNCED;
        opens = !needExit;
        startThread(WORKER);
        if
        :: started
-       :: else -> opens = false; streaming = false; failStream()
+       :: else -> opens = false; connection = NONE; failStream()
        fi
     :: else
     fi;
@@ -429,13 +516,18 @@ inline readOnce() {
     :: !opens && needExit -> assert(hasCause)
     :: else ->
        readRunning = true;
+       breakRequested = number <= brokenUpTo;
+#if FAULT == 11
        mayPlace = true;
+#endif
+       unserved = 0;
        before = tail;
        do
        :: position == readEnd -> break
        :: position < readEnd && held[position] ->
           moveReader();
           position++;
+          unserved = 0;
           if
           :: needExit -> assert(hasCause); break
           :: !needExit && breakRequested -> breakRequested = false; notifyAll(); break
@@ -443,18 +535,36 @@ inline readOnce() {
           fi
        :: position < readEnd && !held[position] ->
           moveReader();
-          needFeed = true;
+          /* waitInBlock: the block that it is in is the next to be written. */
+          assert(tail != position || (placed && position == writeHead));
+          needFeed = tail != position;
           /* placeReader */
           if
-          :: (mayPlace || endedSilently) && !streaming && !parked && !needExit ->
-             mayPlace = false;
-             endedSilently = false;
-             placeAtReader()
-          :: else -> mayPlace = false
+          :: breakRequested
+#if FAULT == 11
+          :: !breakRequested && !mayPlace
+          :: !breakRequested && connection == NONE && !needExit && mayPlace -> placeAtReader()
+#else
+          :: !breakRequested && connection == NONE && !needExit -> placeAtReader()
+#endif
+          :: else
           fi;
+#if FAULT == 11
+          mayPlace = false;
+#endif
           if
+#if FAULT != 22
+          :: needExit || breakRequested
+#else
           :: needExit
-          :: else -> notifyAll(); readerWaits = true; waitFeed(waitR); readerWaits = false
+#endif
+          :: else ->
+             notifyAll();
+             wishAsks = needFeed;
+             wishStands = true;
+             waitFeed(waitR);
+             wishStands = false;
+             wishAsks = false
           fi;
           if
 #if FAULT == 1
@@ -465,6 +575,11 @@ inline readOnce() {
           :: !breakRequested && needExit -> assert(hasCause); break
           :: else
           fi
+       od;
+       /* takeArrived */
+       do
+       :: position < readEnd && held[position] -> moveReader(); position++
+       :: else -> break
        od;
        /* ~RunningRead */
        if
@@ -492,19 +607,24 @@ inline readOnce() {
 proctype Reader() {
   byte count = 0, before = 0;
   bool opens, prepared, started;
-  do
-  :: atomic { count < READS && !closing -> reading = true };
-     if
-     :: position = 0
-     :: position = 1
-     :: position = 2
-     fi;
-     if
-     :: readEnd = position + 1
-#ifndef SHORT_READS
-     :: readEnd = CHUNKS
+#if FAULT == 11
+  bool mayPlace;
 #endif
-     fi;
+  do
+  :: atomic { count < READS && !closing -> reading = true; number++ };
+     atomic {
+       position = 0;
+       do
+       :: position + 1 < READABLE -> position++
+       :: break
+       od;
+       if
+       :: readEnd = position + 1
+#ifndef SHORT_READS
+       :: readEnd = READABLE
+#endif
+       fi
+     };
      readOnce();
      reading = false;
      count++
@@ -514,6 +634,20 @@ proctype Reader() {
 }
 
 /* ---------------------------------------------------------------- the transfer */
+
+/* A chunk was taken. */
+inline noteService() {
+#ifndef LIVE
+  d_step {
+    if
+    :: wishStands && !held[position] && !brings -> unserved++; assert(unserved <= 1)
+    :: else
+    fi
+  }
+#else
+  skip
+#endif
+}
 
 /* streamIn of the chunk at writeHead. bytes: false for a piece without any */
 inline streamIn(bytes) {
@@ -525,6 +659,17 @@ inline streamIn(bytes) {
     :: bytes -> retryCount = 0
     :: else
     fi;
+#if FAULT != 18
+    /* As the reader would by itself if every chunk woke it. */
+    if
+#if FAULT == 23
+    :: wishStands && wishAsks -> needFeed = true
+#else
+    :: wishStands && wishAsks && !held[position] -> needFeed = true
+#endif
+    :: else
+    fi;
+#endif
     if
     :: myVersion != version || needExit -> goOn = false
     :: else ->
@@ -536,24 +681,21 @@ inline streamIn(bytes) {
 #ifdef LOCAL
        /* Its run was to end before, but its pieces stepped over the count. */
        :: bytes && held[writeHead] ->
-#if FAULT != 11
-          endedSilently = true;
-#endif
           goOn = false;
           break
 #else
        :: bytes && held[writeHead] -> break
 #endif
-       :: bytes && !held[writeHead] && heldCount < ROOM ->
+       /* There is always room for a piece of the rest. */
+       :: bytes && endless(writeHead) -> break
+       :: bytes && !endless(writeHead) && !held[writeHead] && heldCount < ROOM ->
           held[writeHead] = true;
           heldCount++;
           break
-       :: bytes && !held[writeHead] && heldCount == ROOM ->
+       :: bytes && !endless(writeHead) && !held[writeHead] && heldCount == ROOM ->
+          giveUpOne();
           if
-          :: tail > 0 && held[0] -> held[0] = false; heldCount--
-          :: tail > 1 && held[1] -> held[1] = false; heldCount--
-          /* the blocks behind a reader that stands in front of all */
-          :: tail < 2 && held[2] && writeHead < 2 -> held[2] = false; heldCount--
+          :: heldCount < ROOM
           :: else ->
              before = tail;
 #if FAULT != 17
@@ -580,15 +722,27 @@ inline streamIn(bytes) {
        :: !goOn
        :: else ->
           if
-          :: bytes && !dropped -> connectionStored = true; emptyEnds = 0; writeHead++
+          :: bytes && !dropped ->
+             connectionStored = true;
+             emptyEnds = 0;
+             if
+             :: endless(writeHead)
+             :: else -> writeHead++; placed = false
+             fi;
+             noteService()
           :: else
           fi;
           /* serveReader */
           if
           :: needFeed && !held[position] ->
              if
-             :: !dropped && position == writeHead -> needFeed = false
-             :: else ->
+             :: !dropped && brings -> needFeed = false
+#if FAULT == 20
+             :: !dropped && !brings -> needFeed = false
+             :: dropped ->
+#else
+             :: dropped || !brings ->
+#endif
                 announceRestart();
                 if
                 :: prepared -> place()
@@ -614,26 +768,24 @@ inline streamIn(bytes) {
 #if FAULT != 10
     /* A run outside startStreaming reports no end. */
     if
-    :: !goOn && myVersion == version -> streaming = false
+    :: !goOn && myVersion == version -> connection = NONE
     :: else
     fi;
 #endif
 #endif
     /* readerCanGoOn */
     if
-    :: readerWaits -> moveReader()
+    :: wishStands -> moveReader()
     :: else
     fi;
     d_step {
-      wakes = !goOn || (readerWaits && held[position]);
-      if
-      :: wakes && goOn && position + 1 < readEnd -> wakes = held[position + 1]
-      :: else
-      fi;
-      if
-      :: wakes && goOn && position + 2 < readEnd -> wakes = held[position + 2]
-      :: else
-      fi
+      walk = position;
+      do
+      :: walk < readEnd && held[walk] -> walk++
+      :: else -> break
+      od;
+      wakes = !goOn || (wishStands && walk == readEnd);
+      walk = 0
     };
     dropped = false;
     prepared = false;
@@ -654,10 +806,9 @@ inline streamIn(bytes) {
 inline parkUntilFed() {
   emptyEnds = 0;
   parkedVersion = version;
-  parked = true;
+  connection = PARKED;
   do
   :: needFeed && !held[position] ->
-     parked = false;
      needFeed = false;
      placeAtReader();
      break
@@ -665,7 +816,7 @@ inline parkUntilFed() {
      notifyAll();
      waitFeed(waitT);
      if
-     :: needExit || version != parkedVersion -> parked = false; break
+     :: needExit || version != parkedVersion -> break
      :: else
      fi
   od;
@@ -682,7 +833,7 @@ inline countEmptyEnd() {
 
 inline continueAfterEnd() {
   if
-  :: activeWorkNum > 1 && notedVersion != version -> notifyAll()
+  :: connection == ANNOUNCED -> notifyAll()
   :: else ->
      streamStatus = ENDED;
      notifyAll();
@@ -690,17 +841,25 @@ inline continueAfterEnd() {
      :: writeHead >= CHUNKS -> parkUntilFed()
 #ifdef LOCAL
      /* walkForGap: its count ended the run where chunks are held. */
-     :: writeHead == 1 && held[1] && !held[2] ->
+     :: writeHead < CHUNKS && held[writeHead] ->
+        d_step {
+          gap = writeHead;
+          do
+          :: gap < CHUNKS && held[gap] -> gap++
+          :: else -> break
+          od
+        };
         if
-        :: prepareRestart();
+        :: gap < CHUNKS ->
+           prepareRestart();
            if
-           :: prepared -> placeAt(2)
+           :: prepared -> placeAt(gap)
            :: else
-           fi
+           fi;
+           gap = 0
         /* no block can be placed there */
-        :: parkUntilFed()
+        :: gap = 0; parkUntilFed()
         fi
-     :: writeHead < CHUNKS && held[writeHead] && (writeHead == 2 || held[2]) -> parkUntilFed()
 #endif
      :: else ->
         countEmptyEnd();
@@ -718,7 +877,6 @@ inline sendEvent(inside) {
     acquire(feedLock);
     touch;
     checkEvent();
-    entryVersion = version;
     if
     :: inside && connecting -> endReported = true
     :: else
@@ -749,10 +907,9 @@ inline sendEvent(inside) {
        fi
     fi;
     if
-    :: version == entryVersion && notedVersion == version -> streaming = false
+    :: connection != ANNOUNCED -> connection = NONE
     :: else
     fi;
-    entryVersion = 0;
     prepared = false;
     event = NO_EVENT;
     unlock(feedLock)
@@ -768,10 +925,10 @@ inline sendEvent(inside) {
 /* ---------------------------------------------------------------- the worker */
 
 proctype Worker() {
-  byte myVersion, entryVersion;
+  byte myVersion;
 #ifndef LOCAL
   byte parkedVersion, before;
-  bool goOn, dropped, first, prepared, wakes;
+  bool goOn, dropped, prepared, wakes;
   mtype event;
 #endif
   byte from, length;
@@ -789,13 +946,16 @@ end:
        forgetBrokenRead();
        go = false;
        if
-       :: needExit -> streaming = false; notifyAll()
+       :: needExit -> connection = NONE; notifyAll()
        :: else ->
           if
           :: notedVersion != version || startedVersion == version
           :: else ->
              go = true;
              needFeed = false;
+#if FAULT == 19
+             wishAsks = false;
+#endif
              connecting = true;
              startedVersion = version;
              myVersion = version;
@@ -805,7 +965,7 @@ end:
              streamLength = 0;
              connectionStored = false;
              endReported = false;
-             endedSilently = false
+             connection = RUNNING
           fi
        fi;
        unlock(feedLock)
@@ -819,7 +979,7 @@ end:
           touch;
           connecting = false;
           if
-          :: refused && myVersion == version && !needExit -> streaming = false; failStream()
+          :: refused && myVersion == version && !needExit -> connection = NONE; failStream()
           :: else -> notifyAll()
           fi;
           myVersion = 0;
@@ -845,7 +1005,7 @@ inline stopWorker() {
   :: true -> break
 #endif
   :: atomic { !connecting && !feedLock -> break }
-  :: atomic { connecting && !feedLock };
+  :: atomic { connecting && !feedLock && mayRepeat };
      /* waits 5 ms at most */
      stopStreaming()
   od;
@@ -859,8 +1019,7 @@ inline stopWorker() {
   d_step {
     withdrawRun(WORKER);
     late = false
-  };
-  activeWorkNum--
+  }
 }
 
 proctype Engine() {
@@ -881,14 +1040,13 @@ end:
         fi;
         atomic {
           acquire(feedLock);
-          activeWorkNum--;
-          streaming = false;
+          connection = NONE;
           notifyAll();
           unlock(feedLock)
         }
      :: else ->
         if
-        :: atomic { notedVersion == version && !feedLock -> activeWorkNum-- }
+        :: atomic { notedVersion == version && !feedLock }
         :: atomic { notedVersion != version && !feedLock };
            stopWorker();
            atomic { acquire(feedLock); notedVersion = version; unlock(feedLock) };
@@ -908,12 +1066,23 @@ end:
 
 /* ---------------------------------------------------------------- close */
 
-inline breakRead(w) {
+/* breakReads: of every read up to that number, whether the queue knows of it yet or not */
+inline breakReads(upTo, w) {
   atomic {
     acquire(feedLock);
     touch;
+#if FAULT != 21
     if
-    :: !readRunning
+#if FAULT == 24
+    :: brokenUpTo = upTo
+#else
+    :: brokenUpTo < upTo -> brokenUpTo = upTo
+    :: else
+#endif
+    fi;
+#endif
+    if
+    :: !readRunning || number > upTo
     :: else ->
        breakRequested = true;
        do
@@ -925,10 +1094,14 @@ inline breakRead(w) {
   }
 }
 
-/* An abort of another thread, once, while the handle is open. */
+/* An abort of another thread, once, while the handle is open: breaks the read that it finds, and
+   waits for its end. */
 proctype Aborter() {
+  byte mine;
   if
-  :: !closing -> breakRead(waitA)
+  :: atomic { reading && !closing -> mine = number };
+     breakReads(mine, waitA);
+     !reading || number != mine
   :: true
   fi;
   aborterDone = true
@@ -938,17 +1111,19 @@ proctype Closer() {
   bool late;
 #ifdef PATIENT
   (readerDone && aborterDone) || lost;
+#ifndef ENDLESS
   timeout;
   /* Nothing moves any more: what still waits is a parked transfer, not one that burns its
      processor. */
   assert(!holding);
 #endif
+#endif
   closing = true;
-  /* withdrawReads: breaks the read until it has ended */
-  do
-  :: !reading -> break
-  :: reading -> breakRead(waitC)
-  od;
+  /* withdrawReads: breaks the read that runs, and waits for its end */
+  if
+  :: reading -> breakReads(number, waitC); !reading
+  :: !reading
+  fi;
   /* release */
   atomic {
     acquire(feedLock);
@@ -991,3 +1166,8 @@ init {
     od
   }
 }
+
+#ifdef LIVE
+/* A read ends, however long it waits. */
+ltl served { [] (reading -> <> !reading) }
+#endif

@@ -2,6 +2,14 @@
  * worker, inside startStreaming. Included by queue.pml. */
 
 bool alive, finished = true, stopWait, armed, isActive, running;
+bool firstReceived;    /* a first piece of the resource has come */
+
+#ifdef LIVE
+/* In 5 ms the start that a stop came too early for has begun. */
+#define mayRepeat alive
+#else
+#define mayRepeat true
+#endif
 
 inline setStopWait() {
   stopWait = true
@@ -27,7 +35,6 @@ inline transfer() {
     running = true
   };
   event = NO_EVENT;
-  first = true;
   do
   :: !isActive -> event = CANCELED; break
   :: isActive ->
@@ -44,7 +51,7 @@ inline transfer() {
      :: writeHead >= CHUNKS && myVersion == version -> event = PARTIAL_END; break
      :: else ->
         if
-        :: first ->
+        :: !firstReceived ->
            atomic {
              acquire(feedLock);
              if
@@ -53,7 +60,7 @@ inline transfer() {
              fi;
              unlock(feedLock)
            };
-           first = false
+           firstReceived = true
         :: else
         fi;
         streamIn(true);
