@@ -16,8 +16,9 @@ constexpr int kGatherRoomMs = 10;
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   FeedLock feed(this);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
-  // As the reader would by itself if every chunk woke it.
-  if (wish.asks) needFeed = true;
+  // As the reader would by itself if every chunk woke it. Not for one whose bytes are buffered: a
+  // transfer without room would give up its chunk for it and restart.
+  if (wish.asks && heldUntil(readOffset) == readOffset) needFeed = true;
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd())
     connection.state = StreamConnection::kNone;

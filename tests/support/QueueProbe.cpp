@@ -88,6 +88,16 @@ void BufferQueueProbe::keepUp(BufferQueue& queue) {
   queue.pace.waited(true);
 }
 
+void BufferQueueProbe::waitWoken(BufferQueue& queue, long long offset) {
+  Lock feed(queue.feedLock);
+  queue.readOffset = offset;
+  queue.readRunning = true;
+  queue.wish.kind = ReaderWish::kBlock;
+  queue.wish.asks = true;
+  queue.wish.woken = true;
+  queue.wish.until = offset + 1;
+}
+
 void BufferQueueProbe::announce(BufferQueue& queue) {
   Lock feed(queue.feedLock);
   queue.restartFromWriteHead();

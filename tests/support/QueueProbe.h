@@ -49,6 +49,8 @@ class BufferQueueProbe {
                       const std::vector<std::pair<long long, unsigned int>>& held);
   // Lets the reader's last wait have been a short one.
   static void keepUp(BufferQueue& queue);
+  // A reader that waits for a block at the offset, was woken, and has not had the lock since.
+  static void waitWoken(BufferQueue& queue, long long offset);
   // Announces a newer version at the write head, as whoever restarts the stream does.
   static void announce(BufferQueue& queue);
   // Changes the last byte of the head that the next one is compared with.

@@ -1,12 +1,15 @@
 // Who waits is served: wishes that outlive a restart, and what a broken read still gets.
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "tests/support/Pauses.h"
 #include "tests/support/SteppedQueue.h"
 #include "util/BufferQueue.h"
 
 namespace {
 
+using support::eventually;
 using support::kBlock;
 using support::Reading;
 using support::Started;
@@ -116,6 +119,22 @@ TEST_F(Service, FailedReadKeepsTheBytesThatHadArrived) {
   EXPECT_EQ(reading->result, -17);
   EXPECT_EQ(reading->got, 100000u);
   EXPECT_TRUE(right(*reading, 0));
+}
+
+// Its bytes are buffered and it was woken, but it has not had the lock: what a chunk has no room
+// for must not be given up for it, nor the stream restarted.
+TEST_F(Service, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
+  ASSERT_TRUE(beginsWith(2, kBlock));
+  BufferQueueProbe::waitWoken(*queue, 10);
+  std::atomic<int> result{-1};
+  support::WaitingCall transfer(queue.get(), [&] { result = deliver(kBlock, kBlock + 100); });
+  ASSERT_TRUE(transferWaits());
+  BufferQueueProbe::wake(*queue);
+  EXPECT_TRUE(eventually([&] { return log.count("streamIn: wait in streamIn") == 2; }))
+      << "it gives the chunk up";
+  EXPECT_EQ(result, -1);
+  EXPECT_FALSE(log.has("streamIn: break 2"));
+  EXPECT_EQ(producer.started().size(), 1u);
 }
 
 // What a broken read wanted is no reason any more to leave the running connection.
