@@ -10,13 +10,14 @@ const int NOT_AN_OBJECT = -2;
 const int VALUE_NOT_ENDED = -3;
 const int NO_OBJECT_AFTER_COMMA = -4;
 const int NOT_AN_ARRAY = -5;
+const int STOPPED = -6;
 
 // The key of a body without a name.
 const char UNNAMED[] = "req";
 
 // Names are at most 511 characters long. Without the limit, names growing by one character for each
 // empty member would take memory by the square of the body's size.
-const size_t MAX_ARRAY_MARK = 511;
+const size_t MAX_ARRAY_MARK = NodeName::MAX_SHARED;
 
 }  // namespace
 
@@ -50,8 +51,12 @@ JSONParser::JSONParser(TreeReader* receiver) : reader(receiver) {}
 int JSONParser::parse(const char* text, int length, int) {
   if (text == nullptr || length <= 0) return 0;
   Text rest{text, text + length};
+  stopped = false;
+  keyOpen = false;
   int result = beginRoot(rest);
-  while (result == 0 && !rest.isAtEnd() && !marks.empty()) result = step(rest);
+  while (result == 0 && !stopped && !rest.isAtEnd() && !marks.empty()) result = step(rest);
+  if (stopped) result = STOPPED;
+  offset = static_cast<int>(rest.at - text);
   if (result == 0) closeName();
   return result;
 }
@@ -227,7 +232,8 @@ void JSONParser::nextInObject(Text& text) {
 void JSONParser::readKey(Text& text) {
   openName(text.takeWord());
   while (!text.isAtEnd() && !text.isAt(':')) ++text.at;
-  if (text.isAtEnd()) return;
+  keyOpen = text.isAtEnd();
+  if (keyOpen) return;
   marks.push(':');
   ++text.at;
 }
@@ -241,14 +247,14 @@ void JSONParser::beginMember(Text& text) {
 }
 
 void JSONParser::openName(const std::string& name) {
-  names.push(name);
+  names.push(NodeName(name));
   reader->readNodeBegin(name.c_str(), false);
 }
 
 // The innermost open node is done; nothing happens when none is open.
 void JSONParser::closeName() {
   if (names.empty()) return;
-  reader->readNodeEnd(names.top().c_str());
+  reader->readNodeEnd(names.top().get().c_str());
   names.pop();
 }
 

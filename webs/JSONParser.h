@@ -4,6 +4,8 @@
 #include <stack>
 #include <string>
 
+#include "webs/NodeName.h"
+
 namespace webs {
 
 class TreeReader;
@@ -36,10 +38,17 @@ class JSONParser {
   //   -3  no ',' or '}' follows a value
   //   -4  no '{' follows a ',' in an array
   //   -5  a ']' closes something else than an array
+  //   -6  stop() was called meanwhile
   // isFinal is not used. The stacks are neither emptied before nor after: see reset().
   int parse(const char* text, int length, int isFinal);
   // Forgets everything that is open.
   void reset();
+  // Ends the scan; for the reader, while it is called from parse().
+  void stop() { stopped = true; }
+  // Where in its text the latest parse() stopped looking: what it refuses stands there, or its end.
+  int getOffset() const { return offset; }
+  // Whether the latest parse() found the end of the outermost bracket, and nothing open behind it.
+  bool isDone() const { return marks.empty() && !keyOpen; }
 
   // The name of the next array member is one '[' longer, up to 511.
   void nextArrayMember();
@@ -71,11 +80,15 @@ class JSONParser {
 
   TreeReader* reader;
   // Keys of the open nodes.
-  std::stack<std::string> names;
+  std::stack<NodeName> names;
   // Structural characters that are open: '{', '[', ':', ',' and '}'.
   std::stack<char> marks;
   // Name of the latest array member.
   std::string arrayMark;
+  int offset = 0;
+  bool stopped = false;
+  // The text ended inside a key, which has no mark.
+  bool keyOpen = false;
 };
 
 }  // namespace webs

@@ -2,8 +2,15 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace webs {
+namespace {
+
+const int NO_BODY = -1;
+const int TOO_LARGE = -6;
+
+}  // namespace
 
 JSONReader::JSONReader() : TreeNode(nullptr), parser(this) {}
 
@@ -11,26 +18,61 @@ JSONReader::~JSONReader() { TreeNode::clear(); }
 
 int JSONReader::streamIn(const char* text, int length, int isFinal) {
   const bool empty = text == nullptr || length <= 0;
-  if (complete) {
+  if (ended) {
     if (empty || std::none_of(text, text + length, NotBlankChar)) return 0;
-    complete = false;
+    ended = false;
   }
   if (empty) {
-    if (isFinal != 0 && !gathered.empty()) {
-      parseWhole(gathered.data(), static_cast<int>(gathered.size()), isFinal);
-    }
+    if (isFinal != 0 && !gathered.empty()) endBody();
     return 0;
   }
-  countBrackets(text, length);
-  const bool ready = isFinal != 0 || isWhole();
-  if (ready && gathered.empty()) return parseWhole(text, length, isFinal);
-  if (gathered.size() > static_cast<size_t>(INT_MAX - length)) {
-    forgetText();
-    return -1;
+  if (isFinal != 0 && gathered.empty()) {
+    ended = true;
+    return scan(text, length);
   }
+  const int refused = gather(text, length);
+  if (refused != 0) return refused;
+  if (isFinal != 0) return endBody();
+  if (scanned > 0 || !isWhole()) return 0;
+  scanned = gathered.size();
+  const int result = scan(gathered.data(), static_cast<int>(scanned));
+  closed = result == 0 && parser.isDone();
+  return result;
+}
+
+// Returns 0, or why the text is refused; then it is forgotten.
+int JSONReader::gather(const char* text, int length) {
+  int refused = 0;
+  if (gathered.size() > static_cast<size_t>(INT_MAX - length)) refused = NO_BODY;
+  // What was scanned counts with its tree.
+  if (!mayHold(gathered.size() - scanned + static_cast<size_t>(length))) refused = TOO_LARGE;
+  if (refused != 0) {
+    forgetText();
+    return refused;
+  }
+  countBrackets(text, length);
   gathered.append(text, static_cast<size_t>(length));
-  if (!ready) return 0;
-  return parseWhole(gathered.data(), static_cast<int>(gathered.size()), isFinal);
+  return 0;
+}
+
+int JSONReader::endBody() {
+  int result = 0;
+  if (scanned == 0 || tailMatters()) {
+    result = scan(gathered.data(), static_cast<int>(gathered.size()));
+  }
+  forgetText();
+  ended = true;
+  return result;
+}
+
+// Whether the tree of the whole body may differ from that of the part that was scanned. Once the
+// outermost bracket is closed, the scanner looks only at what follows next, for a ',' or ']'.
+bool JSONReader::tailMatters() const {
+  if (scanned == gathered.size()) return false;
+  if (!closed) return true;
+  const auto tail = gathered.begin() + static_cast<std::string::difference_type>(scanned);
+  const auto next = std::find_if(tail, gathered.end(), NotBlankChar);
+  return next != gathered.end() && (*next == ',' || *next == ']');
 }
 
 void JSONReader::countBrackets(const char* text, int length) {
@@ -46,19 +88,24 @@ void JSONReader::countBrackets(const char* text, int length) {
   }
 }
 
-// Each document is scanned once, from its beginning and onto an empty tree.
-int JSONReader::parseWhole(const char* text, int length, int isFinal) {
+// Each body is scanned from its beginning and onto an empty tree. Its text is there meanwhile.
+int JSONReader::scan(const char* text, int length) {
+  emptyTree();
+  if (!takeText(static_cast<size_t>(length))) return TOO_LARGE;
+  return parser.parse(text, length, 1);
+}
+
+void JSONReader::emptyTree() {
   TreeNode::clear();
   current = nullptr;
   parser.reset();
-  const int result = parser.parse(text, length, isFinal);
-  forgetText();
-  complete = true;
-  return result;
+  forgetTree();
 }
 
 void JSONReader::forgetText() {
   std::string().swap(gathered);
+  scanned = 0;
+  closed = false;
   closingSeen = false;
   inQuotes = false;
   openBrackets = 0;
@@ -69,19 +116,20 @@ void JSONReader::initialize() {}
 void JSONReader::readyRead() {}
 
 void JSONReader::clear() {
-  TreeNode::clear();
-  current = nullptr;
-  parser.reset();
+  emptyTree();
   forgetText();
-  complete = false;
+  ended = false;
 }
 
 void JSONReader::readNodeBegin(const char* name, bool quoteIt) {
-  if (current == nullptr) {
-    setKey(name);
+  const std::string given = quoteIt && current != nullptr ? '"' + std::string(name) + '"' : name;
+  if (!takeNode(given)) {
+    parser.stop();
+  } else if (current == nullptr) {
+    setKey(given);
     current = this;
   } else {
-    current = current->createSubEntry(quoteIt ? '"' + std::string(name) + '"' : name);
+    current = current->createSubEntry(given);
   }
 }
 
@@ -90,7 +138,13 @@ void JSONReader::readNodeEnd(const char*) {
 }
 
 void JSONReader::readNodeValue(const char* text, bool quoted) {
-  if (current != nullptr) current->setLeafValue(text, quoted);
+  if (current == nullptr) return;
+  std::string given = text;
+  if (takeText(given.size())) {
+    current->setLeafValue(std::move(given), quoted);
+  } else {
+    parser.stop();
+  }
 }
 
 void JSONReader::readEntry(const char* name, const char* text, bool quoteName, bool quoteValue) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "webs/JSONParser.h"
+#include "webs/TreeLimit.h"
 #include "webs/TreeNode.h"
 #include "webs/TreeReader.h"
 
@@ -14,21 +15,27 @@ namespace webs {
 // tree it builds: its key is "req" or the body's name. Keys of children hold their quotes, members
 // of arrays are named by runs of '['. A leaf's flag says whether its value was quoted.
 //
-// The scanner needs a whole text, a transfer delivers pieces: pieces are gathered until every
-// bracket outside quotes is closed, or until the final call.
+// The scanner needs a whole text, a transfer delivers pieces. All pieces from clear(), or from the
+// end of the last body, to the final call are one body. They are gathered and scanned once every
+// bracket outside quotes is closed. The final call ends the body: then the tree is that of the body
+// in one piece, wherever its pieces ended. It scans once more if what came last can change the
+// tree.
 //
-// Use:       clear() before each document, then streamIn() until done.
+// Use:       clear() before each body, then streamIn() until done.
 // Threads:   as TreeReader.
-class JSONReader : public TreeNode, public TreeReader {
+class JSONReader : public TreeNode, public TreeReader, public TreeLimit {
  public:
   JSONReader();
   ~JSONReader() override;
 
-  // Returns 0 for a piece that leaves the document open, for the empty final call and for blanks
-  // after a complete document; otherwise what JSONParser::parse returned for the whole document,
-  // whose tree then replaces the one before. Anything else after a complete document begins the
-  // next one. Returns -1, and forgets what it gathered, when that would exceed INT_MAX bytes.
+  // Returns what JSONParser::parse returned for the body when this call has it scanned: the piece
+  // that closes its last bracket, and a final call with text. 0 from every other call: from a piece
+  // that leaves brackets open, from those behind the closed one, from an empty final call, and for
+  // blanks after a body's end. Returns -1, and forgets what it gathered, when that would exceed
+  // INT_MAX bytes; -6 when the text or the tree exceeds its limit (TreeLimit).
   int streamIn(const char* text, int length, int isFinal) override;
+  // Where the latest scan stopped looking: what it refuses stands there, or the end of the body.
+  int getOffset() const { return parser.getOffset(); }
   // Do nothing.
   void initialize() override;
   void readyRead() override;
@@ -49,20 +56,28 @@ class JSONReader : public TreeNode, public TreeReader {
  private:
   void countBrackets(const char* text, int length);
   bool isWhole() const { return closingSeen && openBrackets <= 0 && !inQuotes; }
-  int parseWhole(const char* text, int length, int isFinal);
+  int gather(const char* text, int length);
+  int endBody();
+  bool tailMatters() const;
+  int scan(const char* text, int length);
+  void emptyTree();
   void forgetText();
 
   std::vector<unsigned char> rawData;
   JSONParser parser;
   TreeNode* current = nullptr;
-  // The beginning of a document that is still open.
+  // The body as far as it came, until it ends.
   std::string gathered;
+  // How much of it was scanned: 0, or all that was there when its brackets were closed.
+  size_t scanned = 0;
+  // Whether that scan found the end of the outermost bracket.
+  bool closed = false;
   bool closingSeen = false;
   bool inQuotes = false;
   // '{' and '[' less '}' and ']', outside quotes, in gathered.
   long long openBrackets = 0;
-  // The latest document was parsed.
-  bool complete = false;
+  // The tree is that of a body that has ended.
+  bool ended = false;
 };
 
 }  // namespace webs

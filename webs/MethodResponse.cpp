@@ -1,5 +1,6 @@
 #include "webs/MethodResponse.h"
 
+#include "webs/TreeLimit.h"
 #include "webs/TreeReader.h"
 
 namespace webs {
@@ -8,12 +9,27 @@ MethodResponse::MethodResponse() = default;
 
 void MethodResponse::initialize(TreeReader* treeReader) {
   switchReader(treeReader);
-  if (reader != nullptr) reader->initialize();
+  if (reader == nullptr) return;
+  limitReader();
+  reader->initialize();
 }
 
 void MethodResponse::switchReader(TreeReader* treeReader) { reader = treeReader; }
 
+void MethodResponse::setTreeLimit(long long nodes, long long bytes) {
+  maxNodes = nodes;
+  maxBytes = bytes;
+  limitReader();
+}
+
+// A limit is nothing that every TreeReader has.
+void MethodResponse::limitReader() {
+  TreeLimit* limit = dynamic_cast<TreeLimit*>(reader);
+  if (limit != nullptr) limit->setTreeLimit(maxNodes, maxBytes);
+}
+
 void MethodResponse::readyReceive() {
+  limitReader();
   reader->clear();
   errorCode.clear();
   errorMsg.clear();

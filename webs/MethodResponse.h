@@ -37,6 +37,15 @@ class MethodResponse : public Requestor {
   // Replaces the reader and does nothing else. Null leaves the response without one.
   void switchReader(TreeReader* treeReader);
 
+  // What the tree of one call may take: nodes, and bytes as TreeLimit counts them, of a JSON body
+  // with its text; 0 or less for no limit. A call that exceeds it goes as one with a malformed
+  // body: the reader takes no more, the tree stays as it is by then, and processResult() is called
+  // at the end. Holds for readers that are a TreeLimit, as both of the library's are; the reader
+  // keeps it.
+  void setTreeLimit(long long nodes, long long bytes);
+  static constexpr long long DEFAULT_NODES = 1000000;
+  static constexpr long long DEFAULT_BYTES = 256LL * 1024 * 1024;
+
   bool isSuccess() const { return success; }
   // Valid until the next call begins.
   const std::string& getErrorCode() const { return errorCode; }
@@ -49,6 +58,12 @@ class MethodResponse : public Requestor {
   bool success = false;
   std::string errorCode;
   std::string errorMsg;
+
+ private:
+  void limitReader();
+
+  long long maxNodes = DEFAULT_NODES;
+  long long maxBytes = DEFAULT_BYTES;
 };
 
 }  // namespace webs

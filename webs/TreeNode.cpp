@@ -113,7 +113,7 @@ void TreeNode::appendLeafValue(const char* text, bool flag) {
   leafFlag = flag;
 }
 
-void TreeNode::setKey(const std::string& name) { key = name; }
+void TreeNode::setKey(const std::string& name) { key.set(name); }
 
 int TreeNode::getIntegerValue() const {
   const long number = std::strtol(value.c_str(), nullptr, 10);

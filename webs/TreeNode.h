@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "util/NeverDestroyed.h"
+#include "webs/NodeName.h"
 #include "webs/TreeNodeError.h"
 
 namespace webs {
@@ -70,7 +71,7 @@ class TreeNode {
   // As setLeafValue(getValue() + text, flag), without copying what is already there.
   void appendLeafValue(const char* text, bool flag);
   void setKey(const std::string& name);
-  const std::string& getKey() const { return key; }
+  const std::string& getKey() const { return key.get(); }
   const std::string& getValue() const { return value; }
   // Whatever came with the value: the JSON reader's "was quoted", false from the XML reader.
   bool getLeafFlag() const { return leafFlag; }
@@ -138,7 +139,7 @@ class TreeNode {
   std::vector<Attribute*> attributes;
   std::string value;
   bool leafFlag = false;
-  std::string key;
+  NodeName key;
   TreeNode* parent;
   TreeNodeError error;
   std::vector<TreeNode*> children;

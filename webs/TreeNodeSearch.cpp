@@ -10,8 +10,8 @@ bool TreeNode::matches(const std::string& own, const std::string& searched) {
 
 // The installed comparison must accept both, or both must be equal: one of each is no hit.
 bool TreeNode::isLeafWith(const std::string& name, const std::string& text) const {
-  if (strCompare != nullptr && strCompare(key, name) && strCompare(value, text)) return true;
-  return key == name && value == text;
+  if (strCompare != nullptr && strCompare(getKey(), name) && strCompare(value, text)) return true;
+  return getKey() == name && value == text;
 }
 
 TreeNode::Attribute* TreeNode::findAttribute(const std::string& name) const {
@@ -27,9 +27,9 @@ const std::string& TreeNode::getAttrValue(const std::string& name) const {
 }
 
 TreeNode* TreeNode::getElem(const std::string& name) {
-  if (matches(key, name)) return this;
+  if (matches(getKey(), name)) return this;
   for (TreeNode* child : children) {
-    if (matches(child->key, name)) return child;
+    if (matches(child->getKey(), name)) return child;
   }
   return nullptr;
 }
@@ -38,7 +38,7 @@ TreeNode* TreeNode::findElem(const std::string& text, bool byKey) {
   return walkTree(
       this,
       [&](TreeNode* node, TreeNode*, int) {
-        if (byKey) return matches(node->key, text);
+        if (byKey) return matches(node->getKey(), text);
         return node->children.empty() && matches(node->value, text);
       },
       [](TreeNode*) {});

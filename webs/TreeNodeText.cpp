@@ -66,18 +66,18 @@ void TreeNode::toXMLContent(Bytes* out) const {
   walkTree(
       this,
       [out](const TreeNode* node, const TreeNode*, int) {
-        if (!node->key.empty()) putStartTag(out, *node);
+        if (!node->getKey().empty()) putStartTag(out, *node);
         if (node->children.empty()) put(out, node->value);
         return false;
       },
       [out](const TreeNode* node) {
-        if (!node->key.empty() && !isEmptyElement(*node)) putEndTag(out, *node);
+        if (!node->getKey().empty() && !isEmptyElement(*node)) putEndTag(out, *node);
       });
 }
 
 void TreeNode::toJSONContent(Bytes* out) const {
-  if (parent == nullptr && !key.empty() && key != UNNAMED) {
-    put(out, key);
+  if (parent == nullptr && !getKey().empty() && getKey() != UNNAMED) {
+    put(out, getKey());
     put(out, " = ");
   }
   walkTree(
@@ -85,7 +85,7 @@ void TreeNode::toJSONContent(Bytes* out) const {
       [out](const TreeNode* node, const TreeNode* above, int index) {
         if (index > 0) put(out, ',');
         if (above != nullptr && !isArray(*above)) {
-          put(out, node->key);
+          put(out, node->getKey());
           put(out, ':');
         }
         if (node->children.empty()) {

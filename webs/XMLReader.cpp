@@ -1,8 +1,11 @@
 #include "webs/XMLReader.h"
 
+// expat.h declares the limits of entities only with this.
+#define XML_DTD
 #include <expat.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "util/Log.h"
 
@@ -11,6 +14,15 @@ namespace {
 
 const char DECLARATION[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 const size_t DECLARATION_SIZE = sizeof(DECLARATION) - 1;
+
+const char TREE_TOO_LARGE[] = "the tree exceeds its limit";
+const char UNFOLDS_TOO_FAR[] = "the document unfolds to many times its size";
+
+// What an element and an attribute are written with beside their texts, at the least: "</>" and
+// a blank with "=''". A document without entities is no smaller than what this counts, but for its
+// encoding.
+const size_t ELEMENT_MARKS = 3;
+const size_t ATTRIBUTE_MARKS = 4;
 
 }  // namespace
 
@@ -23,7 +35,36 @@ XMLReader::~XMLReader() {
 }
 
 int XMLReader::streamIn(const char* data, int len, int isFinal) {
-  return XML_Parse(parser, data, len, isFinal);
+  if (len > 0) received += len;
+  int status = XML_Parse(parser, data, len, isFinal);
+  if (status == XML_STATUS_OK && isFinal == 0 && holdsTooMuch()) {
+    XML_StopParser(parser, XML_FALSE);
+    status = XML_STATUS_ERROR;
+  }
+  if (status == XML_STATUS_ERROR) noteProblem();
+  return status;
+}
+
+// A token that has not ended is held by expat, whatever its size.
+bool XMLReader::holdsTooMuch() {
+  parsed = std::max<long long>(parsed, XML_GetCurrentByteIndex(parser));
+  if (mayHold(static_cast<size_t>(received - parsed))) return false;
+  refusal = TREE_TOO_LARGE;
+  return true;
+}
+
+// The first failure is the one that tells: those after it only say that the document is over.
+void XMLReader::noteProblem() {
+  if (!problem.empty() || parser == nullptr) return;
+  const XML_Error code = XML_GetErrorCode(parser);
+  if (code == XML_ERROR_AMPLIFICATION_LIMIT_BREACH) {
+    FLUVIA_LOG(-4, UNFOLDS_TOO_FAR);
+    refusal = UNFOLDS_TOO_FAR;
+  }
+  problem = refusal != nullptr ? refusal : XML_ErrorString(code);
+  if (code == XML_ERROR_UNKNOWN_ENCODING) problem += " \"" + encoding + '"';
+  problem += " at line " + std::to_string(XML_GetCurrentLineNumber(parser)) + ", column " +
+             std::to_string(XML_GetCurrentColumnNumber(parser) + 1);
 }
 
 void XMLReader::initialize() {
@@ -39,6 +80,13 @@ void XMLReader::readyRead() {
 }
 
 void XMLReader::createParser() {
+  entities = EntityNesting();
+  received = 0;
+  parsed = 0;
+  unfolded = 0;
+  refusal = nullptr;
+  encoding.clear();
+  problem.clear();
   parser = XML_ParserCreate(nullptr);
   if (parser == nullptr) {
     FLUVIA_LOG(-4, "no memory for an XML parser");
@@ -47,6 +95,11 @@ void XMLReader::createParser() {
   XML_SetElementHandler(parser, startElem, endElem);
   XML_SetCharacterDataHandler(parser, data);
   XML_SetUserData(parser, this);
+  XML_SetEntityDeclHandler(parser, entity);
+  XML_SetXmlDeclHandler(parser, declaration);
+  // What entities become inside an attribute, or without any element and text, only expat sees.
+  XML_SetBillionLaughsAttackProtectionActivationThreshold(parser, MAX_UNFOLDED);
+  XML_SetBillionLaughsAttackProtectionMaximumAmplification(parser, MAX_FACTOR);
 }
 
 void XMLReader::freeParser() {
@@ -57,11 +110,15 @@ void XMLReader::freeParser() {
 void XMLReader::clear() {
   TreeNode::clear();
   current = this;
+  forgetTree();
 }
 
 // current is null after an end without a beginning: the document is lost, but nothing crashes.
 void XMLReader::readNodeBegin(const char* name, bool) {
-  if (current != nullptr) current = current->createSubEntry(name);
+  if (current == nullptr) return;
+  const std::string given = name;
+  // Without a node the ends that follow have none to go back to.
+  current = takeNode(given) ? current->createSubEntry(given) : nullptr;
 }
 
 void XMLReader::readNodeEnd(const char*) {
@@ -69,7 +126,7 @@ void XMLReader::readNodeEnd(const char*) {
 }
 
 void XMLReader::readEntryAttri(const std::string& name, const std::string& text, bool) {
-  if (current != nullptr) current->createSubAttribute(name, text);
+  if (current != nullptr && takeAttribute(name, text)) current->createSubAttribute(name, text);
 }
 
 void XMLReader::readEntryAttris(const char** attrs) {
@@ -78,7 +135,7 @@ void XMLReader::readEntryAttris(const char** attrs) {
 
 // expat hands out long text line by line: copying the old value each time would take minutes.
 void XMLReader::readNodeValue(const char* text, bool) {
-  if (current != nullptr) current->appendLeafValue(text, false);
+  if (current != nullptr && takeText(std::strlen(text))) current->appendLeafValue(text, false);
 }
 
 std::vector<unsigned char>* XMLReader::getRawData(const std::string& prefix) {
@@ -92,36 +149,76 @@ std::vector<unsigned char>* XMLReader::getRawData(const std::string& prefix) {
 
 // The callbacks run inside expat, which is C: no exception (memory, or a derived reader's own) may
 // pass through its frames. It ends the parsing instead, and streamIn returns the error status.
-void XMLReader::startElem(void* userData, const char* name, const char** attrs) {
+template <typename Work>
+void XMLReader::guarded(void* userData, Work work) {
   XMLReader* reader = static_cast<XMLReader*>(userData);
+  // expat still reports the end of an empty element whose beginning was refused.
+  if (reader->refusal != nullptr) return;
   try {
+    work(reader);
+    // The limit has logged it.
+    if (reader->isTreeFull() && reader->refusal == nullptr) {
+      reader->refusal = TREE_TOO_LARGE;
+      XML_StopParser(reader->parser, XML_FALSE);
+    }
+  } catch (...) {
+    reader->stopParser("an exception ended the parsing");
+  }
+}
+
+void XMLReader::startElem(void* userData, const char* name, const char** attrs) {
+  guarded(userData, [&](XMLReader* reader) {
+    reader->countElement(name, attrs);
+    if (reader->refusal != nullptr) return;
     reader->readNodeBegin(name, false);
     reader->readEntryAttris(attrs);
-  } catch (...) {
-    reader->stopParser();
-  }
+  });
 }
 
 void XMLReader::endElem(void* userData, const char* name) {
-  XMLReader* reader = static_cast<XMLReader*>(userData);
-  try {
-    reader->readNodeEnd(name);
-  } catch (...) {
-    reader->stopParser();
-  }
+  guarded(userData, [&](XMLReader* reader) { reader->readNodeEnd(name); });
 }
 
 void XMLReader::data(void* userData, const char* s, int len) {
-  XMLReader* reader = static_cast<XMLReader*>(userData);
-  try {
-    reader->readNodeValue(std::string(s, static_cast<size_t>(len)).c_str(), false);
-  } catch (...) {
-    reader->stopParser();
-  }
+  guarded(userData, [&](XMLReader* reader) {
+    const std::string text(s, static_cast<size_t>(len));
+    reader->countUnfolded(text.size());
+    if (reader->refusal == nullptr) reader->readNodeValue(text.c_str(), false);
+  });
 }
 
-void XMLReader::stopParser() {
-  FLUVIA_LOG(-4, "an exception ended the parsing");
+// External entities have no text here and are never loaded; those of parameters never replaced.
+void XMLReader::entity(void* userData, const char* name, int isParameter, const char* text, int len,
+                       const char*, const char*, const char*, const char*) {
+  if (isParameter != 0 || text == nullptr) return;
+  guarded(userData, [&](XMLReader* reader) {
+    if (reader->entities.declare(name, std::string(text, static_cast<size_t>(len)))) return;
+    reader->stopParser("the document declares too many entities, or nests them too deep");
+  });
+}
+
+void XMLReader::declaration(void* userData, const char*, const char* encodingName, int) {
+  if (encodingName == nullptr) return;
+  guarded(userData, [&](XMLReader* reader) { reader->encoding = encodingName; });
+}
+
+void XMLReader::countElement(const char* name, const char** attrs) {
+  size_t size = ELEMENT_MARKS + std::strlen(name);
+  for (; *attrs != nullptr; attrs += 2) {
+    size += ATTRIBUTE_MARKS + std::strlen(attrs[0]) + std::strlen(attrs[1]);
+  }
+  countUnfolded(size);
+}
+
+void XMLReader::countUnfolded(size_t size) {
+  unfolded += static_cast<long long>(size);
+  if (unfolded <= MAX_UNFOLDED || unfolded / MAX_FACTOR <= received || refusal != nullptr) return;
+  stopParser(UNFOLDS_TOO_FAR);
+}
+
+void XMLReader::stopParser(const char* why) {
+  FLUVIA_LOG(-4, why);
+  refusal = why;
   XML_StopParser(parser, XML_FALSE);
 }
 

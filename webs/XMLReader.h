@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "webs/EntityNesting.h"
+#include "webs/TreeLimit.h"
 #include "webs/TreeNode.h"
 #include "webs/TreeReader.h"
 
@@ -19,8 +21,17 @@ namespace webs {
 // Threads:   as TreeReader.
 // Ownership: owns its parser. Its destructor also empties the stations, which other trees use too.
 // Failure:   streamIn returns expat's status, 0 on an error; what was built until then stays.
-class XMLReader : public TreeReader, public TreeNode {
+// Refused:   the reader stops expat, so that the status is 0, and logs why at level -4, when
+//            - entities are too many or nest too deep (EntityNesting);
+//            - the document, with entities replaced and attributes that a DTD adds, is larger than
+//              MAX_UNFOLDED bytes and than MAX_FACTOR times what was received;
+//            - the tree exceeds its limit (TreeLimit), counting text that expat still holds.
+class XMLReader : public TreeReader, public TreeNode, public TreeLimit {
  public:
+  // Enough for entities as people use them. 256 KiB of the smallest elements take 13 MB.
+  static constexpr long long MAX_UNFOLDED = 256 * 1024;
+  static constexpr int MAX_FACTOR = 8;
+
   XMLReader();
   ~XMLReader() override;
 
@@ -40,6 +51,10 @@ class XMLReader : public TreeReader, public TreeNode {
   // prefix, then the XML declaration, then the elements.
   std::vector<unsigned char>* getRawData(const std::string& prefix) override;
 
+  // What ended the document with an error, with line and column, both from 1. Empty while there was
+  // none. Parts of it may be the document's own text.
+  const std::string& getProblem() const { return problem; }
+
   // Adds an attribute to the current node.
   void readEntryAttri(const std::string& name, const std::string& text, bool flag);
   // Adds each pair of name, value, name, value, ..., null.
@@ -49,14 +64,35 @@ class XMLReader : public TreeReader, public TreeNode {
   static void startElem(void* userData, const char* name, const char** attrs);
   static void endElem(void* userData, const char* name);
   static void data(void* userData, const char* s, int len);
+  static void entity(void* userData, const char* name, int isParameter, const char* text, int len,
+                     const char* base, const char* systemId, const char* publicId,
+                     const char* notation);
+  static void declaration(void* userData, const char* version, const char* encodingName,
+                          int standalone);
+  template <typename Work>
+  static void guarded(void* userData, Work work);
   void createParser();
   void freeParser();
-  void stopParser();
+  void stopParser(const char* why);
+  void countUnfolded(size_t size);
+  void countElement(const char* name, const char** attrs);
+  bool holdsTooMuch();
+  void noteProblem();
 
   XML_ParserStruct* parser = nullptr;
   TreeNode* current;
   std::vector<unsigned char> rawData;
   bool initialized = false;
+  // Of the document that the parser is in.
+  EntityNesting entities;
+  long long received = 0;
+  // Offset of the first byte that expat holds, as far as it told.
+  long long parsed = 0;
+  long long unfolded = 0;
+  // Why the reader stopped the parser itself; null when it did not.
+  const char* refusal = nullptr;
+  std::string encoding;
+  std::string problem;
 };
 
 }  // namespace webs

@@ -72,18 +72,20 @@ TEST(JSONReader, BalancedTextNeedsNoFinalCall) {
   JSONReader reader;
   EXPECT_EQ(feed(&reader, "{\"a\":1}"), -3);
   EXPECT_EQ(shapeOf(reader), "req{\"a\":'1}'}");
-  EXPECT_EQ(feed(&reader, "[]"), -2) << "the next document";
+  reader.clear();
+  EXPECT_EQ(feed(&reader, "[]"), -2) << "the next body";
   EXPECT_EQ(shapeOf(reader), "req");
 }
 
 TEST(JSONReader, EverySplitGivesTheTreeOfTheWhole) {
   const std::string texts[] = {
       "data = {\"o\":{\"k\":\"v}{\"},\"l\":[{\"a\":1 ,\"c\":\"]\"},{}],\"z\":\"\"}",
-      "[{\"a\":\"1\"},{\"o\":{\"k\":\"v\"}}]\n",
-      " {\"a\":\"x\",}",
-      "{\"a\":\"unclosed",
-      "bare words",
-      "{\"a\":\"x\\\"y\"}"};
+      "[{\"a\":\"1\"},{\"o\":{\"k\":\"v\"}}]\n", " {\"a\":\"x\",}", "{\"a\":\"unclosed",
+      "bare words", "{\"a\":\"x\\\"y\"}",
+      // Something behind the last bracket, some of which the scanner looks at.
+      "data = {\"a\":\"x\"};", "{\"a\":\"x\"}\n-- end", "{\"a\":\"x\"} ]", "{\"a\":\"x\"}b,{}",
+      "[{\"a\":\"1\"}],{\"c\":\"2\"}", "{\"a\":\"x\"}{\"c\":\"y\"}", "{\"a\":1}\n}",
+      "[1] {\"a\":\"x\"}", "{}{ \"a\""};
   for (const std::string& text : texts) {
     JSONReader whole;
     feed(&whole, text, true);
@@ -133,28 +135,70 @@ TEST(JSONReader, BlanksAfterADocumentDoNothing) {
   EXPECT_EQ(feed(&reader, "\r\n\t "), 0);
   EXPECT_EQ(feed(&reader, " ", true), 0);
   EXPECT_EQ(finish(&reader), 0);
+  EXPECT_EQ(feed(&reader, "\n"), 0);
+  EXPECT_EQ(finish(&reader), 0);
   EXPECT_EQ(shapeOf(reader), "req{\"a\":\"x\"}");
 }
 
-TEST(JSONReader, NextDocumentReplacesTheTree) {
+// What a transfer brings behind the document may come in a piece of its own.
+TEST(JSONReader, RestBehindADocumentIsDroppedAtTheEnd) {
+  for (const char* rest : {";", "\n-- end", "]", "{\"c\":", "{\"c\":\"y\"}", "x = {}"}) {
+    JSONReader reader;
+    EXPECT_EQ(feed(&reader, "data = {\"a\":\"x\"}"), 0);
+    EXPECT_EQ(feed(&reader, rest), 0) << rest;
+    EXPECT_EQ(shapeOf(reader), "data{\"a\":\"x\"}") << rest;
+    EXPECT_EQ(finish(&reader), 0) << rest;
+    EXPECT_EQ(shapeOf(reader), "data{\"a\":\"x\"}") << rest;
+  }
+}
+
+TEST(JSONReader, RestThatChangesTheTreeDoesSoAtTheEnd) {
+  JSONReader whole, reader;
+  const std::string first = "{\"a\":1}", second = "\n,\"c\":\"y\"}";
+  feed(&whole, first + second, true);
+  EXPECT_EQ(feed(&reader, first), -3);
+  EXPECT_EQ(feed(&reader, second), 0);
+  EXPECT_EQ(finish(&reader), 0);
+  EXPECT_EQ(shapeOf(reader), shapeOf(whole));
+}
+
+TEST(JSONReader, FinalPieceBehindADocumentGivesTheResultOfTheWhole) {
   JSONReader reader;
   EXPECT_EQ(feed(&reader, "{\"a\":\"x\"}"), 0);
+  EXPECT_EQ(feed(&reader, "]", true), -5);
+  EXPECT_EQ(shapeOf(reader), "req{\"a\":\"x\"}");
+}
+
+TEST(JSONReader, NextBodyReplacesTheTree) {
+  JSONReader reader;
+  EXPECT_EQ(feed(&reader, "{\"a\":\"x\"}", true), 0);
   EXPECT_EQ(feed(&reader, "{\"c\":"), 0);
   EXPECT_EQ(shapeOf(reader), "req{\"a\":\"x\"}") << "until it is complete";
   EXPECT_EQ(feed(&reader, "\"y\"}"), 0);
   EXPECT_EQ(shapeOf(reader), "req{\"c\":\"y\"}");
 }
 
-TEST(JSONReader, NextDocumentKnowsNothingOfTheLast) {
+TEST(JSONReader, NextBodyKnowsNothingOfTheLast) {
   JSONReader reader;
-  EXPECT_EQ(feed(&reader, "[{},1]"), -4);
-  EXPECT_EQ(feed(&reader, "[{\"a\":\"1\"}]"), 0);
+  EXPECT_EQ(feed(&reader, "[{},1]", true), -4);
+  EXPECT_EQ(feed(&reader, "[{\"a\":\"1\"}]", true), 0);
   EXPECT_EQ(shapeOf(reader), "req{[{\"a\":\"1\"}}");
+}
+
+TEST(JSONReader, OffsetIsWhereTheScanStopped) {
+  const std::pair<const char*, int> cases[] = {
+      {"abc", 3}, {"[ 1]", 2},   {"{\"a\":1}", 7},        {"[{},1]", 4},
+      {" ", 1},   {"x ( {}", 2}, {"{\"a\":\"x\"} ]", 10}, {"{}", 2}};
+  for (const auto& [text, offset] : cases) {
+    JSONReader reader;
+    feed(&reader, text, true);
+    EXPECT_EQ(reader.getOffset(), offset) << text;
+  }
 }
 
 TEST(JSONReader, ClearForgetsThatADocumentWasComplete) {
   JSONReader reader;
-  EXPECT_EQ(feed(&reader, "{}"), 0);
+  EXPECT_EQ(feed(&reader, "{}", true), 0);
   reader.clear();
   EXPECT_EQ(feed(&reader, " ", true), -1) << "only blanks are no document";
 }

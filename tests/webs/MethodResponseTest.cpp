@@ -70,6 +70,8 @@ TEST(MethodResponse, ThreePiecesOfJsonGiveTheTreeOfOne) {
   EXPECT_EQ(whole, "req{\"state\":\"ok\" \"n\":'1'}");
   call(&response, {"{\"st", "ate\":\"o", "k\",\"n\":1 }"});
   EXPECT_EQ(shapeOf(reader), whole);
+  call(&response, {"{\"state\":\"ok\"", ",\"n\":1 }", ";\n-- end"});
+  EXPECT_EQ(shapeOf(reader), whole);
 }
 
 TEST(MethodResponse, DerivedResponseSetsTheOutcomeAtTheEnd) {

@@ -1,35 +1,19 @@
 // A body may nest as deep as its size allows: nothing that walks a tree may use the thread's stack.
 #include <gtest/gtest.h>
-#include <pthread.h>
 
+#include "tests/support/SmallStack.h"
 #include "tests/support/TreeShape.h"
 #include "webs/JSONReader.h"
 #include "webs/XMLReader.h"
 
 namespace {
 
+using support::onSmallStack;
 using webs::JSONReader;
 using webs::TreeNode;
 using webs::XMLReader;
 
 const int LEVELS = 500000;
-// The stack of a thread on a small device.
-const size_t STACK_SIZE = 256 * 1024;
-
-// Runs work on a thread with a small stack.
-void onSmallStack(void (*work)()) {
-  pthread_attr_t attributes;
-  ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, STACK_SIZE), 0);
-  pthread_t thread;
-  const auto run = [](void* argument) -> void* {
-    reinterpret_cast<void (*)()>(argument)();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attributes, run, reinterpret_cast<void*>(work)), 0);
-  ASSERT_EQ(pthread_join(thread, nullptr), 0);
-  pthread_attr_destroy(&attributes);
-}
 
 std::string repeated(const std::string& text, int times) {
   std::string all;

@@ -1,0 +1,45 @@
+#include "webs/NodeName.h"
+
+#include <vector>
+
+#include "util/NeverDestroyed.h"
+
+namespace webs {
+namespace {
+
+// Shorter texts stand inside a std::string and take no memory beside it.
+const size_t MIN_SHARED = 16;
+
+// By length. Empty until a text is first needed; its size never changes after that.
+util::NeverDestroyed<std::vector<std::string>> runs;
+
+const std::string* sharedRun(const std::string& name) {
+  if (runs->empty()) runs->resize(NodeName::MAX_SHARED + 1);
+  std::string& run = (*runs)[name.size()];
+  if (run.empty()) run = name;
+  return &run;
+}
+
+}  // namespace
+
+bool NodeName::isShared(const std::string& name) {
+  return name.size() >= MIN_SHARED && name.size() <= MAX_SHARED &&
+         name.find_first_not_of('[') == std::string::npos;
+}
+
+void NodeName::set(const std::string& name) {
+  if (!isShared(name)) {
+    shared = nullptr;
+    own = name;
+    return;
+  }
+  shared = sharedRun(name);
+  std::string().swap(own);
+}
+
+void NodeName::clear() {
+  own.clear();
+  shared = nullptr;
+}
+
+}  // namespace webs
