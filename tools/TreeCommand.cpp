@@ -16,11 +16,14 @@ namespace {
 // A body becomes a tree in memory, many times its size: beyond this it is no response.
 const size_t kMaxBody = size_t{64} << 20;
 const unsigned int kReadSize = 65536;
+// Room for a million small nodes.
+const long long kTreeLimit = 256LL << 20;
 
 struct TreeOptions {
   std::string source;
   bool xml = false;
   bool json = false;
+  long long limit = kTreeLimit;
 };
 
 bool readBody(const std::string& name, std::string* body, std::string* error) {
@@ -44,9 +47,23 @@ bool readBody(const std::string& name, std::string* body, std::string* error) {
   }
 }
 
-bool print(const std::string& text) {
-  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-         std::fflush(stdout) == 0;
+bool put(const char* text, size_t size) { return std::fwrite(text, 1, size, stdout) == size; }
+
+bool print(const ParsedBody& parsed, bool writeBack) {
+  bool done = false;
+  if (writeBack) {
+    const std::vector<unsigned char>& text = parsed.written();
+    done = put(reinterpret_cast<const char*>(text.data()), text.size()) && put("\n", 1);
+  } else {
+    done = parsed.writeIndented(put);
+  }
+  return std::fflush(stdout) == 0 && done;
+}
+
+std::string problemOf(const ParsedBody& parsed, const std::string& source) {
+  const std::string kind = parsed.kind() == BodyKind::kXml ? "XML" : "JSON";
+  const std::string text = "cannot understand " + source + " as " + kind + ": " + parsed.error();
+  return parsed.isTooLarge() ? text + ". --limit sets another." : text;
 }
 
 int runTree(const TreeOptions& options, const Screen& screen) {
@@ -55,7 +72,7 @@ int runTree(const TreeOptions& options, const Screen& screen) {
     screen.fail(error);
     return kExitSource;
   }
-  const ParsedBody parsed(body);
+  const ParsedBody parsed(body, options.limit);
   const bool isXml = parsed.kind() == BodyKind::kXml;
   if (options.xml && !isXml) {
     screen.fail(options.source +
@@ -69,15 +86,12 @@ int runTree(const TreeOptions& options, const Screen& screen) {
                 "quotes. Use --xml.");
     return kExitUsage;
   }
-  const std::string text =
-      options.xml || options.json ? parsed.written() + "\n" : parsed.indented();
-  if (!print(text)) {
+  if (!print(parsed, options.xml || options.json)) {
     screen.fail("cannot write to standard output");
     return kExitOutput;
   }
   if (parsed.error().empty()) return kExitOk;
-  screen.fail("cannot understand " + options.source + " as " + (isXml ? "XML" : "JSON") + ": " +
-              parsed.error());
+  screen.fail(problemOf(parsed, options.source));
   return kExitSource;
 }
 
@@ -91,9 +105,15 @@ void addTree(CLI::App& app, Command* chosen) {
       tree->add_flag("--xml", options->xml, "Write the tree back as XML; SRC must be XML");
   tree->add_flag("--json", options->json, "Write the tree back as JSON; SRC must be JSON")
       ->excludes(xml);
+  tree->add_option("--limit", options->limit,
+                   "Give up when the tree takes more than N bytes, 0 for never; default 256M")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
   tree->footer(
       "A body whose first character is '<' is read as XML, any other as JSON. --xml and --json\n"
-      "escape nothing: a '<' or a quote in a value is written as it is.");
+      "escape nothing: a '<' or a quote in a value is written as it is. Without them, control\n"
+      "characters, backslashes and quotes are shown with a backslash.");
   tree->callback([options, chosen] {
     *chosen = [options](const Screen& screen) { return runTree(*options, screen); };
   });

@@ -1,7 +1,6 @@
 #include "TreeText.h"
 
-#include <algorithm>
-
+#include "Printable.h"
 #include "webs/JSONReader.h"
 #include "webs/TreeWalk.h"
 #include "webs/XMLReader.h"
@@ -11,6 +10,8 @@ namespace {
 
 const char kByteOrderMark[] = "\xEF\xBB\xBF";
 const char kBlanks[] = " \t\r\n\f\v";
+// Output is handed on when there is so much of it.
+const size_t kPiece = 65536;
 // Deeper nodes are not indented further: the text would grow by the square of the depth.
 const int kMaxIndent = 40;
 
@@ -18,36 +19,16 @@ bool isBlank(const std::string& text) {
   return text.find_first_not_of(kBlanks) == std::string::npos;
 }
 
-// Text from a stranger must not reach the terminal's control sequences, and must stay on its line.
-std::string printable(const std::string& text) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string made;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      made += "\\n";
-    } else if (c == '\t') {
-      made += "\\t";
-    } else if (byte < 0x20 || byte == 0x7F) {
-      made += std::string("\\x") + kDigits[byte >> 4] + kDigits[byte & 15];
-    } else {
-      made += c;
-    }
-  }
-  return made;
-}
-
 std::string lineOf(const webs::TreeNode& node) {
   std::string line = node.getKey().empty() ? "(no key)" : printable(node.getKey());
   for (int i = 0; i < node.numberOfAttr(); i++) {
     const webs::TreeNode::Attribute* attribute = node.getAttribute(i);
-    line += " @" + printable(attribute->first) + "=\"" + printable(attribute->second) + '"';
+    line += " @" + printable(attribute->first) + "=" + quoted(attribute->second);
   }
   const std::string& value = node.getValue();
   // Between elements there is often nothing but their indentation.
   if (value.empty() || (node.numberOfElem() > 0 && isBlank(value))) return line;
-  const std::string shown = printable(value);
-  return line + " = " + (node.getLeafFlag() ? '"' + shown + '"' : shown);
+  return line + " = " + (node.getLeafFlag() ? quoted(value) : printable(value));
 }
 
 std::string indentOf(int depth) {
@@ -55,10 +36,8 @@ std::string indentOf(int depth) {
   return std::string(size_t{2} * kMaxIndent, ' ') + '(' + std::to_string(depth) + ") ";
 }
 
-std::string jsonProblem(int result) {
+std::string jsonReason(int result) {
   switch (result) {
-    case 0:
-      return "";
     case -1:
       return "it begins neither with '{' or '[' nor with a name, '=' and one of them";
     case -2:
@@ -67,57 +46,115 @@ std::string jsonProblem(int result) {
       return "no ',' or '}' follows a value (after a number, a blank or a comma must come first)";
     case -4:
       return "no '{' follows a ',' in an array";
-    default:
+    case -5:
       return "a ']' closes something else than an array";
+    default:
+      return "the tree exceeds its limit";
   }
+}
+
+// With where it is, counted from 0, and what stands there.
+std::string jsonProblem(int result, const std::string& body, int offset) {
+  if (result == 0) return "";
+  std::string text = jsonReason(result) + ", at byte " + std::to_string(offset);
+  const auto at = static_cast<size_t>(offset);
+  if (at >= body.size()) return text + ", the end";
+  return text + ", '" + printable(characterAt(body, at)) + "'";
+}
+
+bool begins(const std::string& body, const std::string& with) {
+  return body.compare(0, with.size(), with) == 0;
+}
+
+// Whether the first character that is not blank is '<', in UTF-16; low is where the lower byte of a
+// character stands.
+bool isWideXml(const std::string& body, size_t low) {
+  for (size_t at = 2; at + 1 < body.size(); at += 2) {
+    if (body[at + 1 - low] != 0) return false;
+    const char c = body[at + low];
+    if (c == '<') return true;
+    if (c == 0 || std::string(kBlanks).find(c) == std::string::npos) return false;
+  }
+  return false;
 }
 
 }  // namespace
 
 BodyKind kindOf(const std::string& body) {
-  const size_t begin = body.compare(0, 3, kByteOrderMark) == 0 ? 3 : 0;
+  // Without a mark, XML in UTF-16 has to begin with '<'.
+  if (begins(body, "\xFF\xFE") && isWideXml(body, 0)) return BodyKind::kXml;
+  if (begins(body, "\xFE\xFF") && isWideXml(body, 1)) return BodyKind::kXml;
+  if (begins(body, std::string("\0<", 2))) return BodyKind::kXml;
+  const size_t begin = begins(body, kByteOrderMark) ? 3 : 0;
   const size_t first = body.find_first_not_of(kBlanks, begin);
   return first != std::string::npos && body[first] == '<' ? BodyKind::kXml : BodyKind::kJson;
 }
 
-ParsedBody::ParsedBody(const std::string& body) : kind_(kindOf(body)) {
-  const int size = static_cast<int>(body.size());
+ParsedBody::ParsedBody(const std::string& body, long long limit) : kind_(kindOf(body)) {
   if (kind_ == BodyKind::kXml) {
-    auto reader = std::make_unique<webs::XMLReader>();
-    root_ = reader.get();
-    reader_ = std::move(reader);
-    reader_->initialize();
-    if (reader_->streamIn(body.data(), size, 1) != 1) {
-      error_ = "it is not well-formed XML; the tree is shown as far as it goes";
-    }
-    return;
+    readXml(body, limit);
+  } else {
+    readJson(body, limit);
   }
-  auto reader = std::make_unique<webs::JSONReader>();
-  root_ = reader.get();
-  reader_ = std::move(reader);
-  reader_->initialize();
-  error_ = body.empty() ? "it is empty" : jsonProblem(reader_->streamIn(body.data(), size, 1));
 }
 
-std::string ParsedBody::indented() const {
+void ParsedBody::readXml(const std::string& body, long long limit) {
+  auto reader = std::make_unique<webs::XMLReader>();
+  reader->setTreeLimit(0, limit);
+  reader->initialize();
+  if (reader->streamIn(body.data(), static_cast<int>(body.size()), 1) != 1) {
+    error_ = printable(reader->getProblem()) + "; the tree is shown as far as it goes";
+  }
+  full_ = reader->isTreeFull();
+  root_ = reader.get();
+  reader_ = std::move(reader);
+}
+
+void ParsedBody::readJson(const std::string& body, long long limit) {
+  auto reader = std::make_unique<webs::JSONReader>();
+  reader->setTreeLimit(0, limit);
+  reader->initialize();
+  const int result = reader->streamIn(body.data(), static_cast<int>(body.size()), 1);
+  if (body.empty()) {
+    error_ = "it is empty";
+  } else if (result == -1 && begins(body, kByteOrderMark)) {
+    error_ = "it begins with a byte order mark, which JSON must not";
+  } else {
+    error_ = jsonProblem(result, body, reader->getOffset());
+  }
+  full_ = reader->isTreeFull();
+  root_ = reader.get();
+  reader_ = std::move(reader);
+}
+
+bool ParsedBody::writeIndented(const Sink& sink) const {
   std::string text;
   // The root of an XML tree only holds the document's element.
   const bool rootShown = !root_->getKey().empty();
   int depth = rootShown ? 0 : -1;
-  walkTree(
+  const webs::TreeNode* stoppedAt = walkTree(
       root_,
       [&](const webs::TreeNode* node, const webs::TreeNode*, int) {
         if (depth >= 0) text += indentOf(depth) + lineOf(*node) + '\n';
         depth++;
-        return false;
+        if (text.size() < kPiece) return false;
+        const bool refused = !sink(text.data(), text.size());
+        text.clear();
+        return refused;
       },
       [&depth](const webs::TreeNode*) { depth--; });
+  return stoppedAt == nullptr && sink(text.data(), text.size());
+}
+
+std::string ParsedBody::indented() const {
+  std::string text;
+  writeIndented([&text](const char* piece, size_t size) {
+    text.append(piece, size);
+    return true;
+  });
   return text;
 }
 
-std::string ParsedBody::written() const {
-  const std::vector<unsigned char>* bytes = reader_->getRawData("");
-  return std::string(bytes->begin(), bytes->end());
-}
+const std::vector<unsigned char>& ParsedBody::written() const { return *reader_->getRawData(""); }
 
 }  // namespace tools

@@ -13,28 +13,28 @@ const size_t MIN_SHARED = 16;
 // By length. Empty until a text is first needed; its size never changes after that.
 util::NeverDestroyed<std::vector<std::string>> runs;
 
-const std::string* sharedRun(const std::string& name) {
+const std::string& sharedRun(size_t length) {
   if (runs->empty()) runs->resize(NodeName::MAX_SHARED + 1);
-  std::string& run = (*runs)[name.size()];
-  if (run.empty()) run = name;
-  return &run;
+  std::string& run = (*runs)[length];
+  if (run.empty()) run.assign(length, '[');
+  return run;
 }
 
 }  // namespace
 
 bool NodeName::isShared(const std::string& name) {
-  return name.size() >= MIN_SHARED && name.size() <= MAX_SHARED &&
-         name.find_first_not_of('[') == std::string::npos;
+  return name.size() >= MIN_SHARED && name.size() <= MAX_SHARED && name[0] == '[' &&
+         name == sharedRun(name.size());
 }
 
 void NodeName::set(const std::string& name) {
-  if (!isShared(name)) {
+  if (isShared(name)) {
+    shared = &sharedRun(name.size());
+    std::string().swap(own);
+  } else {
     shared = nullptr;
     own = name;
-    return;
   }
-  shared = sharedRun(name);
-  std::string().swap(own);
 }
 
 void NodeName::clear() {

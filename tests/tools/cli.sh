@@ -205,16 +205,42 @@ tree_writes_back_only_what_it_read() {
 tree_tells_what_is_wrong_with_a_body() {
   printf '<a><b>1</b></c>' >broken
   gives 1 "$fluvia" tree broken
-  says "not well-formed XML"
+  says "broken as XML: mismatched tag at line 1, column 14"
   printf 'a\n  b = 1\n' | cmp - out
+  printf '<?xml version="1.0" encoding="none"?><a/>' >broken
+  gives 1 "$fluvia" tree broken
+  says 'unknown encoding "none"'
   printf '{"a":1}' >broken
   gives 1 "$fluvia" tree broken
   says "no ',' or '}' follows a value"
+  says "at byte 7, the end"
   : >broken
   gives 1 "$fluvia" tree broken
   says "it is empty"
   gives 1 "$fluvia" tree missing
   says "missing"
+}
+
+tree_reads_utf16() {
+  printf '<a x="1">v</a>' | iconv -t UTF-16 >body
+  gives 0 "$fluvia" tree body
+  printf 'a @x="1" = v\n' | cmp - out
+  gives 0 "$fluvia" tree body --xml
+  printf '<?xml version="1.0" encoding="UTF-8"?><a x="1">v</a>\n' | cmp - out
+}
+
+tree_has_a_limit() {
+  { printf '<a>'; seq 20000 | sed 's,.*,<i/>,'; printf '</a>'; } >body
+  gives 0 "$fluvia" tree body
+  gives 1 "$fluvia" tree body --limit 1M
+  says "the tree exceeds its limit"
+  says "--limit sets another"
+  [ "$(wc -l <out)" -gt 1000 ] || fail "the tree so far is not shown"
+  gives 0 "$fluvia" tree body --limit 0
+  gives 2 "$fluvia" tree body --limit=-1
+  { printf '<a>'; seq 1500000 | sed 's,.*,<i/>,'; printf '</a>'; } >body
+  gives 1 "$fluvia" tree body
+  says "the tree exceeds its limit"
 }
 
 # serve: an HTTP server for the test's directory; its address is in $served.
