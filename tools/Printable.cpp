@@ -1,7 +1,11 @@
 #include "Printable.h"
 
+#include <algorithm>
+
 namespace tools {
 namespace {
+
+using Distance = std::string::difference_type;
 
 struct Character {
   unsigned int code;
@@ -29,6 +33,9 @@ Character decoded(const std::string& text, size_t at) {
   if (code < kLeast[length] || code > 0x10FFFF || surrogate) return {lead, 0};
   return {code, length};
 }
+
+// Most characters: letters, digits and marks of ASCII.
+bool isPlain(char c) { return c >= 0x20 && c < 0x7F && c != '\\'; }
 
 bool steersTheTerminal(unsigned int code) {
   return (code >= 0x80 && code <= 0x9F) || code == 0x061C || code == 0x200E || code == 0x200F ||
@@ -63,6 +70,12 @@ std::string escapedAscii(char c) {
 std::string printable(const std::string& text) {
   std::string made;
   for (size_t at = 0; at < text.size();) {
+    const auto special =
+        std::find_if_not(text.begin() + static_cast<Distance>(at), text.end(), isPlain);
+    const size_t plain = static_cast<size_t>(special - text.begin()) - at;
+    made.append(text, at, plain);
+    at += plain;
+    if (at == text.size()) break;
     const Character next = decoded(text, at);
     if (next.length == 0) {
       made += escaped('x', next.code, 2);
