@@ -83,6 +83,7 @@ void XMLReader::createParser() {
   entities = EntityNesting();
   received = 0;
   parsed = 0;
+  reported = 0;
   unfolded = 0;
   refusal = nullptr;
   encoding.clear();
@@ -210,10 +211,13 @@ void XMLReader::countElement(const char* name, const char** attrs) {
   countUnfolded(size);
 }
 
+// Compares with the document up to the end of what is being reported, which for an entity is its
+// name: where pieces end must not decide.
 void XMLReader::countUnfolded(size_t size) {
   unfolded += static_cast<long long>(size);
-  if (unfolded <= MAX_UNFOLDED || unfolded / MAX_FACTOR <= received || refusal != nullptr) return;
-  stopParser(UNFOLDS_TOO_FAR);
+  const long long begin = XML_GetCurrentByteIndex(parser);
+  reported = std::max(reported, begin + XML_GetCurrentByteCount(parser));
+  if (unfolded > MAX_UNFOLDED && unfolded / MAX_FACTOR > reported) stopParser(UNFOLDS_TOO_FAR);
 }
 
 void XMLReader::stopParser(const char* why) {

@@ -24,7 +24,7 @@ namespace webs {
 // Refused:   the reader stops expat, so that the status is 0, and logs why at level -4, when
 //            - entities are too many or nest too deep (EntityNesting);
 //            - the document, with entities replaced and attributes that a DTD adds, is larger than
-//              MAX_UNFOLDED bytes and than MAX_FACTOR times what was received;
+//              MAX_UNFOLDED bytes and than MAX_FACTOR times what stands there;
 //            - the tree exceeds its limit (TreeLimit), counting text that expat still holds.
 class XMLReader : public TreeReader, public TreeNode, public TreeLimit {
  public:
@@ -88,6 +88,8 @@ class XMLReader : public TreeReader, public TreeNode, public TreeLimit {
   long long received = 0;
   // Offset of the first byte that expat holds, as far as it told.
   long long parsed = 0;
+  // Size of the document up to where its callbacks came, and what it unfolded to.
+  long long reported = 0;
   long long unfolded = 0;
   // Why the reader stopped the parser itself; null when it did not.
   const char* refusal = nullptr;

@@ -164,6 +164,24 @@ TEST(Unfolding, LargeDocumentsMayUseEntities) {
   EXPECT_EQ(outcome.nodes, 20001);
 }
 
+// The rest of a document cannot make up for what unfolds at its beginning, in one piece or in many.
+TEST(Unfolding, WhatIsRefusedDoesNotDependOnPieces) {
+  const std::string added = "<!DOCTYPE l [<!ATTLIST i x CDATA '" + repeated("x", 1000) + "'>]><l>";
+  const std::string text = added + repeated("<i/>", 500) + repeated("plain text\n", 50000) + "</l>";
+  for (const size_t size : {text.size(), size_t{1000}, size_t{10}}) {
+    CapturedStderr log(-4);
+    XMLReader reader;
+    reader.initialize();
+    int status = OK;
+    for (size_t at = 0; at < text.size() && status == OK; at += size) {
+      const std::string piece = text.substr(at, size);
+      status = reader.streamIn(piece.data(), static_cast<int>(piece.size()), 0);
+    }
+    EXPECT_EQ(status, ERROR) << "in pieces of " << size;
+    EXPECT_LT(reader.getElem(0)->numberOfElem(), 300) << "in pieces of " << size;
+  }
+}
+
 // An encoding that takes less room than UTF-8 is no unfolding.
 TEST(Unfolding, EncodingsMakeNoDifference) {
   std::string wide = "\xFF\xFE<";
