@@ -21,7 +21,11 @@ find_package(Threads REQUIRED)
 # 7.87: CURLOPT_QUICK_EXIT; 7.85: CURLOPT_REDIR_PROTOCOLS_STR.
 find_package(CURL 7.87.0 REQUIRED)
 find_package(OpenSSL REQUIRED)
-find_package(EXPAT REQUIRED)
+# 2.4.0: it can be told how far entities may unfold.
+find_package(EXPAT 2.4.0 REQUIRED)
+if(EXPAT_VERSION_STRING VERSION_LESS 2.7.1)
+  message(STATUS "expat ${EXPAT_VERSION_STRING}: 2.7.1 or newer is recommended, see SECURITY.md")
+endif()
 set(FLUVIA_DEPENDENCIES CURL::libcurl OpenSSL::Crypto EXPAT::EXPAT)
 
 add_library(fluvia_options INTERFACE)

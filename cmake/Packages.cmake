@@ -89,6 +89,9 @@ all handles on the same URL.
 set(on_curl "libcurl4 (>= 7.87.0)")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${on_curl})
+# SECURITY.md says why. Debian 12 has none so new, so that the packages only suggest it.
+set(newer_expat "libexpat1 (>= 2.7.1)")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS ${newer_expat})
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${summary} - shared library
 ${about}
 This package has the shared library.")
@@ -105,6 +108,7 @@ library.")
 set(on_runtime "${FLUVIA_RUNTIME_PACKAGE} (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${on_runtime}, ${on_curl}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS ${newer_expat})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS fuse3)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${summary} - command line
 ${about}

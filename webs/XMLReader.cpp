@@ -1,7 +1,8 @@
 #include "webs/XMLReader.h"
 
-// expat.h declares the limits of entities only with this.
+// expat.h declares the limits of entities only with one of these; which one depends on its version.
 #define XML_DTD
+#define XML_GE 1
 #include <expat.h>
 
 #include <algorithm>
