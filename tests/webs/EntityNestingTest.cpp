@@ -44,6 +44,13 @@ TEST(EntityNesting, CountsTheDeepestOfManyReferences) {
   EXPECT_FALSE(entities.declare("d", "&e1;" + referenceTo(EntityNesting::MAX_LEVELS) + "&e1;"));
 }
 
+// Such a text is not well-formed where it is used, but by then it is too late.
+TEST(EntityNesting, CountsWhatFollowsALooseMark) {
+  EntityNesting entities;
+  EXPECT_TRUE(declareChain(&entities, EntityNesting::MAX_LEVELS, false));
+  EXPECT_FALSE(entities.declare("loose", "& " + referenceTo(EntityNesting::MAX_LEVELS)));
+}
+
 TEST(EntityNesting, RefusesCycles) {
   EntityNesting self, pair;
   EXPECT_FALSE(self.declare("a", "&a;"));

@@ -212,6 +212,17 @@ TEST(ResponseLimit, ReaderThatWasSwitchedToGetsItToo) {
   EXPECT_EQ(response.shape, "req{\"a\":\"x\" \"c\":\"y\"}");
 }
 
+TEST(ResponseLimit, HoldsForTheFirstBodyAfterInitialize) {
+  CapturedStderr log(-4);
+  XMLReader xml;
+  MethodResponse response;
+  response.setTreeLimit(1, 0);
+  response.initialize(&xml);
+  std::string body = "<a><c/></a>";
+  response.receive(body.data(), static_cast<int>(body.size()), nullptr, 1);
+  EXPECT_EQ(shapeOf(xml), "{a}");
+}
+
 TEST(ResponseLimit, IsAMillionNodesUnlessSet) {
   CapturedStderr log(-4);
   XMLReader xml;
