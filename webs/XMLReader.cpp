@@ -17,7 +17,6 @@ const char DECLARATION[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 const size_t DECLARATION_SIZE = sizeof(DECLARATION) - 1;
 
 const char TREE_TOO_LARGE[] = "the tree exceeds its limit";
-const char UNFOLDS_TOO_FAR[] = "the document unfolds to many times its size";
 
 // What an element and an attribute are written with beside their texts, at the least: "</>" and
 // a blank with "=''". A document without entities is no smaller than what this counts, but for its
@@ -58,10 +57,7 @@ bool XMLReader::holdsTooMuch() {
 void XMLReader::noteProblem() {
   if (!problem.empty() || parser == nullptr) return;
   const XML_Error code = XML_GetErrorCode(parser);
-  if (code == XML_ERROR_AMPLIFICATION_LIMIT_BREACH) {
-    FLUVIA_LOG(-4, UNFOLDS_TOO_FAR);
-    refusal = UNFOLDS_TOO_FAR;
-  }
+  if (code == XML_ERROR_AMPLIFICATION_LIMIT_BREACH) stopUnfolding();
   problem = refusal != nullptr ? refusal : XML_ErrorString(code);
   if (code == XML_ERROR_UNKNOWN_ENCODING) problem += " \"" + encoding + '"';
   problem += " at line " + std::to_string(XML_GetCurrentLineNumber(parser)) + ", column " +
@@ -218,11 +214,14 @@ void XMLReader::countUnfolded(size_t size) {
   unfolded += static_cast<long long>(size);
   const long long begin = XML_GetCurrentByteIndex(parser);
   reported = std::max(reported, begin + XML_GetCurrentByteCount(parser));
-  if (unfolded > MAX_UNFOLDED && unfolded / MAX_FACTOR > reported) stopParser(UNFOLDS_TOO_FAR);
+  if (unfolded > MAX_UNFOLDED && unfolded / MAX_FACTOR > reported) stopUnfolding();
 }
 
+void XMLReader::stopUnfolding() { stopParser("the document unfolds to many times its size"); }
+
+// Does nothing to a parser that has failed by itself.
 void XMLReader::stopParser(const char* why) {
-  FLUVIA_LOG(-4, why);
+  FLUVIA_LOG(-4, "%s", why);
   refusal = why;
   XML_StopParser(parser, XML_FALSE);
 }

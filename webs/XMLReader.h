@@ -74,6 +74,7 @@ class XMLReader : public TreeReader, public TreeNode, public TreeLimit {
   void createParser();
   void freeParser();
   void stopParser(const char* why);
+  void stopUnfolding();
   void countUnfolded(size_t size);
   void countElement(const char* name, const char** attrs);
   bool holdsTooMuch();
