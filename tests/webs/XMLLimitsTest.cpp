@@ -129,7 +129,7 @@ TEST(EntityLimits, NextDocumentCountsAnew) {
   }
 }
 
-// 417 bytes that expat lets grow to some two million elements, 365 MB.
+// Some 400 bytes that expat lets grow to two million elements, 369 MB.
 TEST(Unfolding, EntitiesOfElementsAreRefused) {
   const std::string text = documentOf(entities(7, "<i/>", 11), 7, Place::CONTENT);
   EXPECT_LT(text.size(), 520u);
