@@ -9,7 +9,7 @@ namespace {
 using webs::NodeName;
 
 TEST(NodeName, LongRunsOfBracketsShareOneText) {
-  for (const size_t length : {16, 100, 511}) {
+  for (const size_t length : {size_t{16}, size_t{100}, size_t{511}}) {
     const std::string run(length, '[');
     const NodeName one(run), other(run);
     EXPECT_EQ(one.get(), run);
