@@ -117,7 +117,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void setUri(const std::string& uri) { name = uri; }
 
   // True when no more data will come: closed, not found, not available, or failed twice in a row.
-  bool needExit();
+  bool needExit() { return exits() && tellExit(); }
   bool errorOccured() { return needExit(); }
   bool isResetStream() const { return streamStatus == STATUS_RESET; }
   // Makes a status of 3, 4 or 5 idle again.
@@ -238,7 +238,10 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void queueRestartTask() REQUIRES(feedLock);
   void restartFromWriteHead() REQUIRES(feedLock);
   void setStatus(int status) EXCLUDES(statusLock);
-  bool exits() const;
+  // needExit() without its log lines.
+  bool exits() const { return streamStatus >= STATUS_ERROR && exitsByFailure(); }
+  bool exitsByFailure() const;
+  bool tellExit() const;
   void failStream() REQUIRES(feedLock);
 
   // Waiting, waking and what holds whenever feedLock is free (BufferQueueState.cpp).
@@ -297,8 +300,6 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
-      REQUIRES(feedLock);
-  bool fillRounds(unsigned int count, char* buffer, bool backward, unsigned int* done)
       REQUIRES(feedLock);
   bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                 bool notCheck) REQUIRES(feedLock);

@@ -14,6 +14,36 @@ namespace {
 // Ways in which fill() looks for its data.
 enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
 
+// The trace lines of a fill: each block copied is one level of them, and they are written from the
+// last to the first.
+class FillTrace {
+ public:
+  explicit FillTrace(bool backward) : startedBackward_(backward) {}
+  void add(unsigned int bytes) {
+    if (LOG_LEV >= 2) rounds_.push_back(bytes);
+  }
+  void write(bool ok) const {
+    if (rounds_.size() > 1) writeLines(ok);
+  }
+
+ private:
+  void writeLines(bool ok) const {
+    unsigned int more = 0;
+    for (size_t level = rounds_.size(); level-- > 1;) {
+      more += rounds_[level];
+      if (level == 1 && startedBackward_) {
+        FLUVIA_LOG_AS("fill", 2, "second fill2 %d, %d", ok, static_cast<int>(more));
+      } else {
+        FLUVIA_LOG_AS("fill", 2, "second fill %d, %d", ok, static_cast<int>(more));
+        if (!ok) FLUVIA_LOG_AS("fill", 2, "fill ret fail");
+      }
+    }
+  }
+
+  const bool startedBackward_;
+  std::vector<unsigned int> rounds_;
+};
+
 }  // namespace
 
 class BufferQueue::RunningRead {
@@ -30,7 +60,7 @@ class BufferQueue::RunningRead {
     // Whoever asked for a break waits for the end of the read; a read that does not come to its own
     // end may have left blocks.
     if (queue_->breakRequested || !atItsEnd_) queue_->wakeAll();
-    queue_->wish = ReaderWish();
+    if (!atItsEnd_) queue_->wish = ReaderWish();
     queue_->breakRequested = false;
     queue_->needFeed = false;
     queue_->readRunning = false;
@@ -156,49 +186,35 @@ int BufferQueue::readCode() {
 }
 
 // Copies count bytes from pos on, where readOffset is: the block that holds pos first, then block
-// after block.
+// after block. A loop, because one call may span the whole resource.
 bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                        int direction) {
-  *readBytes = 0;
   reading.end = pos + count;
   if (direction == FILL_CHOOSE) {
     direction = (*rdTail)->isForwarding(pos) ? FILL_FORWARD : FILL_BACKWARD;
   }
-  bool forwardInstead = false;
-  unsigned int done = 0;
-  bool ok = direction == FILL_FORWARD || findBackward(pos, &forwardInstead);
-  if (ok) ok = fillRounds(count, buffer, direction == FILL_BACKWARD && !forwardInstead, &done);
-  if (!ok) done += takeArrived(count - done, buffer + done);
-  *readBytes = done;
-  return ok || (reading.endReached && done > 0);
-}
-
-// A loop, because one call may span the whole resource; each round is one level of the trace lines,
-// which are written from the last to the first.
-bool BufferQueue::fillRounds(unsigned int count, char* buffer, bool backward, unsigned int* done) {
-  const bool startedBackward = backward;
-  std::vector<unsigned int> rounds;
   bool ok = true;
-  for (;; backward = false) {
+  bool backward = direction == FILL_BACKWARD;
+  if (backward) {
+    bool forwardInstead = false;
+    ok = findBackward(pos, &forwardInstead);
+    backward = !forwardInstead;
+  }
+  FillTrace trace(backward);
+  unsigned int done = 0;
+  for (; ok; backward = false) {
     const long long at = readOffset;
     unsigned int got = 0;
-    ok = (backward || findForward(at)) &&
-         copyFound(at, count - *done, buffer + *done, &got, backward);
-    *done += got;
-    if (LOG_LEV >= 2) rounds.push_back(got);
-    if (!ok || *done >= count || readOffset >= contentSize) break;
+    ok =
+        (backward || findForward(at)) && copyFound(at, count - done, buffer + done, &got, backward);
+    done += got;
+    trace.add(got);
+    if (done >= count || readOffset >= contentSize) break;
   }
-  if (!ok && reading.endReached && *done > 0) ok = true;
-  unsigned int more = 0;
-  for (size_t level = rounds.size(); level-- > 1;) {
-    more += rounds[level];
-    if (level == 1 && startedBackward) {
-      FLUVIA_LOG_AS("fill", 2, "second fill2 %d, %d", ok, static_cast<int>(more));
-    } else {
-      FLUVIA_LOG_AS("fill", 2, "second fill %d, %d", ok, static_cast<int>(more));
-      if (!ok) FLUVIA_LOG_AS("fill", 2, "fill ret fail");
-    }
-  }
+  if (!ok && reading.endReached && done > 0) ok = true;
+  trace.write(ok);
+  if (!ok) done += takeArrived(count - done, buffer + done);
+  *readBytes = done;
   return ok;
 }
 
