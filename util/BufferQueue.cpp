@@ -379,22 +379,22 @@ void BufferQueue::setStatus(int status) {
   streamStatus = status;
 }
 
-bool BufferQueue::exitsByFailure() const {
+// Whether the status is one to exit with; told: with its log line.
+bool BufferQueue::isExit(bool told) const {
   const int status = streamStatus;
-  if (status == STATUS_ERROR || status == STATUS_TIMEOUT) return retryCount > 1;
-  return status == STATUS_RELEASED || status == STATUS_NOT_FOUND || status == STATUS_NOT_AVAILABLE;
-}
-
-// The log line of an exit. True.
-bool BufferQueue::tellExit() const {
-  const int status = streamStatus;
-  if (status == STATUS_ERROR || status == STATUS_TIMEOUT) {
-    FLUVIA_LOG_AS("needExit", 0, "stream status is :%d, retry finished:%d times", status,
-                  retryCount.get());
-  } else {
-    FLUVIA_LOG_AS("needExit", 0, "stream status is :%d", status);
+  const int retries = retryCount;
+  if (status == STATUS_RELEASED || status == STATUS_NOT_FOUND || status == STATUS_NOT_AVAILABLE) {
+    if (told) FLUVIA_LOG_AS("needExit", 0, "stream status is :%d", status);
+    return true;
   }
-  return true;
+  if ((status == STATUS_ERROR || status == STATUS_TIMEOUT) && retries > 1) {
+    if (told) {
+      FLUVIA_LOG_AS("needExit", 0, "stream status is :%d, retry finished:%d times", status,
+                    retries);
+    }
+    return true;
+  }
+  return false;
 }
 
 void BufferQueue::resetErrorStatus() {

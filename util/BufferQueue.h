@@ -117,7 +117,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void setUri(const std::string& uri) { name = uri; }
 
   // True when no more data will come: closed, not found, not available, or failed twice in a row.
-  bool needExit() { return exits() && tellExit(); }
+  bool needExit() { return streamStatus >= STATUS_ERROR && isExit(true); }
   bool errorOccured() { return needExit(); }
   bool isResetStream() const { return streamStatus == STATUS_RESET; }
   // Makes a status of 3, 4 or 5 idle again.
@@ -239,9 +239,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void restartFromWriteHead() REQUIRES(feedLock);
   void setStatus(int status) EXCLUDES(statusLock);
   // needExit() without its log lines.
-  bool exits() const { return streamStatus >= STATUS_ERROR && exitsByFailure(); }
-  bool exitsByFailure() const;
-  bool tellExit() const;
+  bool exits() const { return streamStatus >= STATUS_ERROR && isExit(false); }
+  bool isExit(bool told) const;
   void failStream() REQUIRES(feedLock);
 
   // Waiting, waking and what holds whenever feedLock is free (BufferQueueState.cpp).
@@ -290,6 +289,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   int restartAhead() REQUIRES(feedLock);
   int goOn(bool dropped) REQUIRES(feedLock);
   bool reportsEnd() const REQUIRES(feedLock);
+  bool readerLacksItsBytes() REQUIRES(feedLock);
   bool readerCanGoOn() REQUIRES(feedLock);
   void noteService(int result) REQUIRES(feedLock);
 

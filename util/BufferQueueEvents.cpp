@@ -7,6 +7,7 @@ namespace util {
 
 void BufferQueue::notifyStreamException(int event) {
   FeedLock feed(this);
+  const int begun = connection.version;
   FLUVIA_LOG(0, "stream event %d", event);
   if (event != STREAM_NORMAL && reportsEnd()) connection.endReported = true;
   if (needExit()) {
@@ -27,10 +28,11 @@ void BufferQueue::notifyStreamException(int event) {
   } else {
     handleEvent(event);
   }
-  // Without a newer version on its way this connection was the last word.
+  // Without a newer version announced or begun meanwhile this connection was the last word.
   const bool ends = event > STREAM_NORMAL && event <= STREAM_CANCELED;
-  if (ends && connection.state != StreamConnection::kAnnounced)
-    connection.state = StreamConnection::kNone;
+  const bool newer =
+      connection.state == StreamConnection::kAnnounced || connection.version != begun;
+  if (ends && !newer) connection.state = StreamConnection::kNone;
 }
 
 void BufferQueue::handleEvent(int event) {

@@ -16,9 +16,8 @@ constexpr int kGatherRoomMs = 10;
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   FeedLock feed(this);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
-  // As the reader would by itself if every chunk woke it. Not for one whose bytes are buffered: a
-  // transfer without room would give up its chunk for it and restart.
-  if (wish.asks && heldUntil(readOffset) == readOffset) needFeed = true;
+  // As the reader would by itself if every chunk woke it.
+  if (wish.asks) needFeed = readerLacksItsBytes();
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd())
     connection.state = StreamConnection::kNone;
@@ -29,6 +28,14 @@ int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   feed.release();
   if (wakes) feedLock.notifyAll(0);
   return result;
+}
+
+// False for a reader whose bytes are buffered although it has not had the lock since: a transfer
+// without room would give up its chunk for it and restart. False also for one that a stream which
+// cannot seek is on its way to.
+bool BufferQueue::readerLacksItsBytes() {
+  if (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum()) return false;
+  return heldUntil(readOffset) == readOffset;
 }
 
 // Counts the chunks that brought a waiting reader no nearer to its bytes.
@@ -179,7 +186,7 @@ BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
     }
     if (dataVersion != version) return Room::kStop;
     followReader();
-    if (needFeed && rdTail == tail) {
+    if (needFeed && rdTail == tail && heldUntil(readOffset) == readOffset) {
       FLUVIA_LOG_AS("streamIn", 2, "break out while");
       waitingFeedRequest = false;
       FLUVIA_LOG_AS("streamIn", 2, "break 2");

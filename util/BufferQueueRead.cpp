@@ -344,7 +344,7 @@ void BufferQueue::breakReads(unsigned long long upTo) {
   if (readRunning && reading.number != nullptr && *reading.number <= upTo) breakRunning();
 }
 
-// Breaks the read that runs. Ended by the read, which clears the flag where it leaves or goes.
+// Breaks the read that runs. The read clears the flag when it notices the break, or at its end.
 void BufferQueue::breakRunning() {
   breakRequested = true;
   while (breakRequested) {

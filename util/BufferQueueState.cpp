@@ -107,13 +107,18 @@ const char* BufferQueue::wrongInConnection() {
 
 const char* BufferQueue::wrongInWishes() {
   if (breakRequested && !readRunning) return "a break is requested of no read";
+  if (breakRequested && wish.stands() && !wish.woken) return "a broken reader was not woken";
   if (room.isMet() && !room.woken) return "the transfer has room and was not woken";
   if (!wish.stands()) return nullptr;
   if (!readRunning) return "a reader waits outside a read";
   if (wish.unserved > 1) return "a reader waits while chunks go past that it has no use for";
   if (wish.woken || exits()) return nullptr;
+  if (room.waits && !room.woken) return "a reader and a transfer without room wait for each other";
   if (connection.state == StreamConnection::kNone) {
     return "a reader waits for a connection that nobody makes";
+  }
+  if (connection.state == StreamConnection::kParked && !needFeed) {
+    return "a reader waits for a parked transfer that it does not ask";
   }
   const long long held = heldUntil(readOffset);
   if (held > readOffset && held >= wish.until)

@@ -59,7 +59,10 @@ BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after
 // for a connection of its own.
 void BufferQueue::placeReader() {
   if (connection.state != StreamConnection::kNone || producer == nullptr || exits()) return;
-  if ((*rdTail)->isUnused() || (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum())) {
+  // Without a size no block counts as unfinished, and another one would be placed beside it.
+  const bool inWriteHead = contentSize <= 0 && (*wtHead)->willContained(readOffset);
+  const bool comesInOrder = !seekable && readOffset >= (*wtHead)->getBeginningSeqNum();
+  if ((*rdTail)->isUnused() || inWriteHead || comesInOrder) {
     restartFromWriteHead();
   } else {
     feedReader();
@@ -100,7 +103,7 @@ bool BufferQueue::findForward(long long pos) {
         "wait and feeding = true seq=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld", pos,
         (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
         (*wtHead)->getBeginningSeqNum());
-    if (seekable) needFeed = true;
+    needFeed = seekable;  // a stream that cannot seek is only waited for
     switch (waitForFeed("wait in fill", "wake up in fill", pos)) {
       case Wake::kBroken:
         FLUVIA_LOG_AS("fill", 2, "break out at fill FORWARD");

@@ -13,8 +13,8 @@ struct Restarts {
 
   // The version that the worker is to start.
   int noted = 0;
-  // Beginning of the block for which the restart before this one was made, because its connection
-  // had ended early. Any other restart forgets it.
+  // Beginning of the block that was to be streamed again last, because its connection had ended
+  // early. A restart for anything else forgets it.
   long long refilled = kNoBlock;
   // Connections in a row that ended without storing a byte.
   int emptyEnds = 0;

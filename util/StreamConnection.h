@@ -7,15 +7,14 @@ namespace util {
 
 // The connection that streams into a buffer queue, or what stands in its place.
 //
-//   kNone       nothing streams, and nothing will by itself: a reader that waits asks for a
-//               connection.
+//   kNone       nothing streams: a reader that waits asks for a connection.
 //   kAnnounced  a newer version was announced; the restart that begins it is on its way. An older
 //               connection may still be ending.
 //   kRunning    the connection of the present version delivers, or is being made.
 //   kParked     it has delivered its range; its thread waits for a reader to want more.
 //
 // Announcing leads from every state to kAnnounced; there a version begins (kRunning) or is given up
-// (kNone). An end that announces nothing leads to kNone.
+// (kNone, from which a still newer one may begin). An end that announces nothing leads to kNone.
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct StreamConnection {

@@ -92,16 +92,17 @@ void BufferQueueProbe::waitWoken(BufferQueue& queue, long long offset) {
   Lock feed(queue.feedLock);
   queue.readOffset = offset;
   queue.readRunning = true;
+  queue.needFeed = true;
   queue.wish.kind = ReaderWish::kBlock;
   queue.wish.asks = true;
   queue.wish.woken = true;
   queue.wish.until = offset + 1;
 }
 
-void BufferQueueProbe::announce(BufferQueue& queue) {
+void BufferQueueProbe::announce(BufferQueue& queue, bool wakes) {
   Lock feed(queue.feedLock);
   queue.restartFromWriteHead();
-  queue.wakeAll();
+  if (wakes) queue.wakeAll();
 }
 
 void BufferQueueProbe::changeHead(BufferQueue& queue) {

@@ -51,8 +51,9 @@ class BufferQueueProbe {
   static void keepUp(BufferQueue& queue);
   // A reader that waits for a block at the offset, was woken, and has not had the lock since.
   static void waitWoken(BufferQueue& queue, long long offset);
-  // Announces a newer version at the write head, as whoever restarts the stream does.
-  static void announce(BufferQueue& queue);
+  // Announces a newer version at the write head, as whoever restarts the stream does, and wakes
+  // everybody or nobody.
+  static void announce(BufferQueue& queue, bool wakes = true);
   // Changes the last byte of the head that the next one is compared with.
   static void changeHead(BufferQueue& queue);
   // Wakes everybody who waits, as any call on the queue may.

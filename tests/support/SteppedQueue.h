@@ -97,9 +97,10 @@ class WaitingCall {
   bool hasReturned();
   void join();
 
+  std::atomic<bool> returned{false};
+
  private:
   util::BufferQueue* const queue;
-  std::atomic<bool> returned{false};
   std::thread thread;
 };
 

@@ -137,6 +137,58 @@ TEST_F(Service, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
+// The flag may have been raised before the stream was known not to seek.
+TEST_F(Service, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
+  producer.staysInside = true;
+  producer.seekable = false;
+  make(8);
+  auto reading = connect(50000, 100000);
+  const std::string waiting = "fill: wait in fill";
+  ASSERT_TRUE(eventually([&] { return log.count(waiting) == 2; }));
+  BufferQueueProbe::ask(*queue, 50000);
+  BufferQueueProbe::wake(*queue);
+  ASSERT_TRUE(eventually([&] { return log.count(waiting) == 3; }));
+  for (long long at = 0; at < 10 * 16384; at += 16384) ASSERT_EQ(deliver(at, 16384), 1) << at;
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->result, 0);
+  EXPECT_TRUE(right(*reading, 50000));
+  EXPECT_FALSE(log.has("streamIn: reconnecting connection/stream"));
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
+// A connection that ends without an announced one, while the size is still unknown.
+TEST_F(Service, ReaderWithoutASizeGoesOnInItsBlock) {
+  producer.size = 0;
+  make(4);
+  auto reading = connect(0, 1000);
+  EXPECT_EQ(deliver(0, 100), 1);
+  event(util::STREAM_CANCELED);
+  ASSERT_TRUE(runs(2));
+  EXPECT_EQ(producer.started()[1], (Started{1, 100, 0}));
+  EXPECT_EQ(deliver(100, 900), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  EXPECT_EQ(reading->got, 1000u);
+  EXPECT_TRUE(right(*reading, 0));
+}
+
+// A parked thread that leaves late must not take the state of the connection that has begun.
+TEST_F(Service, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone) {
+  producer.size = 2 * kBlock;
+  make(4);
+  auto reading = connect(0, kBlock);
+  EXPECT_EQ(deliver(0, 2 * kBlock), 1);
+  ASSERT_TRUE(reading->hasEnded());
+  support::WaitingCall parked(queue.get(), [&] { event(util::EVENT_STREAM_PARTIAL_END); });
+  ASSERT_TRUE(eventually([&] { return BufferQueueProbe::isParked(*queue); }));
+  producer.staysInside = true;
+  BufferQueueProbe::announce(*queue, false);
+  ASSERT_TRUE(runs(2));
+  EXPECT_FALSE(parked.returned) << "nobody has woken it";
+  BufferQueueProbe::wake(*queue);
+  ASSERT_TRUE(parked.hasReturned());
+  EXPECT_TRUE(queue->comesNext(2 * kBlock)) << "the connection that runs is forgotten";
+}
+
 // What a broken read wanted is no reason any more to leave the running connection.
 TEST_F(Service, BrokenFarReadLeavesNoWish) {
   producer.staysInside = true;
