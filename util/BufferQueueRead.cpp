@@ -337,10 +337,14 @@ void BufferQueue::breakRead() {
 }
 
 void BufferQueue::breakReads(unsigned long long upTo) {
+  {
+    // First of all: whoever has the numbers waits for them to leave.
+    FeedLock feed(this);
+    brokenUpTo = std::max(brokenUpTo, upTo);
+  }
   if (producer != nullptr) producer->setBreak();
   FeedLock feed(this);
   FLUVIA_LOG_AS("breakRead", 0, "Going to break read");
-  brokenUpTo = std::max(brokenUpTo, upTo);
   if (readRunning && reading.number != nullptr && *reading.number <= upTo) breakRunning();
 }
 

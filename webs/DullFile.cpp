@@ -177,7 +177,7 @@ void DullFile::probe(FluviaFile* reader) {
     if (!running.begin()) return;
     FLUVIA_PAUSE_POINT("DullFile::probe begun");
     rbuffer.probe(running.number());
-    again = running.wasBroken();
+    again = running.wasBrokenInPassing();
   }
 }
 
@@ -192,9 +192,12 @@ bool DullFile::RunningProbe::begin() {
   return true;
 }
 
-bool DullFile::RunningProbe::wasBroken() {
+bool DullFile::RunningProbe::wasBrokenInPassing() {
   const util::Lock lock(file_->readLock);
-  return number_ <= file_->brokenUpTo;
+  if (number_ > file_->brokenUpTo) return false;
+  return std::none_of(file_->probers.begin(), file_->probers.end(), [this](const Prober& prober) {
+    return prober.number == number_ && prober.meant;
+  });
 }
 
 DullFile::RunningProbe::~RunningProbe() {

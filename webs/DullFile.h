@@ -108,19 +108,21 @@ class DullFile : public util::Semaphore {
   // Who asks for the first byte, and the number of that probe.
   struct Prober {
     FluviaFile* reader;  // null: the registry
-    unsigned long long number;
+    unsigned long long number = 0;
+    bool meant = false;  // by a break: it does not begin again
   };
   // One try of a probe. Also leaves when the caller's thread is cancelled while it waits.
   class RunningProbe {
    public:
-    RunningProbe(DullFile* file, FluviaFile* reader) : file_(file), entry_(1, {reader, 0}) {}
+    RunningProbe(DullFile* file, FluviaFile* reader) : file_(file), entry_(1, Prober{reader}) {}
     ~RunningProbe();
     RunningProbe(const RunningProbe&) = delete;
     RunningProbe& operator=(const RunningProbe&) = delete;
     // False when its handle is being closed.
     bool begin();
     unsigned long long number() const { return number_; }
-    bool wasBroken();
+    // A break that was meant for others met it.
+    bool wasBrokenInPassing();
 
    private:
     DullFile* file_;

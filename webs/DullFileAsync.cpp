@@ -133,18 +133,27 @@ bool DullFile::isProbing(const FluviaFile* reader) const {
                      [reader](const Prober& prober) { return prober.reader == reader; });
 }
 
-// Breaks what reads for that handle now.
+// Breaks what reads for that handle now; while the size is unknown whatever reads, also a probe
+// that the buffer does not know of yet.
 void DullFile::breakReader(FluviaFile* reader) {
   unsigned long long number = 0;
+  unsigned long long upTo = 0;
   {
     util::Lock lock(readLock);
-    if (reader != nowReader) {
-      if (reader == currentReader || rbuffer.getContentSize() == 0) rbuffer.breakRead();
+    if (reader == nowReader) {
+      number = nowNumber;
+    } else if (reader == currentReader || rbuffer.getContentSize() == 0) {
+      for (Prober& prober : probers) prober.meant = true;
+      upTo = breakAll();
+    } else {
       return;
     }
-    number = nowNumber;
   }
-  breakUntilEnded(number);
+  if (number != 0) {
+    breakUntilEnded(number);
+  } else {
+    rbuffer.breakReads(upTo);
+  }
 }
 
 void DullFile::breakRequest(AsyncReadRequest* record, FluviaFile* reader) {

@@ -59,14 +59,16 @@ DullFile* DullFileManager::Registry::open(FluviaFile* file, const std::string& u
     return nullptr;
   }
   sweep();
+  // All memory before the producer is there: it is given back by close() only.
+  List entry(1, made.get());
+  made->reference(file);
   FLUVIA_LOG_AS("openDullFile", 1, "open new file for:%s", url.c_str());
   if (!made->open(url)) {
     made.reset();
     FLUVIA_LOG_AS("openDullFile", 1, "open file failed");
     return nullptr;
   }
-  made->reference(file);
-  openfs.push_back(made.get());
+  openfs.splice(openfs.end(), entry);
   noteFirst();
   return made.release();
 }

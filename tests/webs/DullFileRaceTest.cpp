@@ -421,6 +421,21 @@ TEST_F(DullFileRace, QuestionForTheSizeOutlivesTheAbortOfARead) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
+// Meant for the question itself, before the buffer knows of it.
+TEST_F(DullFileRace, QuestionForTheSizeIsEndedByItsOwnAbort) {
+  support::FaultServer server;
+  server.on("/a", support::staySilent());
+  support::Pauses pauses;
+  const int handle = open(server.url("/a"));
+  pauses.holdAt("DullFile::probe begun");
+  BackgroundSize asking(handle);
+  EXPECT_TRUE(pauses.reached("DullFile::probe begun"));
+  EXPECT_EQ(x_fluvia_file_read_abort(handle, 0), 0);
+  pauses.release("DullFile::probe begun");
+  EXPECT_TRUE(eventually([&] { return asking.ended.load(); }, 5)) << "the server is silent";
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
 // The question came later and is ahead of the read in the buffer.
 TEST_F(DullFileRace, AbortOfAReadDoesNotWaitForAQuestionAheadOfIt) {
   support::FaultServer server;
