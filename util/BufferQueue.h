@@ -99,7 +99,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Whether the running connection brings offset next, so that a reader there needs no other one.
   bool comesNext(long long offset) EXCLUDES(feedLock);
   // The next read is likely to be at offset: where that is buffered, the transfer takes the blocks
-  // before it first, not those behind it. Does nothing while a read runs.
+  // before it first, not those behind it, and one that waits for room looks again. Does nothing
+  // while a read runs.
   void expectReader(long long offset) EXCLUDES(feedLock);
   // A number that grows with every connection.
   int connectionVersion() const { return version; }

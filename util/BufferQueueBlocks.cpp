@@ -239,10 +239,13 @@ void BufferQueue::expectReader(long long offset) {
   FeedLock feed(this);
   if (!initialized || readRunning) return;
   for (BlockIt it = blocks.begin(); it != blocks.end(); ++it) {
-    if (!(*it)->isUnused() && (*it)->isContained(offset)) {
-      rdTail = it;
-      return;
-    }
+    if ((*it)->isUnused() || !(*it)->isContained(offset)) continue;
+    if (it == rdTail) return;
+    rdTail = it;
+    // As a step of a reader: a transfer without room may have some now.
+    ++room.steps;
+    if (room.isMet()) wakeAll();
+    return;
   }
 }
 

@@ -95,16 +95,16 @@ void DullFile::dereference(FluviaFile* file) {
 }
 
 int DullFile::read(char* buffer, unsigned int size, long long offset, unsigned int* readBytes,
-                   FluviaFile* reader) {
-  return readFor(nullptr, buffer, size, offset, readBytes, reader);
+                   FluviaFile* reader, const Turn* turn) {
+  return readFor(nullptr, buffer, size, offset, readBytes, reader, turn);
 }
 
 int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
-                      unsigned int* readBytes, FluviaFile* reader) {
+                      unsigned int* readBytes, FluviaFile* reader, const Turn* turn) {
   *readBytes = 0;
   int result = util::READ_FAILED;
   unsigned long long number = 0;
-  if (!beginReading(record, reader, &number, &result)) return result;
+  if (!beginReading(record, reader, turn, &number, &result)) return result;
   // Also when the caller's thread is cancelled while it waits.
   const EndOfReading end(this);
   FLUVIA_PAUSE_POINT("DullFile::read begun");
@@ -129,14 +129,20 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
 }
 
 // Registers who reads. False: the read does not take place, *refusal says why.
-bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader,
+//
+// No abort of a blocking read that has waited for its turn is lost. cancelRead() first has the
+// turns break the wait or note that they met the read, and then looks for nowReader under readLock.
+// Here the turns are asked and nowReader is set under one hold of readLock. If the note came before
+// the question, the read is refused. If it came after, so did the look for nowReader, which finds
+// this read and breaks it. A request needs no note: breakRequest() marks it under readLock.
+bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, const Turn* turn,
                             unsigned long long* number, int* refusal) {
   util::Lock lock(readLock);
   waitForBrokenOnes();
   const bool refers = !reader->isClosing() &&
                       std::find(references.begin(), references.end(), reader) != references.end();
   if (record != nullptr && !AsyncReads::instance().beginReading(record, refusal)) return false;
-  if (!refers) {
+  if (!refers || (turn != nullptr && turn->wasMet())) {
     FLUVIA_LOG_AS("read", 1, "read failed in dull file");
     *refusal = util::READ_FAILED;
     return false;

@@ -52,9 +52,10 @@ class DullFile : public util::Semaphore {
   bool unuse() { return uses.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
   // Reads at offset for a handle; the caller holds the file lock. Returns what the buffer queue
-  // returns; -4 for a handle that does not refer to this file.
+  // returns; -4 for a handle that does not refer to this file, or when an abort has met the read
+  // since its turn (null: it has none) began.
   int read(char* buffer, unsigned int size, long long offset, unsigned int* readBytes,
-           FluviaFile* reader) EXCLUDES(readLock);
+           FluviaFile* reader, const Turn* turn = nullptr) EXCLUDES(readLock);
   // Queues a read for the thread engine. Writes its id to *requestId before the callback can run.
   // -4 when all ids are in use or the handle is being closed.
   int readAsync(char* buffer, unsigned int size, long long offset, ReadCallback callback,
@@ -89,9 +90,9 @@ class DullFile : public util::Semaphore {
   friend class AsyncReads;
 
   int readFor(AsyncReadRequest* record, char* buffer, unsigned int size, long long offset,
-              unsigned int* readBytes, FluviaFile* reader) EXCLUDES(readLock);
-  bool beginReading(AsyncReadRequest* record, FluviaFile* reader, unsigned long long* number,
-                    int* refusal) EXCLUDES(readLock);
+              unsigned int* readBytes, FluviaFile* reader, const Turn* turn) EXCLUDES(readLock);
+  bool beginReading(AsyncReadRequest* record, FluviaFile* reader, const Turn* turn,
+                    unsigned long long* number, int* refusal) EXCLUDES(readLock);
   void endReading() EXCLUDES(readLock);
   class EndOfReading {
    public:

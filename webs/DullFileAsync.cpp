@@ -47,7 +47,7 @@ void DullFile::runRead(AsyncReadRequest* record) {
       util::Lock lock(*file);
       try {
         result = file->readFor(record, record->buffer, record->size, record->offset, &readBytes,
-                               record->reader);
+                               record->reader, &turn);
         turn.hasRead(readBytes);
       } catch (const std::exception& error) {
         FLUVIA_LOG_AS("perform", -4, "failed: %s", error.what());

@@ -81,7 +81,7 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
     if (!turn.isBroken()) {
       util::Lock lock(*file.get());
       followLiveStream(file.get());
-      result = file->read(buffer, size, position, readBytes, this);
+      result = file->read(buffer, size, position, readBytes, this, &turn);
       turn.hasRead(*readBytes);
       if (result == util::READ_OK || result == util::READ_END) position += *readBytes;
     }

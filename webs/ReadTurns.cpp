@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "util/Clock.h"
+#include "util/PausePoint.h"
 
 namespace webs {
 
@@ -24,6 +25,7 @@ ReadTurns::ReadTurns(util::BufferQueue* queue)
       members(0),
       aloneReads(0),
       busy(false),
+      taker{nullptr, nullptr, false},
       first(nullptr),
       run{nullptr, 0, 0},
       nextLook(kNever),
@@ -104,6 +106,7 @@ ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long posi
   Waiting waiting(turns_, &waiter);
   part_ = waiting.wait() ? Part::kTurn : Part::kBroken;
   version_ = turns_->queue_->connectionVersion();
+  FLUVIA_PAUSE_POINT("ReadTurns::Turn over");
 }
 
 ReadTurns::Turn::~Turn() {
@@ -184,6 +187,7 @@ void ReadTurns::breakWait(const FluviaFile* reader, const void* request) {
     unlink(each);
     tell(each, Word::kBroken);
   }
+  if (busy && taker.file == reader && taker.request == request) taker.met = true;
   schedule(util::monotonicMs());
 }
 
@@ -222,6 +226,11 @@ bool ReadTurns::isTaken() {
   return false;
 }
 
+bool ReadTurns::isTakerMet() {
+  util::Lock guard(lock);
+  return taker.met;
+}
+
 ReadTurns::Waiter* ReadTurns::best(long long now, long long* lookAt) {
   Waiter* found = nullptr;
   Claim claim = kNotNow;
@@ -243,6 +252,7 @@ ReadTurns::Waiter* ReadTurns::best(long long now, long long* lookAt) {
 void ReadTurns::give(Waiter* waiter, long long now) {
   unlink(waiter);
   busy = true;
+  taker = Taker{waiter->file, waiter->request, false};
   const long long kept = now - waiter->since - (fetchTime(now) - waiter->fetchedBefore);
   if (kept > longest) longest = static_cast<int>(kept);
   fetchingSince = missingFrom(*waiter) == kNever ? 0 : now;

@@ -44,7 +44,8 @@ class FluviaFile;
 // Only the order is decided here: the file lock still keeps reads apart. A handle that is alone
 // never waits and is not noted.
 //
-// Threads:   any. Its lock is taken before the buffer queue's feedLock and after no other.
+// Threads:   any. Its lock is taken before the buffer queue's feedLock, and after no other than
+//            the readLock of its file.
 // Ownership: readers are compared, never dereferenced. A reader is known from join() to forget().
 // Invariant: nothing but join() allocates. While a read waits and nobody has the turn, the first
 //            waiter sleeps no longer than until some claim can change.
@@ -64,6 +65,9 @@ class ReadTurns {
     Turn& operator=(const Turn&) = delete;
     // The wait was broken, or the handle is being closed: the read must not take place.
     bool isBroken() const { return part_ == Part::kBroken; }
+    // A break has met the read since it was given its turn: it must not take place either, if it
+    // has not begun. For DullFile::beginReading().
+    bool wasMet() const { return part_ == Part::kTurn && turns_->isTakerMet(); }
     // What the read came to: bytes behind the position it was made for.
     void hasRead(unsigned int bytes) { bytes_ = bytes; }
 
@@ -83,8 +87,8 @@ class ReadTurns {
   // The handle is closed.
   void forget(const FluviaFile* reader) EXCLUDES(lock);
 
-  // Ends the waits of that handle for that request (null: blocking reads) at once. A read that has
-  // its turn, or comes later, is not met.
+  // Ends the waits of that handle for that request (null: blocking reads) at once, and notes of one
+  // that has its turn that it was met. A read that comes later, or never waited, is not met.
   void breakWait(const FluviaFile* reader, const void* request) EXCLUDES(lock);
   // The handle is being closed: ends all its waits at once, also those to come.
   void breakForClose(const FluviaFile* reader) EXCLUDES(lock);
@@ -135,6 +139,12 @@ class ReadTurns {
   };
   // How well a waiting read may go now; the best goes.
   enum Claim { kNotNow, kNewConnection, kComesNext, kBuffered, kOverdue };
+  // The read that has the turn.
+  struct Taker {
+    const FluviaFile* file;
+    const void* request;
+    bool met;  // by a break, since
+  };
   class Waiting;
 
   bool beginAlone();
@@ -151,6 +161,7 @@ class ReadTurns {
   long long runEnds(const Waiter& waiter, long long now) REQUIRES(lock);
   void give(Waiter* waiter, long long now) REQUIRES(lock);
   bool isTaken() REQUIRES(lock);
+  bool isTakerMet() EXCLUDES(lock);
   int sleepOf(const Waiter* waiter) EXCLUDES(lock);
 
   bool isWaiting(const FluviaFile* reader) REQUIRES(lock);
@@ -167,6 +178,7 @@ class ReadTurns {
   std::atomic<int> aloneReads;
   util::Semaphore lock;
   bool busy GUARDED_BY(lock);      // a read has the turn
+  Taker taker GUARDED_BY(lock);    // which one, while busy
   Waiter* first GUARDED_BY(lock);  // oldest first
   std::list<Reader> readers GUARDED_BY(lock);
   Run run GUARDED_BY(lock);

@@ -52,6 +52,20 @@ TEST_F(BufferQueueTest, ExpectedReaderKeepsItsBytes) {
   EXPECT_EQ(BufferQueueProbe::readTail(*queue), 50LL * kBlock) << "not buffered: nothing to keep";
 }
 
+// No read has left a block: nothing else wakes the transfer.
+TEST_F(BufferQueueTest, ExpectedReaderWakesATransferThatGetsRoom) {
+  ASSERT_TRUE(beginsWith(4, 4 * kBlock));
+  WaitingCall transfer(queue.get(), [this] { EXPECT_EQ(deliver(4LL * kBlock, 10), 1); });
+  ASSERT_TRUE(transferWaits());
+  queue->expectReader(10);
+  queue->expectReader(50LL * kBlock);
+  EXPECT_EQ(BufferQueueProbe::readTail(*queue), 0) << "there already, or not buffered";
+  queue->expectReader(kBlock + 10);
+  EXPECT_TRUE(transfer.hasReturned());
+  transfer.join();
+  EXPECT_EQ(queue->getBufferedSize(kBlock), 3LL * kBlock + 10);
+}
+
 TEST_F(BufferQueueTest, SizeLearntWhileAReaderWaitsEndsItsRead) {
   producer.size = util::UNKNOWN_CONTENT_SIZE;
   producer.seekable = false;

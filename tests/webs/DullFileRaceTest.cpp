@@ -304,6 +304,64 @@ TEST_F(DullFileRace, AbortedReadThatMeetsTheEndKeepsItsStatus) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
+// It waits for its turn no more, and has not reached the buffer yet.
+TEST_F(DullFileRace, ReadAbortedBetweenItsTurnAndTheBufferDoesNotRead) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  const int other = open(folder.file("a"));
+  pauses.holdAt("ReadTurns::Turn over");
+  {
+    BackgroundRead reading(handle);
+    ASSERT_TRUE(pauses.reached("ReadTurns::Turn over"));
+    EXPECT_EQ(x_fluvia_file_read_abort(handle, 0), 0);
+    pauses.release("ReadTurns::Turn over");
+    EXPECT_TRUE(reading.hasEnded());
+    EXPECT_EQ(reading.result, -4);
+  }
+  EXPECT_EQ(x_fluvia_file_offset(handle), 0);
+  unsigned int got = 0;
+  EXPECT_EQ(x_fluvia_file_read(handle, byte, 1, &got), 0) << "one that comes later is not met";
+  EXPECT_EQ(got, 1u);
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(DullFileRace, AbortsOfOthersLeaveAReadBetweenItsTurnAndTheBuffer) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  const int other = open(folder.file("a"));
+  EXPECT_EQ(x_fluvia_file_read_abort(handle, 0), 0);
+  pauses.holdAt("ReadTurns::Turn over");
+  BackgroundRead reading(handle);
+  ASSERT_TRUE(pauses.reached("ReadTurns::Turn over"));
+  EXPECT_EQ(x_fluvia_file_read_abort(other, 0), 0);
+  EXPECT_EQ(x_fluvia_file_read_abort(handle, 1), 0) << "a request that is not there";
+  pauses.release("ReadTurns::Turn over");
+  EXPECT_TRUE(reading.hasEnded());
+  EXPECT_EQ(reading.result, 0);
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
+TEST_F(DullFileRace, RequestAbortedBetweenItsTurnAndTheBufferDoesNotRead) {
+  support::Pauses pauses;
+  const int handle = open(folder.makePattern("a", 100));
+  const int other = open(folder.file("a"));
+  Completions done;
+  byte[0] = 'x';
+  pauses.holdAt("ReadTurns::Turn over");
+  const int id = start(handle, &done, byte);
+  ASSERT_TRUE(pauses.reached("ReadTurns::Turn over"));
+  EXPECT_EQ(x_fluvia_file_read_abort(handle, id), 0);
+  pauses.release("ReadTurns::Turn over");
+  ASSERT_TRUE(done.waitFor(1));
+  EXPECT_EQ(done.calls()[0].status, 3);
+  EXPECT_EQ(done.calls()[0].bytes, 0);
+  EXPECT_EQ(byte[0], 'x');
+  EXPECT_EQ(x_fluvia_file_close(other), 0);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
+
 // The read that a close wants to end is over when the break comes, and another handle reads.
 TEST_F(DullFileRace, BreakOfACloseReachesItsOwnReadOnly) {
   support::Pauses pauses;

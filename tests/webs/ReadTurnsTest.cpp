@@ -279,6 +279,21 @@ TEST_F(ReadTurnsTest, BreakMeetsNoReadThatComesLater) {
   EXPECT_EQ(release(), "a");
 }
 
+TEST_F(ReadTurnsTest, BreakIsNotedOfTheReadThatHasTheTurnAndOfNoOther) {
+  {
+    const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
+    turns.breakWait(handle(1), nullptr);
+    turns.breakWait(handle(0), this);
+    EXPECT_FALSE(first.wasMet()) << "another handle's, or another request's";
+    turns.breakWait(handle(0), nullptr);
+    EXPECT_TRUE(first.wasMet());
+    EXPECT_FALSE(first.isBroken()) << "it did not wait any more";
+  }
+  turns.breakWait(handle(0), nullptr);
+  const webs::ReadTurns::Turn next(&turns, handle(0), 0, 1);
+  EXPECT_FALSE(next.wasMet());
+}
+
 TEST_F(ReadTurnsTest, CloseBreaksTheWaitsThatAreAndThoseToCome) {
   const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
   enter("b", 1, 0);
