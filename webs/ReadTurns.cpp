@@ -297,7 +297,7 @@ long long ReadTurns::lagEnds(const Waiter& waiter, long long now) {
 // nobody announces what the transfer stores, so the time of the next look is given.
 long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   const Reader* reader = run.of == nullptr || run.of == waiter.file ? nullptr : find(run.of);
-  if (reader == nullptr) return now;
+  if (reader == nullptr || hasJumped(*reader)) return now;
   const long long age = now - run.began;
   const long long stored = reader->position + queue_->getBufferedSize(reader->position) - run.from;
   if (reader->steady && stored < queue_->getBufferSize() / kStoredShare) {
@@ -305,6 +305,17 @@ long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   }
   const long long limit = run.began + kTurnMs;
   return isWaiting(run.of) ? limit : std::min(limit, reader->lastRead + kPauseMs);
+}
+
+// Whether the reader waits for bytes elsewhere than where it last read, with another connection:
+// what was restarted for it is of no more use to it.
+bool ReadTurns::hasJumped(const Reader& reader) {
+  for (const Waiter* waiter = first; waiter != nullptr; waiter = waiter->next) {
+    if (waiter->file != reader.file || waiter->position == reader.position) continue;
+    const long long missing = missingFrom(*waiter);
+    if (missing != kNever && !queue_->comesNext(missing)) return true;
+  }
+  return false;
 }
 
 // How long the waiter may sleep before it looks itself, in milliseconds.

@@ -29,9 +29,9 @@ class FluviaFile;
 //     gets kLagMs to follow, counted from where the read began to wait.
 //   - A read that needs a new connection would take the stream from a reader that it was just
 //     restarted for: that reader keeps it for a run. A run ends once its reader pauses for
-//     kPauseMs, and kTurnMs after the restart in any case. Only a reader that reads on steadily
-//     keeps it longer, and through pauses: until the transfer has stored a share of the buffer for
-//     it since the restart, at most kFillMs.
+//     kPauseMs or wants bytes elsewhere, and kTurnMs after the restart in any case. Only a reader
+//     that reads on steadily keeps it longer, and through pauses: until the transfer has stored a
+//     share of the buffer for it since the restart, at most kFillMs.
 //
 // What ends each wait:
 //   - an event: the end of another read's turn, a handle that is closed, an abort or a close of
@@ -159,6 +159,7 @@ class ReadTurns {
   long long missingFrom(const Waiter& waiter) REQUIRES(lock);
   long long lagEnds(const Waiter& waiter, long long now) REQUIRES(lock);
   long long runEnds(const Waiter& waiter, long long now) REQUIRES(lock);
+  bool hasJumped(const Reader& reader) REQUIRES(lock);
   void give(Waiter* waiter, long long now) REQUIRES(lock);
   bool isTaken() REQUIRES(lock);
   bool isTakerMet() EXCLUDES(lock);

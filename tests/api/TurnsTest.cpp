@@ -18,6 +18,7 @@
 #include "tests/support/FaultServer.h"
 #include "tests/support/IsPattern.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/SlowLink.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 #include "webs/ReadTurns.h"
@@ -83,9 +84,10 @@ class Turns : public testing::Test {
     }
   }
 
-  // Every handle reads by its habit. Returns the longest read in milliseconds.
+  // Every handle reads by its habit. Returns the longest read in milliseconds: of all, or of the
+  // first one.
   long long readTogether(const std::string& url, const std::vector<Habit>& habits, double seconds,
-                         unsigned int seed = 1) {
+                         unsigned int seed = 1, bool ofTheFirst = false) {
     std::vector<int> handles;
     for (size_t i = 0; i < habits.size(); ++i) {
       handles.push_back(open(url));
@@ -101,7 +103,7 @@ class Turns : public testing::Test {
     }
     for (std::thread& thread : threads) thread.join();
     for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), FVFR_OK);
-    return *std::max_element(longest.begin(), longest.end());
+    return ofTheFirst ? longest[0] : *std::max_element(longest.begin(), longest.end());
   }
 
   // Of one read while the others had runs of their own, with room for a busy machine, on which the
@@ -192,6 +194,16 @@ TEST_F(Turns, TwoPacedReadersFarApartKeepTheirPace) {
     EXPECT_LT(readTogether(server.url("/a"), {one, other}, 6), support::patience(1500));
     EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(2));
   }
+}
+
+TEST_F(Turns, ReaderThatJumpsAsFastAsItCanLeavesTurnsToOneThatReadsOn) {
+  server.on("/a", support::serveRanges(kSize));
+  support::SlowLink link(server.port(), 20, 0);
+  const Habit player{32768, 750e3, false, 0};
+  const Habit jumper{188, 0, true, 0};
+  const std::string url = "http://127.0.0.1:" + std::to_string(link.port()) + "/a";
+  EXPECT_LT(readTogether(url, {player, jumper}, 4, support::printedSeed(), true),
+            support::patience(600));
 }
 
 TEST_F(Turns, NoReadIsHeldBackForLongWhateverTheOthersDo) {

@@ -13,6 +13,7 @@
 #include "tests/support/Pattern.h"
 #include "tests/support/Watchdog.h"
 #include "util/BufferQueue.h"
+#include "util/Clock.h"
 #include "webs/ReadTurns.h"
 
 namespace webs {
@@ -341,11 +342,11 @@ TEST_F(ReadTurnsTest, EndOfTheOnlyOtherHandleLetsItsWaiterGo) {
 // The stream was moved for handle 1: it reads on there, also when another one has waited longer.
 TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
   {
-    webs::ReadTurns::Turn first(&turns, handle(1), 0, 1);
+    webs::ReadTurns::Turn first(&turns, handle(1), 20LL * kCapacity, 1);
     queue.notifyStreamException(util::STREAM_DEAD);
     first.hasRead(kBlock);
     enter("f", 2, 50LL * kCapacity);
-    enter("n", 1, 2 * kBlock + 10);
+    enter("n", 1, 20LL * kCapacity + kBlock);
   }
   EXPECT_EQ(release(), "nf");
 }
@@ -368,6 +369,19 @@ TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
   }
   restarting.join();
   EXPECT_EQ(release(), "nf");
+}
+
+// Else one that jumps as soon as it has read would begin a new run each time, and nobody else
+// would ever go.
+TEST_F(ReadTurnsTest, RunEndsWhenItsReaderNeedsAnotherConnectionElsewhere) {
+  {
+    const webs::ReadTurns::Turn turn(&turns, handle(0), 0, 1);
+    enter("f", 2, 50LL * kCapacity);
+    enter("j", 1, 80LL * kCapacity);
+    ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 20LL * kCapacity);
+    ProbedTurns::note(turns, handle(1), 20LL * kCapacity + kBlock, util::monotonicMs(), false);
+  }
+  EXPECT_EQ(release(), "fj") << "in the order they came";
 }
 
 TEST_F(ReadTurnsTest, ReadThatAllKeepBackGoesWhenTheyDoNothing) {
