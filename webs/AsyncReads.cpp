@@ -289,6 +289,11 @@ bool AsyncReads::cancelQueued(AsyncReadRequest* record, bool wasWaiting) {
   return true;
 }
 
+bool AsyncReads::isGivenUp(const AsyncReadRequest* record) {
+  util::Lock lock(asyncLock());
+  return record->cancelled || record->taken;
+}
+
 bool AsyncReads::mark(AsyncReadRequest* record, const FluviaFile* reader) {
   util::Lock lock(asyncLock());
   if (asyncRequests[record->requestId] != record || reader != record->reader) return false;

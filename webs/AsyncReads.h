@@ -50,6 +50,8 @@ class AsyncReads {
 
   // Cancels a request of any handle; one that no worker has taken is called back twice.
   void cancel(int requestId, FluviaFile* reader) EXCLUDES(asyncLock());
+  // True once a request was cancelled or answered by a close.
+  bool isGivenUp(const AsyncReadRequest* record) EXCLUDES(asyncLock());
   // Marks a request of that handle as cancelled. False when it is another handle's or finished.
   bool mark(AsyncReadRequest* record, const FluviaFile* reader) EXCLUDES(asyncLock());
 

@@ -44,7 +44,8 @@ class DullFile : public util::Semaphore {
    public:
     Turn(DullFile* file, const FluviaFile* reader, long long position, unsigned int size,
          const AsyncReadRequest* record = nullptr)
-        : ReadTurns::Turn(&file->turns, reader, position, size, record) {}
+        : ReadTurns::Turn(&file->turns, reader, position, size, record,
+                          record == nullptr ? nullptr : &DullFile::isGivenUp) {}
   };
 
   // Keep the object alive across a call. unuse() returns true to the last one, who destroys it.
@@ -144,6 +145,7 @@ class DullFile : public util::Semaphore {
   // The task of a request, and its way when it runs (DullFileAsync.cpp).
   static void perform(void* record, util::TEngineEvent_E event);
   static void runRead(AsyncReadRequest* record);
+  static bool isGivenUp(const void* record);
 
   long long unused;
   std::string uri;

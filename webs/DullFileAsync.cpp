@@ -57,6 +57,10 @@ void DullFile::runRead(AsyncReadRequest* record) {
   AsyncReads::instance().endReading(record, result, readBytes);
 }
 
+bool DullFile::isGivenUp(const void* record) {
+  return AsyncReads::instance().isGivenUp(static_cast<const AsyncReadRequest*>(record));
+}
+
 int DullFile::cancelRead(int requestId, FluviaFile* reader) {
   FLUVIA_LOG(-4, "cancelRead, reqID:%d", requestId);
   if (requestId < 0 || requestId > kMaxRequests) {

@@ -39,7 +39,9 @@ class ReadTurns::Waiting {
   Waiting(ReadTurns* turns, Waiter* waiter) : turns_(turns), waiter_(waiter) {
     util::Lock guard(turns_->lock);
     const Reader* reader = turns_->find(waiter_->file);
-    if (reader == nullptr || reader->closing) {
+    // Whoever gives a request up says so first and breaks its wait then: one of the two is seen.
+    const bool givenUp = waiter_->isGivenUp != nullptr && waiter_->isGivenUp(waiter_->request);
+    if (reader == nullptr || reader->closing || givenUp) {
       tell(waiter_, Word::kBroken);
       return;
     }
@@ -59,6 +61,7 @@ class ReadTurns::Waiting {
   // True when it is the read's turn, false when the wait was broken.
   bool wait() {
     for (;;) {
+      FLUVIA_PAUSE_POINT("ReadTurns::wait");
       last_ = sleep(turns_->sleepOf(waiter_));
       if (last_ == Word::kGo) return true;
       if (last_ == Word::kBroken) return false;
@@ -93,12 +96,13 @@ class ReadTurns::Waiting {
 };
 
 ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long position,
-                      unsigned int size, const void* request)
+                      unsigned int size, const void* request, GivenUp isGivenUp)
     : turns_(turns), reader_(reader), position_(position) {
   if (turns_->beginAlone()) return;
   Waiter waiter;
   waiter.file = reader;
   waiter.request = request;
+  waiter.isGivenUp = isGivenUp;
   waiter.position = position;
   waiter.size = size;
   waiter.since = util::monotonicMs();
@@ -206,16 +210,17 @@ void ReadTurns::breakForClose(const FluviaFile* reader) {
 
 // Lets the best waiter go, if one may; else has the first one wait for the time when one may.
 void ReadTurns::schedule(long long now) {
+  if (first == nullptr) aloneReads.fetch_and(~kAwaited);
   if (first == nullptr || isTaken()) return;
   long long lookAt = kNever;
   if (Waiter* chosen = best(now, &lookAt)) {
     give(chosen, now);
     return;
   }
-  if (keeper == first && nextLook <= lookAt) return;
+  const bool sleepsUntilThen = keeper == first && nextLook <= lookAt;
+  if (sleepsUntilThen) return;
   nextLook = lookAt;
-  keeper = first;
-  tell(first, Word::kLook);
+  if (lookAt != kNever) tell(first, Word::kLook);
 }
 
 // Whether somebody reads. A read that is alone and does is asked to schedule at its end.
@@ -277,6 +282,7 @@ long long ReadTurns::missingFrom(const Waiter& waiter) {
   const long long buffered = queue_->getBufferedSize(waiter.position);
   const long long end = waiter.position + buffered;
   const long long size = queue_->getContentSize();
+  if (size > 0 && waiter.position >= size) return kNever;  // its end is known
   return buffered >= waiter.size || (buffered > 0 && end == size) ? kNever : end;
 }
 
@@ -318,10 +324,21 @@ bool ReadTurns::hasJumped(const Reader& reader) {
   return false;
 }
 
-// How long the waiter may sleep before it looks itself, in milliseconds.
-int ReadTurns::sleepOf(const Waiter* waiter) {
+// How long the waiter may sleep before it looks itself, in milliseconds. It knows of every time
+// that it was told to look for until now.
+int ReadTurns::sleepOf(Waiter* waiter) {
   util::Lock guard(lock);
-  if (keeper != waiter || busy || nextLook == kNever) return kNoLimit;
+  {
+    util::Lock own(waiter->wake);
+    if (waiter->word == Word::kLook) waiter->word = Word::kNone;
+  }
+  const bool keeps = waiter == first && !busy && nextLook != kNever;
+  if (keeps) {
+    keeper = waiter;
+  } else if (keeper == waiter) {
+    keeper = nullptr;
+  }
+  if (!keeps) return kNoLimit;
   return static_cast<int>(std::max(1LL, nextLook - util::monotonicMs()));
 }
 

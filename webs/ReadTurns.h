@@ -53,13 +53,16 @@ class ReadTurns {
  public:
   explicit ReadTurns(util::BufferQueue* queue);
 
+  // Tells whether a request was given up before it came here. Called under the turns' lock.
+  using GivenUp = bool (*)(const void* request);
+
   // The time of one read. Made before the file lock is taken; waits for its turn.
   class Turn {
    public:
     // size bytes at position are to be read. request: null for a blocking read, else what
     // breakWait() knows the read by.
     Turn(ReadTurns* turns, const FluviaFile* reader, long long position, unsigned int size,
-         const void* request = nullptr);
+         const void* request = nullptr, GivenUp isGivenUp = nullptr);
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
@@ -123,6 +126,7 @@ class ReadTurns {
   struct Waiter {
     const FluviaFile* file;
     const void* request;
+    GivenUp isGivenUp = nullptr;
     long long position;
     unsigned int size;
     long long since;
@@ -163,7 +167,7 @@ class ReadTurns {
   void give(Waiter* waiter, long long now) REQUIRES(lock);
   bool isTaken() REQUIRES(lock);
   bool isTakerMet() EXCLUDES(lock);
-  int sleepOf(const Waiter* waiter) EXCLUDES(lock);
+  int sleepOf(Waiter* waiter) EXCLUDES(lock);
 
   bool isWaiting(const FluviaFile* reader) REQUIRES(lock);
   void append(Waiter* waiter) REQUIRES(lock);
@@ -183,7 +187,8 @@ class ReadTurns {
   Waiter* first GUARDED_BY(lock);  // oldest first
   std::list<Reader> readers GUARDED_BY(lock);
   Run run GUARDED_BY(lock);
-  // When a claim can change while nobody has the turn, and which waiter sleeps until then.
+  // When a claim can change while nobody has the turn, and which waiter sleeps until then: the
+  // first one, once it has looked at nextLook.
   long long nextLook GUARDED_BY(lock);
   Waiter* keeper GUARDED_BY(lock);
   // How long reads that had to fetch data had the turn, and since when the present one has (0: the

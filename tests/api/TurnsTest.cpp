@@ -18,6 +18,7 @@
 #include "tests/support/FaultServer.h"
 #include "tests/support/IsPattern.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
 #include "tests/support/SlowLink.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
@@ -175,6 +176,30 @@ TEST_F(Turns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
   EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
   EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
 }
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// The abort comes once, when a worker has the request and it does not wait for its turn yet.
+TEST_F(Turns, AbortBeforeARequestWaitsForItsTurnIsNotLost) {
+  const int blocked = support::openBlocked(folder, "a");
+  const int waiting = open(folder.file("a"));
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(support::isBlocked(log));
+  support::Pauses pauses;
+  pauses.holdAt("DullFile::perform started");
+  Completions done;
+  char byte = 0;
+  int id = 0;
+  EXPECT_EQ(x_fluvia_file_read_async(waiting, &byte, 1, &Completions::completed, &done, &id), 0);
+  ASSERT_TRUE(pauses.reached("DullFile::perform started"));
+  EXPECT_EQ(x_fluvia_file_read_abort(waiting, id), FVFR_OK);
+  pauses.release("DullFile::perform started");
+  ASSERT_TRUE(done.waitFor(1)) << "it waits for the other handle's read";
+  EXPECT_EQ(done.calls()[0].status, FVFR_ASYNC_CANCELLED);
+  EXPECT_FALSE(first.ended);
+  EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+  EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
+}
+#endif
 
 TEST_F(Turns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
   server.on("/a", support::serveRanges(kSize));

@@ -11,9 +11,11 @@
 
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
 #include "tests/support/Watchdog.h"
 #include "util/BufferQueue.h"
 #include "util/Clock.h"
+#include "util/PausePoint.h"
 #include "webs/ReadTurns.h"
 
 namespace webs {
@@ -413,5 +415,49 @@ TEST_F(ReadTurnsTest, TimeThatAReadIsHeldBackIsRecorded) {
   EXPECT_GE(Turns::longestHoldback(), Turns::kPauseMs - 1) << "the run of the other";
   EXPECT_LT(Turns::longestHoldback(), 100) << "but not its fetch";
 }
+
+#if defined(FLUVIA_PAUSE_POINTS)
+std::atomic<int> looks{0};
+
+void countLooks(const char* name) {
+  if (std::string(name) == "ReadTurns::wait") ++looks;
+}
+
+// What the transfer stores is not announced, but a read that waits for it must not spin.
+TEST_F(ReadTurnsTest, ReadThatIsHeldBackLooksOnlyNowAndThen) {
+  ProbedTurns::note(turns, handle(1), kBlock, util::monotonicMs() + 100000, true);
+  ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 10 * kBlock);
+  looks = 0;
+  util::setPauseHook(&countLooks);
+  enter("f", 2, 50LL * kCapacity);
+  release();
+  util::setPauseHook(nullptr);
+  EXPECT_EQ(order, "f");
+  EXPECT_GE(looks, 2) << "it was not held back";
+  EXPECT_LE(looks, 20);
+}
+
+// A held back read that goes to sleep while another has the turn learns of that turn's end.
+TEST_F(ReadTurnsTest, TurnThatEndsWhileAHeldBackReadGoesToSleepIsNotMissed) {
+  ProbedTurns::note(turns, handle(1), kBlock, util::monotonicMs() + 100000, true);
+  ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 10 * kBlock);
+  support::Pauses pauses;
+  pauses.holdAt("ReadTurns::wait");
+  std::atomic<bool> over{false};
+  std::thread late([&] {
+    const webs::ReadTurns::Turn mine(&turns, handle(2), 50LL * kCapacity, 1);
+    over = true;
+  });
+  EXPECT_TRUE(pauses.reached("ReadTurns::wait"));
+  {
+    const webs::ReadTurns::Turn turn(&turns, handle(3), kBlock, 1);
+    pauses.release("ReadTurns::wait");
+    EXPECT_TRUE(eventually([&] { return !ProbedTurns::somebodyLooks(turns); }));
+  }
+  EXPECT_TRUE(eventually([&] { return over.load(); })) << "nobody tells it to look";
+  if (!over) turns.breakForClose(handle(2));
+  late.join();
+}
+#endif
 
 }  // namespace
