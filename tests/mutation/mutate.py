@@ -152,7 +152,8 @@ def prepare(entries):
         flavour = [entry for entry in entries if entry["preset"] == preset]
         tests = "|".join(dict.fromkeys(entry["tests"] for entry in flavour))
         log = WORK / f"build-{preset}.log"
-        if run(["cmake", "--preset", preset], log, 300) != 0 or \
+        # What a change leaves unused is no fault of its own.
+        if run(["cmake", "--preset", preset, "-DFLUVIA_WERROR=OFF"], log, 300) != 0 or \
                 build(preset, targets_of(tests, TESTS), log) != 0:
             show(log)
             raise Broken(f"the unchanged tree does not build in {preset}")
