@@ -248,7 +248,8 @@ TEST_F(Turns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
       const bool jumps = i >= 2 && random() % 2 == 0;
       // One that jumps as fast as it can would be all that is measured.
       const double rate = jumps ? piece * 4.0 : rates[random() % (i == 0 ? 3 : 5)];
-      const long long from = static_cast<long long>(random() % (kSize / 8)) + (i % 2) * kSize / 2;
+      const long long half = i % 2 == 0 ? 0 : kSize / 2;
+      const long long from = half + static_cast<long long>(random()) % (kSize / 8);
       habits.push_back({piece, rate, jumps, from});
     }
     readTogether(round % 2 == 0 ? server.url("/a") : local, habits, 2,
