@@ -88,7 +88,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void breakRead() EXCLUDES(feedLock);
   // Breaks every read and probe up to that number, whether it runs or has not come here yet, and
   // waits until one that runs has noticed.
-  void breakReads(unsigned long long upTo) EXCLUDES(feedLock);
+  void breakReads(unsigned long long highest) EXCLUDES(feedLock);
   // Learns size and seekability by reading one byte, unless they are known or the stream has
   // failed. The read offset stays. Waits for the first byte.
   void probe() EXCLUDES(this);

@@ -336,16 +336,16 @@ void BufferQueue::breakRead() {
   if (readRunning) breakRunning();
 }
 
-void BufferQueue::breakReads(unsigned long long upTo) {
+void BufferQueue::breakReads(unsigned long long highest) {
   {
     // First of all: whoever has the numbers waits for them to leave.
     FeedLock feed(this);
-    brokenUpTo = std::max(brokenUpTo, upTo);
+    brokenUpTo = std::max(brokenUpTo, highest);
   }
   if (producer != nullptr) producer->setBreak();
   FeedLock feed(this);
   FLUVIA_LOG_AS("breakRead", 0, "Going to break read");
-  if (readRunning && reading.number != nullptr && *reading.number <= upTo) breakRunning();
+  if (readRunning && reading.number != nullptr && *reading.number <= highest) breakRunning();
 }
 
 // Breaks the read that runs. The read clears the flag when it notices the break, or at its end.

@@ -107,13 +107,13 @@ unsigned long long DullFile::breakAll() {
 // without readLock: it waits until a read that runs has noticed.
 void DullFile::breakUntilEnded(unsigned long long number) {
   FLUVIA_PAUSE_POINT("DullFile::breakUntilEnded");
-  unsigned long long upTo = 0;
+  unsigned long long highest = 0;
   {
     util::Lock lock(readLock);
     if (nowReader == nullptr || nowNumber != number) return;
-    upTo = breakAll();
+    highest = breakAll();
   }
-  rbuffer.breakReads(upTo);
+  rbuffer.breakReads(highest);
   util::Lock lock(readLock);
   while (nowReader != nullptr && nowNumber == number) readLock.wait(0);
 }
@@ -121,13 +121,13 @@ void DullFile::breakUntilEnded(unsigned long long number) {
 // Breaks the probes of a handle that is being closed and waits until none is left. Like every break
 // while the size is unknown it meets whoever reads.
 void DullFile::breakProbes(const FluviaFile* reader) {
-  unsigned long long upTo = 0;
+  unsigned long long highest = 0;
   {
     util::Lock lock(readLock);
     if (!isProbing(reader)) return;
-    upTo = breakAll();
+    highest = breakAll();
   }
-  rbuffer.breakReads(upTo);
+  rbuffer.breakReads(highest);
   util::Lock lock(readLock);
   while (isProbing(reader)) readLock.wait(0);
 }
@@ -141,14 +141,14 @@ bool DullFile::isProbing(const FluviaFile* reader) const {
 // that the buffer does not know of yet.
 void DullFile::breakReader(FluviaFile* reader) {
   unsigned long long number = 0;
-  unsigned long long upTo = 0;
+  unsigned long long highest = 0;
   {
     util::Lock lock(readLock);
     if (reader == nowReader) {
       number = nowNumber;
     } else if (reader == currentReader || rbuffer.getContentSize() == 0) {
       for (Prober& prober : probers) prober.meant = true;
-      upTo = breakAll();
+      highest = breakAll();
     } else {
       return;
     }
@@ -156,7 +156,7 @@ void DullFile::breakReader(FluviaFile* reader) {
   if (number != 0) {
     breakUntilEnded(number);
   } else {
-    rbuffer.breakReads(upTo);
+    rbuffer.breakReads(highest);
   }
 }
 

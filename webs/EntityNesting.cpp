@@ -34,12 +34,12 @@ int EntityNesting::deepestNamed(Entity* user, const std::string& text) {
 bool EntityNesting::raise(Entity* entity, int levels) {
   std::vector<std::pair<Entity*, int>> due{{entity, levels}};
   while (!due.empty()) {
-    const auto [next, atLeast] = due.back();
+    const auto [next, depth] = due.back();
     due.pop_back();
-    if (next->levels >= atLeast) continue;
-    if (atLeast > MAX_LEVELS) return false;
-    next->levels = atLeast;
-    for (Entity* user : next->users) due.push_back({user, atLeast + 1});
+    if (next->levels >= depth) continue;
+    if (depth > MAX_LEVELS) return false;
+    next->levels = depth;
+    for (Entity* user : next->users) due.push_back({user, depth + 1});
   }
   return true;
 }

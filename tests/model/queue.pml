@@ -1067,22 +1067,22 @@ end:
 /* ---------------------------------------------------------------- close */
 
 /* breakReads: of every read up to that number, whether the queue knows of it yet or not */
-inline breakReads(upTo, w) {
+inline breakReads(highest, w) {
   atomic {
     acquire(feedLock);
     touch;
 #if FAULT != 21
     if
 #if FAULT == 24
-    :: brokenUpTo = upTo
+    :: brokenUpTo = highest
 #else
-    :: brokenUpTo < upTo -> brokenUpTo = upTo
+    :: brokenUpTo < highest -> brokenUpTo = highest
     :: else
 #endif
     fi;
 #endif
     if
-    :: !readRunning || number > upTo
+    :: !readRunning || number > highest
     :: else ->
        breakRequested = true;
        do
