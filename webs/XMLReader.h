@@ -29,7 +29,7 @@ namespace webs {
 class XMLReader : public TreeReader, public TreeNode, public TreeLimit {
  public:
   // Enough for entities as people use them. 256 KiB of the smallest elements take 13 MB.
-  static constexpr long long MAX_UNFOLDED = 256 * 1024;
+  static constexpr long long MAX_UNFOLDED = 256 * 1024LL;
   static constexpr int MAX_FACTOR = 8;
 
   XMLReader();

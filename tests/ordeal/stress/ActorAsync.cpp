@@ -149,11 +149,12 @@ void Actor::chain(Mine* file) {
     fail(*file, "no end");
     return;
   }
+  // Also when the round fails meanwhile: each owns the chain until it is finished.
+  kept.insert(kept.end(), run->requests().begin(), run->requests().end());
   for (const std::shared_ptr<Request>& request : run->requests()) {
     await(request);
     if (world->failed()) return;
     request->check({file->position});
-    kept.push_back(request);
     if (request->status() == FVFR_ASYNC_DONE) file->position += request->bytes();
   }
 }
