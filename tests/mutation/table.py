@@ -247,7 +247,7 @@ ENTRIES = [
         snippet="constexpr struct linger kReset = {1, 0};",
         replacement="constexpr struct linger kReset = {0, 0};",
         preset="debug",
-        tests="HttpStop.EndsTheTls",
+        tests="MethodRequestStop.ResetsTheConnection",
     ),
     dict(
         name="http: a stop decides the result",
@@ -326,8 +326,8 @@ ENTRIES = [
         file="webs/MethodRequestSettings.cpp",
         snippet="    if (running) {",
         replacement="    if (running && option.number == -1000) {",
-        preset="asan",
-        tests="MethodRequestSettings.InALoop",
+        preset="debug",
+        tests="MethodRequestSettings.MadeDuringATransferDoNotReachItsRedirect",
     ),
     dict(
         name="http: the last header line",

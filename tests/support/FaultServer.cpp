@@ -160,6 +160,12 @@ void Exchange::reset() {
   setsockopt(connection, SOL_SOCKET, SO_LINGER, &now, sizeof now);
 }
 
+bool Exchange::waitForReset(int seconds) {
+  // Without events poll() reports only what ends both directions.
+  struct pollfd watched[2] = {{connection, 0, 0}, {owner->wakePipe[0], POLLIN, 0}};
+  return poll(watched, 2, seconds * 1000) > 0 && watched[0].revents != 0;
+}
+
 FaultServer::FaultServer() { open(); }
 
 FaultServer::FaultServer(int port) { open(port); }

@@ -54,6 +54,9 @@ class Exchange {
   bool pause(int milliseconds);
   // Ends the connection with a reset instead of an orderly end.
   void reset();
+  // Waits until the peer ends the connection with a reset. An orderly end is not one: false after
+  // seconds.
+  bool waitForReset(int seconds = 20);
 
  private:
   bool sendCounted(const char* bytes, size_t size);

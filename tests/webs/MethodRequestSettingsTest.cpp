@@ -67,6 +67,28 @@ TEST(MethodRequestSettings, MadeDuringATransferHoldFromTheNextOneOn) {
   EXPECT_EQ(server.requests("/b")[0].header("Cookie"), "n=999");
 }
 
+// A redirect is answered by the same transfer.
+TEST(MethodRequestSettings, MadeDuringATransferDoNotReachItsRedirect) {
+  FaultServer server;
+  std::atomic<bool> settingMade{false};
+  server.on("/a", [&](support::Exchange& exchange) {
+    EXPECT_TRUE(support::eventually([&] { return settingMade.load(); }));
+    exchange.send("HTTP/1.1 302 Found\r\nLocation: /b\r\nContent-Length: 0\r\n\r\n");
+  });
+  server.on("/b", support::serveRanges(10));
+  SessionProbe probe;
+  probe.session.setCookie("when=before");
+  probe.start(server.url("/a"));
+  ASSERT_TRUE(server.waitForRequests("/a", 1));
+  probe.session.setCookie("when=during");
+  settingMade = true;
+  EXPECT_EQ(probe.join(), 0);
+  EXPECT_EQ(probe.get(server.url("/b")), 0);
+  ASSERT_EQ(server.requestCount("/b"), 2);
+  EXPECT_EQ(server.requests("/b")[0].header("Cookie"), "when=before");
+  EXPECT_EQ(server.requests("/b")[1].header("Cookie"), "when=during");
+}
+
 // A transfer may run for hours, and its caller keep setting.
 TEST(MethodRequestSettings, MadeAgainAndAgainDuringATransferAreKeptOnce) {
   FaultServer server;

@@ -55,6 +55,24 @@ TEST_P(SilentTransfer, IsStoppedAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Bytes, SilentTransfer, testing::Values(-1, 0, 1000));
 
+// A server that waits until it may send more does not learn of an orderly end.
+TEST(MethodRequestStop, ResetsTheConnection) {
+  FaultServer server;
+  std::atomic<bool> reset{false};
+  server.on("/s", [&](support::Exchange& exchange) {
+    exchange.send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
+    exchange.sendPattern(0, 10);
+    reset = exchange.waitForReset();
+  });
+  SessionProbe probe;
+  probe.start(server.url("/s"));
+  ASSERT_TRUE(probe.receiver.waitForBytes(10));
+  probe.session.stop();
+  EXPECT_EQ(probe.join(), kAborted);
+  EXPECT_TRUE(server.waitUntilIdle(30));
+  EXPECT_TRUE(reset);
+}
+
 TEST(MethodRequestStop, EndsAConnectThatNobodyAnswers) {
   support::FullListener listener;
   SessionProbe probe;
