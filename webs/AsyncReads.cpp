@@ -121,17 +121,24 @@ AsyncReadRequest* AsyncReads::nextToHandOver() {
 void AsyncReads::handOver() {
   while (AsyncReadRequest* record = nextToHandOver()) {
     FLUVIA_PAUSE_POINT("DullFile::handOver");
-    try {
-      util::ThreadEngine::getInstance()->requestExecuteOrderly(&DullFile::perform, record,
-                                                               record->file);
-    } catch (...) {
-      refuse(record);
-    }
+    if (!makeTask(record)) refuse(record);
     letGo(record);
   }
 }
 
-// No memory for the task: the read has failed, and its caller is told so.
+// False when there is no memory.
+bool AsyncReads::makeTask(AsyncReadRequest* record) {
+  try {
+    util::ThreadEngine::getInstance()->requestExecuteOrderly(&DullFile::perform, record,
+                                                             record->file);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+// No memory for the task: the read has failed, and its caller is told so. Only handOver() calls
+// this: the next request is handed over by its loop, not from inside here.
 void AsyncReads::refuse(AsyncReadRequest* record) {
   FLUVIA_LOG_AS("handOver", -4, "async read fail %d", record->requestId);
   bool answers = false;
@@ -140,7 +147,8 @@ void AsyncReads::refuse(AsyncReadRequest* record) {
     answers = beginCalling(record);
   }
   if (answers) callUser(record, ASYNC_FAILED, 0);
-  finish(record);
+  leave(record);
+  letGo(record);
 }
 
 // --- a request on its worker ---------------------------------------------------------------------
@@ -203,14 +211,16 @@ void AsyncReads::endCalling(AsyncReadRequest* record) {
 
 // After the callback of a request: its id is free, its file is given back, and only then its place
 // and the close that may wait for it.
-void AsyncReads::finish(AsyncReadRequest* record) {
+void AsyncReads::leave(AsyncReadRequest* record) {
   clearSlot(record);
   DullFileManager::unuse(record->file);
-  {
-    util::Lock lock(asyncLock());
-    onEngine.remove(record);
-    endCalling(record);
-  }
+  util::Lock lock(asyncLock());
+  onEngine.remove(record);
+  endCalling(record);
+}
+
+void AsyncReads::finish(AsyncReadRequest* record) {
+  leave(record);
   handOver();
   letGo(record);
 }

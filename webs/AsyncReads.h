@@ -73,6 +73,7 @@ class AsyncReads {
   void takeOffWaiting(AsyncReadRequest* record) REQUIRES(asyncLock());
   void handOver() EXCLUDES(asyncLock());
   AsyncReadRequest* nextToHandOver() EXCLUDES(asyncLock());
+  static bool makeTask(AsyncReadRequest* record);
   void refuse(AsyncReadRequest* record) EXCLUDES(asyncLock());
   AsyncReadRequest* hold(int requestId, bool* wasWaiting) EXCLUDES(asyncLock());
   AsyncReadRequest* holdUnanswered(const FluviaFile* reader, bool* wasWaiting)
@@ -81,6 +82,7 @@ class AsyncReads {
   void takeFromWorker(AsyncReadRequest* record) EXCLUDES(asyncLock());
   bool beginCalling(AsyncReadRequest* record) REQUIRES(asyncLock());
   void endCalling(AsyncReadRequest* record) REQUIRES(asyncLock());
+  void leave(AsyncReadRequest* record) EXCLUDES(asyncLock());
   void finish(AsyncReadRequest* record) EXCLUDES(asyncLock());
   void clearSlot(AsyncReadRequest* record) EXCLUDES(asyncLock());
   void letGo(AsyncReadRequest* record) EXCLUDES(asyncLock());

@@ -242,6 +242,14 @@ ENTRIES = [
         tests="HttpFailure.ConnectionsThatAllEnd",
     ),
     dict(
+        name="async: a refused request does not hand the next one over itself",
+        file="webs/AsyncReads.cpp",
+        snippet="  leave(record);\n  letGo(record);",
+        replacement="  finish(record);",
+        preset="debug",
+        tests="OutOfMemoryRequests.ThatFindNoPlace",
+    ),
+    dict(
         name="http: a stop resets the connection",
         file="webs/MethodRequestSocket.cpp",
         snippet="constexpr struct linger kReset = {1, 0};",

@@ -1,6 +1,9 @@
 // What the library does when memory or threads run out at one particular place.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <new>
 #include <string>
 #include <vector>
@@ -138,5 +141,54 @@ TEST(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
   for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 #endif
+
+// Where the callbacks of a test ran on their stacks.
+struct Places {
+  std::atomic<int> failed{0};
+  std::atomic<int> other{0};
+  std::atomic<uintptr_t> highest{0};
+  std::atomic<uintptr_t> lowest{UINTPTR_MAX};
+
+  static void completed(int /*id*/, void* userData, int status, int /*bytes*/) {
+    auto* self = static_cast<Places*>(userData);
+    const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    self->highest = std::max(self->highest.load(), here);
+    self->lowest = std::min(self->lowest.load(), here);
+    ++(status == FVFR_ASYNC_FAILED ? self->failed : self->other);
+  }
+};
+
+// There is no memory from this callback on.
+void endMemory(int /*id*/, void* allAsked, int /*status*/, int /*bytes*/) {
+  const torture::Spared spared;
+  EXPECT_TRUE(eventually([&] { return static_cast<std::atomic<bool>*>(allAsked)->load(); }));
+  torture::arm(Point::kAllocation, 1, 0);
+}
+
+// Each would otherwise be refused inside the call that refused the one before: the worker's stack,
+// or the runtime's reserve for exceptions, would end the process.
+TEST(OutOfMemoryRequests, ThatFindNoPlaceFailOneAfterTheOther) {
+  constexpr int kRequests = 500;
+  startWorkers(2);
+  const support::TemporaryFolder folder;
+  const std::string path = folder.makePattern("a", kSize);
+  int handle = 0;
+  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 4 * kBlock), 0);
+  std::vector<char> buffer(1000);
+  int id = 0;
+  std::atomic<bool> allAsked{false};
+  ASSERT_EQ(x_fluvia_file_read_async(handle, buffer.data(), 1000, &endMemory, &allAsked, &id), 0);
+  Places places;
+  for (int i = 0; i < kRequests; ++i) {
+    ASSERT_EQ(
+        x_fluvia_file_read_async(handle, buffer.data(), 1000, &Places::completed, &places, &id), 0);
+  }
+  allAsked = true;
+  EXPECT_TRUE(eventually([&] { return places.failed + places.other == kRequests; }));
+  torture::disarm();
+  EXPECT_EQ(places.failed, kRequests);
+  EXPECT_LT(places.highest - places.lowest, 20000u);
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+}
 
 }  // namespace
