@@ -8,6 +8,7 @@
 #include "util/NeverDestroyed.h"
 #include "webs/MethodRequestCallbacks.h"
 #include "webs/SslMultithread.h"
+#include "webs/TransferShare.h"
 
 namespace webs {
 
@@ -85,6 +86,7 @@ void MethodRequest::initialize(Requestor* receiver, const std::string& resource)
   curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaximumRedirects);
   // A stop does not wait for the system's name resolver: its thread ends and cleans up by itself.
   curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);
+  curl_easy_setopt(curl, CURLOPT_SHARE, TransferShare::instance().all());
   initialized = true;
 }
 

@@ -161,10 +161,12 @@ class MethodRequest : public util::Semaphore {
 
   void setOptions(std::initializer_list<Option> options) EXCLUDES(this);
   void applyOption(const Option& option);
+  static Option ownTlsSessions();
   void beginTransfer() EXCLUDES(this);
   void endTransfer() EXCLUDES(this);
   int performGet(const std::string& resource, long long start, long long end);
   int evaluate(long long start, Outcome* outcome);
+  bool nobodyAnswered(int code) const;
   int resultOf(const Outcome& outcome) const;
   int openSocket(int family, int type, int protocol) EXCLUDES(this);
   int closeSocket(int socketHandle) EXCLUDES(this);

@@ -15,14 +15,17 @@ namespace webs {
 
 // One libcurl option with its value, as the settings keep it while a transfer runs.
 struct MethodRequest::Option {
-  Option(CURLoption name, const std::string& value)
-      : option(name), isText(true), text(value), number(0) {}
-  Option(CURLoption name, long value) : option(name), isText(false), number(value) {}
+  enum Kind { kText, kNumber, kPointer };
+
+  Option(CURLoption name, const std::string& value) : option(name), kind(kText), text(value) {}
+  Option(CURLoption name, long value) : option(name), kind(kNumber), number(value) {}
+  Option(CURLoption name, void* value) : option(name), kind(kPointer), pointer(value) {}
 
   CURLoption option;
-  bool isText;
+  Kind kind;
   std::string text;
-  long number;
+  long number = 0;
+  void* pointer = nullptr;
 };
 
 // What libcurl said at the end of a transfer.

@@ -3,6 +3,7 @@
 #include "util/Log.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
+#include "webs/TransferShare.h"
 
 namespace webs {
 
@@ -37,11 +38,22 @@ void MethodRequest::setOptions(std::initializer_list<Option> options) {
 }
 
 void MethodRequest::applyOption(const Option& option) {
-  if (option.isText) {
-    curl_easy_setopt(curl, option.option, option.text.c_str());
-  } else {
-    curl_easy_setopt(curl, option.option, option.number);
+  switch (option.kind) {
+    case Option::kText:
+      curl_easy_setopt(curl, option.option, option.text.c_str());
+      break;
+    case Option::kNumber:
+      curl_easy_setopt(curl, option.option, option.number);
+      break;
+    case Option::kPointer:
+      curl_easy_setopt(curl, option.option, option.pointer);
+      break;
   }
+}
+
+// From here on TLS sessions are taken up from this session's own transfers only.
+MethodRequest::Option MethodRequest::ownTlsSessions() {
+  return Option(CURLOPT_SHARE, TransferShare::instance().names());
 }
 
 void MethodRequest::setUserAgent(const std::string& value) {
@@ -73,11 +85,11 @@ void MethodRequest::setClientAuthertication(const std::string& value) {
 }
 
 void MethodRequest::setPrivateKey(const std::string& value) {
-  setOptions({Option(CURLOPT_SSLKEY, value)});
+  setOptions({Option(CURLOPT_SSLKEY, value), ownTlsSessions()});
 }
 
 void MethodRequest::setKeyType(const std::string& value) {
-  setOptions({Option(CURLOPT_SSLKEYTYPE, value)});
+  setOptions({Option(CURLOPT_SSLKEYTYPE, value), ownTlsSessions()});
 }
 
 void MethodRequest::setIpResolve(const std::string& type) {

@@ -7,6 +7,7 @@
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
 #include "webs/TransferResult.h"
+#include "webs/TransferShare.h"
 #include "webs/WallClock.h"
 
 namespace webs {
@@ -19,6 +20,8 @@ constexpr int kBreakLimit = 2 * kSecond;
 constexpr int kShortNoDataSeconds = 4;
 constexpr int kNoDataSeconds = 10;
 constexpr int kFeatureShortTimeouts = 1;
+// How long the address of a name holds: libcurl's own time.
+constexpr long kNameSeconds = 60;
 
 // Only this session knows libcurl; everybody else knows these numbers.
 static_assert(static_cast<int>(TRANSFER_OK) == CURLE_OK, "libcurl's");
@@ -97,6 +100,9 @@ int MethodRequest::performGet(const std::string& resource, long long start, long
   FLUVIA_LOG_AS("executeGet", -4,
                 "handle:%p, PFFFF begin to perform(url: %s, start: %lld, end: %lld)", curl,
                 requestUrl.c_str(), start, end);
+  const bool looksUpAnew = TransferShare::instance().takeDistrust();
+  curl_easy_setopt(curl, CURLOPT_DNS_CACHE_TIMEOUT, looksUpAnew ? 0L : kNameSeconds);
+
   lifeCount = -1;
   timeoutNum = 0;
   lastStamp = 0;
@@ -120,6 +126,8 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
   // Not a cancelled transfer: nobody follows it, and readers would wait for ever.
   if (!stopped && callbackFailed) outcome->code = CURLE_OUT_OF_MEMORY;
 
+  if (!stopped && nobodyAnswered(outcome->code)) TransferShare::instance().distrustNames();
+
   snapshotSpeed();
   curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD, &outcome->bytes);
   responseCode = responseCodeOf(curl);
@@ -140,6 +148,12 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
   }
   if (stopped && outcome->code == CURLE_ABORTED_BY_CALLBACK) return outcome->code;
   return resultOf(*outcome);
+}
+
+bool MethodRequest::nobodyAnswered(int code) const {
+  // The only time limit that libcurl has here is that of connecting. The stall watch may be faster.
+  return code == CURLE_COULDNT_CONNECT || code == CURLE_OPERATION_TIMEDOUT ||
+         (code == CURLE_ABORTED_BY_CALLBACK && timeoutNum >= kConnectLimit);
 }
 
 int MethodRequest::resultOf(const Outcome& outcome) const {

@@ -2,9 +2,9 @@
 # A real network in a box: the library in one network namespace, a server in another, and between them
 # a cable that is pulled, loses packets, is slow or far.
 #
-#   tests/network/box.sh FLUVIA
+#   tests/network/box.sh FLUVIA LIBRARY
 #
-# FLUVIA is the command line program. Needs root, ip, tc, nft, nginx, python3 and a kernel that makes
+# FLUVIA is the command line program, LIBRARY the shared library. Needs root, ip, tc, nft, nginx, python3 and a kernel that makes
 # network namespaces; what it does not make is left out and said so. Prints a line for each case: its
 # name, "right", "wrong" or "skipped", and what came out. Exit code 1 when one is wrong. Nothing
 # outside the two namespaces is contacted.
@@ -12,6 +12,7 @@
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 fluvia=$(realpath "$1")
+library=$(realpath "$2")
 PATH=$PATH:/usr/sbin:/sbin
 work=$(mktemp -d)
 tag=fluvia$$
@@ -229,6 +230,30 @@ NFT
   in_server nft delete table inet silent
 }
 
+case_titles() {
+  mkdir -p "/etc/netns/$client"
+  echo "nameserver 10.77.0.2" >"/etc/netns/$client/resolv.conf"
+  ip netns exec "$server" python3 "$here/names.py" 10.77.0.2 10.77.0.2 "$work/asked" \
+    >"$work/names.out" 2>&1 &
+  local tries urls=() asked
+  for tries in $(seq 100); do
+    grep -q ready "$work/names.out" && break
+    sleep 0.1
+  done
+  for title in $(seq 20); do urls+=("http://film.test/small?title=$title"); done
+  if in_client timeout 60 python3 "$here/titles.py" "$library" "${urls[@]}" \
+    >"$work/titles.out" 2>"$work/err"; then
+    asked=$(wc -l <"$work/asked")
+    if [ "$asked" -eq 1 ]; then
+      told "twenty titles of a host" right "$(cat "$work/titles.out"), one look-up"
+    else
+      told "twenty titles of a host" wrong "$asked look-ups"
+    fi
+  else
+    told "twenty titles of a host" wrong "$(cat "$work/titles.out") after $tries tries"
+  fi
+}
+
 case_ipv6() {
   # The pulled cable has taken it away.
   in_client ip addr replace fd77::1/64 dev veth0 nodad
@@ -243,5 +268,5 @@ if ! make_box 2>"$work/box.err"; then
   exit 0
 fi
 start_server
-for name in plain cable cable_long loss slow far unreachable resolver ipv6; do "case_$name"; done
+for name in plain cable cable_long loss slow far unreachable resolver titles ipv6; do "case_$name"; done
 exit "$bad"

@@ -1,7 +1,5 @@
 // Transfers that are stopped.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <netdb.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,30 +12,7 @@
 #include "tests/support/HttpProbes.h"
 #include "tests/support/SessionProbe.h"
 #include "tests/support/Watchdog.h"
-
-namespace {
-
-// While held, host names are being resolved, each for five seconds at most; how many were begun and
-// are over.
-std::atomic<bool> resolverHeld{false};
-std::atomic<int> resolvesBegun{0};
-std::atomic<int> resolvesOver{0};
-
-}  // namespace
-
-// Takes the place of the C library's function for libcurl.
-extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
-                                                                  const char* service,
-                                                                  const struct addrinfo* hints,
-                                                                  struct addrinfo** result) {
-  using Function = int (*)(const char*, const char*, const struct addrinfo*, struct addrinfo**);
-  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
-  if (!resolverHeld) return real(node, service, hints, result);
-  ++resolvesBegun;
-  support::eventually([] { return !resolverHeld.load(); }, 5);
-  ++resolvesOver;
-  return EAI_FAIL;
-}
+#include "tests/webs/TestResolver.h"
 
 namespace {
 
@@ -85,21 +60,21 @@ TEST(MethodRequestStop, EndsAConnectThatNobodyAnswers) {
 }
 
 TEST(MethodRequestStop, DoesNotWaitForTheNameResolver) {
-  resolverHeld = true;
+  test_resolver::held = true;
   double shortest = 1000;
   for (int round = 0; round < 2; ++round) {
     SessionProbe probe;
-    const int before = resolvesBegun;
+    const int before = test_resolver::begun;
     probe.start("http://slow.test/");
-    ASSERT_TRUE(support::eventually([&] { return resolvesBegun > before; }));
+    ASSERT_TRUE(support::eventually([&] { return test_resolver::begun > before; }));
     const support::Stopwatch watch;
     probe.session.stop();
     shortest = std::min(shortest, watch.seconds());
     EXPECT_EQ(probe.join(), kAborted);
   }
   EXPECT_LT(shortest, 2) << "the resolver takes five seconds";
-  resolverHeld = false;
-  EXPECT_TRUE(support::eventually([] { return resolvesOver == resolvesBegun; }));
+  test_resolver::held = false;
+  EXPECT_TRUE(support::eventually([] { return test_resolver::over == test_resolver::begun; }));
 }
 
 TEST(MethodRequestStop, CutBodyWithoutALengthSetsNoSize) {
