@@ -415,9 +415,8 @@ ENTRIES = [
         snippet="  static struct curl_slist* const list = curl_slist_append(nullptr, \"Pragma: no-cache\");\n",
         replacement="  static struct curl_slist* list = nullptr;\n"
                     "  list = curl_slist_append(nullptr, \"Pragma: no-cache\");\n",
-        preset="tsan",
+        preset="asan",
         tests="MethodRequestSettings.SessionsAreMade",
-        tries=10,
     ),
     dict(
         name="http: only the last of many settings is kept",

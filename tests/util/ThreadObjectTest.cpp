@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <fstream>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "tests/support/CapturedStderr.h"
@@ -27,15 +31,27 @@ struct Runs {
   std::atomic<int> ended{0};
   std::atomic<bool> hold{false};
   std::atomic<void*> lastArg{nullptr};
+  std::atomic<long> thread{0};
 };
 Runs* current = nullptr;
 
 void* countRun(void* arg) {
   current->lastArg = arg;
+  current->thread = syscall(SYS_gettid);
   ++current->begun;
   eventually([] { return !current->hold.load(); });
   ++current->ended;
   return nullptr;
+}
+
+// How often that thread of this process has gone to sleep.
+long sleepsOf(long thread) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+  const std::string name = "voluntary_ctxt_switches:";
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, name.size(), name) == 0) return std::stol(line.substr(name.size()));
+  }
+  return -1;
 }
 
 class ThreadObjectTest : public testing::Test {
@@ -160,9 +176,15 @@ TEST_F(ThreadObjectTest, StartFollowedAtOnceByAPauseStillRunsOnce) {
 
 TEST_F(ThreadObjectTest, WakeUpThatNobodyAskedForRunsNothing) {
   ASSERT_TRUE(runsAndParks());
-  for (int i = 0; i < 100; ++i) object.notifyAll(0);
-  object.syncBegin();
-  object.syncEnd();
+  // Wakes it until it has gone to sleep again many times.
+  const long before = sleepsOf(runs.thread);
+  ASSERT_GE(before, 0);
+  EXPECT_TRUE(eventually([&] {
+    object.notifyAll(0);
+    return sleepsOf(runs.thread) > before + 20;
+  }));
+  EXPECT_FALSE(log.has("runner: thread woken up"));
+  EXPECT_EQ(runs.begun, 1);
   EXPECT_TRUE(object.start(nullptr));
   ASSERT_TRUE(ended(2));
   ASSERT_TRUE(parked(2));
