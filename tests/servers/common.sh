@@ -6,6 +6,7 @@ set -euo pipefail
 
 fluvia=${FLUVIA:-build/release/tools/fluvia}
 fluvia=$(realpath "$fluvia")
+player=$(dirname "$fluvia")/../tests/server_player
 name=$(basename "$0")
 folder=$(mktemp -d)
 www=$folder/www
@@ -67,6 +68,46 @@ part() {
 # seeks URL COUNT [options]: random seeks and reads agree with one plain reading.
 seeks() {
   "$fluvia" check "$1" --count "$2" "${@:3}" >"$folder/out" 2>&1 || fail "check: $(cat "$folder/out")"
+}
+
+# plays URL FILE [CA]: a player's way through the file. Nothing on loopback forces a wait, so a read
+# of seconds means that it was forgotten; less may be a busy machine.
+plays() {
+  timeout 60 "$player" "$1" "$2" "${3:-}" >"$folder/out" 2>"$folder/err" ||
+    fail "the player fails: $(grep -v "^[*<>\[]" "$folder/err" | tail -n 1)"
+  local longest
+  for longest in $(grep -oE "[0-9]+" "$folder/out"); do
+    [ "$longest" -lt 2500 ] || fail "a read waited: $(cat "$folder/out") ms"
+  done
+}
+
+# make_certificate NAME: cert.pem and key.pem of the folder, of that host name.
+make_certificate() {
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout "$folder/key.pem" -out "$folder/cert.pem" \
+    -days 2 -subj "/CN=$1" -addext "subjectAltName=DNS:$1" 2>"$folder/openssl.log" ||
+    fail "no certificate"
+}
+
+# restarted URL FILE COMMAND...: every byte comes although the server that was started last is killed
+# in the middle, and started again by COMMAND half a second later.
+restarted() {
+  local url=$1 file=$2 reader
+  shift 2
+  "$fluvia" cat --speed 4000000 "$url" >"$folder/out" 2>"$folder/err" &
+  reader=$!
+  servers+=("$reader")
+  local tries=200
+  while [ "$(stat -c %s "$folder/out")" -lt 2000000 ]; do
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "no bytes before the restart"
+    sleep 0.05
+  done
+  kill -KILL "${servers[-2]}"
+  wait "${servers[-2]}" 2>/dev/null || true
+  sleep 0.5 # the outage
+  "$@"
+  wait "$reader" || fail "does not survive a restart: $(tail -n 1 "$folder/err")"
+  cmp "$file" "$folder/out" || fail "other bytes after a restart"
 }
 
 # fact URL KEY: what info tells, as JSON.
