@@ -1,0 +1,348 @@
+#include "fluvia_stream.h"
+
+#include <fluviafs.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+enum { kBreakAgainMs = 5, kProblemRoom = 160, kSkipPiece = 65536 };
+
+struct FluviaStream {
+  /* The thread that reads. */
+  char* name;
+  FluviaStreamSettings settings;
+  FluviaOutage outage;
+  int connected; /* the first byte was there, or the end */
+  int seekable;
+  long long size;
+  long long position;
+  int replaced; /* by another resource, for good */
+  int status;
+  char problem[kProblemRoom];
+
+  pthread_mutex_t lock; /* guards what is below */
+  pthread_cond_t changed;
+  int handle;   /* 0: none */
+  int inside;   /* a call of the library that may wait is under way */
+  int breaking; /* the breaker calls the library with handle, which stays open meanwhile */
+  int aborted;  /* for good */
+  int hasBreaker;
+  pthread_t breaker;
+};
+
+static long long nowMs(void) {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return (long long)now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+static struct timespec timeAt(long long ms) {
+  struct timespec at;
+  at.tv_sec = (time_t)(ms / 1000);
+  at.tv_nsec = (long)(ms % 1000) * 1000000;
+  return at;
+}
+
+static int initLock(FluviaStream* stream) {
+  pthread_condattr_t clock;
+  if (pthread_mutex_init(&stream->lock, NULL) != 0) return 0;
+  int made = pthread_condattr_init(&clock) == 0;
+  if (made) {
+    pthread_condattr_setclock(&clock, CLOCK_MONOTONIC);
+    made = pthread_cond_init(&stream->changed, &clock) == 0;
+    pthread_condattr_destroy(&clock);
+  }
+  if (!made) pthread_mutex_destroy(&stream->lock);
+  return made;
+}
+
+static char* copyOf(const char* text) {
+  const size_t room = strlen(text) + 1;
+  char* copy = malloc(room);
+  return copy == NULL ? NULL : memcpy(copy, text, room);
+}
+
+int fluvia_stream_open(FluviaStream** stream, const char* name,
+                       const FluviaStreamSettings* settings) {
+  *stream = NULL;
+  FluviaStream* made = calloc(1, sizeof *made);
+  if (made == NULL) return FVFR_FAILED;
+  made->name = copyOf(name);
+  if (made->name == NULL || !initLock(made)) {
+    free(made->name);
+    free(made);
+    return FVFR_FAILED;
+  }
+  made->settings = *settings;
+  if (made->settings.bufferSize == 0) made->settings.bufferSize = FVFR_DEFAULT_BUFFER;
+  made->size = -1;
+  fluvia_outage_init(&made->outage, made->name, settings->seconds);
+  const int result = x_fluvia_file_open_x(name, &made->handle, made->settings.bufferSize);
+  if (result != FVFR_OK) made->handle = 0;
+  *stream = made;
+  if (result != FVFR_OK) {
+    fluvia_stream_close(stream);
+  } else if (settings->apply != NULL) {
+    settings->apply(made->handle, settings->data);
+  }
+  return result;
+}
+
+/* ---- Breaking off ------------------------------------------------------------------------------
+ */
+
+/* Before and after every call that may wait. enter() fails once the stream was aborted. */
+static int enter(FluviaStream* stream) {
+  pthread_mutex_lock(&stream->lock);
+  const int allowed = !stream->aborted;
+  stream->inside = allowed;
+  pthread_mutex_unlock(&stream->lock);
+  return allowed;
+}
+
+static int leave(FluviaStream* stream) {
+  pthread_mutex_lock(&stream->lock);
+  const int aborted = stream->aborted;
+  stream->inside = 0;
+  pthread_cond_broadcast(&stream->changed);
+  pthread_mutex_unlock(&stream->lock);
+  return !aborted;
+}
+
+/* Breaks the read off, again and again: it may not yet have begun to wait. */
+static void* breakOff(void* data) {
+  FluviaStream* stream = data;
+  pthread_mutex_lock(&stream->lock);
+  while (stream->inside) {
+    stream->breaking = 1;
+    pthread_mutex_unlock(&stream->lock);
+    x_fluvia_file_read_abort(stream->handle, 0);
+    pthread_mutex_lock(&stream->lock);
+    stream->breaking = 0;
+    pthread_cond_broadcast(&stream->changed);
+    const struct timespec again = timeAt(nowMs() + kBreakAgainMs);
+    if (stream->inside) pthread_cond_timedwait(&stream->changed, &stream->lock, &again);
+  }
+  pthread_mutex_unlock(&stream->lock);
+  return NULL;
+}
+
+/*
+ * On a thread of its own, because an abort in the library can wait, for instance for an open of the
+ * same name elsewhere.
+ */
+void fluvia_stream_abort(FluviaStream* stream) {
+  pthread_mutex_lock(&stream->lock);
+  const int first = !stream->aborted;
+  stream->aborted = 1;
+  pthread_cond_broadcast(&stream->changed);
+  int failed = 0;
+  if (first && stream->inside) {
+    failed = pthread_create(&stream->breaker, NULL, breakOff, stream);
+    stream->hasBreaker = !failed;
+  }
+  pthread_mutex_unlock(&stream->lock);
+  if (failed) breakOff(stream);
+}
+
+/* Closes the handle, if there is one. */
+static void dropHandle(FluviaStream* stream) {
+  pthread_mutex_lock(&stream->lock);
+  while (stream->breaking) pthread_cond_wait(&stream->changed, &stream->lock);
+  const int handle = stream->handle;
+  stream->handle = 0;
+  pthread_mutex_unlock(&stream->lock);
+  if (handle > 0) x_fluvia_file_close(handle);
+}
+
+/* Waits that long. 0 when the stream was aborted before. */
+static int rest(FluviaStream* stream, long ms) {
+  const struct timespec until = timeAt(nowMs() + ms);
+  int result = 0;
+  pthread_mutex_lock(&stream->lock);
+  while (!stream->aborted && result == 0) {
+    result = pthread_cond_timedwait(&stream->changed, &stream->lock, &until);
+  }
+  const int aborted = stream->aborted;
+  pthread_mutex_unlock(&stream->lock);
+  return !aborted;
+}
+
+/* ---- Reading -----------------------------------------------------------------------------------
+ */
+
+static void notice(const FluviaStream* stream, const char* text) {
+  if (stream->settings.notice != NULL) stream->settings.notice(text, stream->settings.data);
+}
+
+/* One read of the library, at the handle's position. */
+static int readHandle(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got) {
+  *got = 0;
+  if (!enter(stream)) return FLUVIA_STREAM_ABORTED;
+  const int result = x_fluvia_file_read(stream->handle, buffer, size, got);
+  return leave(stream) || *got > 0 ? result : FLUVIA_STREAM_ABORTED;
+}
+
+/* Reads up to the position and drops the bytes, where the library cannot seek there. */
+static int skip(FluviaStream* stream) {
+  char* dropped = malloc(kSkipPiece);
+  int result = dropped == NULL ? FVFR_FAILED : FVFR_OK;
+  const long long until = nowMs() + 1000LL * stream->settings.seconds;
+  while (result == FVFR_OK) {
+    const long long left = stream->position - x_fluvia_file_offset(stream->handle);
+    unsigned int got = 0;
+    if (left <= 0) break;
+    result = readHandle(stream, dropped, left < kSkipPiece ? (unsigned int)left : kSkipPiece, &got);
+    if (result == FVFR_END_OF_FILE) result = FLUVIA_STREAM_CHANGED;
+    if (result == FVFR_OK && nowMs() > until) result = FVFR_SEEK_REFUSED;
+  }
+  free(dropped);
+  return result;
+}
+
+/* Moves the handle to the position. */
+static int moveHandle(FluviaStream* stream) {
+  long long now = 0;
+  if (x_fluvia_file_offset(stream->handle) == stream->position) return FVFR_OK;
+  if (!enter(stream)) return FLUVIA_STREAM_ABORTED;
+  const int result = x_fluvia_file_seek(stream->handle, stream->position, &now);
+  if (!leave(stream)) return FLUVIA_STREAM_ABORTED;
+  return result == FVFR_SEEK_REFUSED ? skip(stream) : result;
+}
+
+/* Bytes came at the position, or the end. */
+static void goOn(FluviaStream* stream) {
+  char text[64];
+  const int wasAway = stream->outage.since >= 0;
+  fluvia_outage_end(&stream->outage, stream->handle);
+  if (!wasAway) return;
+  snprintf(text, sizeof text, "going on at byte %lld", stream->position);
+  notice(stream, text);
+}
+
+/*
+ * Reads the first byte of a new handle: its failure has a code, which that of a size has not. Then
+ * compares with what was there before, and goes to the position.
+ */
+static int learn(FluviaStream* stream) {
+  char first = 0;
+  unsigned int got = 0;
+  long long now = 0;
+  const int result = readHandle(stream, &first, 1, &got);
+  if (got == 0 && result != FVFR_END_OF_FILE) return result;
+  if (!fluvia_outage_is_same(&stream->outage, stream->handle)) return FLUVIA_STREAM_CHANGED;
+  if (!stream->outage.known) goOn(stream);
+  stream->size = stream->outage.size;
+  stream->seekable =
+      x_fluvia_file_seek(stream->handle, FVFR_SEEK_SPAN + 2, &now) != FVFR_SEEK_REFUSED;
+  stream->connected = 1;
+  return moveHandle(stream);
+}
+
+static int reopen(FluviaStream* stream) {
+  int handle = 0;
+  const int size = stream->settings.bufferSize;
+  if (fluvia_outage_open(&stream->outage, size, &handle) != FVFR_OK) return FVFR_FAILED;
+  pthread_mutex_lock(&stream->lock);
+  stream->handle = handle;
+  pthread_mutex_unlock(&stream->lock);
+  if (stream->settings.apply != NULL) stream->settings.apply(handle, stream->settings.data);
+  return learn(stream);
+}
+
+static void noteProblem(FluviaStream* stream, int result) {
+  if (result == FLUVIA_STREAM_CHANGED) {
+    stream->status = FVFR_DOWNLOAD_OK;
+    snprintf(stream->problem, sizeof stream->problem, "the resource has changed");
+    return;
+  }
+  stream->status = x_fluvia_file_http_get_download_status(stream->handle);
+  fluvia_outage_explain(stream->handle, stream->problem, sizeof stream->problem);
+}
+
+/* Whether another try may help at all. */
+static int isFailure(int result) {
+  return result != FVFR_OK && result != FVFR_END_OF_FILE && result != FVFR_SEEK_REFUSED &&
+         result != FLUVIA_STREAM_ABORTED && result != FLUVIA_STREAM_CHANGED;
+}
+
+/* The handle has failed with that result: opens the resource anew until one stands at the position,
+ * or gives up. */
+static int recover(FluviaStream* stream, int result) {
+  char text[kProblemRoom + 64];
+  while (isFailure(result)) {
+    noteProblem(stream, result);
+    const long pause = fluvia_outage_pause(&stream->outage, stream->handle, nowMs());
+    if (pause < 0) return result;
+    snprintf(text, sizeof text, "%s; trying again in %ld.%ld s", stream->problem, pause / 1000,
+             pause % 1000 / 100);
+    notice(stream, text);
+    dropHandle(stream);
+    result = rest(stream, pause) ? reopen(stream) : FLUVIA_STREAM_ABORTED;
+  }
+  if (result == FLUVIA_STREAM_CHANGED) {
+    stream->replaced = 1;
+    noteProblem(stream, result);
+  }
+  return result;
+}
+
+int fluvia_stream_connect(FluviaStream* stream) {
+  if (stream->replaced) return FLUVIA_STREAM_CHANGED;
+  return stream->connected ? FVFR_OK : recover(stream, learn(stream));
+}
+
+int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got) {
+  *got = 0;
+  int result = fluvia_stream_connect(stream);
+  while (result == FVFR_OK) {
+    result = moveHandle(stream);
+    if (result == FVFR_OK) result = readHandle(stream, buffer, size, got);
+    if (*got > 0 || result == FVFR_END_OF_FILE || result == FVFR_OK) {
+      goOn(stream);
+      stream->position += *got;
+      return *got > 0 || size == 0 ? FVFR_OK : FVFR_END_OF_FILE;
+    }
+    result = recover(stream, result);
+  }
+  return result;
+}
+
+int fluvia_stream_seek(FluviaStream* stream, long long offset) {
+  if (offset < 0) return FVFR_FAILED;
+  const int result = fluvia_stream_connect(stream);
+  if (result != FVFR_OK) return result;
+  if (stream->size >= 0 && offset > stream->size) offset = stream->size;
+  if (!stream->seekable && offset != stream->position) return FVFR_SEEK_REFUSED;
+  stream->position = offset;
+  return FVFR_OK;
+}
+
+long long fluvia_stream_position(const FluviaStream* stream) { return stream->position; }
+
+long long fluvia_stream_size(FluviaStream* stream) {
+  fluvia_stream_connect(stream);
+  return stream->size;
+}
+
+int fluvia_stream_is_seekable(FluviaStream* stream) {
+  return fluvia_stream_connect(stream) == FVFR_OK && stream->seekable;
+}
+
+int fluvia_stream_handle(const FluviaStream* stream) { return stream->handle; }
+int fluvia_stream_status(const FluviaStream* stream) { return stream->status; }
+const char* fluvia_stream_problem(const FluviaStream* stream) { return stream->problem; }
+
+void fluvia_stream_close(FluviaStream** stream) {
+  FluviaStream* closed = *stream;
+  if (closed == NULL) return;
+  *stream = NULL;
+  if (closed->hasBreaker) pthread_join(closed->breaker, NULL);
+  dropHandle(closed);
+  pthread_cond_destroy(&closed->changed);
+  pthread_mutex_destroy(&closed->lock);
+  free(closed->name);
+  free(closed);
+}

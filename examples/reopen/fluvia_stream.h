@@ -1,0 +1,98 @@
+/*
+ * A resource of libfluviafs that outlives the outages of its server, and that any thread can break
+ * off. To be taken over into a player: this header, fluvia_stream.c and fluvia_outage.*.
+ *
+ *   FluviaStream* stream = NULL;
+ *   FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
+ *   unsigned int got = 0;
+ *   if (fluvia_stream_open(&stream, "http://server/film.mp4", &settings) == FVFR_OK) {
+ *     while (fluvia_stream_read(stream, buffer, sizeof buffer, &got) == FVFR_OK) consume(buffer,
+ * got); fluvia_stream_close(&stream);
+ *   }
+ *
+ * Results are those of fluviafs.h and the two below. Every function but fluvia_stream_abort()
+ * belongs to the thread that reads.
+ */
+#ifndef FLUVIA_STREAM_H_
+#define FLUVIA_STREAM_H_
+
+#include <stddef.h>
+
+#include "fluvia_outage.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum {
+  FLUVIA_STREAM_ABORTED = -1000, /* fluvia_stream_abort() */
+  FLUVIA_STREAM_CHANGED = -1001  /* the server was away, and has another resource now */
+};
+
+typedef struct FluviaStream FluviaStream;
+
+typedef struct FluviaStreamSettings {
+  int bufferSize; /* bytes, 0: the library's default */
+  int seconds;    /* how long an outage is borne, see fluvia_outage.h; 0: never */
+  /* Called with every handle before its first byte is asked for, to make settings; may be null. */
+  void (*apply)(int handle, void* data);
+  /* Told on the thread that reads what it waits for, and that it goes on; may be null. */
+  void (*notice)(const char* text, void* data);
+  void* data; /* for both */
+} FluviaStreamSettings;
+
+/* The defaults. */
+#define FLUVIA_STREAM_SETTINGS \
+  { 0, FLUVIA_OUTAGE_SECONDS, NULL, NULL, NULL }
+
+/*
+ * Opens an absolute path or a URL. Makes no connection. *stream is the caller's to close, and null
+ * after a failure.
+ */
+int fluvia_stream_open(FluviaStream** stream, const char* name,
+                       const FluviaStreamSettings* settings);
+
+/*
+ * Waits for the first byte, and learns size and seekability. The functions below do so themselves.
+ */
+int fluvia_stream_connect(FluviaStream* stream);
+
+/*
+ * Reads at most size bytes, as many as there are before the end or a failure. With FVFR_OK *got is
+ * not 0. During an outage it waits and opens the resource anew.
+ */
+int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got);
+
+/*
+ * Moves the position; behind the end it is the end. FVFR_SEEK_REFUSED where the stream cannot seek,
+ * but to where it is. Never waits once the stream is connected.
+ */
+int fluvia_stream_seek(FluviaStream* stream, long long offset);
+
+/* Where the next read begins. */
+long long fluvia_stream_position(const FluviaStream* stream);
+/* Bytes, -1 when they cannot be learnt. Waits as a connect does. */
+long long fluvia_stream_size(FluviaStream* stream);
+/* Whether every offset can be reached. Waits as a connect does. */
+int fluvia_stream_is_seekable(FluviaStream* stream);
+
+/* The library's handle now; another one after an outage, 0 during one. */
+int fluvia_stream_handle(const FluviaStream* stream);
+/* After a failure: the download status that goes with it, and what is wrong, in words. */
+int fluvia_stream_status(const FluviaStream* stream);
+const char* fluvia_stream_problem(const FluviaStream* stream);
+
+/*
+ * From any thread: what waits in the stream returns FLUVIA_STREAM_ABORTED, and so does everything
+ * later. Waits for nothing.
+ */
+void fluvia_stream_abort(FluviaStream* stream);
+
+/* Closes the stream and makes *stream null. Null is no stream. */
+void fluvia_stream_close(FluviaStream** stream);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* FLUVIA_STREAM_H_ */
