@@ -3,92 +3,69 @@
 #include <errno.h>
 #include <fluviafs.h>
 #include <libavutil/error.h>
+#include <libavutil/log.h>
 #include <libavutil/mem.h>
-#include <pthread.h>
 #include <stdio.h>
-#include <time.h>
 
-enum { kContextBuffer = 32768, kAbortRepeatNs = 5 * 1000 * 1000 };
+enum { kContextBuffer = 32768 };
 
 struct FluviaAvio {
-  int handle;
+  FluviaStream* stream;
   AVIOContext* context;
-  pthread_mutex_t lock;
-  pthread_cond_t left;
-  int inside;  /* a call of the library that may wait is under way */
-  int aborted; /* for good */
 };
 
-static int errorOf(int result) {
-  switch (result) {
-    case FVFR_END_OF_FILE:
-      return AVERROR_EOF;
-    case FVFR_TIMEOUT:
+/* By the status of the transfer: the library's codes call a silent server not found. */
+static int errorOfStatus(int status) {
+  switch (status) {
+    case FVFR_DOWNLOAD_TIMEOUT:
+    case FVFR_DOWNLOAD_NO_DATA:
+    case FVFR_DOWNLOAD_CONNECTION_DEAD:
       return AVERROR(ETIMEDOUT);
-    case FVFR_NOT_AVAILABLE:
-      return AVERROR(EACCES);
-    case FVFR_NOT_FOUND:
+    case FVFR_DOWNLOAD_UNKNOWN_HOST:
+    case FVFR_DOWNLOAD_UNREACHABLE:
+      return AVERROR(EHOSTUNREACH);
+    case FVFR_DOWNLOAD_REFUSED:
+      return AVERROR(ECONNREFUSED);
+    case 401:
+      return AVERROR_HTTP_UNAUTHORIZED;
+    case 403:
+      return AVERROR_HTTP_FORBIDDEN;
+    case 404:
+    case 410:
       return AVERROR(ENOENT);
-    case FVFR_SEEK_REFUSED:
-      return AVERROR(ESPIPE);
     default:
-      return AVERROR(EIO);
+      if (status >= 500) return AVERROR_HTTP_SERVER_ERROR;
+      return status >= 400 ? AVERROR_HTTP_OTHER_4XX : AVERROR(EIO);
   }
 }
 
-/* Before and after every call that may wait. enter() fails once the source was aborted. */
-static int enter(FluviaAvio* source) {
-  int refused = 0;
-  pthread_mutex_lock(&source->lock);
-  refused = source->aborted;
-  source->inside = !refused;
-  pthread_mutex_unlock(&source->lock);
-  return refused ? AVERROR_EXIT : 0;
-}
-
-static int leave(FluviaAvio* source) {
-  int aborted = 0;
-  pthread_mutex_lock(&source->lock);
-  source->inside = 0;
-  aborted = source->aborted;
-  pthread_cond_broadcast(&source->left);
-  pthread_mutex_unlock(&source->lock);
-  return aborted ? AVERROR_EXIT : 0;
-}
-
-static int readBytes(FluviaAvio* source, uint8_t* buffer, int size) {
-  unsigned int got = 0;
-  int result = enter(source);
-  if (result != 0) return result;
-  result = x_fluvia_file_read(source->handle, (char*)buffer, (unsigned int)size, &got);
-  const int aborted = leave(source);
-  if (result == FVFR_OK && got > 0) return (int)got;
-  if (aborted != 0) return aborted;
-  return result == FVFR_OK ? AVERROR_EOF : errorOf(result);
+static int errorOf(const FluviaAvio* source, int result) {
+  switch (result) {
+    case FVFR_END_OF_FILE:
+      return AVERROR_EOF;
+    case FVFR_SEEK_REFUSED:
+      return AVERROR(ESPIPE);
+    case FLUVIA_STREAM_ABORTED:
+      return AVERROR_EXIT;
+    case FLUVIA_STREAM_CHANGED:
+      return AVERROR(ESTALE);
+    default:
+      return errorOfStatus(fluvia_stream_status(source->stream));
+  }
 }
 
 static int readPacket(void* opaque, uint8_t* buffer, int size) {
-  return readBytes(opaque, buffer, size);
+  FluviaAvio* source = opaque;
+  unsigned int got = 0;
+  const int result = fluvia_stream_read(source->stream, (char*)buffer, (unsigned int)size, &got);
+  return result == FVFR_OK ? (int)got : errorOf(source, result);
 }
 
 static int64_t sizeOf(FluviaAvio* source) {
-  const int refused = enter(source);
-  if (refused != 0) return refused;
-  const long long size = x_fluvia_file_size(source->handle);
-  const int aborted = leave(source);
-  if (aborted != 0) return aborted;
-  return size < 0 || size == FVFR_UNKNOWN_SIZE ? AVERROR(ENOSYS) : size;
-}
-
-static int64_t moveTo(FluviaAvio* source, int64_t offset) {
-  long long now = 0;
-  if (offset < 0) return AVERROR(EINVAL);
-  int result = enter(source);
-  if (result != 0) return result;
-  result = x_fluvia_file_seek(source->handle, offset, &now);
-  const int aborted = leave(source);
-  if (aborted != 0) return aborted;
-  return result == FVFR_OK ? now : errorOf(result);
+  const int result = fluvia_stream_connect(source->stream);
+  if (result != FVFR_OK) return errorOf(source, result);
+  const long long size = fluvia_stream_size(source->stream);
+  return size < 0 ? AVERROR(ENOSYS) : size;
 }
 
 static int64_t seek(void* opaque, int64_t offset, int whence) {
@@ -100,7 +77,7 @@ static int64_t seek(void* opaque, int64_t offset, int whence) {
     case SEEK_SET:
       break;
     case SEEK_CUR:
-      base = x_fluvia_file_offset(source->handle);
+      base = fluvia_stream_position(source->stream);
       break;
     case SEEK_END:
       base = sizeOf(source);
@@ -109,7 +86,9 @@ static int64_t seek(void* opaque, int64_t offset, int whence) {
     default:
       return AVERROR(EINVAL);
   }
-  return moveTo(source, base + offset);
+  if (base + offset < 0) return AVERROR(EINVAL);
+  const int result = fluvia_stream_seek(source->stream, base + offset);
+  return result == FVFR_OK ? fluvia_stream_position(source->stream) : errorOf(source, result);
 }
 
 static int makeContext(FluviaAvio* source) {
@@ -121,67 +100,48 @@ static int makeContext(FluviaAvio* source) {
   return AVERROR(ENOMEM);
 }
 
-int fluvia_avio_open(FluviaAvio** source, const char* name, int bufferSize) {
+static void logNotice(const char* text, void* data) {
+  (void)data;
+  av_log(NULL, AV_LOG_WARNING, "fluvia: %s\n", text);
+}
+
+int fluvia_avio_open(FluviaAvio** source, const char* name, const FluviaStreamSettings* settings) {
+  FluviaStreamSettings own = FLUVIA_STREAM_SETTINGS;
+  if (settings != NULL) own = *settings;
+  if (own.notice == NULL) own.notice = logNotice;
   *source = NULL;
   FluviaAvio* made = av_mallocz(sizeof *made);
   if (made == NULL) return AVERROR(ENOMEM);
-  pthread_mutex_init(&made->lock, NULL);
-  pthread_cond_init(&made->left, NULL);
-  const int size = bufferSize > 0 ? bufferSize : FVFR_DEFAULT_BUFFER;
-  int result = x_fluvia_file_open_x(name, &made->handle, size);
-  if (result != FVFR_OK) {
-    made->handle = 0;
-    result = AVERROR(EINVAL);
-  } else {
-    result = makeContext(made);
-  }
+  int result = AVERROR(EINVAL);
+  if (fluvia_stream_open(&made->stream, name, &own) == FVFR_OK) result = makeContext(made);
   *source = made;
   if (result != 0) fluvia_avio_close(source);
   return result;
 }
 
-int fluvia_avio_handle(const FluviaAvio* source) { return source->handle; }
+int fluvia_avio_handle(const FluviaAvio* source) { return fluvia_stream_handle(source->stream); }
 
-/* The first byte is read because its failure has a code, which that of asking the size has not. */
 int fluvia_avio_connect(FluviaAvio* source) {
-  uint8_t first = 0;
-  long long now = 0;
-  const int got = readBytes(source, &first, 1);
-  if (got == AVERROR_EOF) return 0;
-  if (got < 0) return got;
-  const int moved = x_fluvia_file_seek(source->handle, FVFR_SEEK_SPAN + 2, &now);
-  source->context->seekable = moved == FVFR_SEEK_REFUSED ? 0 : AVIO_SEEKABLE_NORMAL;
-  return moveTo(source, 0) == 0 ? 0 : AVERROR(EIO);
+  const int result = fluvia_stream_connect(source->stream);
+  if (result != FVFR_OK) return errorOf(source, result);
+  source->context->seekable = fluvia_stream_is_seekable(source->stream) ? AVIO_SEEKABLE_NORMAL : 0;
+  return 0;
 }
 
 AVIOContext* fluvia_avio_context(FluviaAvio* source) { return source->context; }
 
-/* Repeated, because the other thread may not yet have begun to wait when it is broken off. */
-void fluvia_avio_abort(FluviaAvio* source) {
-  pthread_mutex_lock(&source->lock);
-  source->aborted = 1;
-  while (source->inside) {
-    pthread_mutex_unlock(&source->lock);
-    x_fluvia_file_read_abort(source->handle, 0);
-    pthread_mutex_lock(&source->lock);
-    struct timespec until;
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += kAbortRepeatNs;
-    until.tv_sec += until.tv_nsec / 1000000000;
-    until.tv_nsec %= 1000000000;
-    if (source->inside) pthread_cond_timedwait(&source->left, &source->lock, &until);
-  }
-  pthread_mutex_unlock(&source->lock);
+const char* fluvia_avio_problem(const FluviaAvio* source) {
+  return fluvia_stream_problem(source->stream);
 }
+
+void fluvia_avio_abort(FluviaAvio* source) { fluvia_stream_abort(source->stream); }
 
 void fluvia_avio_close(FluviaAvio** source) {
   FluviaAvio* closed = *source;
   if (closed == NULL) return;
   *source = NULL;
-  if (closed->handle > 0) x_fluvia_file_close(closed->handle);
+  fluvia_stream_close(&closed->stream);
   if (closed->context != NULL) av_freep(&closed->context->buffer);
   avio_context_free(&closed->context);
-  pthread_cond_destroy(&closed->left);
-  pthread_mutex_destroy(&closed->lock);
   av_free(closed);
 }

@@ -1,11 +1,13 @@
 /*
  * Decodes a file or URL through the library and prints a checksum of every frame.
  *
- *   frames [--plain] [--ca FILE] [--seeks N] [--byte-seeks N] [--seed N] [--timing] SOURCE
+ *   frames [--plain] [--ca FILE] [--reopen SECONDS] [--seeks N] [--byte-seeks N] [--seed N]
+ *          [--timing] SOURCE
  *
  * A line is the stream's kind and number, the frame's time in its stream's units and the MD5 of its
  * picture or samples. --plain reads with FFmpeg's own file and HTTP access instead, to compare.
- * --seeks goes to N random times and prints the first picture (or sound) at or after each;
+ * --reopen sets how long an outage is borne (0: not at all). --seeks goes to N random times and
+ * prints the first picture (or sound) at or after each;
  * --byte-seeks goes to N random bytes and prints the packet found there. --timing prints to
  * standard error how many milliseconds the first frame and each seek took.
  */
@@ -30,6 +32,7 @@ typedef struct Options {
   int byteSeeks;
   int timing;
   unsigned int seed;
+  int reopen; /* seconds */
   const char* authorities;
   const char* source;
 } Options;
@@ -63,6 +66,14 @@ static int fail(const char* what, int error) {
   av_strerror(error, text, sizeof text);
   fprintf(stderr, "frames: cannot %s: %s\n", what, text);
   return error;
+}
+
+/* The source's own words, where it has some. */
+static int failRead(const Player* player, int error) {
+  if (player->source != NULL) {
+    fprintf(stderr, "frames: %s\n", fluvia_avio_problem(player->source));
+  }
+  return fail("read", error);
 }
 
 static void printMd5(const uint8_t digest[16]) {
@@ -136,8 +147,10 @@ static int play(Player* player) {
   int result = 0;
   while (!(player->once && player->found)) {
     result = av_read_frame(player->format, player->packet);
+    /* To some demuxers a failed read is the end. */
+    if (result == AVERROR_EOF && player->format->pb->error < 0) result = player->format->pb->error;
     if (result == AVERROR_EOF) break;
-    if (result < 0) return fail("read", result);
+    if (result < 0) return failRead(player, result);
     result = decode(player, player->packet, player->packet->stream_index);
     av_packet_unref(player->packet);
     if (result < 0) return result;
@@ -163,14 +176,22 @@ static int openDecoder(Player* player, int index) {
   return avcodec_open2(decoder, codec, NULL);
 }
 
-static int openSource(Player* player, const Options* options) {
+static void applySettings(int handle, void* data) {
+  const Options* options = data;
+  if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
+}
+
+static void printNotice(const char* text, void* data) {
+  (void)data;
+  fprintf(stderr, "frames: %s\n", text);
+}
+
+static int openSource(Player* player, Options* options) {
   if (options->plain) {
     return avformat_open_input(&player->format, options->source, NULL, NULL);
   }
-  int result = fluvia_avio_open(&player->source, options->source, 0);
-  if (result == 0 && options->authorities != NULL) {
-    x_fluvia_file_http_set_CA(fluvia_avio_handle(player->source), options->authorities);
-  }
+  const FluviaStreamSettings settings = {0, options->reopen, applySettings, printNotice, options};
+  int result = fluvia_avio_open(&player->source, options->source, &settings);
   if (result == 0) result = fluvia_avio_connect(player->source);
   if (result < 0) return result;
   player->format = avformat_alloc_context();
@@ -179,7 +200,7 @@ static int openSource(Player* player, const Options* options) {
   return avformat_open_input(&player->format, NULL, NULL, NULL);
 }
 
-static int openPlayer(Player* player, const Options* options) {
+static int openPlayer(Player* player, Options* options) {
   player->packet = av_packet_alloc();
   player->frame = av_frame_alloc();
   if (player->packet == NULL || player->frame == NULL) return AVERROR(ENOMEM);
@@ -281,6 +302,8 @@ static int parse(int argc, char** argv, Options* options) {
       options->timing = 1;
     } else if (strcmp(argv[i], "--ca") == 0) {
       options->authorities = next, ++i;
+    } else if (strcmp(argv[i], "--reopen") == 0) {
+      options->reopen = atoi(next), ++i;
     } else if (strcmp(argv[i], "--seeks") == 0) {
       options->seeks = atoi(next), ++i;
     } else if (strcmp(argv[i], "--byte-seeks") == 0) {
@@ -300,10 +323,11 @@ int main(int argc, char** argv) {
   Options options = {0};
   Player player = {0};
   options.seed = 1;
+  options.reopen = FLUVIA_OUTAGE_SECONDS;
   if (parse(argc, argv, &options) != 0) {
     fprintf(stderr,
-            "usage: frames [--plain] [--ca FILE] [--seeks N] [--byte-seeks N] [--seed N] [--timing]"
-            " SOURCE\n");
+            "usage: frames [--plain] [--ca FILE] [--reopen SECONDS] [--seeks N] [--byte-seeks N]"
+            " [--seed N] [--timing] SOURCE\n");
     return 2;
   }
   av_log_set_level(AV_LOG_FATAL);

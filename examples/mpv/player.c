@@ -7,20 +7,22 @@
 #include "fluvia_mpv.h"
 
 static const char kUsage[] =
-    "usage: player [--headless] [--frames FILE] [--ca FILE] SOURCE\n"
+    "usage: player [--headless] [--frames FILE] [--ca FILE] [--reopen SECONDS] SOURCE\n"
     "\n"
     "Plays fluvia+file:///PATH, fluvia+http://... or fluvia+https://... through the library, or\n"
     "what mpv opens by itself, to compare.\n"
     "\n"
-    "  --headless     shows and plays nothing, as without a display\n"
-    "  --frames FILE  writes the MD5 of every decoded frame into FILE, and plays nothing\n"
-    "  --ca FILE      has servers' certificates checked against the authorities in FILE\n"
-    "  --help         shows this text\n";
+    "  --headless        shows and plays nothing, as without a display\n"
+    "  --frames FILE     writes the MD5 of every decoded frame into FILE, and plays nothing\n"
+    "  --ca FILE         has servers' certificates checked against the authorities in FILE\n"
+    "  --reopen SECONDS  bears an outage of the server that long; 60 by default, 0: not at all\n"
+    "  --help            shows this text\n";
 
 typedef struct Options {
   int help;
   int headless;
   const char* frames;
+  int reopen; /* seconds */
   const char* authorities;
   const char* source;
 } Options;
@@ -36,6 +38,11 @@ static void set(mpv_handle* player, const char* name, const char* value) {
 static void applySettings(int handle, void* data) {
   const Options* options = data;
   if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
+}
+
+static void printNotice(const char* text, void* data) {
+  (void)data;
+  fprintf(stderr, "player: %s\n", text);
 }
 
 static void configure(mpv_handle* player, const Options* options) {
@@ -82,6 +89,8 @@ static int parse(int argc, char** argv, Options* options) {
       options->frames = argv[++i];
     } else if (strcmp(argv[i], "--ca") == 0 && i + 1 < argc) {
       options->authorities = argv[++i];
+    } else if (strcmp(argv[i], "--reopen") == 0 && i + 1 < argc) {
+      options->reopen = atoi(argv[++i]);
     } else if (options->source == NULL && argv[i][0] != '-') {
       options->source = argv[i];
     } else {
@@ -94,7 +103,7 @@ static int parse(int argc, char** argv, Options* options) {
 
 int main(int argc, char** argv) {
   Options options = {0};
-  FluviaMpvStreams streams = {applySettings, &options};
+  options.reopen = FLUVIA_OUTAGE_SECONDS;
   if (parse(argc, argv, &options) != 0) {
     fputs(kUsage, stderr);
     return 2;
@@ -103,11 +112,12 @@ int main(int argc, char** argv) {
     fputs(kUsage, stdout);
     return 0;
   }
+  FluviaStreamSettings settings = {0, options.reopen, applySettings, printNotice, &options};
   mpv_handle* player = mpv_create();
   if (player == NULL) return 1;
   configure(player, &options);
   int result = mpv_initialize(player);
-  if (result >= 0) result = fluvia_mpv_add(player, &streams);
+  if (result >= 0) result = fluvia_mpv_add(player, &settings);
   const char* command[] = {"loadfile", options.source, NULL};
   if (result >= 0) result = mpv_command(player, command);
   if (result < 0) fprintf(stderr, "player: %s\n", mpv_error_string(result));

@@ -31,18 +31,32 @@ static const char* typeOf(int handle) {
   return type == NULL ? "" : type;
 }
 
+int fluvia_outage_can_seek(int handle) {
+  long long now = 0;
+  const long long offset = x_fluvia_file_offset(handle);
+  if (x_fluvia_file_seek(handle, offset + FVFR_SEEK_SPAN + 1, &now) == FVFR_SEEK_REFUSED) return 0;
+  x_fluvia_file_seek(handle, offset, &now);
+  return 1;
+}
+
 void fluvia_outage_end(FluviaOutage* outage, int handle) {
   outage->since = -1;
   outage->tries = 0;
   if (outage->known) return;
   outage->known = 1;
   outage->size = sizeOf(handle);
+  outage->seekable = fluvia_outage_can_seek(handle);
   snprintf(outage->type, sizeof outage->type, "%s", typeOf(handle));
 }
 
 int fluvia_outage_is_same(const FluviaOutage* outage, int handle) {
   if (!outage->known) return 1;
-  if (sizeOf(handle) != outage->size) return 0;
+  const long long size = sizeOf(handle);
+  if (size != outage->size) {
+    /* The size of a stream that cannot seek may also have been learnt from its end. */
+    if (size >= 0 && outage->size >= 0) return 0;
+    if (outage->seekable || fluvia_outage_can_seek(handle)) return 0;
+  }
   return outage->type[0] == '\0' ||
          strncmp(typeOf(handle), outage->type, sizeof outage->type - 1) == 0;
 }

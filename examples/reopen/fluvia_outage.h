@@ -39,7 +39,8 @@ typedef struct FluviaOutage {
   long long since; /* when the outage began, in the caller's milliseconds; -1: there is none */
   int tries;       /* times that the name was to be opened again since then */
   int known;       /* bytes have come: size and type are those of the resource */
-  long long size;  /* bytes, -1 when it cannot be learnt */
+  long long size;  /* bytes, -1 when it was not known at the first byte */
+  int seekable;    /* any offset can be reached */
   char type[128];  /* the beginning of the Content-Type, "" without one */
 } FluviaOutage;
 
@@ -68,6 +69,9 @@ long fluvia_outage_pause(FluviaOutage* outage, int handle, long long now);
  * Returns FVFR_OK or FVFR_FAILED.
  */
 int fluvia_outage_open(const FluviaOutage* outage, int bufferSize, int* handle);
+
+/* Whether any offset can be reached through a handle that has given its first byte. */
+int fluvia_outage_can_seek(int handle);
 
 /*
  * Whether the resource of a handle that has given its first byte has the size and, if there was

@@ -18,7 +18,7 @@ struct FluviaStream {
   int seekable;
   long long size;
   long long position;
-  int replaced; /* by another resource, for good */
+  int final; /* the result that everything has from now on; 0: none */
   int status;
   char problem[kProblemRoom];
 
@@ -229,14 +229,12 @@ static void goOn(FluviaStream* stream) {
 static int learn(FluviaStream* stream) {
   char first = 0;
   unsigned int got = 0;
-  long long now = 0;
   const int result = readHandle(stream, &first, 1, &got);
   if (got == 0 && result != FVFR_END_OF_FILE) return result;
   if (!fluvia_outage_is_same(&stream->outage, stream->handle)) return FLUVIA_STREAM_CHANGED;
   if (!stream->outage.known) goOn(stream);
   stream->size = stream->outage.size;
-  stream->seekable =
-      x_fluvia_file_seek(stream->handle, FVFR_SEEK_SPAN + 2, &now) != FVFR_SEEK_REFUSED;
+  stream->seekable = fluvia_outage_can_seek(stream->handle);
   stream->connected = 1;
   return moveHandle(stream);
 }
@@ -253,19 +251,21 @@ static int reopen(FluviaStream* stream) {
 }
 
 static void noteProblem(FluviaStream* stream, int result) {
-  if (result == FLUVIA_STREAM_CHANGED) {
+  if (result == FLUVIA_STREAM_CHANGED || result == FVFR_SEEK_REFUSED) {
+    const char* what = result == FVFR_SEEK_REFUSED ? "the stream cannot be moved to where it was"
+                                                   : "the resource has changed";
     stream->status = FVFR_DOWNLOAD_OK;
-    snprintf(stream->problem, sizeof stream->problem, "the resource has changed");
+    snprintf(stream->problem, sizeof stream->problem, "%s", what);
     return;
   }
   stream->status = x_fluvia_file_http_get_download_status(stream->handle);
   fluvia_outage_explain(stream->handle, stream->problem, sizeof stream->problem);
 }
 
-/* Whether another try may help at all. */
+/* Whether another try may help. */
 static int isFailure(int result) {
-  return result != FVFR_OK && result != FVFR_END_OF_FILE && result != FVFR_SEEK_REFUSED &&
-         result != FLUVIA_STREAM_ABORTED && result != FLUVIA_STREAM_CHANGED;
+  return result != FVFR_OK && result != FVFR_SEEK_REFUSED && result != FLUVIA_STREAM_ABORTED &&
+         result != FLUVIA_STREAM_CHANGED;
 }
 
 /* The handle has failed with that result: opens the resource anew until one stands at the position,
@@ -275,22 +275,23 @@ static int recover(FluviaStream* stream, int result) {
   while (isFailure(result)) {
     noteProblem(stream, result);
     const long pause = fluvia_outage_pause(&stream->outage, stream->handle, nowMs());
-    if (pause < 0) return result;
+    if (pause < 0) break;
     snprintf(text, sizeof text, "%s; trying again in %ld.%ld s", stream->problem, pause / 1000,
              pause % 1000 / 100);
     notice(stream, text);
     dropHandle(stream);
     result = rest(stream, pause) ? reopen(stream) : FLUVIA_STREAM_ABORTED;
   }
-  if (result == FLUVIA_STREAM_CHANGED) {
-    stream->replaced = 1;
-    noteProblem(stream, result);
-  }
+  if (result == FVFR_OK || result == FLUVIA_STREAM_ABORTED) return result;
+  if (!isFailure(result)) noteProblem(stream, result);
+  stream->final = result;
+  notice(stream, stream->problem);
   return result;
 }
 
 int fluvia_stream_connect(FluviaStream* stream) {
-  if (stream->replaced) return FLUVIA_STREAM_CHANGED;
+  if (!leave(stream)) return FLUVIA_STREAM_ABORTED;
+  if (stream->final != FVFR_OK) return stream->final;
   return stream->connected ? FVFR_OK : recover(stream, learn(stream));
 }
 

@@ -36,7 +36,7 @@ typedef struct FluviaStreamSettings {
   int seconds;    /* how long an outage is borne, see fluvia_outage.h; 0: never */
   /* Called with every handle before its first byte is asked for, to make settings; may be null. */
   void (*apply)(int handle, void* data);
-  /* Told on the thread that reads what it waits for, and that it goes on; may be null. */
+  /* Told on the thread that reads what it waits for, that it goes on, or why not; may be null. */
   void (*notice)(const char* text, void* data);
   void* data; /* for both */
 } FluviaStreamSettings;

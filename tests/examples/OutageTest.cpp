@@ -9,6 +9,7 @@
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Watchdog.h"
 
 namespace {
 
@@ -146,7 +147,7 @@ TEST(FluviaOutage, ComparesSizeAndType) {
   server.on("/page", serveRanges(100000, "Content-Type: text/html\r\n"));
   server.on("/untold",
             answerRaw("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + pattern(0, 100000)));
-  server.on("/endless", serveChunked(100000, video));
+  server.on("/endless", serveChunked(200000, video));
   const ReadOnce film(server.url("/film"));
   FluviaOutage outage;
   fluvia_outage_init(&outage, "http://server/film", 60);
@@ -160,6 +161,30 @@ TEST(FluviaOutage, ComparesSizeAndType) {
   fluvia_outage_init(&outage, "http://server/film", 60);
   fluvia_outage_end(&outage, ReadOnce(server.url("/untold")).number);
   EXPECT_TRUE(fluvia_outage_is_same(&outage, page.number)) << "no type was given";
+}
+
+// The library learns the size of a chunked body from its end, which may have come before anybody
+// asks.
+TEST(FluviaOutage, SizeLearntFromTheEndIsNoChange) {
+  FaultServer server;
+  server.on("/short", serveChunked(100000));
+  server.on("/other", serveChunked(110000));
+  server.on("/live", serveLive(100000));
+  const ReadOnce ended(server.url("/short"));
+  const ReadOnce other(server.url("/other"));
+  const ReadOnce live(server.url("/live"));
+  for (const int handle : {ended.number, other.number}) {
+    ASSERT_TRUE(eventually([&] { return x_fluvia_file_size(handle) != FVFR_UNKNOWN_SIZE; }));
+  }
+  FluviaOutage outage;
+  fluvia_outage_init(&outage, "http://server/live", 60);
+  fluvia_outage_end(&outage, live.number);
+  EXPECT_TRUE(fluvia_outage_is_same(&outage, ended.number));
+  fluvia_outage_init(&outage, "http://server/short", 60);
+  fluvia_outage_end(&outage, ended.number);
+  outage.type[0] = '\0';
+  EXPECT_TRUE(fluvia_outage_is_same(&outage, live.number));
+  EXPECT_FALSE(fluvia_outage_is_same(&outage, other.number)) << "both are known";
 }
 
 TEST(FluviaOutage, ExplainsWithinItsRoom) {
