@@ -29,6 +29,7 @@ struct CatOptions {
   unsigned int readSize = 65536;
   int buffer = 0;
   bool async = false;
+  int reopen = FLUVIA_OUTAGE_SECONDS;
   std::string report;  // file, "-" for standard error, empty for none
   std::string trace;   // file of a page about the run, empty for none
 };
@@ -90,11 +91,17 @@ class Cat {
 
   int run() {
     std::string error;
+    source_.bearOutages(options_.reopen, [this](FluviaStreamNotice notice,
+                                                const std::string& text) { tell(notice, text); });
     if (!source_.open(options_.source, options_.buffer, &error)) {
       return fail(kExitSource, error);
     }
     if (!output_.open(options_.output, !options_.report.empty(), &error)) {
       return fail(kExitOutput, error);
+    }
+    const int first = source_.connect();
+    if (first != FVFR_OK) {
+      return fail(kExitSource, source_.explain("read", first));
     }
     if (options_.offset > 0 && !seek()) {
       return kExitSource;
@@ -114,10 +121,24 @@ class Cat {
     return code;
   }
 
+  // Why the source waits, or that it goes on: why it fails is told with the failure.
+  void tell(FluviaStreamNotice notice, const std::string& text) const {
+    if (notice == FLUVIA_STREAM_FAILS) {
+      return;
+    }
+    if (progress_ == nullptr) {
+      screen_.fail(text);
+    } else {
+      progress_->tell(text, notice == FLUVIA_STREAM_WAITS);
+    }
+  }
+
   bool seek() {
     long long now = 0;
     const int moved = x_fluvia_file_seek(source_.handle(), options_.offset, &now);
     if (moved == FVFR_OK || (moved == FVFR_FAILED && source_.isLocal())) {
+      begin_ = x_fluvia_file_offset(source_.handle());
+      source_.setPosition(begin_);
       return true;  // an empty file refuses to seek; its read then tells the end
     }
     screen_.fail(source_.explain("seek in", moved));
@@ -151,24 +172,29 @@ class Cat {
     return options_.length < 0 ? left : std::min(left, options_.length);
   }
 
-  // Passes on what a read gave. False when that was the last, with *code the exit code.
+  // Passes on what a read gave, also one that failed. False when that was the last, with *code the
+  // exit code.
   bool passOn(const ReadResult& result, const char* buffer, int* code) {
-    *code = kExitOk;
-    if (result.code == FVFR_END_OF_FILE) {
-      return false;
-    }
-    if (result.code != FVFR_OK) {
-      *code = fail(kExitSource, source_.explain("read", result.code));
-      return false;
-    }
     std::string error;
+    *code = kExitOk;
     if (!output_.write(buffer, result.bytes, &error)) {
       *code = fail(kExitOutput, error);
       return false;
     }
     done_ += result.bytes;
     progress_->add(result.bytes);
-    return result.bytes != 0;
+    if (result.code != FVFR_OK && result.code != FVFR_END_OF_FILE) {
+      *code = fail(kExitSource, source_.explain("read", result.code));
+      return false;
+    }
+    return result.code == FVFR_OK && result.bytes != 0;
+  }
+
+  // A read at the place that has been reached, which bears outages.
+  ReadResult readOn(char* buffer) {
+    ReadResult result;
+    result.code = source_.read(buffer, nextSize(done_), &result.bytes);
+    return result;
   }
 
   int streamBlocking() {
@@ -176,10 +202,7 @@ class Cat {
     int code = kExitOk;
     bool more = true;
     while (more && nextSize(done_) != 0) {
-      ReadResult result;
-      result.code =
-          x_fluvia_file_read(source_.handle(), buffer.data(), nextSize(done_), &result.bytes);
-      more = passOn(result, buffer.data(), &code);
+      more = passOn(readOn(buffer.data()), buffer.data(), &code);
     }
     return code;
   }
@@ -192,8 +215,11 @@ class Cat {
     bool underWay = false;
     int code = begin(reader, buffers[turn].data(), done_, &underWay);
     while (underWay) {
-      const ReadResult result = reader.wait();
-      const char* filled = buffers[turn].data();
+      ReadResult result = reader.wait();
+      char* filled = buffers[turn].data();
+      if (result.code == FVFR_FAILED && !goOn(&result, filled, &code)) {
+        return code;
+      }
       turn = 1 - turn;
       int started = kExitOk;
       underWay = false;
@@ -205,6 +231,21 @@ class Cat {
       }
     }
     return code;
+  }
+
+  // A request has failed: passes on what it gave, and reads the next bytes into *result as a
+  // blocking read does. False when there is nothing more to do, with *code the exit code.
+  bool goOn(ReadResult* result, char* buffer, int* code) {
+    result->code = FVFR_OK;
+    if (result->bytes != 0 && !passOn(*result, buffer, code)) {
+      return false;
+    }
+    source_.setPosition(begin_ + done_);
+    if (nextSize(done_) == 0) {
+      return false;
+    }
+    *result = readOn(buffer);
+    return true;
   }
 
   // Starts the next read unless everything that was asked for is there or under way.
@@ -247,6 +288,7 @@ class Cat {
   Source source_;
   Output output_;
   Progress* progress_ = nullptr;  // while streaming
+  long long begin_ = 0;           // offset of the first byte that is wanted
   long long done_ = 0;            // bytes passed on
 };
 
@@ -291,6 +333,10 @@ void addCat(CLI::App& app, Command* chosen) {
       ->check(CLI::Range(1, 0x7FFFFFFF))
       ->type_name("N");
   cat->add_flag("--async", options->async, "Read with asynchronous requests");
+  cat->add_option("--reopen", options->reopen,
+                  "Bear an outage of the server N seconds, 0 for not at all; default 60")
+      ->check(CLI::Range(0, 1000000))
+      ->type_name("N");
   cat->add_option("--report", options->report,
                   "At the end, write size, rate and SHA-256 to FILE (-: standard error)")
       ->type_name("FILE");

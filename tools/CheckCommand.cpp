@@ -130,6 +130,11 @@ class Check {
     if (!openAll(&error)) {
       return failed(kExitSource, error);
     }
+    if (!source_.isLocal() && !source_.hasLength()) {
+      return failed(kExitSource, "cannot check " + source_.name() +
+                                     ": a stream without a length cannot seek, and what is read "
+                                     "after a step back may be bytes of another place");
+    }
     if (source_.size() >= 0 && source_.size() != reference_.size()) {
       return failed(kExitDiffers, "the library says " + std::to_string(source_.size()) +
                                       " bytes, a plain read gives " +
@@ -151,8 +156,15 @@ class Check {
   // The handle that copies a URL is closed before the checked one opens: a shared buffer would
   // hand out the same mistake twice.
   bool openAll(std::string* error) {
-    return reference_.open(options_.source, options_.buffer, error) &&
-           source_.open(options_.source, options_.buffer, error);
+    if (!reference_.open(options_.source, options_.buffer, error) ||
+        !source_.open(options_.source, options_.buffer, error)) {
+      return false;
+    }
+    const int first = source_.connect();
+    if (first != FVFR_OK) {
+      *error = source_.explain("read", first);
+    }
+    return first == FVFR_OK;
   }
 
   int failed(int code, const std::string& error) const {

@@ -3,6 +3,11 @@
 #include <fluviafs.h>
 #include <strings.h>
 
+#include <iostream>
+#include <sstream>
+
+#include "Source.h"
+
 namespace tools {
 namespace {
 
@@ -33,9 +38,10 @@ void warnOnce(const std::string& name) {
   if (warned == nullptr || checked || strncasecmp(name.c_str(), "https://", 8) != 0) {
     return;
   }
-  warned->print(
-      "fluvia: nobody checks whether this really comes from that server; name the authorities to "
-      "trust with --ca FILE or --ca-path DIRECTORY, or say --insecure\n");
+  warned->fail(
+      "nobody checks whether this really comes from that server; name the authorities to trust "
+      "with "
+      "--ca FILE or --ca-path DIRECTORY, or say --insecure");
   warned = nullptr;
 }
 
@@ -86,9 +92,22 @@ void addHttpOptions(CLI::App& app, HttpOptions* options) {
       ->group(group);
 }
 
+int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer) {
+  std::ostringstream help;
+  std::ostringstream wrong;
+  const int code = app.exit(answer, help, wrong);
+  std::cout << help.str() << std::flush;
+  std::cerr << withoutPasswords(wrong.str()) << std::flush;
+  return code;
+}
+
 void forceHttpOptions(const HttpOptions* options, const Screen* screen) {
   forced = options;
   warned = screen;
+}
+
+bool usesOnlyIpv4() {
+  return forced == nullptr || forced->addresses.empty() || forced->addresses == "IPv4";
 }
 
 bool applyHttpOptions(int handle, const std::string& name, std::string* error) {

@@ -27,6 +27,10 @@ struct HttpOptions {
 // Adds the options to app.
 void addHttpOptions(CLI::App& app, HttpOptions* options);
 
+// What the program ends with when its arguments asked for help or were wrong: prints the help, or
+// what was wrong without the passwords of URLs. Returns 0 after help.
+int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer);
+
 // Makes them hold for every URL opened from now on. options and screen must outlive that; screen is
 // told once when an https:// source is read without checking who sends it.
 void forceHttpOptions(const HttpOptions* options, const Screen* screen);
@@ -34,6 +38,9 @@ void forceHttpOptions(const HttpOptions* options, const Screen* screen);
 // Applies what was forced to the handle of the URL name. False with *error set when the library
 // refuses a setting.
 bool applyHttpOptions(int handle, const std::string& name, std::string* error);
+
+// Whether only addresses of IP version 4 are used.
+bool usesOnlyIpv4();
 
 }  // namespace tools
 

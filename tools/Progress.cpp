@@ -42,6 +42,16 @@ void Progress::run() {
   }
 }
 
+void Progress::tell(const std::string& text, bool waits) {
+  waits_.store(waits, std::memory_order_relaxed);
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (drawer_.joinable()) {
+    screen_.print("\r" + std::string(static_cast<size_t>(std::max(1, screen_.columns() - 1)), ' ') +
+                  "\r");
+  }
+  screen_.fail(text);
+}
+
 void Progress::draw() const {
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin_;
   std::string text = line(elapsed.count());
@@ -61,8 +71,11 @@ std::string Progress::line(double seconds) const {
     text = "[" + std::string(filled, '#') + std::string(kBarColumns - filled, '.') + "] " +
            std::to_string(static_cast<int>(part * 100)) + "% ";
   }
-  text += humanBytes(static_cast<double>(done)) + "  " + humanBytes(rate) + "/s  " +
-          humanBytes(ahead) + " ahead";
+  text += humanBytes(static_cast<double>(done));
+  if (waits_.load(std::memory_order_relaxed)) {
+    return text + "  waiting for the server";
+  }
+  text += "  " + humanBytes(rate) + "/s  " + humanBytes(ahead) + " ahead";
   if (total_ >= 0) {
     const double left = static_cast<double>(total_ - done);
     text += "  " + humanTime(rate > 0 ? static_cast<long long>(left / rate) : -1) + " left";

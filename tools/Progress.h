@@ -13,11 +13,11 @@
 
 namespace tools {
 
-// A bar on the person's terminal: bytes, percent, rate, buffered ahead, time left. Draws itself
-// five times a second on a thread of its own, so that a stalled source is seen to stall. Does
-// nothing when there is no terminal.
+// A bar on the person's terminal: bytes, percent, rate, buffered ahead, time left, or that the
+// source waits. Draws itself five times a second on a thread of its own, so that a stalled source
+// is seen to stall. There is no bar without a terminal.
 //
-// Threads: add() from any thread. The source and the screen must outlive the object.
+// Threads: add() and tell() from any thread. The source and the screen must outlive the object.
 class Progress {
  public:
   // total: bytes expected, or -1 when nobody knows.
@@ -29,6 +29,8 @@ class Progress {
 
   // bytes more have been passed on.
   void add(unsigned int bytes) { done_.fetch_add(bytes, std::memory_order_relaxed); }
+  // Says it in a line above the bar, which shows from now on whether the source waits.
+  void tell(const std::string& text, bool waits);
 
  private:
   void run();
@@ -43,6 +45,7 @@ class Progress {
   std::mutex lock_;
   std::condition_variable wake_;
   bool ended_ = false;  // guarded by lock_
+  std::atomic<bool> waits_{false};
   std::thread drawer_;
 };
 

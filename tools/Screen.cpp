@@ -6,10 +6,15 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
+
+#include "Source.h"
 
 namespace tools {
 
-Screen::Screen() : own_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
+Screen::Screen(std::string program)
+    : program_(std::move(program)),
+      own_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
 
 Screen::~Screen() {
   if (own_ >= 0) {
@@ -58,6 +63,8 @@ void Screen::print(const std::string& text) const {
   }
 }
 
-void Screen::fail(const std::string& text) const { print("fluvia: " + text + "\n"); }
+void Screen::fail(const std::string& text) const {
+  print(program_ + ": " + withoutPasswords(text) + "\n");
+}
 
 }  // namespace tools

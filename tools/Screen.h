@@ -13,7 +13,8 @@ namespace tools {
 // Threads: print() and fail() may be called from any thread; redirect() before any other starts.
 class Screen {
  public:
-  Screen();
+  // program: the name that its failures begin with.
+  explicit Screen(std::string program = "fluvia");
   ~Screen();
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
@@ -29,10 +30,11 @@ class Screen {
 
   // Writes text as it is.
   void print(const std::string& text) const;
-  // Writes "fluvia: ", the text and a line end.
+  // Writes the program's name, the text without the passwords of URLs, and a line end.
   void fail(const std::string& text) const;
 
  private:
+  const std::string program_;
   int own_;  // descriptor of the person's standard error, ours to close
 };
 

@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& answer) {
-    return app.exit(answer) == 0 ? tools::kExitOk : tools::kExitUsage;
+    return tools::exitAfterParsing(app, answer) == 0 ? tools::kExitOk : tools::kExitUsage;
   }
   return runCommand(log, http, command);
 }

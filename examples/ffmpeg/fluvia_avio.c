@@ -100,9 +100,9 @@ static int makeContext(FluviaAvio* source) {
   return AVERROR(ENOMEM);
 }
 
-static void logNotice(const char* text, void* data) {
+static void logNotice(FluviaStreamNotice notice, const char* text, void* data) {
   (void)data;
-  av_log(NULL, AV_LOG_WARNING, "fluvia: %s\n", text);
+  av_log(NULL, notice == FLUVIA_STREAM_FAILS ? AV_LOG_ERROR : AV_LOG_WARNING, "fluvia: %s\n", text);
 }
 
 int fluvia_avio_open(FluviaAvio** source, const char* name, const FluviaStreamSettings* settings) {

@@ -181,7 +181,8 @@ static void applySettings(int handle, void* data) {
   if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
 }
 
-static void printNotice(const char* text, void* data) {
+static void printNotice(FluviaStreamNotice notice, const char* text, void* data) {
+  (void)notice;
   (void)data;
   fprintf(stderr, "frames: %s\n", text);
 }
@@ -190,7 +191,11 @@ static int openSource(Player* player, Options* options) {
   if (options->plain) {
     return avformat_open_input(&player->format, options->source, NULL, NULL);
   }
-  const FluviaStreamSettings settings = {0, options->reopen, applySettings, printNotice, options};
+  FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
+  settings.seconds = options->reopen;
+  settings.apply = applySettings;
+  settings.notice = printNotice;
+  settings.data = options;
   int result = fluvia_avio_open(&player->source, options->source, &settings);
   if (result == 0) result = fluvia_avio_connect(player->source);
   if (result < 0) return result;

@@ -40,7 +40,8 @@ static void applySettings(int handle, void* data) {
   if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
 }
 
-static void printNotice(const char* text, void* data) {
+static void printNotice(FluviaStreamNotice notice, const char* text, void* data) {
+  (void)notice;
   (void)data;
   fprintf(stderr, "player: %s\n", text);
 }
@@ -112,7 +113,11 @@ int main(int argc, char** argv) {
     fputs(kUsage, stdout);
     return 0;
   }
-  FluviaStreamSettings settings = {0, options.reopen, applySettings, printNotice, &options};
+  FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
+  settings.seconds = options.reopen;
+  settings.apply = applySettings;
+  settings.notice = printNotice;
+  settings.data = &options;
   mpv_handle* player = mpv_create();
   if (player == NULL) return 1;
   configure(player, &options);

@@ -17,6 +17,7 @@ void fluvia_outage_init(FluviaOutage* outage, const char* name, int seconds) {
   memset(outage, 0, sizeof *outage);
   outage->name = name;
   outage->seconds = seconds;
+  outage->firstSeconds = FLUVIA_OUTAGE_FIRST_SECONDS;
   outage->since = -1;
   outage->size = -1;
 }
@@ -90,9 +91,7 @@ long fluvia_outage_pause(FluviaOutage* outage, int handle, long long now) {
   if (x_fluvia_file_bufferSize(handle) == FVFR_FAILED || !mayComeBack(handle)) return -1;
   if (outage->since < 0) outage->since = now;
   int seconds = outage->seconds;
-  if (!outage->known && seconds > FLUVIA_OUTAGE_FIRST_SECONDS) {
-    seconds = FLUVIA_OUTAGE_FIRST_SECONDS;
-  }
+  if (!outage->known && seconds > outage->firstSeconds) seconds = outage->firstSeconds;
   const long long left = outage->since + 1000LL * seconds - now;
   if (left <= 0) return -1;
   const int last = kPauseCount - 1;

@@ -30,18 +30,19 @@ extern "C" {
 
 enum {
   FLUVIA_OUTAGE_SECONDS = 60,      /* how long an outage is borne, by default */
-  FLUVIA_OUTAGE_FIRST_SECONDS = 10 /* at most, while no byte has ever come: the name may be wrong */
+  FLUVIA_OUTAGE_FIRST_SECONDS = 10 /* while no byte has ever come: the name may be wrong */
 };
 
 typedef struct FluviaOutage {
   const char* name;
-  int seconds;     /* how long an outage is borne; 0: never */
-  long long since; /* when the outage began, in the caller's milliseconds; -1: there is none */
-  int tries;       /* times that the name was to be opened again since then */
-  int known;       /* bytes have come: size and type are those of the resource */
-  long long size;  /* bytes, -1 when it was not known at the first byte */
-  int seekable;    /* any offset can be reached */
-  char type[128];  /* the beginning of the Content-Type, "" without one */
+  int seconds;      /* how long an outage is borne; 0: never */
+  int firstSeconds; /* at most, while no byte has ever come: FLUVIA_OUTAGE_FIRST_SECONDS */
+  long long since;  /* when the outage began, in the caller's milliseconds; -1: there is none */
+  int tries;        /* times that the name was to be opened again since then */
+  int known;        /* bytes have come: size and type are those of the resource */
+  long long size;   /* bytes, -1 when it was not known at the first byte */
+  int seekable;     /* any offset can be reached */
+  char type[128];   /* the beginning of the Content-Type, "" without one */
 } FluviaOutage;
 
 /* Begins without an outage. The name is the caller's and has to live as long as the outage. */

@@ -79,7 +79,11 @@ int fluvia_stream_open(FluviaStream** stream, const char* name,
   if (made->settings.bufferSize == 0) made->settings.bufferSize = FVFR_DEFAULT_BUFFER;
   made->size = -1;
   fluvia_outage_init(&made->outage, made->name, settings->seconds);
-  const int result = x_fluvia_file_open_x(name, &made->handle, made->settings.bufferSize);
+  made->outage.firstSeconds = settings->firstSeconds;
+  const int size = made->settings.bufferSize;
+  const int result = settings->isolated && name[0] != '/'
+                         ? fluvia_outage_open(&made->outage, size, &made->handle)
+                         : x_fluvia_file_open_x(name, &made->handle, size);
   if (result != FVFR_OK) made->handle = 0;
   *stream = made;
   if (result != FVFR_OK) {
@@ -173,8 +177,8 @@ static int rest(FluviaStream* stream, long ms) {
 /* ---- Reading -----------------------------------------------------------------------------------
  */
 
-static void notice(const FluviaStream* stream, const char* text) {
-  if (stream->settings.notice != NULL) stream->settings.notice(text, stream->settings.data);
+static void notify(const FluviaStream* stream, FluviaStreamNotice notice, const char* text) {
+  if (stream->settings.notice != NULL) stream->settings.notice(notice, text, stream->settings.data);
 }
 
 /* One read of the library, at the handle's position. */
@@ -218,8 +222,10 @@ static void goOn(FluviaStream* stream) {
   const int wasAway = stream->outage.since >= 0;
   fluvia_outage_end(&stream->outage, stream->handle);
   if (!wasAway) return;
+  stream->status = FVFR_DOWNLOAD_OK;
+  stream->problem[0] = '\0';
   snprintf(text, sizeof text, "going on at byte %lld", stream->position);
-  notice(stream, text);
+  notify(stream, FLUVIA_STREAM_GOES_ON, text);
 }
 
 /*
@@ -278,14 +284,14 @@ static int recover(FluviaStream* stream, int result) {
     if (pause < 0) break;
     snprintf(text, sizeof text, "%s; trying again in %ld.%ld s", stream->problem, pause / 1000,
              pause % 1000 / 100);
-    notice(stream, text);
+    notify(stream, FLUVIA_STREAM_WAITS, text);
     dropHandle(stream);
     result = rest(stream, pause) ? reopen(stream) : FLUVIA_STREAM_ABORTED;
   }
   if (result == FVFR_OK || result == FLUVIA_STREAM_ABORTED) return result;
   if (!isFailure(result)) noteProblem(stream, result);
   stream->final = result;
-  notice(stream, stream->problem);
+  notify(stream, FLUVIA_STREAM_FAILS, stream->problem);
   return result;
 }
 
@@ -332,7 +338,17 @@ int fluvia_stream_is_seekable(FluviaStream* stream) {
   return fluvia_stream_connect(stream) == FVFR_OK && stream->seekable;
 }
 
-int fluvia_stream_handle(const FluviaStream* stream) { return stream->handle; }
+void fluvia_stream_set_position(FluviaStream* stream, long long offset) {
+  stream->position = offset;
+}
+
+int fluvia_stream_handle(FluviaStream* stream) {
+  pthread_mutex_lock(&stream->lock);
+  const int handle = stream->handle;
+  pthread_mutex_unlock(&stream->lock);
+  return handle;
+}
+
 int fluvia_stream_status(const FluviaStream* stream) { return stream->status; }
 const char* fluvia_stream_problem(const FluviaStream* stream) { return stream->problem; }
 

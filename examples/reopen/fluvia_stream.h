@@ -10,8 +10,8 @@
  * got); fluvia_stream_close(&stream);
  *   }
  *
- * Results are those of fluviafs.h and the two below. Every function but fluvia_stream_abort()
- * belongs to the thread that reads.
+ * Results are those of fluviafs.h and the two below. Every function belongs to the thread that
+ * reads but those that say so.
  */
 #ifndef FLUVIA_STREAM_H_
 #define FLUVIA_STREAM_H_
@@ -31,19 +31,27 @@ enum {
 
 typedef struct FluviaStream FluviaStream;
 
+typedef enum FluviaStreamNotice {
+  FLUVIA_STREAM_WAITS,   /* for the next try; the text says why, and how long */
+  FLUVIA_STREAM_GOES_ON, /* from which byte */
+  FLUVIA_STREAM_FAILS    /* for good; the text says why */
+} FluviaStreamNotice;
+
 typedef struct FluviaStreamSettings {
-  int bufferSize; /* bytes, 0: the library's default */
-  int seconds;    /* how long an outage is borne, see fluvia_outage.h; 0: never */
+  int bufferSize;   /* bytes, 0: the library's default */
+  int seconds;      /* how long an outage is borne, see fluvia_outage.h; 0: never */
+  int firstSeconds; /* at most, before the first byte */
+  int isolated;     /* not 0: shares its download with no other handle, from the beginning */
   /* Called with every handle before its first byte is asked for, to make settings; may be null. */
   void (*apply)(int handle, void* data);
-  /* Told on the thread that reads what it waits for, that it goes on, or why not; may be null. */
-  void (*notice)(const char* text, void* data);
+  /* Called on the thread that reads; may be null. */
+  void (*notice)(FluviaStreamNotice notice, const char* text, void* data);
   void* data; /* for both */
 } FluviaStreamSettings;
 
 /* The defaults. */
 #define FLUVIA_STREAM_SETTINGS \
-  { 0, FLUVIA_OUTAGE_SECONDS, NULL, NULL, NULL }
+  { 0, FLUVIA_OUTAGE_SECONDS, FLUVIA_OUTAGE_FIRST_SECONDS, 0, NULL, NULL, NULL }
 
 /*
  * Opens an absolute path or a URL. Makes no connection. *stream is the caller's to close, and null
@@ -76,8 +84,13 @@ long long fluvia_stream_size(FluviaStream* stream);
 /* Whether every offset can be reached. Waits as a connect does. */
 int fluvia_stream_is_seekable(FluviaStream* stream);
 
-/* The library's handle now; another one after an outage, 0 during one. */
-int fluvia_stream_handle(const FluviaStream* stream);
+/*
+ * The caller has read from the handle itself, or has moved it: the stream goes on at that offset.
+ */
+void fluvia_stream_set_position(FluviaStream* stream, long long offset);
+
+/* From any thread: the library's handle now; another one after an outage, 0 during one. */
+int fluvia_stream_handle(FluviaStream* stream);
 /* After a failure: the download status that goes with it, and what is wrong, in words. */
 int fluvia_stream_status(const FluviaStream* stream);
 const char* fluvia_stream_problem(const FluviaStream* stream);

@@ -38,7 +38,7 @@ class Streamed {
     FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
     settings.seconds = seconds;
     settings.apply = [](int, void* self) { ++static_cast<Streamed*>(self)->applied; };
-    settings.notice = [](const char* text, void* data) {
+    settings.notice = [](FluviaStreamNotice, const char* text, void* data) {
       auto* self = static_cast<Streamed*>(data);
       self->notices.emplace_back(text);
       ++self->told;
@@ -320,6 +320,40 @@ TEST(FluviaStream, AbortDoesNotWaitWhileTheLibraryIsHeldUp) {
   holding.join();
   asking.join();
   x_fluvia_file_close(first);
+}
+
+// A stream that cannot seek has one position, that of whoever reads.
+TEST(FluviaStream, IsolatedStreamHasADownloadOfItsOwn) {
+  FaultServer server;
+  server.on("/live", serveChunked(kSize));
+  FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
+  settings.isolated = 1;
+  std::vector<FluviaStream*> streams(2);
+  std::vector<char> bytes(32768);
+  unsigned int got = 0;
+  for (FluviaStream*& stream : streams) {
+    ASSERT_EQ(fluvia_stream_open(&stream, server.url("/live").c_str(), &settings), FVFR_OK);
+    for (long long at = 0; at < 4000000; at += got) {
+      ASSERT_EQ(fluvia_stream_read(stream, bytes.data(), 32768, &got), FVFR_OK);
+      ASSERT_EQ(firstDifference(static_cast<unsigned long long>(at), bytes.data(), got), -1);
+    }
+  }
+  EXPECT_EQ(server.requestCount("/live"), 2);
+  for (FluviaStream*& stream : streams) fluvia_stream_close(&stream);
+}
+
+TEST(FluviaStream, GoesOnWhereItsHandleWasReadTo) {
+  FaultServer server;
+  server.on("/film", inTurn({dropAfter(kSize, 3000000), answerStatus(503), serveRanges(kSize)}));
+  Streamed film(server.url("/film"));
+  ASSERT_EQ(fluvia_stream_connect(film.stream), FVFR_OK);
+  std::vector<char> bytes(100000);
+  unsigned int got = 0;
+  const int handle = fluvia_stream_handle(film.stream);
+  ASSERT_EQ(x_fluvia_file_read(handle, bytes.data(), 100000, &got), FVFR_OK);
+  fluvia_stream_set_position(film.stream, 100000);
+  EXPECT_EQ(film.readTo(kSize), FVFR_OK);
+  EXPECT_NE(fluvia_stream_handle(film.stream), 0);
 }
 
 TEST(FluviaStream, RefusesWhatTheLibraryRefuses) {
