@@ -14,8 +14,6 @@ namespace webs {
 
 namespace {
 
-constexpr int kMaxHanded = 5;
-
 util::NeverDestroyed<AsyncReads> asyncReads;
 
 // Callbacks of users that are on this thread's stack.
@@ -27,11 +25,9 @@ void callUser(const AsyncReadRequest* record, int status, int readBytes) {
   --callbackDepth;
 }
 
-// How many requests may be on the engine at once: one of its workers is left for restarts, also
-// when fewer than six could be made.
-int placesOnEngine() {
-  return std::min(kMaxHanded, util::ThreadEngine::getInstance()->workerCount() - 1);
-}
+// How many requests may be on the engine at once: one of its workers, as many as could be made, is
+// left for restarts.
+int placesOnEngine() { return util::ThreadEngine::getInstance()->workerCount() - 1; }
 
 // Moves the position and calls back, as the result wants.
 void callBack(const AsyncReadRequest* record, int result, unsigned int readBytes) {

@@ -89,7 +89,7 @@ make_certificate() {
 }
 
 # restarted URL FILE COMMAND...: every byte comes although the server that was started last is killed
-# in the middle, and started again by COMMAND half a second later.
+# in the middle, and started again by COMMAND once the reader has met the outage.
 restarted() {
   local url=$1 file=$2 reader
   shift 2
@@ -104,7 +104,12 @@ restarted() {
   done
   kill -KILL "${servers[-2]}"
   wait "${servers[-2]}" 2>/dev/null || true
-  sleep 0.5 # the outage
+  tries=400
+  until grep -q "trying again" "$folder/err"; do
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "the reader met no outage"
+    sleep 0.05
+  done
   "$@"
   wait "$reader" || fail "does not survive a restart: $(tail -n 1 "$folder/err")"
   cmp "$file" "$folder/out" || fail "other bytes after a restart"
