@@ -21,6 +21,7 @@ constexpr int kStopRepeatMs = 5;
 
 Relaxed<bool> BufferQueue::overDeliveryCancel(false);
 Relaxed<int> BufferQueue::feedWaitCount(0);
+Relaxed<int> BufferQueue::longestPauseMs(kLongestPauseMs);
 
 BufferQueue::BufferQueue(int bufferSize)
     : readRunning(false),

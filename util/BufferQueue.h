@@ -164,14 +164,29 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // announces nothing wakes the reader, which then asks for a connection by itself. A break, the
   // release and every event wake it too.
   //
-  // A transfer without room waits until the reader has left a block, and then for a moment until it
-  // has left kRoomShare of them. The read that has left that many wakes it, and so does every
-  // reader that begins to wait.
+  // A transfer without room pauses: all blocks are filled, and a wake-up for each block that a
+  // reader leaves would cost more than the block. It goes on when a reader is near the write head:
+  // when the next read like its last one would leave less than keptAhead() before it. So half of
+  // the buffer stays ahead when the server is fast enough. The pause ends
+  //   - by the read, or the move to an expected reader, that leaves a reader that near, once a
+  //     block was left;
+  //   - by every reader that begins to wait or waits on, near or far: it wakes everybody;
+  //   - by a break of such a reader, the release, an event and a newer version, which do so too;
+  //   - after kLongestPauseMs when a block was left. When none was, nobody plays: the transfer
+  //     sleeps on without a clock, and the first block that is left wakes it. So does it where a
+  //     reader is near from the beginning, as in two or three blocks.
+  // A seek is judged by the read that follows it: outside of what is held that one waits, inside
+  // it leaves a reader that is near or not. Of several readers each judges for itself, so that the
+  // foremost wakes the transfer. The clock is there for the server: nobody who waits needs it.
 
   // How far ahead of the written data a reader may be for the running connection to go on.
   static constexpr long long kReadAheadMargin = 65536;
   // How much of a long read is waited for at once.
   static constexpr long long kWakeDistance = 8LL * kBlockSize;
+  // What is kept ahead beyond half of the buffer, as a part of the blocks.
+  static constexpr int kMarginShare = 16;
+  // A server may take a longer silence for a dead client.
+  static constexpr int kLongestPauseMs = 800;
 
   struct HeadCache {
     unsigned char data[kBlockSize];
@@ -279,6 +294,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // What the search for a free block came to.
   enum class Room { kFound, kDropped, kStop };
   void waitForRoom() REQUIRES(feedLock);
+  long long keptAhead() const;
   Room findRoom(int dataVersion, BlockIt* found) REQUIRES(feedLock);
   Room nextBlock(int dataVersion) REQUIRES(feedLock);
   bool runsIntoNextBlock(long long next) REQUIRES(feedLock);
@@ -405,6 +421,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   static Relaxed<bool> overDeliveryCancel;
   // Counts waits after the end of a range; every sixth one dumps the buffer.
   static Relaxed<int> feedWaitCount;
+  // kLongestPauseMs, but for tests that show that nobody who waits needs the clock.
+  static Relaxed<int> longestPauseMs;
 };
 
 }  // namespace util

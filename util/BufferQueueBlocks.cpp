@@ -244,7 +244,7 @@ void BufferQueue::expectReader(long long offset) {
     rdTail = it;
     // As a step of a reader: a transfer without room may have some now.
     ++room.steps;
-    if (room.isMet()) wakeAll();
+    if (room.isMet(offset)) wakeAll();
     return;
   }
 }

@@ -6,13 +6,6 @@
 
 namespace util {
 
-namespace {
-// A transfer that finds room again goes on when this part of the blocks is free, or after that
-// time.
-constexpr int kRoomShare = 4;
-constexpr int kGatherRoomMs = 10;
-}  // namespace
-
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   FeedLock feed(this);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
@@ -152,20 +145,25 @@ bool BufferQueue::runsIntoNextBlock(long long next) {
   return true;
 }
 
-// Waits until the reader leaves a block, and then a moment more: a wake-up for every block that a
-// busy reader leaves would cost more than the block. A reader that waits wakes the transfer at
-// once.
+// Waits for room, at first in a pause where no reader is near the write head.
 void BufferQueue::waitForRoom() {
   room = RoomWish();
   room.waits = true;
-  room.wanted = 1;
-  waitOnFeed();
-  const bool onlyRoom =
-      room.steps > 0 && !needFeed && !wish.stands() && streamStatus == STATUS_NORMAL;
-  room.wanted = blockCount / kRoomShare;
-  room.woken = false;
-  if (onlyRoom && room.steps < room.wanted) waitOnFeed(kGatherRoomMs);
+  room.resumeAt = writeEnd() - keptAhead();
+  const bool pauses = readOffset < room.resumeAt;
+  if (!pauses || (!waitOnFeed(longestPauseMs) && room.steps == 0 && !room.woken)) {
+    // Somebody is near, or nobody reads: the next block that is left is room enough.
+    room.resumeAt = 0;
+    waitOnFeed();
+  }
   room.waits = false;
+}
+
+// How many bytes ahead of a reader are so few that a transfer without room goes on: half of the
+// buffer, and a little more for its way there.
+long long BufferQueue::keptAhead() const {
+  return static_cast<long long>(blockCount) * kBlockSize / 2 +
+         std::max(blockCount / kMarginShare, 1) * static_cast<long long>(kBlockSize);
 }
 
 // Finds the block to write next, waiting until readers free one. kDropped: a reader wants data

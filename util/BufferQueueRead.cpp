@@ -122,7 +122,8 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
     running.comesToItsEnd();
   }
   noteRead(buffer, size, *readBytes);
-  const bool leftBlocks = room.isMet();
+  // As if the next read was like this one.
+  const bool leftBlocks = room.isMet(readOffset + size);
   if (leftBlocks) noteWoken();
   if (!ok) {
     if (leftBlocks) wakeAll();

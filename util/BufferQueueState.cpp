@@ -54,11 +54,11 @@ void BufferQueue::checkInvariants() {
   fprintf(stderr,
           "state %d version %d of %d noted %d status %d retries %d size %lld from %lld readOffset "
           "%lld needFeed %d running %d break %d wish %d asks %d woken %d until %lld unserved %d "
-          "room %d woken %d %d of %d\n",
+          "room %d woken %d steps %d resume %lld\n",
           connection.state, connection.version, version.get(), restarts.noted, streamStatus.get(),
           retryCount.get(), contentSize.get(), streamFrom, readOffset.get(), needFeed, readRunning,
           breakRequested, wish.kind, wish.asks, wish.woken, wish.until, wish.unserved, room.waits,
-          room.woken, room.steps, room.wanted);
+          room.woken, room.steps, room.resumeAt);
   for (BlockIt it = blocks.begin(); it != blocks.end(); ++it) {
     fprintf(stderr, "%s%s%d: %lld ~ %lld\n", it == rdTail ? "R" : " ", it == wtHead ? "W " : "  ",
             (*it)->getId(), (*it)->getBeginningSeqNum(), (*it)->end());
@@ -108,7 +108,8 @@ const char* BufferQueue::wrongInConnection() {
 const char* BufferQueue::wrongInWishes() {
   if (breakRequested && !readRunning) return "a break is requested of no read";
   if (breakRequested && wish.stands() && !wish.woken) return "a broken reader was not woken";
-  if (room.isMet() && !room.woken) return "the transfer has room and was not woken";
+  if (room.isMet((*rdTail)->getBeginningSeqNum()) && !room.woken)
+    return "the transfer has room and was not woken";
   if (!wish.stands()) return nullptr;
   if (!readRunning) return "a reader waits outside a read";
   if (wish.unserved > 1) return "a reader waits while chunks go past that it has no use for";

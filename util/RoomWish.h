@@ -7,15 +7,16 @@ namespace util {
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct RoomWish {
-  // The reader has left as many blocks as are wanted.
-  bool isMet() const { return waits && steps >= wanted; }
+  // A reader has left a block, and one that goes on at position is near enough to the write head.
+  bool isMet(long long position) const { return waits && steps > 0 && position >= resumeAt; }
 
   bool waits = false;
   // Somebody has woken the transfer since; it has not had the lock yet.
   bool woken = false;
-  // Blocks that the reader must leave before a wake-up is of use, and those it has left since.
-  int wanted = 0;
+  // Blocks that readers have left since.
   int steps = 0;
+  // Offset before which a reader has so much ahead of it that a wake-up can wait.
+  long long resumeAt = 0;
 };
 
 }  // namespace util

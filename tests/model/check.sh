@@ -48,6 +48,7 @@ for fault in 2 3 17; do search 1 -DPATIENT "-DFAULT=$fault"; done
 search 1 -DPATIENT -DREADS=1 -DFAULT=1
 for fault in 4 5 21 22; do search 1 -DREADS=1 "-DFAULT=$fault"; done
 search 1 -DPATIENT "${calm[@]}" -DFAULT=23
+search 1 -DPATIENT "${calm[@]}" -DFAULT=25
 # Connections that fail one after the other end the stream.
 failing=(-DPATIENT -DREADS=1 -DSHORT_READS -DFAILURES=30 -DEARLY=0 -DNO_MEMORY=0)
 search 0 "${failing[@]}"

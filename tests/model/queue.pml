@@ -23,6 +23,10 @@
  * nothing. What any other reader asks for (wishAsks) stands until that reader goes on, whoever
  * lowers needFeed.
  *
+ * A transfer without room may pause: then a read that leaves a chunk wakes it or does not, as the
+ * reader is near the write head or far from it. The clock that ends a pause is left out, so whoever
+ * is served here is served without it.
+ *
  * With LIVE the search looks for a read that never ends (served), in runs that are fair to every
  * process. With ENDLESS the last chunk stands for the rest of a long resource. The network brings
  * pieces of it as long as the connection stands, and nobody reads there: nothing but the queue ends
@@ -57,6 +61,7 @@
  *  23  a chunk renews the wish also when the reader's bytes are held: a reader that was woken and
  *      has not got the lock yet may then have a transfer without room restarted again and again
  *  24  a break that is late takes back one that names a later read
+ *  25  a reader that begins to wait leaves a transfer without room in its pause
  * and of a local file's producer:
  *   7  a run does not look whether it is still the current one
  *   8  a stop that met a start is not repeated when that start is over
@@ -118,6 +123,7 @@ mtype = { NO_EVENT, PARTIAL_END, STREAM_ERROR, CANCELED };
 bool queueLock, feedLock, workerLock, producerLock;
 /* Who waits on feedLock's condition: reader, transfer, closer, aborter. */
 bool waitR, waitT, waitC, waitA;
+bool pauses;           /* the transfer waits for room, and no reader was near the write head */
 
 /* BufferQueue. */
 mtype streamStatus = IDLE;
@@ -559,7 +565,14 @@ inline readOnce() {
           :: needExit
 #endif
           :: else ->
+#if FAULT == 25
+             if
+             :: waitT && pauses -> notifyAll(); waitT = true
+             :: else -> notifyAll()
+             fi;
+#else
              notifyAll();
+#endif
              wishAsks = needFeed;
              wishStands = true;
              waitFeed(waitR);
@@ -592,7 +605,8 @@ inline readOnce() {
        /* It has moved on in the blocks, which may be the room that the transfer waits for. */
        if
        :: before != tail && waitT -> notifyAll()
-       :: else
+       :: before != tail && waitT && pauses
+       :: before == tail || !waitT
        fi;
        before = 0;
        prepared = false
@@ -701,7 +715,12 @@ inline streamIn(bytes) {
 #if FAULT != 17
              notifyAll();
 #endif
+             if
+             :: pauses = true
+             :: true
+             fi;
              waitFeed(waitT);
+             pauses = false;
              if
              :: needExit || myVersion != version -> goOn = false; break
              :: else

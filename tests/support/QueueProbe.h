@@ -41,6 +41,19 @@ class BufferQueueProbe {
     Lock feed(queue.feedLock);
     return (*queue.rdTail)->getBeginningSeqNum();
   }
+  // For how long transfers of all queues pause at most.
+  static void setLongestPause(int milliseconds) { BufferQueue::longestPauseMs = milliseconds; }
+  static void resetLongestPause() { setLongestPause(BufferQueue::kLongestPauseMs); }
+  // A transfer waits for room and nobody has woken it since.
+  static bool transferRests(BufferQueue& queue) {
+    Lock feed(queue.feedLock);
+    return queue.room.waits && !queue.room.woken;
+  }
+  // The same, and it has given up to wait for more than one block.
+  static bool transferSleepsOn(BufferQueue& queue) {
+    Lock feed(queue.feedLock);
+    return queue.room.waits && !queue.room.woken && queue.room.resumeAt == 0;
+  }
   // A reader that waits at the offset and has not had its turn since: only its wish is there.
   static void ask(BufferQueue& queue, long long offset);
   // Fills the blocks, from the front on, with the pattern from an offset on, and lets reader and

@@ -278,6 +278,8 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   const Model& model = GetParam();
   const unsigned int seed = support::printedSeed();
   util::LOG_LEV = -5;
+  // An hour: no reader may need the clock that ends the pause of a transfer without room.
+  BufferQueueProbe::setLongestPause(3600000);
   BadNetwork network(model.resource, seed);
   BufferQueue queue(model.blocks * 32768);
   network.setOutput(&queue);
@@ -296,6 +298,7 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   queue.release();
   network.release();
   RecordProperty("connections", network.connections);
+  BufferQueueProbe::resetLongestPause();
 }
 
 constexpr Resource kGood{2000000, true, true, false, 16384};
@@ -311,6 +314,10 @@ std::string nameOf(const testing::TestParamInfo<Model>& parameter) { return para
 INSTANTIATE_TEST_SUITE_P(All, BufferQueueModel,
                          testing::Values(Model{2, kGood, 4000, false, "TwoBlocks"},
                                          Model{3, kGood, 4000, false, "ThreeBlocks"},
+                                         Model{8, kGood, 4000, false, "EightBlocks"},
+                                         Model{16, kBad, 4000, false, "SixteenBlocksBadNetwork"},
+                                         Model{16, kBad, 2000, true, "SixteenBlocksBreaks"},
+                                         Model{8, kNoSeek, 1500, false, "EightBlocksNoSeek"},
                                          Model{64, kGood, 4000, false, "ManyBlocks"},
                                          Model{2, kBad, 4000, false, "TwoBlocksBadNetwork"},
                                          Model{3, kBad, 4000, false, "ThreeBlocksBadNetwork"},
