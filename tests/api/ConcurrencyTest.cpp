@@ -10,6 +10,7 @@
 #include "tests/support/BlockedReads.h"
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 
@@ -86,6 +87,24 @@ TEST_F(Concurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
   EXPECT_EQ(done.calls()[0].status, 3);
   EXPECT_EQ(x_fluvia_file_close(blocked), 0);
 }
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// The same when a worker has it already.
+TEST_F(Concurrency, CloseAnswersARequestThatAWorkerIsAboutToRead) {
+  const int handle = open(folder.makePattern("a", 1000));
+  support::Pauses pauses;
+  pauses.holdAt("DullFile::perform started");
+  Completions done;
+  char byte[1];
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(handle, byte, 1, &Completions::completed, &done, &id), 0);
+  ASSERT_TRUE(pauses.reached("DullFile::perform started"));
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  ASSERT_EQ(done.count(), 1u);
+  EXPECT_EQ(done.calls()[0].status, 3);
+  pauses.release("DullFile::perform started");
+}
+#endif
 
 TEST_F(Concurrency, AbortOfARunningRequestReportsItCancelledOnce) {
   const int handle = openBlocked("a");

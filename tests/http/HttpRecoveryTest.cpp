@@ -65,6 +65,7 @@ TEST(HttpFailure, RefusedConnectionIsTriedTwice) {
     if (line.find("PFFFF begin to perform(url: ") != std::string::npos) ++tries;
   }
   EXPECT_EQ(tries, 2) << log.text();
+  EXPECT_TRUE(log.has("notifyStreamException: retry finished in not available error"));
 }
 
 TEST(HttpFailure, OneConnectionWithoutAnAnswerRecoversTwoDoNot) {

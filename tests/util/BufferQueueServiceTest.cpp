@@ -137,6 +137,22 @@ TEST_F(Service, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
+// The same when the chunk itself brought them.
+TEST_F(Service, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtTheReaderItsBytes) {
+  producer.staysInside = true;
+  ASSERT_TRUE(beginsWith(2, 100));
+  BufferQueueProbe::waitWoken(*queue, 1000);
+  std::atomic<int> result{-1};
+  support::WaitingCall transfer(queue.get(), [&] { result = deliver(100, 2 * kBlock); });
+  ASSERT_TRUE(transferWaits());
+  BufferQueueProbe::wake(*queue);
+  EXPECT_TRUE(eventually([&] { return log.count("streamIn: wait in streamIn") == 2; }))
+      << "it gives the rest up";
+  EXPECT_EQ(result, -1);
+  EXPECT_FALSE(log.has("streamIn: break 2"));
+  EXPECT_EQ(producer.started().size(), 1u);
+}
+
 // The flag may have been raised before the stream was known not to seek.
 TEST_F(Service, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
   producer.staysInside = true;
