@@ -96,8 +96,11 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   seekRequested = false;
   // What the first connection meets is the result of the read that opened it, however soon it
   // comes.
-  const bool ended = exits();
-  const bool opens = !workerStarted && startFirstConnection() && !ended;
+  bool opens = false;
+  if (!workerStarted) {
+    const bool ended = exits();
+    opens = startFirstConnection() && !ended;
+  }
   FLUVIA_PAUSE_POINT("BufferQueue::read begun");
   FLUVIA_LOG_AS("read", 2, "read offset:%lld, read size:%d, needExit :%d", readOffset.get(),
                 static_cast<int>(size), needExit());
