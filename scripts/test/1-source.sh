@@ -7,4 +7,6 @@ check "cppcheck" scripts/checks/cppcheck
 check "pages of the classes" scripts/checks/internals
 check "links of the documents" scripts/checks/links
 check "log lines" scripts/checks/log-lines
+check "commits of the figures" scripts/checks/figures
+scripts/checks/figures --notes
 check "mutation table" tests/mutation/mutate.py --check

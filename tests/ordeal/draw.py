@@ -7,6 +7,11 @@
 import csv
 import math
 import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent / "scripts"))
+from measured_at import measured_at  # noqa: E402
 
 WIDTH, HEIGHT, LEFT, RIGHT, TOP, BOTTOM = 760, 260, 70, 250, 30, 40
 COLOURS = ["#1f77b4", "#d62728", "#2ca02c", "#9467bd", "#ff7f0e", "#17becf", "#8c564b"]
@@ -95,6 +100,7 @@ def main():
            'font-family="sans-serif">', '<rect width="100%" height="100%" fill="#fff"/>']
     for i, (title, series, across, logarithmic, zero) in enumerate(charts):
         out += chart(i * HEIGHT, title, series, across, logarithmic, zero)
+    out.append(text(WIDTH - 10, HEIGHT * len(charts) - 6, measured_at(), "end", 10))
     out.append("</svg>")
     with open(sys.argv[3], "w", encoding="utf-8") as target:
         target.write("\n".join(out) + "\n")

@@ -18,6 +18,11 @@ import statistics
 import subprocess
 import sys
 import time
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent.parent / "scripts"))
+from measured_at import measured_at  # noqa: E402
 
 RATE = 2_500_000  # bytes a second: 20 Mbit/s
 ROUND_TRIPS = (0, 20, 100)
@@ -95,6 +100,7 @@ def summary(file, round_trip, name, starts, seeks):
 
 def run(build, port, log, files):
     """The ways take turns, so that whatever else the machine does meets all of them."""
+    print(f"# {measured_at()}")
     out = csv.DictWriter(sys.stdout, FIELDS)
     out.writeheader()
     for file, round_trip in itertools.product(files, ROUND_TRIPS):
@@ -110,7 +116,13 @@ def run(build, port, log, files):
 
 def rows_of(path):
     with open(path, encoding="utf-8", newline="") as file:
-        return list(csv.DictReader(file))
+        return list(csv.DictReader(line for line in file if not line.startswith("#")))
+
+
+def origin_of(path):
+    """Which commit the figures were measured at, as its first line says."""
+    with open(path, encoding="utf-8") as file:
+        return file.readline().lstrip("# ").strip()
 
 
 def page(path, name):
@@ -126,6 +138,8 @@ def page(path, name):
 
 
 def table(path):
+    origin = origin_of(path)
+    print(f"{origin[0].upper()}{origin[1:]}.\n")
     print("| File | Round trip | Read by | First frame | Seek, median (worst) | "
           "Start: requests, kB | A seek: requests, kB |")
     print("|---|---|---|---|---|---|---|")
@@ -169,10 +183,11 @@ def picture(path):
         legend.append(f'<rect x="{x}" y="{bottom + 16}" width="12" height="12" '
                       f'fill="{COLOURS[at]}"/>')
         legend.append(f'<text x="{x + 18}" y="{bottom + 26}">{row["way"]}</text>')
-    print(f'<svg xmlns="http://www.w3.org/2000/svg" width="870" height="{bottom + 44}" '
+    print(f'<svg xmlns="http://www.w3.org/2000/svg" width="870" height="{bottom + 50}" '
           f'font-family="sans-serif" font-size="12">')
     print('<rect width="100%" height="100%" fill="white"/>')
     print("\n".join(first + seek + legend))
+    print(f'<text x="20" y="{bottom + 42}" font-size="10" fill="#555">{origin_of(path)}</text>')
     print("</svg>")
 
 
