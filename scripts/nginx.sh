@@ -29,7 +29,7 @@ await_port() {
 }
 
 # start_nginx FOLDER ROOT [LINES]: serves the files of ROOT, keeping its own things in FOLDER; LINES
-# go into the server block. Sets NGINX_PORT and NGINX_PID.
+# go into the server block, and those of the variable NGINX_HTTP above it. Sets NGINX_PORT and NGINX_PID.
 start_nginx() {
   local folder=$1 root=$2 lines=${3:-} user=""
   [ "$(id -u)" -ne 0 ] || user="user root;"
@@ -51,6 +51,7 @@ http {
   uwsgi_temp_path $folder/uwsgi;
   scgi_temp_path $folder/scgi;
   types { video/mp2t ts; }
+  ${NGINX_HTTP:-}
   server {
     listen 127.0.0.1:$NGINX_PORT ${NGINX_LISTEN:-};
     root $root;
