@@ -3,7 +3,7 @@
 check "packages of the servers" scripts/install-packages servers
 for test in tests/servers/*; do
   case $test in
-    *.sh) ;;
+    *.sh | *.cpp) ;;
     *) check "server $(basename "$test")" timeout --kill-after=10 120 "$test" ;;
   esac
 done
