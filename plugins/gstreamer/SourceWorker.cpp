@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
-#include <set>
+
+#include "PausePoint.h"
 
 namespace {
 
@@ -16,36 +17,6 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
-
-// Names that are being closed. Opening a name again before that waits inside the library, and holds
-// up all its other calls.
-class Leaving {
- public:
-  void add(const std::string& name) {
-    const std::lock_guard<std::mutex> guard(lock_);
-    names_.insert(name);
-  }
-  void remove(const std::string& name) {
-    const std::lock_guard<std::mutex> guard(lock_);
-    names_.erase(names_.find(name));
-    changed_.notify_all();
-  }
-  void waitUntilGone(const std::string& name) {
-    std::unique_lock<std::mutex> held(lock_);
-    changed_.wait(held, [&] { return names_.count(name) == 0; });
-  }
-
- private:
-  std::mutex lock_;
-  std::condition_variable changed_;
-  std::multiset<std::string> names_;
-};
-
-// Never destroyed: workers may outlive main().
-Leaving& leaving() {
-  static Leaving* const names = new Leaving();
-  return *names;
-}
 
 struct Diagnosis {
   SourceFailure failure;
@@ -98,7 +69,7 @@ SourceReader::Worker::Worker(const std::string& name, const SourceSettings& sett
 // ---- The reader's side -------------------------------------------------------------------------
 
 void SourceReader::Worker::quit() {
-  leaving().add(name_);
+  Leaving::instance().quit(name_, &stay_);
   const std::lock_guard<std::mutex> guard(lock_);
   quitting_ = true;
   changed_.notify_all();
@@ -171,15 +142,16 @@ std::string SourceReader::Worker::explanation() const {
 // ---- The worker's side -------------------------------------------------------------------------
 
 void SourceReader::Worker::run() {
-  leaving().waitUntilGone(name_);
-  if (openHandle()) {
+  FLUVIA_SRC_PAUSE_POINT("SourceReader::run begun");
+  if (Leaving::instance().enter(name_, &stay_) && openHandle()) {
     applySettings();
     learn();
   }
   serve();
   tellEnd();
+  FLUVIA_SRC_PAUSE_POINT("SourceReader::run before close");
   if (handle_ > 0) x_fluvia_file_close(handle_);
-  leaving().remove(name_);
+  Leaving::instance().leave(name_, &stay_);
 }
 
 bool SourceReader::Worker::openHandle() {

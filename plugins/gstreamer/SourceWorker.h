@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "Leaving.h"
 #include "SourceReader.h"
 
 // The thread behind a SourceReader and what the two share.
@@ -63,6 +64,8 @@ class SourceReader::Worker {
   const bool local_;
   const SourceSettings settings_;
   const Clock::time_point opened_ = Clock::now();
+
+  Leaving::Stay stay_;  // guarded by Leaving
 
   // The worker's thread only.
   int handle_ = 0;

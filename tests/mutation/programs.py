@@ -16,6 +16,8 @@ PROGRAMS = [
     ("tests/ordeal/stress/", "", ["stress_tests"]),
     ("tests/tools/TreeTextTest.cpp", "", ["tree_text_tests"]),
     ("tests/tools/", "", ["trace_tests"]),
+    ("tests/players/ReaderTest.cpp", "players.", ["reader_tests"]),
+    ("tests/players/ElementTest.cpp", "players.", ["playing_tests"]),
     ("tests/players/", "players.", ["all"]),
     ("tests/", "", ["all"]),
 ]

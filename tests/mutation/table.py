@@ -13,6 +13,7 @@ Each entry:
 """
 
 from memory import ENTRIES as MEMORY
+from plugins import ENTRIES as PLUGINS
 from streams import ENTRIES as STREAMS
 
 ENTRIES = [
@@ -426,4 +427,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestSettings.MadeAgainAndAgain",
     ),
-] + STREAMS + MEMORY
+] + STREAMS + MEMORY + PLUGINS

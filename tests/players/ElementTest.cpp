@@ -1,4 +1,5 @@
 // fluviasrc as an application meets it.
+#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -116,6 +117,57 @@ TEST(FluviaSrc, NoStateChangeWaitsForASilentServer) {
   }
   EXPECT_LT(waited, kNoWait);
 }
+
+int entriesOf(const char* folder) {
+  DIR* opened = opendir(folder);
+  if (opened == nullptr) return -1;
+  int entries = 0;
+  while (readdir(opened) != nullptr) ++entries;
+  closedir(opened);
+  return entries;
+}
+
+int threads() { return entriesOf("/proc/self/task"); }
+int descriptors() { return entriesOf("/proc/self/fd"); }
+
+// Plays what the server has at /film to its end.
+void playOnce(const FaultServer& server, int startupWait) {
+  Taken taken;
+  Pipeline pipeline(source(server.url("/film")) + "startup-wait=" + std::to_string(startupWait) +
+                    " ! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PLAYING);
+  EXPECT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS, 20)) << pipeline.error();
+  EXPECT_EQ(taken.bytes, 300000);
+  EXPECT_EQ(taken.wrong, 0);
+}
+
+class StartsAndStops : public ::testing::TestWithParam<int> {};
+
+// A stop may come before the source was opened, while it waits for the last one's close, or later.
+TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(300000));
+  playOnce(server, GetParam());
+  ASSERT_TRUE(server.waitUntilIdle());
+  const int threadsBefore = threads();
+  const int descriptorsBefore = descriptors();
+  {
+    Pipeline pipeline(source(server.url("/film")) + "startup-wait=" + std::to_string(GetParam()) +
+                      " ! fakesink");
+    for (int i = 0; i < 100; ++i) {
+      pipeline.set(i % 2 == 0 ? GST_STATE_PAUSED : GST_STATE_PLAYING);
+      ASSERT_EQ(pipeline.set(GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
+    }
+  }
+  playOnce(server, GetParam());
+  EXPECT_TRUE(support::eventually([&] { return threads() <= threadsBefore; }))
+      << threads() << " threads after " << threadsBefore;
+  EXPECT_TRUE(support::eventually([&] { return descriptors() <= descriptorsBefore; }))
+      << descriptors() << " descriptors after " << descriptorsBefore;
+}
+
+INSTANTIATE_TEST_SUITE_P(FluviaSrc, StartsAndStops, ::testing::Values(0, 1, 5, 1000));
 
 TEST(FluviaSrc, FlushingSeekEndsAReadThatWaits) {
   FaultServer server;

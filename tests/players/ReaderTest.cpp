@@ -6,13 +6,21 @@
 #include <thread>
 
 #include "BufferingWatch.h"
+#include "PausePoint.h"
 #include "SourceReader.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
+#include "tests/support/Pauses.h"
 #include "tests/support/QueueProbe.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
+#include "util/PausePoint.h"
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// The points of the element's reader are held as those of the library are.
+extern "C" void fluvia_src_pause_point(const char* name) { util::pausePoint(name); }
+#endif
 
 namespace {
 
@@ -175,6 +183,44 @@ TEST(SourceReader, NameIsOpenedAgainAfterItWasClosed) {
   SourceReader second(server.url("/film"), SourceSettings());
   EXPECT_TRUE(readsPattern(second, 0, 100000));
 }
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// A player that is stopped before its source could open it starts again.
+TEST(SourceReader, ReaderThatLeftBeforeItOpenedIsNotWaitedFor) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(100000));
+  support::Pauses pauses;
+  pauses.holdAt("SourceReader::run begun");
+  auto first = std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  ASSERT_TRUE(pauses.reached("SourceReader::run begun"));
+  first.reset();
+  pauses.release("SourceReader::run begun");
+  SourceReader second(server.url("/film"), SourceSettings());
+  ASSERT_TRUE(second.waitForFacts(kLong).known) << "the name is dead";
+  EXPECT_TRUE(readsPattern(second, 0, 100000));
+  EXPECT_EQ(server.requestCount("/film"), 1) << "the first one has opened nothing";
+}
+
+TEST(SourceReader, ReadersThatLeaveWhileTheyWaitForACloseDoNotWaitForEachOther) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(100000));
+  support::Pauses pauses;
+  pauses.holdAt("SourceReader::run before close");
+  auto first = std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  ASSERT_TRUE(first->waitForFacts(kLong).known);
+  first.reset();
+  ASSERT_TRUE(pauses.reached("SourceReader::run before close"));
+  auto second = std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  auto third = std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  second.reset();
+  third.reset();
+  SourceReader fourth(server.url("/film"), SourceSettings());
+  EXPECT_FALSE(fourth.waitForFacts(1).known) << "waits for the close of the first";
+  pauses.release("SourceReader::run before close");
+  ASSERT_TRUE(fourth.waitForFacts(kLong).known) << "the name is dead";
+  EXPECT_TRUE(readsPattern(fourth, 0, 100000));
+}
+#endif
 
 TEST(SourceReader, LevelsTellWhatIsHeld) {
   const support::TemporaryFolder folder;

@@ -1,0 +1,28 @@
+#include "Leaving.h"
+
+Leaving& Leaving::instance() {
+  static Leaving* const names = new Leaving();
+  return *names;
+}
+
+bool Leaving::enter(const std::string& name, Stay* stay) {
+  std::unique_lock<std::mutex> held(lock_);
+  changed_.wait(held, [&] { return stay->over || names_.count(name) == 0; });
+  stay->entered = !stay->over;
+  return stay->entered;
+}
+
+void Leaving::quit(const std::string& name, Stay* stay) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  stay->over = true;
+  if (stay->entered) names_.insert(name);
+  changed_.notify_all();
+}
+
+void Leaving::leave(const std::string& name, Stay* stay) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (!stay->entered) return;
+  stay->entered = false;
+  names_.erase(names_.find(name));
+  changed_.notify_all();
+}
