@@ -353,6 +353,14 @@ void SourceReader::Worker::waitOrLook(Lock& held) {
   }
 }
 
+// The library learns the length of a stream that nobody stated when all of it has arrived. It does
+// not wait here: it answers what it knows.
+long long SourceReader::Worker::endOf(const SourceFacts& facts) const {
+  if (facts.size >= 0) return facts.size;
+  const long long learnt = x_fluvia_file_size(handle_);
+  return learnt > 0 && learnt != FVFR_UNKNOWN_SIZE ? learnt : -1;
+}
+
 void SourceReader::Worker::look(Lock& held) {
   lookWanted_ = false;
   nextLook_ = Clock::now() + kLookEvery;
@@ -365,7 +373,8 @@ void SourceReader::Worker::look(Lock& held) {
     levels.wanted = std::max(0, x_fluvia_file_bufferSize(handle_));
     levels.speed = std::max(0LL, x_fluvia_file_http_get_speed(handle_));
   }
-  if (facts.size >= 0) levels.wanted = std::min(levels.wanted, facts.size - position_);
+  const long long end = facts.known && !facts.failed ? endOf(facts) : -1;
+  if (end >= 0) levels.wanted = std::max(0LL, std::min(levels.wanted, end - position_));
   if (observer) observer(levels, false);
   held.lock();
   levels_ = levels;

@@ -57,6 +57,8 @@ class SourceReader::Worker {
   // Waits on the condition, but looks at the levels when somebody wants to know them.
   void waitOrLook(Lock& held);
   void look(Lock& held);
+  // Where the source ends, -1 when that is not known. Called when its first byte is there.
+  long long endOf(const SourceFacts& facts) const;
   void tellEnd();
   static void completed(int request, void* worker, int status, int readBytes);
 

@@ -8,4 +8,9 @@ ENTRIES = [
           "  if (stay->entered) names_.insert(name);",
           "  stay->entered = true;\n  names_.insert(name);",
           "SourceReader.ReaderThatLeftBefore", seconds=60),
+    entry("element: buffering ends with a stream whose length nobody stated",
+          "plugins/gstreamer/SourceWorker.cpp",
+          "  const long long learnt = x_fluvia_file_size(handle_);",
+          "  const long long learnt = -1;",
+          "SourceReader.LevelsEndWith", seconds=60),
 ]

@@ -341,6 +341,46 @@ TEST(FluviaSrc, BufferingMessagesEndAtAHundred) {
   EXPECT_EQ(last, 100);
 }
 
+// Plays as applications do that listen: paused while less than 100 is told. Returns how often it
+// was.
+int pausesOf(Pipeline* pipeline) {
+  constexpr GstMessageType kEnds = static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR);
+  int pauses = 0;
+  bool paused = false;
+  pipeline->set(GST_STATE_PLAYING);
+  GstBus* bus = gst_element_get_bus(pipeline->element());
+  for (bool over = false; !over;) {
+    GstMessage* message = gst_bus_timed_pop_filtered(
+        bus, 60 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_BUFFERING | kEnds));
+    over = message == nullptr || (GST_MESSAGE_TYPE(message) & kEnds) != 0;
+    if (!over) {
+      gint percent = 0;
+      gst_message_parse_buffering(message, &percent);
+      if (!paused && percent < 100) ++pauses;
+      paused = percent < 100;
+      pipeline->set(paused ? GST_STATE_PAUSED : GST_STATE_PLAYING);
+    }
+    EXPECT_TRUE(message != nullptr && GST_MESSAGE_TYPE(message) != GST_MESSAGE_ERROR);
+    if (message != nullptr) gst_message_unref(message);
+  }
+  gst_object_unref(bus);
+  return pauses;
+}
+
+// At its end the buffer of a stream runs low for good.
+TEST(FluviaSrc, BufferingOfAStreamWithoutALengthEndsWithIt) {
+  FaultServer server;
+  server.on("/live", support::serveChunked(3000000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/live")) +
+                    "buffering-messages=true blocksize=16384 ! identity sleep-time=10000 ! "
+                    "fakesink name=sink sync=false");
+  taken.watch(pipeline);
+  EXPECT_LE(pausesOf(&pipeline), 1) << "at most at the beginning";
+  EXPECT_EQ(taken.bytes, 3000000);
+  EXPECT_EQ(taken.wrong, 0);
+}
+
 TEST(FluviaSrc, SaysNothingOfBufferingUnasked) {
   FaultServer server;
   server.on("/film", support::drip(600000, 20000, 10));

@@ -230,6 +230,17 @@ TEST(SourceReader, LevelsTellWhatIsHeld) {
   EXPECT_EQ(reader.levels().wanted, 499000);
 }
 
+// What is left of a stream whose length nobody said is known once all of it has arrived.
+TEST(SourceReader, LevelsEndWithAStreamWithoutALength) {
+  FaultServer server;
+  server.on("/live", support::serveChunked(500000));
+  SourceReader reader(server.url("/live"), SourceSettings());
+  EXPECT_TRUE(readsPattern(reader, 0, 1000));
+  EXPECT_TRUE(support::eventually([&] { return reader.levels().wanted == 499000; }))
+      << reader.levels().wanted;
+  EXPECT_EQ(reader.levels().buffered, 499000);
+}
+
 SourceLevels levels(long long buffered, long long wanted) {
   SourceLevels made;
   made.buffered = buffered;
