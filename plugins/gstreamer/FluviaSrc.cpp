@@ -22,6 +22,9 @@ struct Content {
   int startupWait = 1000;
   bool bufferingMessages = false;
   std::shared_ptr<SourceReader> reader;
+  // What the reader was opened with.
+  SourceSettings opened;
+  bool openedWithMessages = false;
 };
 
 enum Property {
@@ -218,7 +221,9 @@ std::string openable(const std::string& location) {
 }
 
 std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& name,
-                                         const Content& content) {
+                                         Content& content) {
+  content.opened = content.settings;
+  content.openedWithMessages = content.bufferingMessages;
   const auto reader = std::make_shared<SourceReader>(name, content.settings);
   if (content.bufferingMessages) {
     const auto teller = std::make_shared<BufferingTeller>(GST_ELEMENT(base));
@@ -228,18 +233,24 @@ std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& na
   return reader;
 }
 
+// Whether the reader that was kept reads what a new one would.
+bool canBeKept(const Content& content, const std::string& name) {
+  return content.reader != nullptr && content.reader->name() == name &&
+         content.opened == content.settings &&
+         content.openedWithMessages == content.bufferingMessages && !content.reader->facts().failed;
+}
+
 // A reader is kept from the first start until NULL: scheduling queries start and stop an element to
 // learn whether it has random access, and should not open the source twice.
 gboolean start(GstBaseSrc* base) {
   Content& content = contentOf(base);
-  std::shared_ptr<SourceReader> old;
   {
     const std::lock_guard<std::mutex> guard(content.lock);
     if (!content.location.empty()) {
       const std::string name = openable(content.location);
-      if (content.reader == nullptr || content.reader->name() != name ||
-          content.reader->facts().failed) {
-        old = std::move(content.reader);
+      if (!canBeKept(content, name)) {
+        // First the old one goes: the new one waits for its close then, and shares nothing with it.
+        content.reader.reset();
         content.reader = openReader(base, name, content);
       }
       content.reader->resume();

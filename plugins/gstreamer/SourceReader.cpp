@@ -2,8 +2,18 @@
 
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 #include "SourceWorker.h"
+
+bool SourceSettings::operator==(const SourceSettings& other) const {
+  const auto all = [](const SourceSettings& settings) {
+    return std::tie(settings.bufferSize, settings.userAgent, settings.proxy, settings.cookie,
+                    settings.authorities, settings.certificate, settings.key, settings.speed,
+                    settings.featureFlag);
+  };
+  return all(*this) == all(other);
+}
 
 SourceReader::SourceReader(const std::string& name, const SourceSettings& settings)
     : name_(name), worker_(std::make_shared<Worker>(name, settings)) {

@@ -18,6 +18,8 @@ struct SourceSettings {
   std::string key;
   long long speed = 0;  // bytes per second, 0 for no cap
   int featureFlag = -1;
+
+  bool operator==(const SourceSettings& other) const;
 };
 
 // What is known of a source.

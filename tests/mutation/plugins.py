@@ -13,4 +13,8 @@ ENTRIES = [
           "  const long long learnt = x_fluvia_file_size(handle_);",
           "  const long long learnt = -1;",
           "SourceReader.LevelsEndWith", seconds=60),
+    entry("element: settings made in READY hold from the next start on",
+          "plugins/gstreamer/FluviaSrc.cpp",
+          "content.opened == content.settings &&", "",
+          "FluviaSrc.PropertiesSetInReady", seconds=100),
 ]

@@ -48,6 +48,12 @@ struct Taken {
   }
 };
 
+// How often a resource was opened: its first request asks for no range.
+int openings(const FaultServer& server, const std::string& path) {
+  const std::vector<std::string> ranges = server.ranges(path);
+  return static_cast<int>(std::count(ranges.begin(), ranges.end(), ""));
+}
+
 TEST(FluviaSrc, PushesAFileWhole) {
   const support::TemporaryFolder folder;
   Taken taken;
@@ -82,8 +88,7 @@ TEST(FluviaSrc, LetsItselfBePulledWhereTheResourceSeeks) {
     gst_buffer_unmap(buffer, &map);
     gst_buffer_unref(buffer);
   }
-  const std::vector<std::string> ranges = server.ranges("/film");
-  EXPECT_EQ(std::count(ranges.begin(), ranges.end(), ""), 1) << "asking has not opened it twice";
+  EXPECT_EQ(openings(server, "/film"), 1) << "asking has not opened it twice";
   gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, FALSE);
   gst_object_unref(pad);
 }
@@ -229,6 +234,49 @@ TEST(FluviaSrc, CertificatesAreCheckedOnceAuthoritiesAreNamed) {
   Pipeline bad(source(server.url("/film")) + "ca=" + other.certificate() + " ! fakesink");
   bad.set(GST_STATE_PLAYING);
   EXPECT_FALSE(bad.waitFor(GST_MESSAGE_EOS));
+}
+
+// All of them are announced as changeable there.
+TEST(FluviaSrc, PropertiesSetInReadyHoldFromTheNextStartOn) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(300000));
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink");
+  GstElement* element = pipeline.inside("source");
+  const struct {
+    const char* name;
+    const char* value;
+  } settings[] = {{"cookie", "a=b"},        {"user-agent", "player/2"},
+                  {"speed-cap", "9000000"}, {"buffer-size", "131072"},
+                  {"feature-flag", "1"},    {"buffering-messages", "true"},
+                  {"ca", "/nowhere"},       {"proxy", "http://127.0.0.1:1"}};
+  int opened = 0;
+  for (const auto& each : settings) {
+    pipeline.set(GST_STATE_PLAYING);
+    ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+    ASSERT_GT(openings(server, "/film"), opened) << "not opened anew before " << each.name;
+    opened = openings(server, "/film");
+    pipeline.set(GST_STATE_READY);
+    gst_util_set_object_arg(G_OBJECT(element), each.name, each.value);
+  }
+  const std::vector<support::Request> requests = server.requests("/film");
+  EXPECT_EQ(requests.at(1).header("Cookie"), "a=b");
+  EXPECT_EQ(requests.at(2).header("User-Agent"), "player/2");
+  pipeline.set(GST_STATE_PLAYING);
+  EXPECT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+  EXPECT_GT(openings(server, "/film"), opened) << "not opened anew for the proxy";
+}
+
+TEST(FluviaSrc, IsNotOpenedAnewInReadyWithoutNeed) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(300000));
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink");
+  for (int i = 0; i < 3; ++i) {
+    pipeline.set(GST_STATE_PLAYING);
+    ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+    pipeline.set(GST_STATE_READY);
+    g_object_set(pipeline.inside("source"), "cookie", "same=1", "startup-wait", 500 + i, nullptr);
+  }
+  EXPECT_EQ(openings(server, "/film"), 2) << "once without the cookie, once with it";
 }
 
 std::string factoryOf(const std::string& uri, std::string* location) {
