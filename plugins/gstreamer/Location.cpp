@@ -39,7 +39,9 @@ std::string locationOfUri(const std::string& uri) {
 
 std::string uriOfLocation(const std::string& location) {
   if (location.empty()) return "";
-  if (isWeb(location)) return kPrefix + location;
-  const std::string path = taken(g_canonicalize_filename(location.c_str(), nullptr));
+  const std::string named = locationOfUri(location);
+  if (isWeb(named)) return kPrefix + named;
+  const std::string& file = named.empty() ? location : named;
+  const std::string path = taken(g_canonicalize_filename(file.c_str(), nullptr));
   return kPrefix + taken(g_filename_to_uri(path.c_str(), nullptr, nullptr));
 }

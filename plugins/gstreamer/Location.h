@@ -9,7 +9,8 @@
 // http and https as they are, "fluvia+file:///path" as the path, unescaped. Empty for others.
 std::string locationOfUri(const std::string& uri);
 
-// The reverse. Empty for an empty location.
+// The reverse; a location that is such a URI itself is taken for what it names, anything else for a
+// path. Empty for an empty location.
 std::string uriOfLocation(const std::string& location);
 
 #endif  // FLUVIAFS_PLUGINS_GSTREAMER_LOCATION_H_
