@@ -5,6 +5,7 @@
 #include <string>
 
 #include "BufferingWatch.h"
+#include "Diagnosis.h"
 #include "Location.h"
 #include "SourceReader.h"
 
@@ -315,6 +316,9 @@ void postFailure(GstBaseSrc* base, const SourceReader& reader) {
     case SourceFailure::kNotFound:
       GST_ELEMENT_ERROR(base, RESOURCE, NOT_FOUND, ("%s", text.c_str()), ("not found"));
       break;
+    case SourceFailure::kNotAuthorized:
+      GST_ELEMENT_ERROR(base, RESOURCE, NOT_AUTHORIZED, ("%s", text.c_str()), ("not authorized"));
+      break;
     case SourceFailure::kNotAvailable:
       GST_ELEMENT_ERROR(base, RESOURCE, OPEN_READ, ("%s", text.c_str()), ("not available"));
       break;
@@ -444,7 +448,8 @@ gboolean uriSet(GstURIHandler* handler, const gchar* uri, GError** error) {
   }
   const std::string location = locationOfUri(uri);
   if (location.empty()) {
-    g_set_error(error, GST_URI_ERROR, GST_URI_ERROR_BAD_URI, "%s names no file or server.", uri);
+    g_set_error(error, GST_URI_ERROR, GST_URI_ERROR_BAD_URI, "%s names no file or server.",
+                withoutPassword(uri).c_str());
     return FALSE;
   }
   Content& content = contentOf(handler);

@@ -37,7 +37,7 @@ struct SourceLevels {
   long long speed = 0;     // bytes per second
 };
 
-enum class SourceFailure { kNone, kNotFound, kNotAvailable, kTimeout, kOther };
+enum class SourceFailure { kNone, kNotFound, kNotAuthorized, kNotAvailable, kTimeout, kOther };
 
 // Reads one source of the library on a thread of its own, so that whoever asks can leave at once,
 // whatever the library waits for.

@@ -1,13 +1,11 @@
 #include "SourceWorker.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <new>
 
+#include "Diagnosis.h"
 #include "PausePoint.h"
 
 namespace {
@@ -17,49 +15,6 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
-
-struct Diagnosis {
-  SourceFailure failure;
-  std::string text;
-};
-
-Diagnosis diagnoseTransfer(int status) {
-  switch (status) {
-    case FVFR_DOWNLOAD_TIMEOUT:
-      return {SourceFailure::kTimeout, "the server cannot be reached in time"};
-    case FVFR_DOWNLOAD_NO_DATA:
-    case FVFR_DOWNLOAD_CONNECTION_DEAD:
-      return {SourceFailure::kTimeout, "the server has fallen silent"};
-    case FVFR_DOWNLOAD_UNKNOWN_HOST:
-      return {SourceFailure::kNotFound, "nobody knows the name of that server"};
-    case FVFR_DOWNLOAD_UNREACHABLE:
-      return {SourceFailure::kNotAvailable, "the server cannot be reached"};
-    case FVFR_DOWNLOAD_REFUSED:
-      return {SourceFailure::kNotAvailable, "the server refuses the connection"};
-    case 404:
-    case 410:
-      return {SourceFailure::kNotFound, "the server answered " + std::to_string(status)};
-    default:
-      if (status >= 400) {
-        return {SourceFailure::kNotAvailable, "the server answered " + std::to_string(status)};
-      }
-      return {SourceFailure::kOther, "the stream failed"};
-  }
-}
-
-Diagnosis diagnoseFile(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    const SourceFailure kind = errno == ENOENT || errno == ENOTDIR ? SourceFailure::kNotFound
-                                                                   : SourceFailure::kNotAvailable;
-    return {kind, std::strerror(errno)};
-  }
-  if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
-    return {SourceFailure::kNotAvailable, "only regular files and block devices can be streamed"};
-  }
-  if (access(path.c_str(), R_OK) != 0) return {SourceFailure::kNotAvailable, std::strerror(errno)};
-  return {SourceFailure::kOther, "the file cannot be read"};
-}
 
 }  // namespace
 
@@ -332,13 +287,10 @@ void SourceReader::Worker::completed(int /*request*/, void* worker, int status, 
 }
 
 void SourceReader::Worker::fail(const std::string& action) {
-  const Diagnosis found = local_ ? diagnoseFile(name_)
-                          : handle_ > 0
-                              ? diagnoseTransfer(x_fluvia_file_http_get_download_status(handle_))
-                              : Diagnosis{SourceFailure::kOther, "the library refuses the name"};
+  const Diagnosis found = diagnose(name_, handle_);
   const std::lock_guard<std::mutex> guard(lock_);
   failure_ = found.failure;
-  explanation_ = "Cannot " + action + " " + name_ + ": " + found.text + ".";
+  explanation_ = "Cannot " + action + " " + withoutPassword(name_) + ": " + found.text + ".";
   if (!facts_.known) facts_.known = facts_.failed = true;
   changed_.notify_all();
 }

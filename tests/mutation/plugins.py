@@ -17,4 +17,13 @@ ENTRIES = [
           "plugins/gstreamer/FluviaSrc.cpp",
           "content.opened == content.settings &&", "",
           "FluviaSrc.PropertiesSetInReady", seconds=100),
+    entry("element: a stream without a length cannot seek",
+          "plugins/gstreamer/SourceWorker.cpp",
+          "x_fluvia_file_seek(handle_, beyond, &now) != FVFR_SEEK_REFUSED;",
+          "x_fluvia_file_seek(handle_, beyond, &now) < 1;",
+          "FluviaSrc.SaysThatAStream|SourceReader.KnowsAStream", seconds=100),
+    entry("element: a password is not shown",
+          "plugins/gstreamer/SourceWorker.cpp",
+          "withoutPassword(name_)", "name_",
+          "FluviaSrc.ErrorsKeep", seconds=100),
 ]
