@@ -15,6 +15,7 @@ Each entry:
 from memory import ENTRIES as MEMORY
 from plugins import ENTRIES as PLUGINS
 from streams import ENTRIES as STREAMS
+from tracing import ENTRIES as TRACE
 
 ENTRIES = [
     dict(
@@ -427,4 +428,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestSettings.MadeAgainAndAgain",
     ),
-] + STREAMS + MEMORY + PLUGINS
+] + STREAMS + MEMORY + PLUGINS + TRACE

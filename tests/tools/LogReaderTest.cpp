@@ -230,4 +230,21 @@ TEST(LogReader, AnyBytesAreTaken) {
   EXPECT_EQ(reading.reader.counts().bytes, static_cast<long long>(log.size()));
 }
 
+// Heads whose text does not come are looked for in what follows, but not for ever.
+TEST(LogReader, WorkForTextsOfNobodyIsBounded) {
+  std::string log;
+  for (int i = 0; i < 100; ++i) {
+    for (int thread = 0; thread < 16; ++thread) {
+      log += "[FluviaFS][00:1000:0][" + std::to_string(20 + thread) + "][streamIn][1]-------\n";
+    }
+    for (int k = 0; k < 40; ++k) {
+      for (int word = 0; word < 100; ++word) log += "new block seek ";
+      log += "\n";
+    }
+  }
+  const Reading reading(log);
+  EXPECT_TRUE(reading.entries.empty());
+  EXPECT_LE(reading.reader.counts().tries, 65536 + 16 * 1600 + 3000) << "1600 lines are ours";
+}
+
 }  // namespace

@@ -73,15 +73,4 @@ TEST(ThinHoldings, LongOneIsBounded) {
   EXPECT_EQ(holdings.columns().front().time, 0);
 }
 
-TEST(ThinHoldings, NearestStretchesAreJoinedWhenThereAreTooMany) {
-  std::vector<Span> spans;
-  for (int i = 0; i < 13; ++i) spans.push_back({i * 100, i * 100 + (i == 4 ? 90 : 50)});
-  ThinHoldings holdings;
-  holdings.add(0, spans);
-  const auto& held = holdings.columns()[0].held;
-  ASSERT_EQ(held.size(), 12u);
-  EXPECT_EQ(held[4].begin, 400);
-  EXPECT_EQ(held[4].end, 550) << "the gap of 10 was the smallest";
-}
-
 }  // namespace

@@ -259,6 +259,17 @@ TEST(TraceStory, DumpCorrectsWhatIsHeld) {
   EXPECT_EQ(held[1].end, 98400);
 }
 
+// By the work and not by the clock: 25 MB of such a log took minutes.
+TEST(TraceStory, WorkOfALineDoesNotGrowWithTheBlocks) {
+  constexpr int kStored = 20000;
+  Log log;
+  log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0);
+  for (int i = 0; i < kStored; ++i) log.stored(1 + i, 20, i % 4096, i * 65536LL, 32768);
+  const Told told(log);
+  EXPECT_LE(told.lane().blocks().looks(), 20LL * kStored);
+  EXPECT_LE(told.lane().holdings().columns().back().held.size(), 12u);
+}
+
 TEST(TraceStory, WaitHasItsReasonFromTheConnection) {
   Log log;
   log.open(0, 10, kFilm, 1).beginRead(0, 10, 1, 0).wait(0, 10, 0);

@@ -11,6 +11,8 @@ constexpr size_t kMostConnections = 1000;
 constexpr size_t kMostWaits = 1000;
 constexpr size_t kMostHappenings = 1000;
 constexpr size_t kMostPauses = 1000;
+// More stretches than this are drawn as one where they are nearest.
+constexpr size_t kMostStretches = 12;
 // Closed handles of a resource beyond these share the last one's curve.
 constexpr size_t kMostReaders = 40;
 // Waits that are nearer to each other than this, and than they are long, are one to a person
@@ -170,22 +172,20 @@ void Lane::enter(double time, Phase phase) {
 }
 
 void Lane::stored(double time, int block, long long beginning, long long bytes) {
-  blocks_[block] = {beginning, beginning + bytes};
   head_ = beginning + bytes;
+  blocks_.set(block, {beginning, head_});
   heads_.add(time, head_);
   show(time);
 }
 
 void Lane::storedMore(double time, int block, long long bytes) {
-  const auto known = blocks_.find(block);
-  if (known == blocks_.end()) return;
-  stored(time, block, known->second.begin, bytes);
+  if (const Span* known = blocks_.find(block)) stored(time, block, known->begin, bytes);
 }
 
 void Lane::placed(double time, int block, long long beginning) {
-  Span& span = blocks_[block];
-  if (span.begin == beginning && span.end != span.begin) return;
-  span = {beginning, beginning};
+  const Span* known = blocks_.find(block);
+  if (known != nullptr && known->begin == beginning && known->end != known->begin) return;
+  blocks_.set(block, {beginning, beginning});
   show(time);
 }
 
@@ -194,36 +194,12 @@ void Lane::droppedBlock(double time, int block) {
   show(time);
 }
 
-// A dump may leave out blocks that begin at 0, used or not.
 void Lane::dumped(double time, const std::map<int, Span>& blocks) {
-  std::map<int, Span> known;
-  known.swap(blocks_);
-  for (const auto& block : known) {
-    if (block.second.begin == 0 && blocks.count(block.first) == 0) blocks_.insert(block);
-  }
-  blocks_.insert(blocks.begin(), blocks.end());
+  blocks_.replace(blocks);
   show(time);
 }
 
-void Lane::show(double time) { holdings_.add(time, held()); }
-
-std::vector<Span> Lane::held() const {
-  std::vector<Span> spans;
-  for (const auto& block : blocks_) {
-    if (block.second.end > block.second.begin) spans.push_back(block.second);
-  }
-  std::sort(spans.begin(), spans.end(),
-            [](const Span& one, const Span& other) { return one.begin < other.begin; });
-  std::vector<Span> joined;
-  for (const Span& span : spans) {
-    if (!joined.empty() && span.begin <= joined.back().end) {
-      joined.back().end = std::max(joined.back().end, span.end);
-    } else {
-      joined.push_back(span);
-    }
-  }
-  return joined;
-}
+void Lane::show(double time) { holdings_.add(time, blocks_.stretches(kMostStretches)); }
 
 void Lane::writerWaits(double time) {
   if (pausedSince_ < 0) pausedSince_ = time;
@@ -335,7 +311,7 @@ void Lane::finish(double time) {
     if (reader.open) reader.positions.add(time, reader.position);
   }
   writerGoesOn(time);
-  if (inUse()) holdings_.add(time, held());
+  if (inUse()) show(time);
 }
 
 }  // namespace tools

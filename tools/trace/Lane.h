@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "HeldBlocks.h"
 #include "ThinCurve.h"
 
 namespace tools {
@@ -120,6 +121,7 @@ class Lane {
   const std::vector<Reader>& readers() const { return readers_; }
   const ThinCurve& heads() const { return heads_; }
   const ThinHoldings& holdings() const { return holdings_; }
+  const HeldBlocks& blocks() const { return blocks_; }
   const std::vector<Connection>& connections() const { return connections_; }
   const std::vector<Wait>& waits() const { return waits_; }
   const std::vector<Pause>& pauses() const { return pauses_; }
@@ -144,12 +146,11 @@ class Lane {
   void keepWait(const Wait& wait);
   void dropShortWaits();
   void show(double time);
-  std::vector<Span> held() const;
 
   std::string name_;
   long long size_ = -1;
   std::vector<Reader> readers_;
-  std::map<int, Span> blocks_;  // by the block's number
+  HeldBlocks blocks_;
   ThinCurve heads_{3000};
   ThinHoldings holdings_;
   std::vector<Connection> connections_;

@@ -11,6 +11,10 @@ constexpr char kEndOfHead[] = "]-------";
 constexpr size_t kLongestLine = 65536;
 constexpr size_t kMostOpen = 16;
 constexpr size_t kLongestJoined = 4096;
+// How often texts without a line end between them are tried to be told apart. A log with heads
+// among much that is nobody's would keep the program busy with what nobody wrote.
+constexpr long long kFirstTries = 65536;
+constexpr long long kTriesOfALine = 16;
 // Lines after which nobody expects the text of a head any more.
 constexpr long long kPatience = 64;
 
@@ -109,7 +113,8 @@ void LogReader::takeLine(std::string_view line) {
 
 // The text behind a head is its own, or that of a thread whose head came before, or both.
 void LogReader::takeText(const Head& own, std::string_view text) {
-  if (!text.empty() && tell(own, text)) return;
+  const Rules rules = rulesOf(own.function);
+  if (!text.empty() && tell(own, rules, text)) return;
   if (text.empty() || tellOpenHead(text)) {
     keepOpen(own);
     return;
@@ -117,28 +122,33 @@ void LogReader::takeText(const Head& own, std::string_view text) {
   if (open_.empty() && torn_ != lineNumber_) return;
   keepOpen(own);
   // When nothing fits, the text is its own and of no interest.
-  if (!tellJoined(text) && hasWords(own.function)) open_.pop_back();
+  if (!tellJoined(text) && rules.first != rules.second) open_.pop_back();
 }
 
 // Two texts without a line end between them, of two heads that are open; or one of them behind or
 // before something else.
 bool LogReader::tellJoined(std::string_view text) {
   if (open_.empty() || text.size() > kLongestJoined) return false;
+  if (counts_.tries > kFirstTries + kTriesOfALine * counts_.lines) return false;
+  // Nearly all cuts of a text that is nobody's fail here.
+  Beginnings any;
+  for (const Head& head : open_) any |= head.beginnings;
   for (size_t cut = 1; cut < text.size(); ++cut) {
-    if (tellOpenHead(text.substr(cut))) {
+    if (mayBegin(any, text.substr(cut)) && tellOpenHead(text.substr(cut))) {
       tellOpenHead(text.substr(0, cut));
       return true;
     }
   }
+  if (!mayBegin(any, text)) return false;
   for (size_t cut = text.size(); cut-- > 1;) {
     if (tellOpenHead(text.substr(0, cut))) return true;
   }
   return false;
 }
 
-bool LogReader::tell(const Head& head, std::string_view text) {
+bool LogReader::tell(const Head& head, const Rules& rules, std::string_view text) {
   LogEntry entry;
-  if (!recognise(head.function, text, &entry.fact)) return false;
+  if (!recognise(rules, text, &entry.fact)) return false;
   entry.seconds = head.seconds;
   entry.origin = origin_;
   entry.thread = head.thread;
@@ -148,7 +158,11 @@ bool LogReader::tell(const Head& head, std::string_view text) {
 
 bool LogReader::tellOpenHead(std::string_view text) {
   for (auto head = open_.begin(); head != open_.end(); ++head) {
-    if (tell(*head, text)) {
+    if (!mayBegin(head->beginnings, text)) continue;
+    const auto isSame = [&](const Head& other) { return other.rules == head->rules; };
+    if (std::any_of(open_.begin(), head, isSame)) continue;  // it said no for this one, too
+    ++counts_.tries;
+    if (tell(*head, head->rules, text)) {
       open_.erase(head);
       return true;
     }
@@ -158,9 +172,12 @@ bool LogReader::tellOpenHead(std::string_view text) {
 
 void LogReader::keepOpen(const Head& head) {
   torn_ = lineNumber_;
-  if (!hasWords(head.function)) return;
+  const Rules rules = rulesOf(head.function);
+  if (rules.first == rules.second) return;
   if (open_.size() == kMostOpen) open_.pop_front();
   open_.push_back(head);
+  open_.back().rules = rules;
+  open_.back().beginnings = beginningsOf(rules);
 }
 
 }  // namespace tools

@@ -33,6 +33,7 @@ class LogReader {
     long long lines = 0;    // of the library
     long long foreign = 0;  // of anybody else, or cut
     long long mixed = 0;    // that stood in each other
+    long long tries = 0;    // texts that were compared with what a head without its own may say
   };
 
   // sink is called with every recognised entry, in the order of the log.
@@ -50,12 +51,15 @@ class LogReader {
     long thread = 0;
     std::string function;
     long long line = 0;  // of the log, counted, when it came
+    // Of its function, once it is kept.
+    Rules rules;
+    Beginnings beginnings;
   };
 
   static bool parseHead(std::string_view text, Head* head, size_t* length);
   void takeLine(std::string_view line);
   void takeText(const Head& own, std::string_view text);
-  bool tell(const Head& head, std::string_view text);
+  bool tell(const Head& head, const Rules& rules, std::string_view text);
   bool tellOpenHead(std::string_view text);
   bool tellJoined(std::string_view text);
   void keepOpen(const Head& head);

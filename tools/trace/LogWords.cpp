@@ -7,7 +7,6 @@
 #include <utility>
 
 namespace tools {
-namespace {
 
 // A text as a function logs it. In the pattern %d stands for a number, %p for a word, %s for
 // anything up to the last place where the rest fits, %* for whatever follows; a space for any
@@ -17,6 +16,8 @@ struct Rule {
   std::string_view pattern;
   LogWord word;
 };
+
+namespace {
 
 // Sorted by function.
 constexpr Rule kRules[] = {
@@ -173,7 +174,7 @@ struct ByFunction {
   bool operator()(std::string_view name, const Rule& rule) const { return name < rule.function; }
 };
 
-using Rules = std::pair<const Rule*, const Rule*>;
+}  // namespace
 
 Rules rulesOf(std::string_view function) {
   std::string twin;
@@ -184,16 +185,20 @@ Rules rulesOf(std::string_view function) {
   return std::equal_range(std::begin(kRules), std::end(kRules), function, ByFunction());
 }
 
-}  // namespace
-
-bool hasWords(std::string_view function) {
-  const Rules rules = rulesOf(function);
-  return rules.first != rules.second;
+Beginnings beginningsOf(const Rules& rules) {
+  Beginnings beginnings;
+  for (const Rule* rule = rules.first; rule != rules.second; ++rule) {
+    beginnings.set(static_cast<unsigned char>(rule->pattern[0]));
+  }
+  return beginnings;
 }
 
 bool recognise(std::string_view function, std::string_view text, LogFact* fact) {
+  return recognise(rulesOf(function), text, fact);
+}
+
+bool recognise(const Rules& rules, std::string_view text, LogFact* fact) {
   while (!text.empty() && (text.back() == ' ' || text.back() == '\r')) text.remove_suffix(1);
-  const Rules rules = rulesOf(function);
   for (const Rule* rule = rules.first; rule != rules.second; ++rule) {
     fact->values.fill(0);
     fact->text = text;

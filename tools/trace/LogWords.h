@@ -2,7 +2,9 @@
 #define FLUVIAFS_TOOLS_TRACE_LOGWORDS_H_
 
 #include <array>
+#include <bitset>
 #include <string_view>
+#include <utility>
 
 namespace tools {
 
@@ -68,12 +70,22 @@ struct LogFact {
   std::string_view text;  // points into the line
 };
 
-// Whether function logs such a text; *fact is set when it does. Twins of the entry points
+// The texts that are known of a function, [first, second). Twins of the entry points
 // ("c_fluvia_...") count as the function that they are twins of.
-bool recognise(std::string_view function, std::string_view text, LogFact* fact);
+struct Rule;
+using Rules = std::pair<const Rule*, const Rule*>;
+Rules rulesOf(std::string_view function);
 
-// Whether function logs any of the texts that recognise() knows.
-bool hasWords(std::string_view function);
+// Whether function, or who has these rules, logs such a text; *fact is set when it does.
+bool recognise(std::string_view function, std::string_view text, LogFact* fact);
+bool recognise(const Rules& rules, std::string_view text, LogFact* fact);
+
+// The characters with which such texts begin.
+using Beginnings = std::bitset<256>;
+Beginnings beginningsOf(const Rules& rules);
+inline bool mayBegin(const Beginnings& beginnings, std::string_view text) {
+  return !text.empty() && beginnings[static_cast<unsigned char>(text.front())];
+}
 
 }  // namespace tools
 

@@ -7,20 +7,6 @@
 namespace tools {
 namespace {
 
-// More stretches than this are drawn as one where they are nearest.
-constexpr size_t kMostSpans = 12;
-
-void closeSmallestGap(std::vector<Span>* spans) {
-  size_t best = 1;
-  for (size_t i = 1; i < spans->size(); ++i) {
-    if ((*spans)[i].begin - (*spans)[i - 1].end < (*spans)[best].begin - (*spans)[best - 1].end) {
-      best = i;
-    }
-  }
-  (*spans)[best - 1].end = (*spans)[best].end;
-  spans->erase(spans->begin() + static_cast<std::ptrdiff_t>(best));
-}
-
 bool same(const std::vector<Span>& one, const std::vector<Span>& other) {
   return std::equal(
       one.begin(), one.end(), other.begin(), other.end(),
@@ -67,7 +53,6 @@ void ThinCurve::thin() {
 }
 
 void ThinHoldings::add(double time, std::vector<Span> held) {
-  while (held.size() > kMostSpans) closeSmallestGap(&held);
   if (!columns_.empty() && time < columns_.back().time + step_) {
     columns_.back().held = std::move(held);
     return;
