@@ -40,7 +40,8 @@ enum Property {
   kSpeedCap,
   kFeatureFlag,
   kStartupWait,
-  kBufferingMessages
+  kBufferingMessages,
+  kReopen
 };
 
 constexpr unsigned int kBlockSize = 65536;
@@ -112,6 +113,8 @@ void setProperty(GObject* object, guint property, const GValue* value, GParamSpe
     content.settings.speed = g_value_get_int64(value);
   } else if (property == kFeatureFlag) {
     content.settings.featureFlag = g_value_get_int(value);
+  } else if (property == kReopen) {
+    content.settings.reopen = g_value_get_int(value);
   } else if (property == kStartupWait) {
     content.startupWait = g_value_get_int(value);
   } else if (property == kBufferingMessages) {
@@ -132,6 +135,8 @@ void getProperty(GObject* object, guint property, GValue* value, GParamSpec* spe
     g_value_set_int64(value, content.settings.speed);
   } else if (property == kFeatureFlag) {
     g_value_set_int(value, content.settings.featureFlag);
+  } else if (property == kReopen) {
+    g_value_set_int(value, content.settings.reopen);
   } else if (property == kStartupWait) {
     g_value_set_int(value, content.startupWait);
   } else if (property == kBufferingMessages) {
@@ -181,6 +186,13 @@ void installProperties(GObjectClass* type) {
                        "Milliseconds from opening in which random access can still be offered", 0,
                        60000, 1000, plain()));
   g_object_class_install_property(
+      type, kReopen,
+      g_param_spec_int(
+          "reopen", "Reopen",
+          "Seconds for which a server that is away is tried again, at most ten of them "
+          "before the first byte (0 = not at all)",
+          0, 86400, FLUVIA_OUTAGE_SECONDS, plain()));
+  g_object_class_install_property(
       type, kBufferingMessages,
       g_param_spec_boolean("buffering-messages", "Buffering messages",
                            "Tell the application how full the buffer is when it runs low", FALSE,
@@ -189,31 +201,58 @@ void installProperties(GObjectClass* type) {
 
 // ---- Opening and closing -----------------------------------------------------------------------
 
-// Posts what the watch finds worth telling. The element may go at any time, the reader's thread
-// later.
-class BufferingTeller {
+// Posts messages of an element. The element may go at any time, the reader's thread later.
+class Teller {
  public:
-  explicit BufferingTeller(GstElement* element) { g_weak_ref_init(&element_, element); }
-  ~BufferingTeller() { g_weak_ref_clear(&element_); }
-  BufferingTeller(const BufferingTeller&) = delete;
-  BufferingTeller& operator=(const BufferingTeller&) = delete;
+  explicit Teller(GstElement* element) { g_weak_ref_init(&element_, element); }
+  ~Teller() { g_weak_ref_clear(&element_); }
+  Teller(const Teller&) = delete;
+  Teller& operator=(const Teller&) = delete;
 
-  void update(const SourceLevels& levels, bool ended) {
-    const int percent = watch_.update(levels, ended);
-    if (percent < 0) return;
+  template <typename Make>
+  void post(Make make) {
     GstElement* element = static_cast<GstElement*>(g_weak_ref_get(&element_));
     if (element == nullptr) return;
-    GstMessage* message = gst_message_new_buffering(GST_OBJECT(element), percent);
-    gst_message_set_buffering_stats(message, GST_BUFFERING_STREAM, static_cast<gint>(levels.speed),
-                                    -1, -1);
-    gst_element_post_message(element, message);
+    gst_element_post_message(element, make(GST_OBJECT(element)));
     gst_object_unref(element);
   }
 
  private:
   GWeakRef element_;
+};
+
+// Posts what the watch finds worth telling.
+class BufferingTeller {
+ public:
+  explicit BufferingTeller(GstElement* element) : teller_(element) {}
+
+  void update(const SourceLevels& levels, bool ended) {
+    const int percent = watch_.update(levels, ended);
+    if (percent < 0) return;
+    teller_.post([&](GstObject* element) {
+      GstMessage* message = gst_message_new_buffering(element, percent);
+      gst_message_set_buffering_stats(message, GST_BUFFERING_STREAM,
+                                      static_cast<gint>(levels.speed), -1, -1);
+      return message;
+    });
+  }
+
+ private:
+  Teller teller_;
   BufferingWatch watch_;
 };
+
+// An element message for the application: "fluviasrc-outage".
+GstMessage* outageMessage(GstObject* element, const SourceOutage& outage) {
+  GstStructure* told =
+      gst_structure_new("fluviasrc-outage", "waiting", G_TYPE_BOOLEAN, outage.waits ? TRUE : FALSE,
+                        "offset", G_TYPE_INT64, static_cast<gint64>(outage.offset), nullptr);
+  if (outage.waits) {
+    gst_structure_set(told, "reason", G_TYPE_STRING, outage.why.c_str(), "milliseconds", G_TYPE_INT,
+                      static_cast<gint>(outage.milliseconds), nullptr);
+  }
+  return gst_message_new_element(element, told);
+}
 
 // The absolute path or the URL with a scheme in small letters: what the library wants.
 std::string openable(const std::string& location) {
@@ -225,7 +264,11 @@ std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& na
                                          Content& content) {
   content.opened = content.settings;
   content.openedWithMessages = content.bufferingMessages;
-  const auto reader = std::make_shared<SourceReader>(name, content.settings);
+  const auto outages = std::make_shared<Teller>(GST_ELEMENT(base));
+  const auto reader =
+      std::make_shared<SourceReader>(name, content.settings, [outages](const SourceOutage& outage) {
+        outages->post([&](GstObject* element) { return outageMessage(element, outage); });
+      });
   if (content.bufferingMessages) {
     const auto teller = std::make_shared<BufferingTeller>(GST_ELEMENT(base));
     reader->observe(

@@ -12,17 +12,29 @@ bool Leaving::enter(const std::string& name, Stay* stay) {
   return stay->entered;
 }
 
+void Leaving::count(const std::string& name, Stay* stay) {
+  if (!stay->entered || stay->counted) return;
+  stay->counted = true;
+  names_.insert(name);
+}
+
 void Leaving::quit(const std::string& name, Stay* stay) {
   const std::lock_guard<std::mutex> guard(lock_);
   stay->over = true;
-  if (stay->entered) names_.insert(name);
+  count(name, stay);
   changed_.notify_all();
+}
+
+void Leaving::close(const std::string& name, Stay* stay) {
+  const std::lock_guard<std::mutex> guard(lock_);
+  count(name, stay);
 }
 
 void Leaving::leave(const std::string& name, Stay* stay) {
   const std::lock_guard<std::mutex> guard(lock_);
-  if (!stay->entered) return;
   stay->entered = false;
+  if (!stay->counted) return;
+  stay->counted = false;
   names_.erase(names_.find(name));
   changed_.notify_all();
 }

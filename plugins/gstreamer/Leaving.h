@@ -10,15 +10,16 @@
 // library and holds up all its other calls, so a worker waits here first.
 //
 // Threads:   any.
-// Invariant: a name stands here once for each worker that has entered it and was told to quit,
-// until
-//            that worker has closed its handle. A worker that never entered is never waited for.
+// Invariant: a name stands here once for each worker that has entered it and was told to quit, or
+//            has begun to close its handle, until that is closed. Nobody waits for a worker that
+//            never entered.
 class Leaving {
  public:
   // What a worker is to the name it reads.
   struct Stay {
     bool entered = false;  // it may have a handle
     bool over = false;     // it was told to quit
+    bool counted = false;  // the name stands here for it
   };
 
   // The one of the process. Never destroyed: workers may outlive main().
@@ -29,10 +30,14 @@ class Leaving {
   bool enter(const std::string& name, Stay* stay);
   // Tells that the worker of this stay was told to quit. Never waits.
   void quit(const std::string& name, Stay* stay);
-  // Tells that the worker has no handle any more, and will open none. After quit().
+  // Tells that the worker is about to close its handle, though nobody told it to quit. Never waits.
+  void close(const std::string& name, Stay* stay);
+  // Tells that the worker has no handle on that name any more, and will open none. Never waits.
   void leave(const std::string& name, Stay* stay);
 
  private:
+  void count(const std::string& name, Stay* stay);
+
   std::mutex lock_;  // guards the names and every stay
   std::condition_variable changed_;
   std::multiset<std::string> names_;

@@ -10,13 +10,14 @@ bool SourceSettings::operator==(const SourceSettings& other) const {
   const auto all = [](const SourceSettings& settings) {
     return std::tie(settings.bufferSize, settings.userAgent, settings.proxy, settings.cookie,
                     settings.authorities, settings.certificate, settings.key, settings.speed,
-                    settings.featureFlag);
+                    settings.featureFlag, settings.reopen);
   };
   return all(*this) == all(other);
 }
 
-SourceReader::SourceReader(const std::string& name, const SourceSettings& settings)
-    : name_(name), worker_(std::make_shared<Worker>(name, settings)) {
+SourceReader::SourceReader(const std::string& name, const SourceSettings& settings,
+                           OutageObserver outages)
+    : name_(name), worker_(std::make_shared<Worker>(name, settings, std::move(outages))) {
   std::thread([worker = worker_] { worker->run(); }).detach();
 }
 

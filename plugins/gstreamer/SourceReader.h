@@ -1,6 +1,7 @@
 #ifndef FLUVIAFS_PLUGINS_GSTREAMER_SOURCEREADER_H_
 #define FLUVIAFS_PLUGINS_GSTREAMER_SOURCEREADER_H_
 
+#include <fluvia_outage.h>
 #include <fluviafs.h>
 
 #include <functional>
@@ -18,6 +19,7 @@ struct SourceSettings {
   std::string key;
   long long speed = 0;  // bytes per second, 0 for no cap
   int featureFlag = -1;
+  int reopen = FLUVIA_OUTAGE_SECONDS;  // seconds for which an outage is borne, 0: none is
 
   bool operator==(const SourceSettings& other) const;
 };
@@ -35,6 +37,14 @@ struct SourceLevels {
   long long buffered = 0;  // bytes
   long long wanted = 0;    // bytes that count as full: the buffer, or less near the end
   long long speed = 0;     // bytes per second
+};
+
+// That a reader waits for its server to come back, or goes on.
+struct SourceOutage {
+  bool waits = false;
+  std::string why;        // of the failure, in words; empty when it goes on
+  long milliseconds = 0;  // until the name is opened again
+  long long offset = 0;   // of the byte that is wanted
 };
 
 enum class SourceFailure { kNone, kNotFound, kNotAuthorized, kNotAvailable, kTimeout, kOther };
@@ -57,8 +67,12 @@ class SourceReader {
     unsigned int size = 0;
   };
 
+  // Told on the reader's thread, with no lock held.
+  using OutageObserver = std::function<void(const SourceOutage& outage)>;
+
   // Begins to open an absolute path or a URL and to fetch its first byte.
-  SourceReader(const std::string& name, const SourceSettings& settings);
+  SourceReader(const std::string& name, const SourceSettings& settings,
+               OutageObserver outages = nullptr);
   // Begins to close it. Waits for nothing.
   ~SourceReader();
   SourceReader(const SourceReader&) = delete;
@@ -71,7 +85,8 @@ class SourceReader {
   SourceFacts waitForFacts(int milliseconds);
   SourceFacts facts() const;
 
-  // Reads size bytes at offset, fewer only at the end. Waits for them; ended by interrupt().
+  // Reads size bytes at offset, fewer only at the end. Waits for them, also while the server is
+  // away (settings.reopen); ended by interrupt().
   Outcome read(long long offset, unsigned int size, Piece* piece);
   // Makes a read that waits, and those to come, return kInterrupted until resume().
   void interrupt();

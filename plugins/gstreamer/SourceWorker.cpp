@@ -18,8 +18,14 @@ constexpr unsigned int kFirstRead = 4096;
 
 }  // namespace
 
-SourceReader::Worker::Worker(const std::string& name, const SourceSettings& settings)
-    : name_(name), local_(name.compare(0, 1, "/") == 0), settings_(settings) {}
+SourceReader::Worker::Worker(const std::string& name, const SourceSettings& settings,
+                             OutageObserver outages)
+    : name_(name),
+      local_(name.compare(0, 1, "/") == 0),
+      settings_(settings),
+      outages_(std::move(outages)) {
+  fluvia_outage_init(&outage_, name_.c_str(), settings_.reopen);
+}
 
 // ---- The reader's side -------------------------------------------------------------------------
 
@@ -142,11 +148,8 @@ void SourceReader::Worker::learn() {
   if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
   SourceFacts facts;
   facts.known = true;
-  facts.size = x_fluvia_file_size(handle_);
-  if (facts.size < 0 || facts.size == FVFR_UNKNOWN_SIZE) facts.size = -1;
-  long long now = 0;
-  const long long beyond = position_ + FVFR_SEEK_SPAN + 1;
-  facts.seekable = x_fluvia_file_seek(handle_, beyond, &now) != FVFR_SEEK_REFUSED;
+  facts.size = outage_.size;
+  facts.seekable = outage_.seekable != 0;
   position_ = x_fluvia_file_offset(handle_);
   moveTo(0);
   const std::lock_guard<std::mutex> guard(lock_);
@@ -179,7 +182,25 @@ void SourceReader::Worker::serve() {
 
 SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int size,
                                                   unsigned long long ticket, Piece* piece) {
-  if (handle_ == 0) return Outcome::kFailed;
+  if (hold_ == Hold::kFinal) return Outcome::kFailed;
+  for (;;) {
+    if (hold_ != Hold::kUsual) {
+      const Outcome back = comeBack(offset, ticket);
+      if (back != Outcome::kDone) return back;
+    }
+    if (handle_ == 0) return Outcome::kFailed;
+    const Outcome outcome = fetchHere(offset, size, ticket, piece);
+    if (outcome == Outcome::kInterrupted) return outcome;
+    if (outcome != Outcome::kFailed) {
+      endOutage(offset);
+      return outcome;
+    }
+    if (!lose(offset)) return Outcome::kFailed;
+  }
+}
+
+SourceReader::Outcome SourceReader::Worker::fetchHere(long long offset, unsigned int size,
+                                                      unsigned long long ticket, Piece* piece) {
   Outcome outcome = Outcome::kFailed;
   for (int tries = 0; tries < kTries; ++tries) {
     if (isFar(offset)) {
@@ -192,7 +213,6 @@ SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int
     if (outcome != Outcome::kFailed) return outcome;
     if (local_ || x_fluvia_file_http_get_download_status(handle_) != FVFR_DOWNLOAD_OK) break;
   }
-  fail("read");
   return Outcome::kFailed;
 }
 
@@ -287,10 +307,13 @@ void SourceReader::Worker::completed(int /*request*/, void* worker, int status, 
 }
 
 void SourceReader::Worker::fail(const std::string& action) {
-  const Diagnosis found = diagnose(name_, handle_);
+  fail(action, diagnose(name_, handle_));
+}
+
+void SourceReader::Worker::fail(const std::string& action, const Diagnosis& why) {
   const std::lock_guard<std::mutex> guard(lock_);
-  failure_ = found.failure;
-  explanation_ = "Cannot " + action + " " + withoutPassword(name_) + ": " + found.text + ".";
+  failure_ = why.failure;
+  explanation_ = "Cannot " + action + " " + withoutPassword(name_) + ": " + why.text + ".";
   if (!facts_.known) facts_.known = facts_.failed = true;
   changed_.notify_all();
 }

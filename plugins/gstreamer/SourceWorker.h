@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "Diagnosis.h"
 #include "Leaving.h"
 #include "SourceReader.h"
 
@@ -16,7 +17,7 @@
 // Ownership: shared by the reader and the thread; the handle is the thread's.
 class SourceReader::Worker {
  public:
-  Worker(const std::string& name, const SourceSettings& settings);
+  Worker(const std::string& name, const SourceSettings& settings, OutageObserver outages);
 
   // Opens, serves requests until quit(), closes.
   void run();
@@ -42,8 +43,10 @@ class SourceReader::Worker {
   void applySettings();
   void learn();
   void serve();
-  // A read from the handle's position, tried again when somebody else's abort met it.
+  // A read at offset that outlives outages of the server.
   Outcome fetch(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
+  // The same on the present handle, tried again when somebody else's abort met it.
+  Outcome fetchHere(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   bool isFar(long long offset);
   void noteFar(long long offset);
@@ -54,6 +57,23 @@ class SourceReader::Worker {
     return quitting_ || (ticket != kLearning && ticket != ticket_);
   }
   void fail(const std::string& action);
+  void fail(const std::string& action, const Diagnosis& why);
+
+  // Outages (SourceWorkerOutage.cpp).
+  // The handle has failed: closes it to open its name again later. False when the failure is final.
+  bool lose(long long offset);
+  // Waits until it is time, opens the name again and moves to offset. kDone: a read may go on.
+  Outcome comeBack(long long offset, unsigned long long ticket);
+  Outcome waitForTheNextTry(unsigned long long ticket);
+  Outcome reopen();
+  // Reads the first byte of the new handle, and compares the resource with the one before.
+  Outcome prove(unsigned long long ticket);
+  // Moves the new handle there; one that cannot seek reads all up to there.
+  Outcome returnTo(long long offset, unsigned long long ticket);
+  void endOutage(long long offset);
+  // Ends the source for good.
+  Outcome end(const Diagnosis& why);
+  Outcome endAsChanged();
   // Waits on the condition, but looks at the levels when somebody wants to know them.
   void waitOrLook(Lock& held);
   void look(Lock& held);
@@ -71,6 +91,13 @@ class SourceReader::Worker {
 
   // The worker's thread only.
   int handle_ = 0;
+  // What the handle is good for: kLost is closed to be opened again, kUnproven was opened again and
+  // has given no byte, kFinal will never give one.
+  enum class Hold { kUsual, kLost, kUnproven, kFinal };
+  Hold hold_ = Hold::kUsual;
+  FluviaOutage outage_;
+  Clock::time_point nextTry_;
+  const OutageObserver outages_;
   long long position_ = 0;
   long long lastFar_ = 0;  // where the last request of its own was asked for
   bool stepsBack_ = false;

@@ -5,8 +5,7 @@ from streams import entry
 ENTRIES = [
     entry("element: a reader does not wait for its own end",
           "plugins/gstreamer/Leaving.cpp",
-          "  if (stay->entered) names_.insert(name);",
-          "  stay->entered = true;\n  names_.insert(name);",
+          "  if (!stay->entered || stay->counted) return;", "  if (stay->counted) return;",
           "SourceReader.ReaderThatLeftBefore", seconds=60),
     entry("element: buffering ends with a stream whose length nobody stated",
           "plugins/gstreamer/SourceWorker.cpp",
@@ -26,4 +25,13 @@ ENTRIES = [
           "plugins/gstreamer/SourceWorker.cpp",
           "withoutPassword(name_)", "name_",
           "FluviaSrc.ErrorsKeep", seconds=100),
+    entry("element: a failed handle is opened again",
+          "plugins/gstreamer/SourceWorkerOutage.cpp",
+          "  if (pause < 0) {", "  if (pause < 600000) {",
+          "SourceOutage.SettingsReach|SourceOutage.StatusesThat", seconds=100),
+    entry("element: another resource is not gone on with",
+          "plugins/gstreamer/SourceWorkerOutage.cpp",
+          "fluvia_outage_is_same(&outage_, handle_) != 0 ?",
+          "fluvia_outage_is_same(&outage_, handle_) >= 0 ?",
+          "SourceOutage.Changed", seconds=100),
 ]

@@ -17,6 +17,7 @@ PROGRAMS = [
     ("tests/tools/TreeTextTest.cpp", "", ["tree_text_tests"]),
     ("tests/tools/", "", ["trace_tests"]),
     ("tests/players/ReaderTest.cpp", "players.", ["reader_tests"]),
+    ("tests/players/ReaderOutageTest.cpp", "players.", ["reader_tests"]),
     ("tests/players/ElementTest.cpp", "players.", ["playing_tests"]),
     ("tests/players/", "players.", ["all"]),
     ("tests/", "", ["all"]),

@@ -139,8 +139,10 @@ TEST(SourceReader, EveryFailureHasItsTextAndKind) {
       {"/nowhere/film.ts", SourceFailure::kNotFound, "No such file or directory"},
       {"/tmp", SourceFailure::kNotAvailable, "only regular files"},
   };
+  SourceSettings settings;
+  settings.reopen = 0;
   for (const auto& each : cases) {
-    SourceReader reader(each.name, SourceSettings());
+    SourceReader reader(each.name, settings);
     EXPECT_TRUE(reader.waitForFacts(kLong).failed) << each.name;
     SourceReader::Piece piece;
     EXPECT_EQ(reader.read(0, 10, &piece), Outcome::kFailed) << each.name;
@@ -177,6 +179,7 @@ TEST(SourceReader, SilentServerIsATimeOut) {
             support::inTurn({support::stallAfter(1000000, 100000), support::staySilent()}));
   SourceSettings settings;
   settings.featureFlag = 1;
+  settings.reopen = 0;
   SourceReader reader(server.url("/stalls"), settings);
   SourceReader::Piece piece;
   EXPECT_EQ(reader.read(0, 200000, &piece), Outcome::kFailed);
