@@ -4,10 +4,10 @@
 #include <mutex>
 #include <string>
 
-#include "BufferingWatch.h"
 #include "Diagnosis.h"
 #include "Location.h"
 #include "SourceReader.h"
+#include "Teller.h"
 
 GST_DEBUG_CATEGORY_STATIC(fluvia_src_debug);
 #define GST_CAT_DEFAULT fluvia_src_debug
@@ -201,59 +201,6 @@ void installProperties(GObjectClass* type) {
 
 // ---- Opening and closing -----------------------------------------------------------------------
 
-// Posts messages of an element. The element may go at any time, the reader's thread later.
-class Teller {
- public:
-  explicit Teller(GstElement* element) { g_weak_ref_init(&element_, element); }
-  ~Teller() { g_weak_ref_clear(&element_); }
-  Teller(const Teller&) = delete;
-  Teller& operator=(const Teller&) = delete;
-
-  template <typename Make>
-  void post(Make make) {
-    GstElement* element = static_cast<GstElement*>(g_weak_ref_get(&element_));
-    if (element == nullptr) return;
-    gst_element_post_message(element, make(GST_OBJECT(element)));
-    gst_object_unref(element);
-  }
-
- private:
-  GWeakRef element_;
-};
-
-// Posts what the watch finds worth telling.
-class BufferingTeller {
- public:
-  explicit BufferingTeller(GstElement* element) : teller_(element) {}
-
-  void update(const SourceLevels& levels, bool ended) {
-    const int percent = watch_.update(levels, ended);
-    if (percent < 0) return;
-    teller_.post([&](GstObject* element) {
-      GstMessage* message = gst_message_new_buffering(element, percent);
-      gst_message_set_buffering_stats(message, GST_BUFFERING_STREAM,
-                                      static_cast<gint>(levels.speed), -1, -1);
-      return message;
-    });
-  }
-
- private:
-  Teller teller_;
-  BufferingWatch watch_;
-};
-
-// An element message for the application: "fluviasrc-outage".
-GstMessage* outageMessage(GstObject* element, const SourceOutage& outage) {
-  GstStructure* told =
-      gst_structure_new("fluviasrc-outage", "waiting", G_TYPE_BOOLEAN, outage.waits ? TRUE : FALSE,
-                        "offset", G_TYPE_INT64, static_cast<gint64>(outage.offset), nullptr);
-  if (outage.waits) {
-    gst_structure_set(told, "reason", G_TYPE_STRING, outage.why.c_str(), "milliseconds", G_TYPE_INT,
-                      static_cast<gint>(outage.milliseconds), nullptr);
-  }
-  return gst_message_new_element(element, told);
-}
-
 // The absolute path or the URL with a scheme in small letters: what the library wants.
 std::string openable(const std::string& location) {
   const std::string name = locationOfUri(uriOfLocation(location));
@@ -264,11 +211,9 @@ std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& na
                                          Content& content) {
   content.opened = content.settings;
   content.openedWithMessages = content.bufferingMessages;
-  const auto outages = std::make_shared<Teller>(GST_ELEMENT(base));
-  const auto reader =
-      std::make_shared<SourceReader>(name, content.settings, [outages](const SourceOutage& outage) {
-        outages->post([&](GstObject* element) { return outageMessage(element, outage); });
-      });
+  const auto outages = std::make_shared<OutageTeller>(GST_ELEMENT(base));
+  const auto reader = std::make_shared<SourceReader>(
+      name, content.settings, [outages](const SourceOutage& outage) { outages->tell(outage); });
   if (content.bufferingMessages) {
     const auto teller = std::make_shared<BufferingTeller>(GST_ELEMENT(base));
     reader->observe(
