@@ -29,6 +29,10 @@
  * that range that was never opened or has been closed. A handle has a read position of its own.
  * Handles opened with the same text (byte for byte) share one stream and one buffer; their reads
  * take turns, and a read that waits holds up the other handles of that resource.
+ * A resource that is replaced on its server while it is open is not noticed: bytes of the old one
+ * and of the new one come together without a word, each at its offset, to all who share it and also
+ * to a single handle. Whoever opens the name again compares the size and the type with those of
+ * before.
  *
  * @section missing Open succeeds for a missing file
  * Opening makes no connection, and x_fluvia_file_open() returns FVFR_OK for a path that does not
@@ -253,6 +257,11 @@ FLUVIA_FILE_API int c_fluvia_file_volatile(int handle);
  * failure the position is where it was, and *readBytes counts the bytes of buffer that were filled
  * before it.
  *
+ * On a stream without a length (a chunked body, one that ends with its connection, an ICY answer)
+ * the read that follows a seek back to bytes that are no longer buffered gives FVFR_OK AND THE
+ * BYTES OF ANOTHER PLACE: it begins at the position plus the offset of the oldest byte that is
+ * buffered. Only x_fluvia_file_offset() shows it afterwards.
+ *
  * @param[in]  handle     an open handle
  * @param[out] buffer     room for size bytes; the library's until the call returns. Must not be
  * null unless size is 0 (not checked)
@@ -372,6 +381,12 @@ FLUVIA_FILE_API int c_fluvia_file_read_abort(int handle, int requestId);
  * fails. A stream that cannot seek moves forward by at most FVFR_SEEK_SPAN bytes, and back only
  * into its first FVFR_SEEK_SPAN bytes. May wait for the size, never for the data at the target.
  *
+ * A stream without a length cannot seek. Moving it back is answered with FVFR_OK all the same,
+ * where it is not refused, but the bytes there may be gone: what the next read then does is told at
+ * x_fluvia_file_read(). To see whether a stream can seek, move it by FVFR_SEEK_SPAN + 1 bytes after
+ * its first byte has been read: FVFR_SEEK_REFUSED says no and leaves the position. Do not seek
+ * then.
+ *
  * @param[in]  handle         an open handle
  * @param[in]  offset         bytes from the beginning of the resource
  * @param[out] currentOffset  the new position, bytes from the beginning. Must not be null (not
@@ -388,6 +403,9 @@ FLUVIA_FILE_API int c_fluvia_file_seek(int handle, long long offset, long long* 
 
 /**
  * Tells the position at which the handle's next read begins. Never waits.
+ *
+ * After a seek back in a stream without a length it is where the seek went until the next read,
+ * which may move it elsewhere: see x_fluvia_file_read().
  *
  * @param[in] handle  an open handle
  * @return The position in bytes: 0 after open and for an empty handle; negative after a seek to a
