@@ -45,6 +45,11 @@ class Source {
   // Whether an answer has told the length of an HTTP resource before its end. After the first byte.
   bool hasLength() const;
 
+  // Whether the reads below can reach any offset.
+  bool canSeek() { return fluvia_stream_is_seekable(stream_) != 0; }
+  // Closes the handle before the object goes. Nothing but name() may be called afterwards.
+  void close() { fluvia_stream_close(&stream_); }
+
   // The functions of fluvia_stream.h.
   int connect() { return fluvia_stream_connect(stream_); }
   int read(char* buffer, unsigned int size, unsigned int* got) {

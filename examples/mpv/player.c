@@ -23,6 +23,7 @@ typedef struct Options {
   int headless;
   const char* frames;
   int reopen; /* seconds */
+  int failed; /* a stream has: to mpv that is its end; read when its threads are gone */
   const char* authorities;
   const char* source;
 } Options;
@@ -41,8 +42,8 @@ static void applySettings(int handle, void* data) {
 }
 
 static void printNotice(FluviaStreamNotice notice, const char* text, void* data) {
-  (void)notice;
-  (void)data;
+  Options* options = data;
+  if (notice == FLUVIA_STREAM_FAILS) options->failed = 1;
   fprintf(stderr, "player: %s\n", text);
 }
 
@@ -128,5 +129,5 @@ int main(int argc, char** argv) {
   if (result < 0) fprintf(stderr, "player: %s\n", mpv_error_string(result));
   const int failed = result < 0 ? 1 : watch(player);
   mpv_terminate_destroy(player);
-  return failed;
+  return failed || options.failed;
 }

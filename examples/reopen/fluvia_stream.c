@@ -322,9 +322,13 @@ int fluvia_stream_seek(FluviaStream* stream, long long offset) {
   const int result = fluvia_stream_connect(stream);
   if (result != FVFR_OK) return result;
   if (stream->size >= 0 && offset > stream->size) offset = stream->size;
-  if (!stream->seekable && offset != stream->position) return FVFR_SEEK_REFUSED;
+  if (!stream->seekable && offset != stream->position && offset != 0) return FVFR_SEEK_REFUSED;
+  const int again = !stream->seekable && offset != stream->position;
   stream->position = offset;
-  return FVFR_OK;
+  if (!again) return FVFR_OK;
+  /* The library would say yes, and give the bytes of another place. */
+  dropHandle(stream);
+  return recover(stream, reopen(stream));
 }
 
 long long fluvia_stream_position(const FluviaStream* stream) { return stream->position; }

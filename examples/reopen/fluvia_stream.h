@@ -72,8 +72,9 @@ int fluvia_stream_connect(FluviaStream* stream);
 int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got);
 
 /*
- * Moves the position; behind the end it is the end. FVFR_SEEK_REFUSED where the stream cannot seek,
- * but to where it is. Never waits once the stream is connected.
+ * Moves the position; behind the end it is the end. Where the stream cannot seek, FVFR_SEEK_REFUSED
+ * but for where it is and for the beginning, to which it is opened again. Waits for that, and for
+ * nothing else once the stream is connected.
  */
 int fluvia_stream_seek(FluviaStream* stream, long long offset);
 

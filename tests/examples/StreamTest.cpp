@@ -215,7 +215,7 @@ TEST(FluviaStream, StreamThatCannotSeekGoesOnToo) {
 }
 
 // The library would read the bytes of another place and say nothing.
-TEST(FluviaStream, SeekIsRefusedWhereTheStreamCannot) {
+TEST(FluviaStream, SeekIsRefusedWhereTheStreamCannotButToTheBeginning) {
   FaultServer server;
   server.on("/live", serveChunked(kSize));
   Streamed live(server.url("/live"));
@@ -223,7 +223,11 @@ TEST(FluviaStream, SeekIsRefusedWhereTheStreamCannot) {
   EXPECT_FALSE(fluvia_stream_is_seekable(live.stream));
   EXPECT_EQ(fluvia_stream_seek(live.stream, 1000), FVFR_SEEK_REFUSED);
   EXPECT_EQ(fluvia_stream_seek(live.stream, 3000000), FVFR_OK);
+  EXPECT_EQ(live.readTo(3500000), FVFR_OK);
+  EXPECT_EQ(server.requestCount("/live"), 1);
+  EXPECT_EQ(fluvia_stream_seek(live.stream, 0), FVFR_OK) << "by a request of its own";
   EXPECT_EQ(live.readTo(kSize), FVFR_OK);
+  EXPECT_EQ(server.requestCount("/live"), 2);
 }
 
 // Ten seconds of silence end the transfer; the stream makes another.

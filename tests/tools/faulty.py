@@ -8,6 +8,7 @@ faulty.py FILE prints its address. FILE is what it serves:
 /gone...    the first connection ends after 2,500,000 bytes, then 404
 /replaced   the same, then 503, then other bytes and one more
 /chunked    in chunks, without a length
+/stalls     100,000 bytes of it, and then nothing more
 /STATUS     that status
 """
 
@@ -96,6 +97,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.ranges(self.content)
             elif path == '/chunked':
                 self.chunked()
+            elif path == '/stalls':
+                self.ranges(self.content, 100000)
+                self.wfile.flush()
+                threading.Event().wait()
             elif path.startswith(('/away', '/gone', '/replaced')):
                 if number == 0:
                     self.ranges(self.content, CUT)

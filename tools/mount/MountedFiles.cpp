@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 namespace tools {
 namespace {
@@ -26,39 +27,75 @@ std::string numbered(const std::string& name, int number) {
   return name.substr(0, dot) + suffix + name.substr(dot);
 }
 
-int errnoOf(int result) {
-  switch (result) {
-    case FVFR_TIMEOUT:
+// By the status of the transfer: the library's code for a silent server is that of a missing file.
+int errnoOfStatus(int status) {
+  switch (status) {
+    case FVFR_DOWNLOAD_TIMEOUT:
+    case FVFR_DOWNLOAD_NO_DATA:
+    case FVFR_DOWNLOAD_CONNECTION_DEAD:
       return ETIMEDOUT;
-    case FVFR_NOT_FOUND:
-      return ENOENT;
-    case FVFR_NOT_AVAILABLE:
+    case FVFR_DOWNLOAD_UNKNOWN_HOST:
+    case FVFR_DOWNLOAD_UNREACHABLE:
+      return EHOSTUNREACH;
+    case FVFR_DOWNLOAD_REFUSED:
+      return ECONNREFUSED;
+    case 401:
+    case 403:
+    case 407:
       return EACCES;
-    case FVFR_SEEK_REFUSED:
-      return ESPIPE;
+    case 404:
+    case 410:
+      return ENOENT;
     default:
       return EIO;
   }
 }
 
+int errnoOf(const Source& source, int result) {
+  switch (result) {
+    case FVFR_SEEK_REFUSED:
+      return ESPIPE;
+    case FLUVIA_STREAM_CHANGED:
+      return ESTALE;
+    case FLUVIA_STREAM_ABORTED:
+      return EIO;
+    default:
+      return source.isLocal() ? EIO : errnoOfStatus(source.downloadStatus());
+  }
+}
+
 }  // namespace
+
+void MountedFiles::bearOutages(int seconds, std::function<void(const std::string& text)> notice) {
+  seconds_ = seconds;
+  notice_ = std::move(notice);
+}
+
+bool MountedFiles::open(File* file, Reading* reading, std::string* error) const {
+  reading->source.bearOutages(seconds_, [this, file](FluviaStreamNotice, const std::string& text) {
+    if (!file->name.empty()) notice_(file->name + ": " + text);
+  });
+  return reading->source.open(file->given, 0, error);
+}
 
 bool MountedFiles::add(const std::string& source, std::string* error) {
   auto file = std::make_unique<File>();
-  if (!file->source.open(source, 0, error)) return false;
-  // A read tells what is wrong; the size does not.
-  char first = 0;
-  unsigned int got = 0;
-  const int result = x_fluvia_file_read(file->source.handle(), &first, 1, &got);
-  if (result != FVFR_OK && result != FVFR_END_OF_FILE) {
-    *error = file->source.explain("read", result);
+  file->given = source;
+  if (!open(file.get(), &file->shared, error)) return false;
+  const int result = file->shared.source.connect();
+  if (result != FVFR_OK) {
+    *error = file->shared.source.explain("read", result);
     return false;
   }
-  file->size = file->source.size();
-  file->name = lastPart(file->source);
-  for (int number = 2; find(file->name) != nullptr; ++number) {
-    file->name = numbered(lastPart(file->source), number);
+  file->size = file->shared.source.size();
+  file->seekable = file->size == 0 || file->shared.source.canSeek();
+  std::string name = lastPart(file->shared.source);
+  for (int number = 2; find(name) != nullptr; ++number) {
+    name = numbered(lastPart(file->shared.source), number);
   }
+  file->name = name;
+  // Nobody reads from it: its download ends.
+  if (!file->seekable) file->shared.source.close();
   files_.push_back(std::move(file));
   return true;
 }
@@ -69,21 +106,59 @@ MountedFiles::File* MountedFiles::find(const std::string& name) const {
   return found == files_.end() ? nullptr : found->get();
 }
 
-int MountedFiles::read(File* file, char* buffer, size_t size, long long offset) {
-  if (offset < 0) return -EINVAL;
-  if (file->size >= 0 && offset >= file->size) return 0;
-  const std::lock_guard<std::mutex> mine(file->turn);
-  const int handle = file->source.handle();
-  if (x_fluvia_file_offset(handle) != offset) {
-    long long now = 0;
-    const int moved = x_fluvia_file_seek(handle, offset, &now);
-    if (moved != FVFR_OK) return -errnoOf(moved);
+MountedFiles::Reading* MountedFiles::begin(File* file, int* problem) {
+  if (file->seekable) return &file->shared;
+  auto reading = std::make_unique<Reading>();
+  std::string error;
+  reading->source.isolate();
+  if (!open(file, reading.get(), &error)) {
+    *problem = EIO;
+    return nullptr;
   }
-  unsigned int got = 0;
-  const unsigned int wanted = static_cast<unsigned int>(std::min<size_t>(size, INT_MAX));
-  const int result = x_fluvia_file_read(handle, buffer, wanted, &got);
-  if (result == FVFR_OK) return static_cast<int>(got);
-  return result == FVFR_END_OF_FILE ? 0 : -errnoOf(result);
+  const std::lock_guard<std::mutex> guard(lock_);
+  if (aborted_) reading->source.abort();
+  readings_.push_back(std::move(reading));
+  return readings_.back().get();
+}
+
+void MountedFiles::end(File* file, Reading* reading) {
+  if (reading == &file->shared) return;
+  std::unique_ptr<Reading> ended;
+  const std::lock_guard<std::mutex> guard(lock_);
+  const auto found = std::find_if(readings_.begin(), readings_.end(),
+                                  [reading](const auto& other) { return other.get() == reading; });
+  ended = std::move(*found);
+  readings_.erase(found);
+}
+
+int MountedFiles::read(const File& file, Reading* reading, char* buffer, size_t size,
+                       long long offset) {
+  if (offset < 0) return -EINVAL;
+  if (file.size >= 0 && offset >= file.size) return 0;
+  const std::lock_guard<std::mutex> mine(reading->turn);
+  Source& source = reading->source;
+  const int moved = source.moveTo(offset);
+  if (moved != FVFR_OK) return -errnoOf(source, moved);
+  size_t done = 0;
+  // All of it: to the kernel fewer bytes are the end of the file.
+  while (done < size) {
+    unsigned int got = 0;
+    const auto wanted = static_cast<unsigned int>(std::min<size_t>(size - done, INT_MAX));
+    const int result = source.read(buffer + done, wanted, &got);
+    done += got;
+    if (result == FVFR_END_OF_FILE) break;
+    if (result != FVFR_OK) return -errnoOf(source, result);
+  }
+  return static_cast<int>(done);
+}
+
+void MountedFiles::abort() {
+  const std::lock_guard<std::mutex> guard(lock_);
+  aborted_ = true;
+  for (const auto& file : files_) {
+    if (file->seekable) file->shared.source.abort();
+  }
+  for (const auto& reading : readings_) reading->source.abort();
 }
 
 }  // namespace tools

@@ -2,6 +2,8 @@
 #define FUSE_USE_VERSION 32
 
 #include <fuse.h>
+#include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "../HttpOptions.h"
@@ -23,7 +26,7 @@ enum { kExitOk = 0, kExitSource = 1, kExitUsage = 2, kExitMount = 4 };
 
 struct Mount {
   tools::MountedFiles files;
-  tools::Screen screen;
+  tools::Screen screen{"fluvia-mount"};
   std::string folder;
   timespec since{};
 };
@@ -64,30 +67,98 @@ int readFolder(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, stru
   return 0;
 }
 
-// A file whose size is not known is read until it gives no more, past the kernel's cache.
+// A file that cannot seek is read from beginning to end, past the kernel's cache.
 int openFile(const char* path, struct fuse_file_info* info) {
-  const tools::MountedFiles::File* file = fileAt(path);
+  tools::MountedFiles::File* file = fileAt(path);
   if (file == nullptr) return -ENOENT;
   if ((info->flags & O_ACCMODE) != O_RDONLY) return -EROFS;
-  if (file->size < 0) {
+  int problem = 0;
+  tools::MountedFiles::Reading* reading = mounted().files.begin(file, &problem);
+  if (reading == nullptr) return -problem;
+  info->fh = reinterpret_cast<uint64_t>(reading);
+  if (file->seekable) {
+    info->keep_cache = 1;
+  } else {
     info->direct_io = 1;
     info->nonseekable = 1;
-  } else {
-    info->keep_cache = 1;
   }
   return 0;
 }
 
-int readFile(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info*) {
-  tools::MountedFiles::File* file = fileAt(path);
-  return file == nullptr ? -ENOENT : tools::MountedFiles::read(file, buffer, size, offset);
+tools::MountedFiles::Reading* readingOf(const struct fuse_file_info* info) {
+  return reinterpret_cast<tools::MountedFiles::Reading*>(info->fh);
+}
+
+int releaseFile(const char* path, struct fuse_file_info* info) {
+  mounted().files.end(fileAt(path), readingOf(info));
+  return 0;
+}
+
+int readFile(const char* path, char* buffer, size_t size, off_t offset,
+             struct fuse_file_info* info) {
+  return tools::MountedFiles::read(*fileAt(path), readingOf(info), buffer, size, offset);
 }
 
 void* begin(struct fuse_conn_info*, struct fuse_config*) {
-  mounted().screen.print("fluvia-mount: " + std::to_string(mounted().files.files().size()) +
-                         " files in " + mounted().folder + "; end with Ctrl-C or fusermount3 -u\n");
+  mounted().screen.fail(std::to_string(mounted().files.files().size()) + " files in " +
+                        mounted().folder + "; end with Ctrl-C or fusermount3 -u");
   return &mounted();
 }
+
+// The signals that end the program. The session ends as soon as its threads are back, so those that
+// wait for a server are broken off, by a thread: a handler may not.
+class Signals {
+ public:
+  Signals(struct fuse* fuse, tools::MountedFiles* files) : files_(files) {
+    fuse_ = fuse;
+    // They are for the main thread, which they wake.
+    sigset_t blocked;
+    sigset_t before;
+    sigfillset(&blocked);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    thread_ = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = arrived;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
+  }
+  ~Signals() {
+    struct sigaction action = {};
+    action.sa_handler = SIG_IGN;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+    tell();
+    thread_.join();
+    close(event_);
+  }
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+ private:
+  static void arrived(int) {
+    const int before = errno;
+    fuse_exit(fuse_);
+    tell();
+    errno = before;
+  }
+  static void tell() { eventfd_write(event_, 1); }
+  // Also when the session ends by itself; nobody reads any more then.
+  void run() {
+    eventfd_t count = 0;
+    while (eventfd_read(event_, &count) != 0 && errno == EINTR) {
+    }
+    files_->abort();
+  }
+
+  static int event_;
+  static struct fuse* fuse_;
+  tools::MountedFiles* files_;
+  std::thread thread_;
+};
+
+int Signals::event_ = eventfd(0, EFD_CLOEXEC);
+struct fuse* Signals::fuse_ = nullptr;
 
 int serve(Mount* mount) {
   struct fuse_operations operations = {};
@@ -95,6 +166,7 @@ int serve(Mount* mount) {
   operations.readdir = readFolder;
   operations.open = openFile;
   operations.read = readFile;
+  operations.release = releaseFile;
   operations.init = begin;
   char program[] = "fluvia-mount";
   char option[] = "-oro,fsname=fluvia,subtype=fluvia";
@@ -105,13 +177,12 @@ int serve(Mount* mount) {
   if (fuse == nullptr) return kExitMount;
   int result = kExitMount;
   if (fuse_mount(fuse, mount->folder.c_str()) == 0) {
-    struct fuse_session* session = fuse_get_session(fuse);
     struct fuse_loop_config config = {};
     config.clone_fd = 0;
     config.max_idle_threads = 4;
-    if (fuse_set_signal_handlers(session) == 0) {
+    {
+      const Signals signals(fuse, &mount->files);
       result = fuse_loop_mt(fuse, &config) < 0 ? kExitMount : kExitOk;
-      fuse_remove_signal_handlers(session);
     }
     fuse_unmount(fuse);
   }
@@ -120,18 +191,19 @@ int serve(Mount* mount) {
 }
 
 int fail(const Mount& mount, int code, const std::string& text) {
-  mount.screen.print("fluvia-mount: " + text + "\n");
+  mount.screen.fail(text);
   return code;
 }
 
 int run(const std::vector<std::string>& sources, const std::string& folder, const std::string& log,
-        const tools::HttpOptions& http) {
+        int reopen, const tools::HttpOptions& http) {
   Mount mount;
   std::string error;
   mount.folder = folder;
   clock_gettime(CLOCK_REALTIME, &mount.since);
   if (!mount.screen.redirect(log, &error)) return fail(mount, kExitUsage, error);
   tools::forceHttpOptions(&http, &mount.screen);
+  mount.files.bearOutages(reopen, [&mount](const std::string& text) { mount.screen.fail(text); });
   for (const std::string& source : sources) {
     if (!mount.files.add(source, &error)) return fail(mount, kExitSource, error);
   }
@@ -156,18 +228,23 @@ int main(int argc, char** argv) {
       "1 a source cannot be read, 2 wrong usage, 4 cannot mount.");
   std::vector<std::string> names;
   std::string log;
+  int reopen = FLUVIA_OUTAGE_SECONDS;
   tools::HttpOptions http;
   app.add_option("SRC... DIR", names, "Sources, and the folder to show them in")
       ->required()
       ->expected(2, 255);
   app.add_option("--log", log, "Write the library's log lines to FILE")->type_name("FILE");
+  app.add_option("--reopen", reopen,
+                 "Bear an outage of a server N seconds, 0 for not at all; default 60")
+      ->check(CLI::Range(0, 1000000))
+      ->type_name("N");
   tools::addHttpOptions(app, &http);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& answer) {
-    return app.exit(answer) == 0 ? kExitOk : kExitUsage;
+    return tools::exitAfterParsing(app, answer) == 0 ? kExitOk : kExitUsage;
   }
   const std::string folder = names.back();
   names.pop_back();
-  return run(names, folder, log, http);
+  return run(names, folder, log, reopen, http);
 }

@@ -1,0 +1,14 @@
+# shellcheck shell=bash
+# A film over a server that is gone, or silent, for 30 s in the middle of it, through each adapter.
+make_outages() {
+  configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build release
+}
+
+check "packages of the players" scripts/install-packages players
+check "build with the players" make_outages
+check "media and references" tests/players/players.sh "$PWD/build/release" make_media
+for player in ffmpeg mpv mount cat; do
+  for way in away_30 silent_30; do
+    check "$player, $way" timeout --kill-after=10 200 tests/players/players.sh "$PWD/build/release" "${player}_$way"
+  done
+done
