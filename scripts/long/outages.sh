@@ -7,7 +7,7 @@ make_outages() {
 check "packages of the players" scripts/install-packages players
 check "build with the players" make_outages
 check "media and references" tests/players/players.sh "$PWD/build/release" make_media
-for player in ffmpeg mpv mount cat; do
+for player in ffmpeg gstreamer mpv mount cat; do
   for way in away_30 silent_30; do
     check "$player, $way" timeout --kill-after=10 200 tests/players/players.sh "$PWD/build/release" "${player}_$way"
   done

@@ -97,11 +97,35 @@ void onSource(GstElement*, GstElement* source, gpointer) {
   if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
+// Says what our element tells of an outage, as the other players do.
+void tellOutage(GstMessage* message) {
+  const GstStructure* told = gst_message_get_structure(message);
+  if (told == nullptr || !gst_structure_has_name(told, "fluviasrc-outage")) return;
+  gboolean waiting = FALSE;
+  gint64 offset = 0;
+  gst_structure_get(told, "waiting", G_TYPE_BOOLEAN, &waiting, "offset", G_TYPE_INT64, &offset,
+                    nullptr);
+  if (waiting) {
+    fprintf(stderr, "gst-frames: %s; trying again\n", gst_structure_get_string(told, "reason"));
+  } else {
+    fprintf(stderr, "gst-frames: going on at byte %lld\n", static_cast<long long>(offset));
+  }
+}
+
 // Waits for one of these messages. False, with the error told, when there is none.
 bool waitFor(const Player& player, GstMessageType types) {
   GstBus* bus = gst_element_get_bus(player.pipeline);
-  GstMessage* message = gst_bus_timed_pop_filtered(
-      bus, kDeadline, static_cast<GstMessageType>(types | GST_MESSAGE_ERROR));
+  GstMessage* message = nullptr;
+  for (bool again = true; again;) {
+    message = gst_bus_timed_pop_filtered(
+        bus, kDeadline,
+        static_cast<GstMessageType>(types | GST_MESSAGE_ERROR | GST_MESSAGE_ELEMENT));
+    again = message != nullptr && GST_MESSAGE_TYPE(message) == GST_MESSAGE_ELEMENT;
+    if (again) {
+      tellOutage(message);
+      gst_message_unref(message);
+    }
+  }
   gst_object_unref(bus);
   bool good = message != nullptr;
   if (message == nullptr) {
