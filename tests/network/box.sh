@@ -49,6 +49,12 @@ make_box() {
     in_client ip link set veth0 up && in_server ip link set veth0 up
 }
 
+run_nginx() {
+  # Not by in_server, whose subshell would be the job.
+  ip netns exec "$server" nginx -p "$work" -c "$work/nginx.conf" >"$work/nginx.err" 2>&1 &
+  nginx=$!
+}
+
 start_server() {
   head -c 8000000 /dev/urandom >"$work/large"
   head -c 1000000 "$work/large" >"$work/small"
@@ -63,8 +69,7 @@ http {
   server { listen 80; listen [::]:80; root $work; }
 }
 CONF
-  # Not by in_server, whose subshell would be the job.
-  ip netns exec "$server" nginx -p "$work" -c "$work/nginx.conf" >"$work/nginx.err" 2>&1 &
+  run_nginx
   local tries
   for tries in $(seq 100); do
     if in_client bash -c 'exec 3<>/dev/tcp/10.77.0.2/80' 2>/dev/null; then return 0; fi
@@ -80,7 +85,7 @@ fetch() {
   result=0
   local url=$1
   shift
-  in_client timeout 90 "$fluvia" "$@" cat --output "$work/got" "$url" 2>"$work/err" || result=$?
+  in_client timeout 90 "$fluvia" cat --output "$work/got" "$url" "$@" 2>"$work/err" || result=$?
   took=$((SECONDS - began))
 }
 
@@ -125,7 +130,8 @@ case_cable() {
   whole "cable pulled for 3 s" large
 }
 
-case_cable_long() {
+# pull_long [options]: fetches while the cable is pulled for 15 s.
+pull_long() {
   rate 16mbit
   (
     sleep 1
@@ -134,11 +140,49 @@ case_cable_long() {
     in_client ip link set veth0 up
   ) &
   local puller=$!
-  fetch http://10.77.0.2/large
+  fetch http://10.77.0.2/large "$@"
   wait "$puller"
   full_rate
-  # Ten seconds of silence are final without the feature flag, which the program does not set.
-  refused "cable pulled for 15 s"
+}
+
+case_cable_long() {
+  pull_long
+  whole "cable pulled for 15 s" large
+  # Ten seconds of silence are final for the library without the feature flag.
+  pull_long --reopen 0
+  refused "cable pulled for 15 s, not reopened"
+}
+
+# The server goes, and its name cannot be resolved for five seconds: what is known of it is used.
+case_name_gone() {
+  mkdir -p "/etc/netns/$client"
+  printf 'nameserver 10.77.0.2\noptions timeout:1 attempts:1\n' >"/etc/netns/$client/resolv.conf"
+  ip netns exec "$server" python3 "$here/one_name.py" 10.77.0.2 film.test 10.77.0.2 "$work/gone" \
+    >"$work/names.out" 2>&1 &
+  local names=$! tries
+  for tries in $(seq 100); do
+    grep -q ready "$work/names.out" && break
+    sleep 0.1
+  done
+  rate 16mbit
+  local began=$SECONDS reader
+  ip netns exec "$client" timeout 90 "$fluvia" cat --output "$work/got" http://film.test/large 2>"$work/err" &
+  reader=$!
+  sleep 1
+  : >"$work/gone"
+  kill "$nginx"
+  wait "$nginx" || true
+  # The library gives up, and what comes back after it asks for the name.
+  sleep 2
+  run_nginx
+  sleep 3
+  rm "$work/gone"
+  result=0
+  wait "$reader" || result=$?
+  took=$((SECONDS - began))
+  kill "$names"
+  full_rate
+  whole "name gone for 5 s" large
 }
 
 case_loss() {
@@ -268,5 +312,5 @@ if ! make_box 2>"$work/box.err"; then
   exit 0
 fi
 start_server
-for name in plain cable cable_long loss slow far unreachable resolver titles ipv6; do "case_$name"; done
+for name in plain cable cable_long name_gone loss slow far unreachable resolver titles ipv6; do "case_$name"; done
 exit "$bad"
