@@ -420,7 +420,9 @@ FLUVIA_FILE_API long long c_fluvia_file_offset(int handle);
  * Tells the size of the resource. The first call may wait for the resource's first byte.
  *
  * @param[in] handle  an open handle
- * @return The size in bytes: modulo 2^32 for a local file; 0 also for a resource that failed.
+ * @return The size in bytes: modulo 2^32 for a local file; 0 also for a resource that failed, of
+ * which x_fluvia_file_http_get_download_status() tells more. It stays FVFR_DOWNLOAD_OK for an
+ *         address of IP version 6 where x_fluvia_file_http_set_ip_resolve() has not allowed those.
  * @retval FVFR_UNKNOWN_SIZE  the length cannot be learnt
  * @retval FVFR_FAILED        out of range, not open or empty
  */

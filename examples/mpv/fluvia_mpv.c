@@ -2,22 +2,110 @@
 
 #include <fluviafs.h>
 #include <mpv/stream_cb.h>
+#include <pthread.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
-enum { kMostRead = 1 << 20 };
+enum { kMostRead = 1 << 20, kStartWaitMs = 1000 };
+
+/*
+ * While the player opens a stream it cannot be stopped: it asks whether the stream seeks, and only
+ * then says by which function it cancels. So a thread waits for the first byte, and the player for
+ * a second at most.
+ */
+typedef struct Source {
+  struct Source* next; /* of those that are open, under sourcesLock */
+  uintptr_t number;
+  FluviaStream* stream; /* the connector's until it is joined */
+  pthread_t connector;
+  int connecting; /* the connector is to be joined */
+  pthread_mutex_t lock;
+  pthread_cond_t changed;
+  int known; /* the connector has finished */
+} Source;
+
+/*
+ * The player may cancel a stream while it closes it, and a moment later: cookies are numbers that
+ * are never given twice, and cancel() looks whether there is still a source of that number.
+ */
+static pthread_mutex_t sourcesLock = PTHREAD_MUTEX_INITIALIZER;
+static Source* sources;
+static uintptr_t lastNumber;
+
+static void* addSource(Source* source) {
+  pthread_mutex_lock(&sourcesLock);
+  source->number = ++lastNumber;
+  source->next = sources;
+  sources = source;
+  pthread_mutex_unlock(&sourcesLock);
+  return (void*)source->number;
+}
+
+/* Where the pointer to the source is kept; null when it has been closed. Under sourcesLock. */
+static Source** placeOf(const void* cookie) {
+  Source** place = &sources;
+  while (*place != NULL && (*place)->number != (uintptr_t)cookie) place = &(*place)->next;
+  return *place == NULL ? NULL : place;
+}
+
+/* For the calls that are made before the close. */
+static Source* sourceOf(const void* cookie) {
+  pthread_mutex_lock(&sourcesLock);
+  Source* source = *placeOf(cookie);
+  pthread_mutex_unlock(&sourcesLock);
+  return source;
+}
+
+static void* connectStream(void* data) {
+  Source* source = data;
+  fluvia_stream_connect(source->stream);
+  pthread_mutex_lock(&source->lock);
+  source->known = 1;
+  pthread_cond_broadcast(&source->changed);
+  pthread_mutex_unlock(&source->lock);
+  return NULL;
+}
+
+/* Waits a moment until it is known whether the stream seeks. */
+static int isKnownSoon(Source* source) {
+  struct timespec until;
+  int result = 0;
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_sec += kStartWaitMs / 1000;
+  pthread_mutex_lock(&source->lock);
+  while (!source->known && result == 0) {
+    result = pthread_cond_timedwait(&source->changed, &source->lock, &until);
+  }
+  const int known = source->known;
+  pthread_mutex_unlock(&source->lock);
+  return known;
+}
+
+/* The stream, connected or failed; waits for that, and an abort ends the wait. */
+static FluviaStream* streamOf(Source* source) {
+  if (source->connecting) pthread_join(source->connector, NULL);
+  source->connecting = 0;
+  return source->stream;
+}
 
 static int64_t readBytes(void* cookie, char* buffer, uint64_t size) {
   unsigned int got = 0;
   const unsigned int wanted = size > kMostRead ? kMostRead : (unsigned int)size;
-  const int result = fluvia_stream_read(cookie, buffer, wanted, &got);
+  const int result = fluvia_stream_read(streamOf(sourceOf(cookie)), buffer, wanted, &got);
   if (result == FVFR_OK) return got;
   return result == FVFR_END_OF_FILE ? 0 : -1;
 }
 
-/* The player begins with a seek to 0, to learn whether the stream seeks at all. */
+/*
+ * The player begins with a seek to 0, to learn whether the stream seeks at all. A server that takes
+ * longer is taken for one that can: a film that could not seek would not be played at all.
+ */
 static int64_t seekTo(void* cookie, int64_t offset) {
-  FluviaStream* stream = cookie;
+  Source* source = sourceOf(cookie);
+  if (offset == 0 && !isKnownSoon(source)) return 0;
+  FluviaStream* stream = streamOf(source);
   if (fluvia_stream_connect(stream) != FVFR_OK) return MPV_ERROR_GENERIC;
   if (!fluvia_stream_is_seekable(stream)) return MPV_ERROR_UNSUPPORTED;
   if (fluvia_stream_seek(stream, offset) != FVFR_OK) return MPV_ERROR_GENERIC;
@@ -25,17 +113,31 @@ static int64_t seekTo(void* cookie, int64_t offset) {
 }
 
 static int64_t sizeOf(void* cookie) {
-  FluviaStream* stream = cookie;
+  FluviaStream* stream = streamOf(sourceOf(cookie));
   if (fluvia_stream_connect(stream) != FVFR_OK) return MPV_ERROR_GENERIC;
   const long long size = fluvia_stream_size(stream);
   return size < 0 ? MPV_ERROR_UNSUPPORTED : size;
 }
 
-static void cancel(void* cookie) { fluvia_stream_abort(cookie); }
+static void cancel(void* cookie) {
+  pthread_mutex_lock(&sourcesLock);
+  Source** place = placeOf(cookie);
+  if (place != NULL) fluvia_stream_abort((*place)->stream);
+  pthread_mutex_unlock(&sourcesLock);
+}
 
 static void closeStream(void* cookie) {
-  FluviaStream* stream = cookie;
-  fluvia_stream_close(&stream);
+  pthread_mutex_lock(&sourcesLock);
+  Source** place = placeOf(cookie);
+  Source* source = *place;
+  *place = source->next;
+  pthread_mutex_unlock(&sourcesLock);
+  fluvia_stream_abort(source->stream);
+  streamOf(source);
+  fluvia_stream_close(&source->stream);
+  pthread_cond_destroy(&source->changed);
+  pthread_mutex_destroy(&source->lock);
+  free(source);
 }
 
 static int hexDigit(char c) {
@@ -66,12 +168,19 @@ static char* nameOf(const char* uri) {
 }
 
 static int openStream(void* data, char* uri, mpv_stream_cb_info* info) {
-  FluviaStream* stream = NULL;
+  Source* source = calloc(1, sizeof *source);
   char* name = nameOf(uri);
-  if (name != NULL) fluvia_stream_open(&stream, name, data);
+  if (source != NULL && name != NULL) fluvia_stream_open(&source->stream, name, data);
   free(name);
-  if (stream == NULL) return MPV_ERROR_LOADING_FAILED;
-  info->cookie = stream;
+  if (source == NULL || source->stream == NULL) {
+    free(source);
+    return MPV_ERROR_LOADING_FAILED;
+  }
+  pthread_mutex_init(&source->lock, NULL);
+  pthread_cond_init(&source->changed, NULL);
+  source->connecting = pthread_create(&source->connector, NULL, connectStream, source) == 0;
+  if (!source->connecting) source->known = 1;
+  info->cookie = addSource(source);
   info->read_fn = readBytes;
   info->seek_fn = seekTo;
   info->size_fn = sizeOf;

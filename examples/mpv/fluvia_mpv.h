@@ -3,8 +3,9 @@
  * ../reopen.
  *
  * After fluvia_mpv_add() the player opens fluvia+file:///path, fluvia+http://... and
- * fluvia+https://... through the library. Stopping breaks off what waits there, at once. A stream
- * that cannot seek is told so before its first byte.
+ * fluvia+https://... through the library. Stopping breaks off what waits there, at once (within a
+ * second while it is being opened). The player is told of a stream that cannot seek if its first
+ * byte comes within that second; later, its seeks fail.
  */
 #ifndef FLUVIA_MPV_H_
 #define FLUVIA_MPV_H_

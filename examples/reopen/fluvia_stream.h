@@ -44,7 +44,7 @@ typedef struct FluviaStreamSettings {
   int isolated;     /* not 0: shares its download with no other handle, from the beginning */
   /* Called with every handle before its first byte is asked for, to make settings; may be null. */
   void (*apply)(int handle, void* data);
-  /* Called on the thread that reads; may be null. */
+  /* Called on the thread that reads or connects; may be null. */
   void (*notice)(FluviaStreamNotice notice, const char* text, void* data);
   void* data; /* for both */
 } FluviaStreamSettings;

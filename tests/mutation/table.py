@@ -13,6 +13,7 @@ Each entry:
 """
 
 from memory import ENTRIES as MEMORY
+from outages import ENTRIES as OUTAGES
 from plugins import ENTRIES as PLUGINS
 from streams import ENTRIES as STREAMS
 from tracing import ENTRIES as TRACE
@@ -428,4 +429,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestSettings.MadeAgainAndAgain",
     ),
-] + STREAMS + MEMORY + PLUGINS + TRACE
+] + STREAMS + MEMORY + OUTAGES + PLUGINS + TRACE

@@ -1,0 +1,66 @@
+"""What comes back after an outage, for table.py."""
+
+
+def entry(name, file, snippet, replacement, tests, **more):
+    return dict(name=name, file=file, snippet=snippet, replacement=replacement, preset="debug",
+                tests=tests, **more)
+
+
+OUTAGE = "examples/reopen/fluvia_outage.c"
+STREAM = "examples/reopen/fluvia_stream.c"
+
+ENTRIES = [
+    entry("outage: the last try begins when the seconds are over", OUTAGE,
+          "return pause < left ? pause : (long)left;", "return pause;",
+          "FluviaOutage.PausesGrow|FluviaOutage.BytesEndIt"),
+    entry("outage: a name that never gave a byte has fewer seconds", OUTAGE,
+          "if (!outage->known && seconds > outage->firstSeconds)",
+          "if (!outage->known && seconds > 1000 + outage->firstSeconds)",
+          "FluviaOutage.NameThatNeverGaveAByte"),
+    entry("outage: an answer cut inside its headers is no 404", OUTAGE,
+          "return isCutAnswer(handle);", "return 0 * isCutAnswer(handle);",
+          "FluviaOutage.CutAnswer|FluviaStream.ErrorsAtTheStart"),
+    entry("outage: sizes are compared", OUTAGE,
+          "if (size >= 0 && outage->size >= 0) return 0;",
+          "if (size >= 0 && outage->size >= 0) return 1;",
+          "FluviaOutage.ComparesSizeAndType|FluviaStream.ChangedResource"),
+    entry("outage: types are compared", OUTAGE,
+          "strncmp(typeOf(handle), outage->type, sizeof outage->type - 1) == 0;",
+          "strncmp(typeOf(handle), outage->type, 0) == 0;",
+          "FluviaOutage.ComparesSizeAndType|FluviaStream.ChangedResource"),
+    entry("outage: a size learnt from the end is no change", OUTAGE,
+          "if (outage->seekable || fluvia_outage_can_seek(handle)) return 0;", "return 0;",
+          "FluviaOutage.SizeLearntFromTheEnd"),
+    entry("outage: the name is opened with a fragment of its own", OUTAGE,
+          "\"%s#again-%u\", outage->name, nextOpening()", "\"%s\", outage->name + 0 * nextOpening()",
+          "FluviaOutage.OpensAStreamOfItsOwn"),
+    entry("stream: an abort leaves the library to a thread", STREAM,
+          "failed = pthread_create(&stream->breaker, NULL, breakOff, stream);", "failed = 1;",
+          "FluviaStream.AbortDoesNotWait"),
+    entry("stream: an abort breaks the library's read off", STREAM,
+          "    x_fluvia_file_read_abort(stream->handle, 0);\n", "",
+          "FluviaStream.AbortEndsAReadThatWaits"),
+    entry("stream: an abort ends the wait between tries", STREAM,
+          "while (!stream->aborted && result == 0) {", "while (result == 0) {",
+          "FluviaStream.AbortEndsTheWait"),
+    entry("stream: another resource is an error for good", STREAM,
+          "  stream->final = result;\n", "", "FluviaStream.ChangedResource"),
+    entry("stream: no seek where the library cannot", STREAM,
+          "offset != stream->position && offset != 0) return FVFR_SEEK_REFUSED;",
+          "offset != stream->position && offset == 1) return FVFR_SEEK_REFUSED;",
+          "FluviaStream.SeekIsRefused"),
+    entry("stream: what cannot seek is read up to where it was", STREAM,
+          "return result == FVFR_SEEK_REFUSED ? skip(stream) : result;",
+          "return result == 12345 ? skip(stream) : result;",
+          "FluviaStream.StreamThatCannotSeek"),
+    entry("fluvia: passwords do not reach the screen", "tools/Screen.cpp",
+          "withoutPasswords(text)", "text", "cli.passwords_are_not_told"),
+    entry("fluvia: a failed request's bytes are passed on", "tools/CatCommand.cpp",
+          "if (result->bytes != 0 && !passOn(*result, buffer, code)) {",
+          "if (result->bytes == 1 && !passOn(*result, buffer, code)) {",
+          "cli.cat_writes_what_a_failing_read_gave"),
+    entry("fluvia: no check without a length", "tools/CheckCommand.cpp",
+          "if (!source_.isLocal() && !source_.hasLength()) {",
+          "if (source_.isLocal() && !source_.hasLength()) {",
+          "cli.check_tells_that_a_stream"),
+]
