@@ -106,6 +106,15 @@ TEST(FluviaOutage, StatusDecides) {
   }
 }
 
+// Longer than a part of a name may be: no name server is asked.
+TEST(FluviaOutage, NameThatIsNotResolvedComesBack) {
+  const ReadOnce failed("http://" + std::string(70, 'a') + ".test/film");
+  FluviaOutage outage;
+  fluvia_outage_init(&outage, "http://server/film", 60);
+  EXPECT_EQ(x_fluvia_file_http_get_download_status(failed.number), FVFR_DOWNLOAD_UNKNOWN_HOST);
+  EXPECT_EQ(fluvia_outage_pause(&outage, failed.number, 0), 0);
+}
+
 // To the library both are a 404.
 TEST(FluviaOutage, CutAnswerComesBackAndAnEmptyOneDoesNot) {
   FaultServer server;
