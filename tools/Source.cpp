@@ -104,6 +104,10 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   settings_.apply = [](int handle, void* self) {
     static_cast<Source*>(self)->applySettings(handle);
   };
+  settings_.unwanted = [](void* self) {
+    const auto& unwanted = static_cast<Source*>(self)->unwanted_;
+    return unwanted && unwanted() ? 1 : 0;
+  };
   settings_.notice = [](FluviaStreamNotice notice, const char* text, void* self) {
     const Notice& told = static_cast<Source*>(self)->notice_;
     if (told) told(notice, text);

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "../examples/reopen/fluvia_stream.h"
 
@@ -24,6 +25,8 @@ class Source {
 
   // Before open(): once bytes have come, an outage is borne that many seconds by the reads below.
   void bearOutages(int seconds, Notice notice);
+  // Before open(): unwanted is asked before each try during an outage; true breaks off that read.
+  void setUnwanted(std::function<bool()> unwanted) { unwanted_ = std::move(unwanted); }
   // Before open(): shares its download with no other handle.
   void isolate() { settings_.isolated = 1; }
 
@@ -74,6 +77,7 @@ class Source {
 
   FluviaStreamSettings settings_ = FLUVIA_STREAM_SETTINGS;
   Notice notice_;
+  std::function<bool()> unwanted_;
   FluviaStream* stream_ = nullptr;
   bool local_ = false;
   std::string name_;

@@ -274,6 +274,10 @@ static int isFailure(int result) {
          result != FLUVIA_STREAM_CHANGED;
 }
 
+static int isWanted(const FluviaStream* stream) {
+  return stream->settings.unwanted == NULL || !stream->settings.unwanted(stream->settings.data);
+}
+
 /* The handle has failed with that result: opens the resource anew until one stands at the position,
  * or gives up. */
 static int recover(FluviaStream* stream, int result) {
@@ -286,7 +290,8 @@ static int recover(FluviaStream* stream, int result) {
              pause % 1000 / 100);
     notify(stream, FLUVIA_STREAM_WAITS, text);
     dropHandle(stream);
-    result = rest(stream, pause) ? reopen(stream) : FLUVIA_STREAM_ABORTED;
+    result = isWanted(stream) && rest(stream, pause) && isWanted(stream) ? reopen(stream)
+                                                                         : FLUVIA_STREAM_ABORTED;
   }
   if (result == FVFR_OK || result == FLUVIA_STREAM_ABORTED) return result;
   if (!isFailure(result)) noteProblem(stream, result);
@@ -298,6 +303,8 @@ static int recover(FluviaStream* stream, int result) {
 int fluvia_stream_connect(FluviaStream* stream) {
   if (!leave(stream)) return FLUVIA_STREAM_ABORTED;
   if (stream->final != FVFR_OK) return stream->final;
+  /* A call that was not wanted any more has left no handle. */
+  if (stream->handle == 0) return recover(stream, reopen(stream));
   return stream->connected ? FVFR_OK : recover(stream, learn(stream));
 }
 

@@ -46,12 +46,17 @@ typedef struct FluviaStreamSettings {
   void (*apply)(int handle, void* data);
   /* Called on the thread that reads or connects; may be null. */
   void (*notice)(FluviaStreamNotice notice, const char* text, void* data);
-  void* data; /* for both */
+  /*
+   * Asked before each try during an outage; not 0 ends the call that waits, with
+   * FLUVIA_STREAM_ABORTED, and a later one goes on trying. May be null.
+   */
+  int (*unwanted)(void* data);
+  void* data; /* for all of them */
 } FluviaStreamSettings;
 
 /* The defaults. */
 #define FLUVIA_STREAM_SETTINGS \
-  { 0, FLUVIA_OUTAGE_SECONDS, FLUVIA_OUTAGE_FIRST_SECONDS, 0, NULL, NULL, NULL }
+  { 0, FLUVIA_OUTAGE_SECONDS, FLUVIA_OUTAGE_FIRST_SECONDS, 0, NULL, NULL, NULL, NULL }
 
 /*
  * Opens an absolute path or a URL. Makes no connection. *stream is the caller's to close, and null

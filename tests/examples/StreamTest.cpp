@@ -44,6 +44,10 @@ class Streamed {
       ++self->told;
       if (self->onNotice) self->onNotice();
     };
+    settings.unwanted = [](void* data) {
+      const auto* self = static_cast<Streamed*>(data);
+      return self->told < self->wantedNotices ? 0 : 1;
+    };
     settings.data = this;
     EXPECT_EQ(fluvia_stream_open(&stream, name.c_str(), &settings), FVFR_OK);
   }
@@ -69,6 +73,7 @@ class Streamed {
   FluviaStream* stream = nullptr;
   std::vector<std::string> notices;  // the reading thread's
   std::atomic<int> told{0};
+  int wantedNotices = 1000;  // so many are waited for
   std::function<void()> onNotice;
   int applied = 0;
 };
@@ -324,6 +329,19 @@ TEST(FluviaStream, AbortDoesNotWaitWhileTheLibraryIsHeldUp) {
   holding.join();
   asking.join();
   x_fluvia_file_close(first);
+}
+
+TEST(FluviaStream, CallThatIsNotWantedEndsAndTheNextOneTriesOn) {
+  Comes server(serveRanges(kSize));
+  Streamed film(server.url());
+  ASSERT_EQ(film.readTo(100000), FVFR_OK);
+  server.go();
+  film.wantedNotices = 3;
+  EXPECT_EQ(film.readTo(kSize), FLUVIA_STREAM_ABORTED);
+  EXPECT_EQ(film.told, 3);
+  film.wantedNotices = 1000;
+  server.comeBack(serveRanges(kSize));
+  EXPECT_EQ(film.readTo(kSize), FVFR_OK);
 }
 
 // A stream that cannot seek has one position, that of whoever reads.

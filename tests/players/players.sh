@@ -386,6 +386,29 @@ mount_ends_at_once() {
   ! wait "$reader" || fail "the read succeeds"
 }
 
+# A program that is killed while its source is away: the source would be waited for a minute.
+mount_reader_can_be_killed() {
+  local reader began line=""
+  serve_faulty
+  everything=film mount_media
+  kill "$faulty_id"
+  wait "$faulty_id" || true
+  dd if=mnt/film of=/dev/null bs=100000 count=1 skip=70 2>reader.err &
+  reader=$!
+  until [ "${line%in 2.0 s}" != "$line" ]; do
+    read -r -t 60 line <&6 || fail "it does not wait for the server: $line"
+  done
+  began=$SECONDS
+  kill -KILL "$reader"
+  wait "$reader" || true
+  [ $((SECONDS - began)) -lt 30 ] || fail "it took $((SECONDS - began)) s"
+  # What the kernel has asked for in advance nobody waits for.
+  fusermount3 -u mnt
+  wait "$mount_id" || true
+  mount_id=""
+  [ $((SECONDS - began)) -lt 40 ] || fail "the end took $((SECONDS - began)) s"
+}
+
 # Two who read a stream without a length, one after the other and at the same time.
 mount_of_a_stream() {
   serve_faulty

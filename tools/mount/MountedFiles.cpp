@@ -66,15 +66,18 @@ int errnoOf(const Source& source, int result) {
 
 }  // namespace
 
-void MountedFiles::bearOutages(int seconds, std::function<void(const std::string& text)> notice) {
+void MountedFiles::bearOutages(int seconds, std::function<void(const std::string& text)> notice,
+                               std::function<bool()> unwanted) {
   seconds_ = seconds;
   notice_ = std::move(notice);
+  unwanted_ = std::move(unwanted);
 }
 
 bool MountedFiles::open(File* file, Reading* reading, std::string* error) const {
   reading->source.bearOutages(seconds_, [this, file](FluviaStreamNotice, const std::string& text) {
     if (!file->name.empty()) notice_(file->name + ": " + text);
   });
+  reading->source.setUnwanted(unwanted_);
   return reading->source.open(file->given, 0, error);
 }
 

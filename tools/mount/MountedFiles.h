@@ -30,8 +30,10 @@ class MountedFiles {
     Reading shared;         // of all who read, when it is seekable
   };
 
-  // Before add(): outages are borne that many seconds; notice is told of them, on any thread.
-  void bearOutages(int seconds, std::function<void(const std::string& text)> notice);
+  // Before add(): outages are borne that many seconds; notice is told of them, on any thread. A
+  // read of whose thread unwanted() says so is broken off before the next try.
+  void bearOutages(int seconds, std::function<void(const std::string& text)> notice,
+                   std::function<bool()> unwanted);
   // Opens a source and waits for its first byte. False with *error set when it has none to give.
   bool add(const std::string& source, std::string* error);
 
@@ -56,6 +58,7 @@ class MountedFiles {
 
   int seconds_ = 0;
   std::function<void(const std::string& text)> notice_;
+  std::function<bool()> unwanted_;
   std::vector<std::unique_ptr<File>> files_;
   std::mutex lock_;
   bool aborted_ = false;                            // guarded by lock_

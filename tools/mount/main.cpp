@@ -2,6 +2,8 @@
 #define FUSE_USE_VERSION 32
 
 #include <fuse.h>
+#include <fuse_lowlevel.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
@@ -105,8 +107,9 @@ void* begin(struct fuse_conn_info*, struct fuse_config*) {
   return &mounted();
 }
 
-// The signals that end the program. The session ends as soon as its threads are back, so those that
-// wait for a server are broken off, by a thread: a handler may not.
+// The ends of the program: signals, and the folder's being unmounted. The session ends as soon as
+// its threads are back, so those that wait for a server are broken off, by a thread: a handler may
+// not.
 class Signals {
  public:
   Signals(struct fuse* fuse, tools::MountedFiles* files) : files_(files) {
@@ -143,10 +146,12 @@ class Signals {
     errno = before;
   }
   static void tell() { eventfd_write(event_, 1); }
-  // Also when the session ends by itself; nobody reads any more then.
+  // Also when the folder is unmounted, of which the kernel's end of the device tells; what still
+  // waits then is what the kernel had asked for in advance.
   void run() {
-    eventfd_t count = 0;
-    while (eventfd_read(event_, &count) != 0 && errno == EINTR) {
+    struct pollfd watched[2] = {{event_, POLLIN, 0},
+                                {fuse_session_fd(fuse_get_session(fuse_)), 0, 0}};
+    while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
     files_->abort();
   }
@@ -203,7 +208,10 @@ int run(const std::vector<std::string>& sources, const std::string& folder, cons
   clock_gettime(CLOCK_REALTIME, &mount.since);
   if (!mount.screen.redirect(log, &error)) return fail(mount, kExitUsage, error);
   tools::forceHttpOptions(&http, &mount.screen);
-  mount.files.bearOutages(reopen, [&mount](const std::string& text) { mount.screen.fail(text); });
+  // A program that is killed waits for the answer to its read.
+  mount.files.bearOutages(
+      reopen, [&mount](const std::string& text) { mount.screen.fail(text); },
+      [] { return fuse_interrupted() != 0; });
   for (const std::string& source : sources) {
     if (!mount.files.add(source, &error)) return fail(mount, kExitSource, error);
   }
