@@ -11,28 +11,42 @@ namespace {
 
 const char kUsage[] =
     "usage: %s --url URL --size BYTES [options]\n"
-    "  --workload NAME  sequential, random, backward, skip, trace, readers, first, silent\n"
+    "  --workload NAME  sequential, random, backward, skip, trace, readers, first, silent,\n"
+    "                   play\n"
     "  --mode NAME      a variant of this driver\n"
     "  --ca FILE        certificates to verify the server with\n"
     "  --read BYTES     of one read (32768)\n"
     "  --count N        operations (1000)\n"
     "  --pause MS       before each operation of backward (0)\n"
     "  --buffer BYTES   of the peer's buffer (2097152)\n"
+    "  --rate BITS      of the workload play, per second (25000000)\n"
+    "  --begin S        before what play counts (5)\n"
+    "  --seconds S      what play counts (60)\n"
     "  --readers N      of the workload readers (1)\n"
     "  --step BYTES     the readers meet every that many bytes (0: never)\n"
     "  --distinct       each reader has a URL of its own\n"
     "  --call NAME      of the workload silent: close, abort, seek\n"
     "  --seed N         of random offsets (1)\n";
 
-const struct option kOptions[] = {
-    {"workload", required_argument, nullptr, 'w'}, {"mode", required_argument, nullptr, 'm'},
-    {"url", required_argument, nullptr, 'u'},      {"ca", required_argument, nullptr, 'a'},
-    {"size", required_argument, nullptr, 's'},     {"read", required_argument, nullptr, 'r'},
-    {"count", required_argument, nullptr, 'c'},    {"pause", required_argument, nullptr, 'p'},
-    {"buffer", required_argument, nullptr, 'b'},   {"readers", required_argument, nullptr, 'n'},
-    {"step", required_argument, nullptr, 't'},     {"distinct", no_argument, nullptr, 'd'},
-    {"call", required_argument, nullptr, 'l'},     {"seed", required_argument, nullptr, 'e'},
-    {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0}};
+const struct option kOptions[] = {{"workload", required_argument, nullptr, 'w'},
+                                  {"mode", required_argument, nullptr, 'm'},
+                                  {"url", required_argument, nullptr, 'u'},
+                                  {"ca", required_argument, nullptr, 'a'},
+                                  {"size", required_argument, nullptr, 's'},
+                                  {"read", required_argument, nullptr, 'r'},
+                                  {"count", required_argument, nullptr, 'c'},
+                                  {"pause", required_argument, nullptr, 'p'},
+                                  {"buffer", required_argument, nullptr, 'b'},
+                                  {"readers", required_argument, nullptr, 'n'},
+                                  {"step", required_argument, nullptr, 't'},
+                                  {"distinct", no_argument, nullptr, 'd'},
+                                  {"call", required_argument, nullptr, 'l'},
+                                  {"seed", required_argument, nullptr, 'e'},
+                                  {"rate", required_argument, nullptr, 'R'},
+                                  {"begin", required_argument, nullptr, 'B'},
+                                  {"seconds", required_argument, nullptr, 'S'},
+                                  {"help", no_argument, nullptr, 'h'},
+                                  {nullptr, 0, nullptr, 0}};
 
 bool setText(Options* options, int name) {
   switch (name) {
@@ -83,6 +97,15 @@ bool setNumber(Options* options, int name) {
     case 'b':
       options->buffer = static_cast<int>(value);
       return true;
+    case 'R':
+      options->rate = value;
+      return value > 0;
+    case 'B':
+      options->begin = static_cast<int>(value);
+      return true;
+    case 'S':
+      options->seconds = static_cast<int>(value);
+      return value > 0;
     case 'n':
       options->readers = static_cast<int>(value);
       return value > 0;

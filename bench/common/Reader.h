@@ -24,6 +24,9 @@ class Reader {
   bool read(size_t size);
   // As read(), but its time is not one of the operations'.
   bool readAside(size_t size);
+  // As read(), but the bytes are compared only now and then: the comparison would be a good part of
+  // what a player costs.
+  bool readLightly(size_t size);
   bool seek(long long offset);
   bool atEnd() const { return position >= options.size; }
   long long offset() const { return position; }
@@ -32,7 +35,7 @@ class Reader {
   Histogram& operations() { return times; }
 
  private:
-  bool check(long long got, size_t wanted);
+  bool check(long long got, size_t wanted, bool compares);
 
   const Options& options;
   std::unique_ptr<Source> peer;
@@ -41,6 +44,7 @@ class Reader {
   Clock::duration seeking = {};
   long long position = 0;
   long long checked = 0;
+  unsigned int lightly = 0;  // reads so far of which not all are compared
 };
 
 }  // namespace bench

@@ -25,6 +25,10 @@ class Source {
   virtual void abort() = 0;
   virtual void close() = 0;
   virtual bool closesWhileReading() const { return false; }
+  // Bytes held ahead of the next read; -1 where the peer does not tell.
+  virtual long long buffered() { return -1; }
+  // False for one that stands for no peer: what it reads is nothing.
+  virtual bool givesBytes() const { return true; }
 };
 
 // Runs the workload that the command line asks for and prints its figures; main() of every driver.

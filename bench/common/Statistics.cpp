@@ -69,26 +69,30 @@ double Histogram::quantile(double share) const {
 }
 
 void Measurement::start() {
+  stopped = false;
   getrusage(RUSAGE_SELF, &before);
   began = Clock::now();
 }
 
 void Measurement::stop() {
+  if (stopped) return;
+  stopped = true;
   ended = Clock::now();
   getrusage(RUSAGE_SELF, &after);
 }
 
-void Measurement::print(const Histogram& operations, long long bytes) const {
+void Measurement::print(const Histogram& operations, long long bytes,
+                        const std::string& more) const {
   const double user = seconds(after.ru_utime) - seconds(before.ru_utime);
   const double system = seconds(after.ru_stime) - seconds(before.ru_stime);
   printf(
       "{\"wall\": %.6f, \"cpu\": %.6f, \"user\": %.6f, \"system\": %.6f, \"peak_kib\": %ld, "
       "\"voluntary\": %ld, \"involuntary\": %ld, \"operations\": %llu, \"bytes\": %lld, "
-      "\"p50_us\": %.3f, \"p99_us\": %.3f, \"longest_us\": %.3f}\n",
+      "\"p50_us\": %.3f, \"p99_us\": %.3f, \"longest_us\": %.3f%s}\n",
       std::chrono::duration<double>(ended - began).count(), user + system, user, system,
-      peakMemory(), after.ru_nvcsw - before.ru_nvcsw, after.ru_nivcsw - before.ru_nivcsw,
+      peakMemory(), voluntary(), after.ru_nivcsw - before.ru_nivcsw,
       static_cast<unsigned long long>(operations.count()), bytes, operations.quantile(0.5),
-      operations.quantile(0.99), operations.longest());
+      operations.quantile(0.99), operations.longest(), more.c_str());
 }
 
 }  // namespace bench

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace bench {
 
@@ -41,14 +42,19 @@ class Histogram {
 // Threads: one.
 class Measurement {
  public:
+  // Begins, or begins anew.
   void start();
+  // The first stop after a start counts.
   void stop();
-  // bytes: read and checked. The peak of memory is that of the process so far.
-  void print(const Histogram& operations, long long bytes) const;
+  long voluntary() const { return after.ru_nvcsw - before.ru_nvcsw; }
+  // bytes: read and checked. The peak of memory is that of the process so far. more: further
+  // members, ", \"name\": number" each.
+  void print(const Histogram& operations, long long bytes, const std::string& more) const;
 
  private:
   Clock::time_point began;
   Clock::time_point ended;
+  bool stopped = false;
   struct rusage before = {};
   struct rusage after = {};
 };

@@ -114,6 +114,7 @@ Workload findWorkload(const std::string& name) {
       {"readers", readers},
       {"first", firstBytes},
       {"silent", silent},
+      {"play", play},
   };
   for (const auto& workload : kWorkloads) {
     if (name == workload.first) return workload.second;
@@ -128,13 +129,12 @@ int runDriver(int argc, char** argv, SourceMaker make) {
     fprintf(stderr, "%s: no such workload or mode\n", argv[0]);
     return 2;
   }
-  Measurement measurement;
   Outcome outcome;
-  measurement.start();
+  outcome.measurement.start();
   const bool done = workload(options, make, &outcome);
-  measurement.stop();
+  outcome.measurement.stop();
   if (!done) return 1;
-  measurement.print(outcome.operations, outcome.bytes);
+  outcome.measurement.print(outcome.operations, outcome.bytes, outcome.more);
   return 0;
 }
 

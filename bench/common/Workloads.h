@@ -1,6 +1,8 @@
 #ifndef FLUVIAFS_BENCH_COMMON_WORKLOADS_H_
 #define FLUVIAFS_BENCH_COMMON_WORKLOADS_H_
 
+#include <string>
+
 #include "bench/common/Reader.h"
 #include "bench/common/Source.h"
 
@@ -10,6 +12,9 @@ namespace bench {
 struct Outcome {
   Histogram operations;
   long long bytes = 0;
+  // Runs from before the workload until after it, unless that starts and stops it itself.
+  Measurement measurement;
+  std::string more;  // further figures, for Measurement::print()
 };
 
 // A workload: false when something failed, which has then been printed.
@@ -25,6 +30,8 @@ bool withOneReader(const Options& options, SourceMaker make, Outcome* outcome, O
 bool readers(const Options& options, SourceMaker make, Outcome* outcome);
 // What a server that has fallen silent does to close, abort and seek (Silent.cpp).
 bool silent(const Options& options, SourceMaker make, Outcome* outcome);
+// Reads at a player's pace (Play.cpp).
+bool play(const Options& options, SourceMaker make, Outcome* outcome);
 
 }  // namespace bench
 

@@ -56,6 +56,6 @@ int main(int argc, char** argv) {
             curl_easy_strerror(code), ring.position);
     return 1;
   }
-  measurement.print(ring.chunks, ring.position);
+  measurement.print(ring.chunks, ring.position, "");
   return 0;
 }

@@ -23,6 +23,7 @@ class OurSource : public bench::Source {
   void abort() override { x_fluvia_file_read_abort(handle, 0); }
   void close() override { x_fluvia_file_close(handle); }
   bool closesWhileReading() const override { return true; }
+  long long buffered() override { return x_fluvia_file_bufferedSize(handle); }
 
  private:
   int handle = 0;

@@ -85,6 +85,11 @@ class RingSource : public bench::Source {
     if (file >= 0) ::close(file);
   }
 
+  long long buffered() override {
+    const std::lock_guard<std::mutex> guard(lock);
+    return end - position;
+  }
+
  private:
   void fetchAll() {
     std::unique_lock<std::mutex> guard(lock);

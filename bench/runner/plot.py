@@ -21,14 +21,19 @@ def panel(title, values, left):
 def bars(workload, peers, figures):
     """A picture of a workload: a panel for each (title, name, factor) of figures."""
     good = {peer: row for peer, row in peers.items() if row is not None}
-    width = (LEFT + WIDTH) * len(figures)
-    height = 64 + max(1, len(good)) * (BAR + GAP)
+    return panels(workload, [(title, [(peer, row[name] * factor) for peer, row in good.items()
+                                      if name in row]) for title, name, factor in figures])
+
+
+def panels(heading, shown):
+    """A picture of [(title, [(peer, value)])], a panel each."""
+    width = (LEFT + WIDTH) * len(shown)
+    height = 64 + max([1, *(len(values) for _, values in shown)]) * (BAR + GAP)
     lines = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
              f'viewBox="0 0 {width} {height}">',
              '<style>text{font:12px sans-serif;fill:#222}.head{font-weight:bold}</style>',
              f'<rect width="{width}" height="{height}" fill="#fff"/>',
-             f'<text x="12" y="20" class="head">{escape(workload)}</text>']
-    for index, (title, name, factor) in enumerate(figures):
-        values = [(peer, row[name] * factor) for peer, row in good.items() if name in row]
+             f'<text x="12" y="20" class="head">{escape(heading)}</text>']
+    for index, (title, values) in enumerate(shown):
         lines += panel(title, values, index * (LEFT + WIDTH))
     return "\n".join([*lines, "</svg>"]) + "\n"

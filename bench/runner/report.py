@@ -4,13 +4,37 @@ import re
 from statistics import median
 
 import plot
-from workloads import GOALS, LIMITS
+from workloads import GOALS, LIMITS, PLAY_RATES
 
 COLUMNS = (("wall s", "wall", 1, "{:.3f}"), ("CPU s", "cpu", 1, "{:.3f}"),
            ("peak MiB", "peak_kib", 1 / 1024, "{:.1f}"), ("requests", "requests", 1, "{:.0f}"),
            ("sent MiB", "sent", 1 / (1 << 20), "{:.1f}"), ("p50 µs", "p50_us", 1, "{:.1f}"),
            ("p99 µs", "p99_us", 1, "{:.1f}"), ("switches", "switches", 1, "{:.0f}"),
            ("resumed", "resumed", 1, "{:.0f}"))
+
+
+PLAY_COLUMNS = (("CPU s a minute", "minute", 1, "{:.3f}"),
+                ("switches a s beside its own", "woken", 1, "{:.1f}"),
+                ("late reads", "late", 1, "{:.0f}"), ("least held KiB", "least_held", 1 / 1024, "{:.0f}"),
+                ("mean held KiB", "mean_held", 1 / 1024, "{:.0f}"),
+                ("longest silence ms", "silence_ms", 1, "{:.0f}"),
+                ("requests", "requests", 1, "{:.0f}"), ("p99 µs", "p99_us", 1, "{:.1f}"),
+                ("longest µs", "longest_us", 1, "{:.0f}"))
+
+
+def subtract_idle(peers):
+    """Of a playing: what each peer used a minute beyond a driver that only sleeps."""
+    idle = peers.pop("idle", None)
+    for figures in peers.values():
+        if figures is not None and idle is not None:
+            figures["minute"] -= idle["minute"]
+
+
+def worst(name, values):
+    """The worst turn counts where one is enough to be heard; the median else."""
+    if name in ("late", "silence_ms", "longest_us"):
+        return max(values)
+    return min(values) if name == "least_held" else median(values)
 
 
 def medians(measured):
@@ -27,9 +51,16 @@ def medians(measured):
                 continue
             for run in runs:
                 run["switches"] = run["voluntary"] + run["involuntary"]
-            figures = [name for name in (*(column[1] for column in COLUMNS), "resource")
+                if "sleeps" in run:
+                    run["minute"] = run["cpu"] * 60 / run["wall"]
+                    run["woken"] = (run["voluntary"] - run["sleeps"]) / run["wall"]
+            columns = PLAY_COLUMNS if "sleeps" in runs[0] else COLUMNS
+            figures = [name for name in (*(column[1] for column in columns), "resource")
                        if name in runs[0]]
-            table[workload][peer] = {name: median(run[name] for run in runs) for name in figures}
+            table[workload][peer] = {name: worst(name, [run[name] for run in runs])
+                                     for name in figures}
+        if workload.startswith("play "):
+            subtract_idle(table[workload])
     return table
 
 
@@ -42,7 +73,7 @@ def failures(measured):
 
 
 def rows(peers):
-    shown = [column for column in COLUMNS
+    shown = [column for column in (*COLUMNS, *PLAY_COLUMNS[:-3], PLAY_COLUMNS[-1])
              if any(figures and column[1] in figures for figures in peers.values())]
     yield "| peer | " + " | ".join(title for title, *_ in shown) + " |"
     yield "|---|" + "---:|" * len(shown)
@@ -69,11 +100,52 @@ def goals(table):
         ratio = ours / theirs
         word = "met" if ratio <= most else "missed"
         yield f"| {text} | {ours:.3f} | {theirs:.3f} | {ratio:.2f} | {most:.2f} | {word} |"
+    yield from play_goals(table)
+
+
+def play_goals(table):
+    """Ratios of what playing costs beyond sleeping."""
+    shares = {1316: {rate: (1.0, None) for rate in PLAY_RATES},
+              32768: {6: (0.7, 1.0), 25: (0.55, 0.55), 80: (0.7, 1.0)}}
+    for read, rates in shares.items():
+        for rate, (ffmpegs, others) in rates.items():
+            workload = f"play http {rate} Mbit/s {read}"
+            mosts = {"ffmpeg-plain": ffmpegs, "ring": others}
+            if rate == 25:
+                mosts.update({"ffmpeg-async": others, "gstreamer-pull": others})
+            for peer, most in mosts.items():
+                ours = figure(table, workload, "ours", "minute")
+                theirs = figure(table, workload, peer, "minute")
+                if most is None or ours is None or not theirs:
+                    continue
+                word = "met" if ours / theirs <= most else "missed"
+                yield (f"| {workload}, CPU of {peer} | {ours:.3f} | {theirs:.3f} | "
+                       f"{ours / theirs:.2f} | {most:.2f} | {word} |")
+
+
+def play_limits(table):
+    """Of a playing of ours: wake-ups, late reads, what is held ahead, silence."""
+    def row(text, value, bound, good):
+        return f"| {text} | {value:.1f} | {bound} | {'met' if good else 'missed'} |"
+
+    for workload, peers in table.items():
+        ours = peers.get("ours")
+        if not workload.startswith("play ") or ours is None:
+            continue
+        if "25 Mbit/s" in workload:
+            yield row(f"{workload}, switches a second", ours["woken"], "10", ours["woken"] <= 10)
+        yield row(f"{workload}, late reads", ours["late"], "0", ours["late"] == 0)
+        held = ours.get("least_held", 0) / 1024
+        yield row(f"{workload}, least held KiB", held, "at least 1024", held >= 1024)
+        if "silence_ms" in ours:
+            yield row(f"{workload}, silence ms", ours["silence_ms"], "1000",
+                      ours["silence_ms"] <= 1000)
 
 
 def limits(table):
     """Goals that are not ratios to a peer."""
     yield from ("", "| goal | figure | at most | |", "|---|---:|---:|---|")
+    yield from play_limits(table)
     for text, name, workload, unit, most in LIMITS:
         value = figure(table, workload, "ours", name)
         if value is None:
@@ -133,6 +205,21 @@ def reasons():
         return ["", "## What holds those that are missed", "", file.read().rstrip()]
 
 
+def play_picture(table, folder):
+    """CPU seconds a minute by reads of 32 KiB over http, a panel a rate."""
+    panels = []
+    for rate in PLAY_RATES:
+        peers = table.get(f"play http {rate} Mbit/s 32768", {})
+        values = [(peer, figures["minute"]) for peer, figures in peers.items() if figures is not None]
+        if values:
+            panels.append((f"{rate} Mbit/s", values))
+    if not panels:
+        return []
+    with open(os.path.join(folder, "plots", "play.svg"), "w", encoding="utf-8") as file:
+        file.write(plot.panels("CPU seconds a minute of playing, http, reads of 32 KiB", panels))
+    return ["", "## Playing", "", "![CPU seconds a minute of playing](plots/play.svg)"]
+
+
 def write(measured, folder):
     table = medians(measured)
     lines = [*heading(measured), "", "## Goals", "",
@@ -142,10 +229,13 @@ def write(measured, folder):
     for workload, peers in table.items():
         name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
         lines += ["", f"## {workload}", "", *rows(peers)]
+        if workload.startswith("play "):  # one picture for all of them
+            continue
         bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
                 if key in ("wall", "cpu", "p50_us")]
         with open(os.path.join(folder, "plots", name), "w", encoding="utf-8") as file:
             file.write(plot.bars(workload, peers, bars))
         lines += ["", f"![{workload}](plots/{name})"]
+    lines += play_picture(table, folder)
     with open(os.path.join(folder, "RESULTS.md"), "w", encoding="utf-8") as file:
         file.write("\n".join(lines) + "\n")

@@ -6,12 +6,14 @@ FLOOR = ("floor",)
 RING = ("ring",)
 GET = ("get",)
 FILE = ("file",)
+IDLE = ("idle",)
 FFMPEG = ("ffmpeg", "--mode", "plain")
 ASYNC = ("ffmpeg", "--mode", "async")
 PUSH = ("gstreamer", "--mode", "push")
 PULL = ("gstreamer", "--mode", "pull")
 
 MIB = 1 << 20
+PLAYED = 1024 * MIB  # bytes of what is played
 READS = (188, 4096, 32768, MIB)
 STREAM = (OURS, RING, FFMPEG, ASYNC, PUSH, PULL)
 SEEK = (OURS, RING, GET, FFMPEG, ASYNC, PULL)
@@ -22,19 +24,24 @@ class Workload:
     take minutes because they wait."""
 
     def __init__(self, name, way, peers, arguments, count=None, quick=20, size=None, limit=900,
-                 rounds=9):
+                 rounds=9, plays=False):
         self.name, self.way, self.peers, self.limit = name, way, peers, limit
         self.fixed, self.count, self.quick = [str(word) for word in arguments], count, quick
-        self.size, self.rounds = size, rounds
+        self.size, self.rounds, self.plays = size, rounds, plays
 
     def resource(self, options):
         """Bytes of the resource."""
+        if self.plays:  # a small one would be over before its time
+            return PLAYED
         return min(self.size or options.size, options.size)
 
     def arguments(self, servers, options):
         given = [*self.fixed, "--size", str(self.resource(options))]
         if self.count is not None:
             given += ["--count", str(min(self.count, self.quick) if options.quick else self.count)]
+        if self.plays:
+            seconds = 2 if options.quick else options.seconds
+            given += ["--seconds", str(seconds), "--begin", str(min(5, seconds))]
         if self.way == "https":
             given += ["--ca", servers.ca]
         return given
@@ -91,8 +98,22 @@ def calls():
                        ["--workload", "silent", "--call", call], 20, quick=3)
 
 
+PLAY_RATES = (6, 25, 80)  # Mbit/s
+PLAY_READS = (1316, 32768, 262144)
+
+
+def play():
+    for read in PLAY_READS:
+        for rate in PLAY_RATES:
+            for way in ("http", "https", "local"):
+                peers = [IDLE, OURS, RING, FFMPEG, ASYNC, PULL] + [FILE] * (way == "local")
+                yield Workload(f"play {way} {rate} Mbit/s {read}", way, peers,
+                               ["--workload", "play", "--read", read, "--rate", rate * 1000000],
+                               rounds=3, plays=True)
+
+
 def all_workloads():
-    for group in (sequential, seeks, several, calls):
+    for group in (sequential, seeks, several, calls, play):
         yield from group()
 
 
