@@ -176,11 +176,22 @@ def own_limits(table):
         yield row("peak memory above the ring's, MiB", (peak["ours"] - peak["ring"]) / 1024, 1.5)
 
 
-def heading(measured):
+BENCH = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+def link(name, folder):
+    """A link to a file of the tree, from a page in that folder; outside of the tree as from bench/."""
+    root = os.path.dirname(BENCH)
+    inside = os.path.abspath(folder).startswith(root + os.sep)
+    return os.path.relpath(os.path.join(root, name), os.path.abspath(folder) if inside else BENCH)
+
+
+def heading(measured, folder):
     machine = measured["machine"]
     yield "# Results"
     yield ""
-    yield "Written by `bench/run`; [README.md](README.md) tells what is measured and how."
+    yield (f"Written by `bench/run`; [README.md]({link('bench/README.md', folder)}) tells what is "
+           "measured and how.")
     yield ""
     yield f"- Commit: {machine['commit']}"
     yield (f"- Machine: {machine['processors']} × {machine['processor']}, {machine['memory']}, "
@@ -198,11 +209,11 @@ def heading(measured):
         yield "- A quick run, of few operations: it shows that everything works, not how fast."
 
 
-def reasons():
+def reasons(folder):
     """What is known of the goals that a run may miss, as it was written down."""
-    path = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "reasons.md")
-    with open(path, encoding="utf-8") as file:
-        return ["", "## What holds those that are missed", "", file.read().rstrip()]
+    with open(os.path.join(BENCH, "reasons.md"), encoding="utf-8") as file:
+        text = file.read().rstrip().replace("](../docs/", f"]({link('docs', folder)}/")
+    return ["", "## What holds those that are missed", "", text]
 
 
 def play_picture(table, folder):
@@ -222,9 +233,9 @@ def play_picture(table, folder):
 
 def write(measured, folder):
     table = medians(measured)
-    lines = [*heading(measured), "", "## Goals", "",
+    lines = [*heading(measured, folder), "", "## Goals", "",
              "The library's figure divided by the peer's, of the same run.", "", *goals(table),
-             *limits(table), *failures(measured), *reasons()]
+             *limits(table), *failures(measured), *reasons(folder)]
     os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
     for workload, peers in table.items():
         name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
