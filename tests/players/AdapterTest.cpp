@@ -124,7 +124,7 @@ TEST(FluviaAvio, NeverSeeksWhereTheLibraryCannot) {
 
 // What FFmpeg reads is what it would have read.
 TEST(FluviaAvio, OutageCostsNoByteAndAChangeIsAnError) {
-  constexpr long long kSize = 6000000;
+  constexpr long long kSize = 16000000;
   support::FaultServer server;
   for (const bool changed : {false, true}) {
     const std::string path = changed ? "/changed" : "/film";
