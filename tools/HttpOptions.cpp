@@ -6,6 +6,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "Passwords.h"
 #include "Source.h"
 
 namespace tools {
@@ -97,7 +98,7 @@ int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer) {
   std::ostringstream wrong;
   const int code = app.exit(answer, help, wrong);
   std::cout << help.str() << std::flush;
-  std::cerr << withoutPasswords(wrong.str()) << std::flush;
+  std::cerr << maskPasswords(wrong.str()) << std::flush;
   return code;
 }
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Source.h"
+#include "Passwords.h"
 
 namespace tools {
 
@@ -64,7 +64,7 @@ void Screen::print(const std::string& text) const {
 }
 
 void Screen::fail(const std::string& text) const {
-  print(program_ + ": " + withoutPasswords(text) + "\n");
+  print(program_ + ": " + maskPasswords(text) + "\n");
 }
 
 }  // namespace tools

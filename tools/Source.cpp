@@ -67,26 +67,6 @@ void forceLogLevel(int level) {
   x_fluvia_file_set_log_level(level);
 }
 
-std::string withoutPasswords(const std::string& text) {
-  std::string shown;
-  size_t at = 0;
-  for (size_t mark = text.find("://"); mark != std::string::npos; mark = text.find("://", at)) {
-    const size_t begin = mark + 3;
-    const size_t end = std::min(text.find_first_of("/?# \t\n", begin), text.size());
-    const size_t host = text.rfind('@', end);
-    const size_t colon = text.find(':', begin);
-    if (host == std::string::npos || host < begin || host >= end || colon >= host) {
-      shown.append(text, at, begin - at);
-      at = begin;
-      continue;
-    }
-    shown.append(text, at, colon + 1 - at);
-    shown += "***";
-    at = host;
-  }
-  return shown.append(text, at, std::string::npos);
-}
-
 Source::~Source() { fluvia_stream_close(&stream_); }
 
 void Source::bearOutages(int seconds, Notice notice) {

@@ -15,9 +15,4 @@ struct Diagnosis {
 // refused. Never waits for the library.
 Diagnosis diagnose(const std::string& name, int handle);
 
-// The name as it may be shown: the password of a URL is replaced by "***". In an address that is no
-// valid one everything up to its last "@" counts as password: its author may have left a "/" or "#"
-// of the password as it is.
-std::string withoutPassword(const std::string& name);
-
 #endif  // FLUVIAFS_PLUGINS_GSTREAMER_DIAGNOSIS_H_

@@ -6,6 +6,7 @@
 
 #include "Diagnosis.h"
 #include "Location.h"
+#include "Passwords.h"
 #include "SourceReader.h"
 #include "Teller.h"
 
@@ -437,7 +438,7 @@ gboolean uriSet(GstURIHandler* handler, const gchar* uri, GError** error) {
   const std::string location = locationOfUri(uri);
   if (location.empty()) {
     g_set_error(error, GST_URI_ERROR, GST_URI_ERROR_BAD_URI, "%s names no file or server.",
-                withoutPassword(uri).c_str());
+                tools::maskPassword(uri).c_str());
     return FALSE;
   }
   Content& content = contentOf(handler);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Diagnosis.h"
+#include "Passwords.h"
 #include "PausePoint.h"
 
 namespace {
@@ -313,7 +314,7 @@ void SourceReader::Worker::fail(const std::string& action) {
 void SourceReader::Worker::fail(const std::string& action, const Diagnosis& why) {
   const std::lock_guard<std::mutex> guard(lock_);
   failure_ = why.failure;
-  explanation_ = "Cannot " + action + " " + withoutPassword(name_) + ": " + why.text + ".";
+  explanation_ = "Cannot " + action + " " + tools::maskPassword(name_) + ": " + why.text + ".";
   if (!facts_.known) facts_.known = facts_.failed = true;
   changed_.notify_all();
 }

@@ -1,10 +1,6 @@
 """What comes back after an outage, for table.py."""
 
-
-def entry(name, file, snippet, replacement, tests, **more):
-    return dict(name=name, file=file, snippet=snippet, replacement=replacement, preset="debug",
-                tests=tests, **more)
-
+from streams import entry
 
 OUTAGE = "examples/reopen/fluvia_outage.c"
 STREAM = "examples/reopen/fluvia_stream.c"
@@ -54,7 +50,7 @@ ENTRIES = [
           "return result == 12345 ? skip(stream) : result;",
           "FluviaStream.StreamThatCannotSeek"),
     entry("fluvia: passwords do not reach the screen", "tools/Screen.cpp",
-          "withoutPasswords(text)", "text", "cli.passwords_are_not_told"),
+          "maskPasswords(text)", "text", "cli.passwords_are_not_told"),
     entry("fluvia: a failed request's bytes are passed on", "tools/CatCommand.cpp",
           "if (result->bytes != 0 && !passOn(*result, buffer, code)) {",
           "if (result->bytes == 1 && !passOn(*result, buffer, code)) {",

@@ -23,7 +23,7 @@ ENTRIES = [
           "FluviaSrc.SaysThatAStream|SourceReader.KnowsAStream", seconds=100),
     entry("element: a password is not shown",
           "plugins/gstreamer/SourceWorker.cpp",
-          "withoutPassword(name_)", "name_",
+          "tools::maskPassword(name_)", "name_",
           "FluviaSrc.ErrorsKeep", seconds=100),
     entry("element: a failed handle is opened again",
           "plugins/gstreamer/SourceWorkerOutage.cpp",

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "BufferingWatch.h"
-#include "Diagnosis.h"
+#include "Passwords.h"
 #include "PausePoint.h"
 #include "SourceReader.h"
 #include "tests/support/Behaviours.h"
@@ -151,7 +151,7 @@ TEST(SourceReader, EveryFailureHasItsTextAndKind) {
   }
 }
 
-TEST(Diagnosis, ShowsNoPasswordOfAUrl) {
+TEST(Passwords, AreMaskedInAUrl) {
   const struct {
     const char* name;
     const char* shown;
@@ -170,7 +170,7 @@ TEST(Diagnosis, ShowsNoPasswordOfAUrl) {
       {"/folder/a:b@c", "/folder/a:b@c"},
       {"http://", "http://"},
   };
-  for (const auto& each : cases) EXPECT_EQ(withoutPassword(each.name), each.shown);
+  for (const auto& each : cases) EXPECT_EQ(tools::maskPassword(each.name), each.shown);
 }
 
 TEST(SourceReader, SilentServerIsATimeOut) {
