@@ -10,18 +10,13 @@ extern "C" {
 }
 
 #include "api/fluviafs.h"
+#include "tests/ordeal/matrix/AvioCell.h"
 #include "tests/ordeal/matrix/Cell.h"
 #include "tests/support/SilentStderr.h"
 
 namespace {
 
 constexpr int kSeconds = 4;
-
-std::string nameOf(int error) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = "";
-  av_strerror(error, text, sizeof text);
-  return text;
-}
 
 class AdapterClient : public matrix::Client {
  public:
@@ -37,24 +32,12 @@ class AdapterClient : public matrix::Client {
     };
     int result = fluvia_avio_open(&source, url.c_str(), &settings);
     if (result == 0) result = fluvia_avio_connect(source);
-    if (result < 0) *why = "open: " + nameOf(result);
+    if (result < 0) *why = "open: " + matrix::nameOfAvError(result);
     return result == 0;
   }
 
   long readAt(long long offset, char* bytes, size_t count, std::string* why) override {
-    AVIOContext* io = fluvia_avio_context(source);
-    if (avio_tell(io) != offset) {
-      const long long moved = avio_seek(io, offset, SEEK_SET);
-      if (moved != offset) {
-        *why = "seek: " + nameOf(static_cast<int>(moved));
-        return -1;
-      }
-    }
-    const int got =
-        avio_read_partial(io, reinterpret_cast<unsigned char*>(bytes), static_cast<int>(count));
-    if (got == AVERROR_EOF) return 0;
-    if (got < 0) *why = "read: " + nameOf(got);
-    return got < 0 ? -1 : got;
+    return matrix::readAvioAt(fluvia_avio_context(source), offset, bytes, count, why);
   }
 
  private:

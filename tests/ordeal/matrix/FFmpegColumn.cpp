@@ -6,15 +6,10 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
+#include "tests/ordeal/matrix/AvioCell.h"
 #include "tests/ordeal/matrix/Cell.h"
 
 namespace {
-
-std::string nameOf(int error) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = "";
-  av_strerror(error, text, sizeof text);
-  return text;
-}
 
 class FFmpegClient : public matrix::Client {
  public:
@@ -33,23 +28,12 @@ class FFmpegClient : public matrix::Client {
     av_dict_set(&options, "timeout", "5000000", 0);
     const int result = avio_open2(&io, url.c_str(), AVIO_FLAG_READ, nullptr, &options);
     av_dict_free(&options);
-    if (result < 0) *why = "open: " + nameOf(result);
+    if (result < 0) *why = "open: " + matrix::nameOfAvError(result);
     return result >= 0;
   }
 
   long readAt(long long offset, char* bytes, size_t count, std::string* why) override {
-    if (avio_tell(io) != offset) {
-      const long long moved = avio_seek(io, offset, SEEK_SET);
-      if (moved != offset) {
-        *why = "seek: " + nameOf(static_cast<int>(moved));
-        return -1;
-      }
-    }
-    const int got =
-        avio_read_partial(io, reinterpret_cast<unsigned char*>(bytes), static_cast<int>(count));
-    if (got == AVERROR_EOF) return 0;
-    if (got < 0) *why = "read: " + nameOf(got);
-    return got < 0 ? -1 : got;
+    return matrix::readAvioAt(io, offset, bytes, count, why);
   }
 
  private:
