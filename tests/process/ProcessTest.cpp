@@ -80,16 +80,16 @@ TEST_F(Process, ExitReturnsWithABlockedRead) {
 
 // The functions of a library that was loaded at run time.
 struct Loaded {
-  void* library = dlopen(FLUVIA_LIBRARY, RTLD_NOW);
+  void* image = dlopen(FLUVIA_LIBRARY, RTLD_NOW);
   decltype(&x_fluvia_file_open) open = nullptr;
   decltype(&x_fluvia_file_read) read = nullptr;
   decltype(&x_fluvia_file_close) close = nullptr;
 
   Loaded() {
-    if (library == nullptr) _exit(21);
-    open = reinterpret_cast<decltype(open)>(dlsym(library, "x_fluvia_file_open"));
-    read = reinterpret_cast<decltype(read)>(dlsym(library, "x_fluvia_file_read"));
-    close = reinterpret_cast<decltype(close)>(dlsym(library, "x_fluvia_file_close"));
+    if (image == nullptr) _exit(21);
+    open = reinterpret_cast<decltype(open)>(dlsym(image, "x_fluvia_file_open"));
+    read = reinterpret_cast<decltype(read)>(dlsym(image, "x_fluvia_file_read"));
+    close = reinterpret_cast<decltype(close)>(dlsym(image, "x_fluvia_file_close"));
     if (open == nullptr || read == nullptr || close == nullptr) _exit(22);
   }
 };
@@ -106,7 +106,7 @@ TEST_F(Process, UnloadingWithIdleWorkersAndOpenHandlesIsHarmless) {
           if (loaded.open(path.c_str(), &handle) != 0) _exit(1);
           if (loaded.read(handle, buffer, sizeof buffer, &got) != 0 || got != 1000) _exit(2);
           if (round == 1 && loaded.close(handle) != 0) _exit(3);
-          if (dlclose(loaded.library) != 0) _exit(4);
+          if (dlclose(loaded.image) != 0) _exit(4);
         }
         exit(7);
       },
