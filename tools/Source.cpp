@@ -30,7 +30,7 @@ bool isUrl(const std::string& name) {
 std::string schemeOf(const std::string& name) {
   const size_t end = name.find("://");
   if (end == std::string::npos || isalpha(static_cast<unsigned char>(name[0])) == 0) return "";
-  const std::string scheme = name.substr(0, end);
+  std::string scheme = name.substr(0, end);
   for (const char c : scheme) {
     if (isalnum(static_cast<unsigned char>(c)) == 0 && strchr("+-.", c) == nullptr) return "";
   }
