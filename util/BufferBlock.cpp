@@ -28,12 +28,6 @@ void BufferBlock::out(unsigned int offset, void* dst, unsigned int len,
   if (*outLen != 0) memcpy(dst, data.data() + offset, *outLen);
 }
 
-bool BufferBlock::isContained(long long seq) const { return beginningSeqNum <= seq && seq < end(); }
-
-bool BufferBlock::willContained(long long seq) const {
-  return beginningSeqNum <= seq && seq < beginningSeqNum + size();
-}
-
 void BufferBlock::setBeginningSeqNum(long long seq, bool isFresh) {
   beginningSeqNum = seq;
   payload = 0;

@@ -27,9 +27,11 @@ class BufferBlock {
   void out(unsigned int offset, void* dst, unsigned int len, unsigned int* outLen) const;
 
   // True while byte seq is already held: [beginningSeqNum, beginningSeqNum + payload).
-  bool isContained(long long seq) const;
+  bool isContained(long long seq) const { return beginningSeqNum <= seq && seq < end(); }
   // True when byte seq would land in this block: [beginningSeqNum, beginningSeqNum + capacity).
-  bool willContained(long long seq) const;
+  bool willContained(long long seq) const {
+    return beginningSeqNum <= seq && seq < beginningSeqNum + size();
+  }
   // True when seq lies at or after the first byte.
   bool isForwarding(long long seq) const { return seq >= beginningSeqNum; }
 

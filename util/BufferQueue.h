@@ -264,6 +264,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool waitOnFeed(int milliseconds) REQUIRES(feedLock);
   void noteWoken() REQUIRES(feedLock);
   void wakeAll() REQUIRES(feedLock);
+  bool holds(long long pos) REQUIRES(feedLock);
   long long heldUntil(long long pos) REQUIRES(feedLock);
   bool comesWithThisConnection(long long pos) REQUIRES(feedLock);
   void checkInvariants() REQUIRES(feedLock);

@@ -28,7 +28,7 @@ int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
 // cannot seek is on its way to.
 bool BufferQueue::readerLacksItsBytes() {
   if (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum()) return false;
-  return heldUntil(readOffset) == readOffset;
+  return !holds(readOffset);
 }
 
 // Counts the chunks that brought a waiting reader no nearer to its bytes.
@@ -36,7 +36,7 @@ void BufferQueue::noteService(int result) {
   const bool served = result == 0 || !wish.asks || comesWithThisConnection(readOffset);
   if (served) {
     wish.unserved = 0;
-  } else if (heldUntil(readOffset) == readOffset) {
+  } else if (!holds(readOffset)) {
     ++wish.unserved;
   }
 }
@@ -184,7 +184,7 @@ BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
     }
     if (dataVersion != version) return Room::kStop;
     followReader();
-    if (needFeed && rdTail == tail && heldUntil(readOffset) == readOffset) {
+    if (needFeed && rdTail == tail && !holds(readOffset)) {
       FLUVIA_LOG_AS("streamIn", 2, "break out while");
       waitingFeedRequest = false;
       FLUVIA_LOG_AS("streamIn", 2, "break 2");

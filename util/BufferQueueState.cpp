@@ -28,6 +28,20 @@ void BufferQueue::wakeAll() {
   feedLock.notifyAll(0);
 }
 
+// Whether the byte at pos is buffered. Every chunk for a reader that waits asks this, mostly near
+// rdTail or wtHead: the blocks with data are in order, so those before the two need no look then.
+bool BufferQueue::holds(long long pos) {
+  BlockIt it = blocks.begin();
+  for (const BlockIt near : {rdTail, wtHead}) {
+    const long long beginning = (*near)->getBeginningSeqNum();
+    if (beginning <= pos && beginning > (*it)->getBeginningSeqNum()) it = near;
+  }
+  for (; it != blocks.end() && (*it)->getBeginningSeqNum() <= pos; ++it) {
+    if ((*it)->isContained(pos)) return true;
+  }
+  return false;
+}
+
 // Where the stretch ends that is buffered from pos on; pos itself when it is not buffered.
 long long BufferQueue::heldUntil(long long pos) {
   long long end = pos;
