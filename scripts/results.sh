@@ -3,13 +3,19 @@
 
 PASSED=0
 FAILED=0
+SKIPPED=0
+# Skips that tests/skips.txt does not name.
+UNEXPECTED=0
 STARTED=$SECONDS
 COMPLETE=no
+# What goes on meanwhile: the process group of each check, and the file with its output.
+declare -A BEGUN=() OUTPUT=()
 
 # told NAME PASSED FAILED SKIPPED: adds up and prints the part's line.
 told() {
   PASSED=$((PASSED + $2))
   FAILED=$((FAILED + $3))
+  SKIPPED=$((SKIPPED + $4))
   local line
   line=$(printf '%5ds  %-28s %4d passed' $((SECONDS - STARTED)) "$1" "$2")
   [ "$3" -eq 0 ] || line="$line, $3 FAILED"
@@ -28,34 +34,93 @@ check() {
   fi
 }
 
-# attribute NAME FILE: a number from the head of a JUnit file.
-attribute() {
-  tr '\n' ' ' <"$2" | sed -n "s/.*<testsuite [^>]*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p"
+# begin NICENESS NAME COMMAND...: a check in a process group of its own.
+begin() {
+  local niceness=$1 name=$2
+  shift 2
+  mkdir -p build
+  OUTPUT[$name]=$(mktemp build/begun.XXXXXX)
+  set -m
+  {
+    renice -n "$niceness" -p "$BASHPID" >/dev/null
+    quietly "$@"
+  } >/dev/null 2>"${OUTPUT[$name]}" &
+  BEGUN[$name]=$!
+  set +m
 }
 
-# run_ctest PRESET [ctest options]: runs the tests of a build; shows what failed.
+# behind NAME COMMAND...: begins a check that computes, while what follows mostly waits. It takes what
+# the others leave of the processors. await tells it.
+behind() {
+  begin 19 "$@"
+}
+
+# beside NAME COMMAND...: begins a check that mostly waits, as soon as fewer than two for a processor
+# go on. await tells it.
+beside() {
+  while [ "$(jobs -rp | wc -l)" -ge $((2 * JOBS)) ]; do
+    wait -n || true
+  done
+  begin 0 "$@"
+}
+
+# await NAME: tells what was begun under the name, when it has ended.
+await() {
+  local result=0
+  wait "${BEGUN[$1]}" || result=1
+  cat "${OUTPUT[$1]}" >&2
+  rm -f "${OUTPUT[$1]}"
+  unset "BEGUN[$1]" "OUTPUT[$1]"
+  told "$1" $((1 - result)) "$result" 0
+}
+
+# end_begun: ends what nobody has awaited. Fails when there was any.
+end_begun() {
+  local name
+  [ "${#BEGUN[@]}" -gt 0 ] || return 0
+  for name in "${!BEGUN[@]}"; do
+    kill -TERM -- "-${BEGUN[$name]}" 2>/dev/null || true
+    rm -f "${OUTPUT[$name]}"
+  done
+  return 1
+}
+
+# show_lines: the lines that scripts/junit.py prints for a run, from standard input.
+show_lines() {
+  local line name
+  while read -r line; do
+    [ -n "$line" ] || continue
+    echo "        $line"
+    name=${line#skipped: }
+    if [ "$name" != "$line" ] && ! grep -qxF "${name%%: *}" tests/skips.txt; then
+      UNEXPECTED=$((UNEXPECTED + 1))
+    fi
+  done
+}
+
+# run_ctest PRESET [ctest options]: runs the tests of a build; shows what failed, and why tests were
+# skipped.
 run_ctest() {
   local preset=$1
   shift
-  local tree=build/$preset
+  local tree=build/$preset code=0 result counts
   rm -f "$tree/junit.xml"
   # Most tests wait rather than compute, so more run at a time than there are processors.
   ctest --test-dir "$tree" -j $((2 * JOBS)) --output-on-failure --no-tests=error \
-    --output-junit junit.xml "$@" >"$tree/ctest.log" 2>&1 || true
-  if [ ! -s "$tree/junit.xml" ]; then
+    --output-junit junit.xml "$@" >"$tree/ctest.log" 2>&1 || code=$?
+  if ! result=$(scripts/junit.py "$tree/junit.xml" "$code" 2>&1); then
     cat "$tree/ctest.log" >&2
+    echo "$result" >&2
     told "tests in $preset" 0 1 0
     return
   fi
-  local tests failures skipped
-  tests=$(attribute tests "$tree/junit.xml")
-  failures=$(attribute failures "$tree/junit.xml")
-  skipped=$(($(attribute skipped "$tree/junit.xml") + $(attribute disabled "$tree/junit.xml")))
-  if [ "$failures" -ne 0 ]; then
+  read -r -a counts <<<"$result"
+  if [ "${counts[1]}" -ne 0 ]; then
     grep -vE '^ *[0-9]+/[0-9]+ Test +#.* Passed |^ *Start +[0-9]+: |^Internal ctest' \
       "$tree/ctest.log" >&2 || true
   fi
-  told "tests in $preset" $((tests - failures - skipped)) "$failures" "$skipped"
+  told "tests in $preset" "${counts[@]}"
+  show_lines <<<"$(tail -n +2 <<<"$result")"
 }
 
 # tree_to_test: the name of what is committed, when that is all there is.
@@ -68,18 +133,18 @@ tree_to_test() {
 # remember_green TREE: scripts/release wants to know that all tests of a tree have passed. It must have
 # been the same from first to last.
 remember_green() {
-  if [ "$FAILED" -eq 0 ] && [ -n "$1" ] && [ "$(tree_to_test)" = "$1" ]; then
+  if [ "$FAILED" -eq 0 ] && [ "$UNEXPECTED" -eq 0 ] && [ -n "$1" ] && [ "$(tree_to_test)" = "$1" ]; then
     echo "$1" >build/tested
   fi
 }
 
 # sum_up: the last line, whatever happened before. For the EXIT trap.
 sum_up() {
-  if [ "$COMPLETE" != yes ]; then
+  if ! end_begun || [ "$COMPLETE" != yes ]; then
     echo "The run ended early." >&2
     FAILED=$((FAILED + 1))
   fi
-  echo "$PASSED passed, $FAILED failed"
+  echo "$PASSED passed, $FAILED failed, $SKIPPED skipped"
   [ "$FAILED" -eq 0 ] || exit 1
   exit 0
 }

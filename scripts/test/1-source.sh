@@ -9,4 +9,5 @@ check "links of the documents" scripts/checks/links
 check "log lines" scripts/checks/log-lines
 check "commits of the figures" scripts/checks/figures
 scripts/checks/figures --notes
+check "counting of results" scripts/checks/counting
 check "mutation table" tests/mutation/mutate.py --check
