@@ -6,6 +6,9 @@ JOBS=$(nproc)
 # another keeps it.
 export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/.ccache}"
 export CCACHE_COMPILERCHECK=content
+# What a file includes is taken from the compiler, which says it anyway. Otherwise every file that the cache
+# does not have is preprocessed first, a quarter of the time of a small one.
+export CCACHE_DEPEND=1
 
 # quietly COMMAND...: its output is shown only when it fails.
 quietly() {

@@ -1,12 +1,22 @@
 # shellcheck shell=bash
-# Every build, with its tests; those with players are a part of their own.
+# Every build, with its tests; those with players are a part of their own. Tests mostly wait, and builds
+# only compute: behind the tests of one build the next one is made. clang-tidy is awaited by the part of
+# the product.
 . scripts/sanitizers.sh
 
 make_build() {
   configure "$1" -DFLUVIA_TESTS=ON && build "$1"
 }
 
-for preset in release clang asan tsan; do
-  check "build $preset" make_build "$preset"
-  run_ctest "$preset" -LE players
-done
+check "build release" make_build release
+behind "build clang" make_build clang
+run_ctest release -LE players
+await "build clang"
+behind "build asan" make_build asan
+run_ctest clang -LE players
+await "build asan"
+behind "build tsan" make_build tsan
+run_ctest asan -LE players
+await "build tsan"
+behind "clang-tidy" scripts/checks/tidy build/clang
+run_ctest tsan -LE players

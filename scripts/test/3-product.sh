@@ -4,4 +4,4 @@ check "exported names" scripts/checks/exports build/release/libfluviafs.so
 check "programs of each standard" scripts/checks/linked build/release/libfluviafs.so
 check "installed package" scripts/checks/package build/release
 check "manual page" scripts/checks/manual build/release/tools/fluvia
-check "clang-tidy" scripts/checks/tidy build/clang
+await "clang-tidy"

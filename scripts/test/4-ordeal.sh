@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# What is thrown at the library beyond its tests, in short; scripts/long has the long forms.
+# What is thrown at the library beyond its tests, in short; scripts/long has the long forms. The model of
+# restarts, in its small size, is searched behind it; its own part awaits it.
 . scripts/sanitizers.sh
 
 # The same rounds every time; the long form draws new ones.
@@ -15,6 +16,7 @@ both_stresses() {
   wait "$asan" && [ "$tsan_result" -eq 0 ]
 }
 
+behind "model of restarts" tests/model/check.sh
 check "fault matrix, our column" timeout --kill-after=10 600 \
   build/release/tests/ordeal/matrix/ordeal_matrix \
   ours=build/release/tests/ordeal/matrix/ordeal_matrix_ours

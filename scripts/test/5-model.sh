@@ -1,3 +1,3 @@
 # shellcheck shell=bash
-# The model of restarts, in its small size.
-check "model of restarts" tests/model/check.sh
+# The model of restarts, which the part of the ordeals began.
+await "model of restarts"

@@ -9,32 +9,65 @@ set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+searches=()
+begun=0
+shown=0
 bad=0
+# The large sizes need the memory for themselves.
+at_once=$(($(nproc) + 1))
+[ "${1:-}" != --all ] || at_once=1
 # A search of some seconds is over sooner than the compiler has made it fast.
 optimise=-O0
 
-# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one). With
-# -DLIVE for reads that never end, in runs that are fair to every process.
-search() {
-  local wanted=$1 errors states kind=(-DSAFETY) how=()
-  shift
+# run_search FOLDER WANTED DEFINES...: leaves what is to be said of it in FOLDER/line.
+run_search() {
+  local folder=$1 wanted=$2 errors states kind=(-DSAFETY) how=()
+  shift 2
   if [[ " $* " == *" -DLIVE "* ]]; then
     kind=(-DNFAIR=3)
     how=(-a -f)
   fi
-  mkdir -p "$work/run"
-  (cd "$work/run" && spin "$@" -a "$OLDPWD/queue.pml" >spin.log && \
-    gcc "$optimise" -w "${kind[@]}" -DVECTORSZ=2048 -DCOLLAPSE -DMEMLIM=6000 -o pan pan.c)
-  (cd "$work/run" && ./pan "${how[@]}" -m400000 -w24 >pan.log)
-  errors=$(sed -n 's/.*errors: \([0-9]*\)$/\1/p' "$work/run/pan.log")
-  states=$(sed -n 's/^ *\([0-9.e+]*\) states, stored.*/\1/p' "$work/run/pan.log")
+  local model=$PWD/queue.pml
+  cd "$folder"
+  spin "$@" -a "$model" >spin.log
+  gcc "$optimise" -w "${kind[@]}" -DVECTORSZ=2048 -DCOLLAPSE -DMEMLIM=6000 -o pan pan.c
+  ./pan "${how[@]}" -m400000 -w24 >pan.log
+  errors=$(sed -n 's/.*errors: \([0-9]*\)$/\1/p' pan.log)
+  states=$(sed -n 's/^ *\([0-9.e+]*\) states, stored.*/\1/p' pan.log)
   # A search that was cut short has proved nothing.
-  if [ "$errors" != "$wanted" ] || grep -qE "out of memory|max search depth" "$work/run/pan.log"; then
-    bad=1
-    echo "WRONG: wanted $wanted"
-    cat "$work/run/pan.log"
+  if [ "$errors" != "$wanted" ] || grep -qE "out of memory|max search depth" pan.log; then
+    {
+      echo "WRONG: wanted $wanted"
+      cat pan.log
+    } >wrong
   fi
-  echo "$* : $states states, $errors errors"
+  echo "$* : $states states, $errors errors" >line
+}
+
+# show: waits for the search that began first of those that are not shown yet.
+show() {
+  local folder=$work/$((shown + 1))
+  wait "${searches[shown]}" || true
+  shown=$((shown + 1))
+  # What spin, the compiler or the search itself did not survive leaves no line.
+  if [ -e "$folder/wrong" ] || [ ! -e "$folder/line" ]; then
+    bad=1
+    cat "$folder/wrong" 2>/dev/null || cat "$folder"/*.log
+  fi
+  cat "$folder/line" 2>/dev/null || echo "search $shown has not ended"
+  rm -rf "$folder"
+}
+
+# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one). With
+# -DLIVE for reads that never end, in runs that are fair to every process.
+search() {
+  if [ $((begun - shown)) -ge "$at_once" ]; then
+    show
+  fi
+  begun=$((begun + 1))
+  mkdir "$work/$begun"
+  run_search "$work/$begun" "$@" &
+  searches+=($!)
 }
 
 # A run in which nothing below fails.
@@ -95,4 +128,7 @@ if [ "${1:-}" = --all ]; then
   search 0 -DLOCAL -DREADS=1 -DSHORT_READS "${sound[@]}" -UNO_MEMORY
   search 0 -DLOCAL -DREADS=1 -DSHORT_READS "${sound[@]}" -UNO_THREAD -UNOT_OPENED
 fi
+while [ "$shown" -lt "$begun" ]; do
+  show
+done
 exit "$bad"

@@ -1,17 +1,34 @@
 # shellcheck shell=bash
-# Real media through real players, with AddressSanitizer in what is ours.
+# Real media through real players, with AddressSanitizer in what is ours. The device's build is made
+# behind it; the part of the servers awaits it.
 . scripts/sanitizers.sh
 make_players() {
-  configure asan -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build asan
+  configure asan -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON -DFLUVIA_PLAYERS_REQUIRED=ON && build asan
 }
 make_recipes() {
-  configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON &&
+  configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON -DFLUVIA_PLAYERS_REQUIRED=ON &&
     build release --target gstfluvia example_ffmpeg example_mpv media_server
 }
+# make_arm_build PRESET TARGETS...
+make_arm_build() {
+  local preset=$1
+  shift
+  configure "$preset" && build "$preset" --target "$@"
+}
+# With the command line as a program of this machine, for the tests with servers.
+make_armv7() {
+  make_arm_build armv7 fluviafs fluvia &&
+    printf '#!/bin/sh\nexec %q %q "$@"\n' "$PWD/scripts/arm-run" "$PWD/build/armv7/tools/fluvia" \
+      >build/armv7/emulated-fluvia &&
+    chmod +x build/armv7/emulated-fluvia
+}
 check "packages of the players" scripts/install-packages players
+check "packages for ARM" scripts/install-packages arm
+check "libraries of ARM" scripts/arm-sysroot
 check "build with the players" make_players
+check "build of the recipes" make_recipes
+behind "build armv7" make_armv7
 run_ctest asan -L players
 check "manual page of fluvia-mount" scripts/checks/manual build/asan/tools/fluvia-mount
-check "build of the recipes" make_recipes
 FLUVIA_MEDIA=$PWD/build/asan/media \
   check "recipes of the README" tests/players/players.sh "$PWD/build/release" readme_recipes

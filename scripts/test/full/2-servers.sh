@@ -1,9 +1,21 @@
 # shellcheck shell=bash
-# The servers people use, each in a folder of its own on loopback.
-check "packages of the servers" scripts/install-packages servers
+# The servers people use, each in a folder of its own on loopback. The emulated tests are built behind
+# them; the part of ARM awaits that.
+ARM_TESTS=(util_tests webs_tests api_tests http_tests process_tests torture_tests)
+servers=()
 for test in tests/servers/*; do
   case $test in
     *.sh | *.cpp) ;;
-    *) check "server $(basename "$test")" timeout --kill-after=10 120 "$test" ;;
+    *) servers+=("$(basename "$test")") ;;
   esac
+done
+
+check "packages of the servers" scripts/install-packages servers
+await "build armv7"
+behind "build armv7-ubsan" make_arm_build armv7-ubsan "${ARM_TESTS[@]}"
+for server in "${servers[@]}"; do
+  beside "server $server" timeout --kill-after=10 120 "tests/servers/$server"
+done
+for server in "${servers[@]}"; do
+  await "server $server"
 done

@@ -1,34 +1,35 @@
 # shellcheck shell=bash
 # 32-bit ARM in an emulator: what the device gets is looked at and transfers files; the tests run on a
 # build that checks alignment and other undefined behaviour. docs/arm.md has what is left out, and why.
+# The Debian packages are made behind them; the part of the packages awaits that.
 . scripts/sanitizers.sh
-
-ARM_TESTS=(util_tests webs_tests api_tests http_tests process_tests torture_tests)
-
-make_arm_build() {
-  local preset=$1
-  shift
-  configure "$preset" && build "$preset" --target "$@"
-}
 
 # arm_server NAME: a test with a real server, its transfers by the emulated command line.
 arm_server() {
-  printf '#!/bin/sh\nexec %q %q "$@"\n' "$PWD/scripts/arm-run" "$PWD/build/armv7/tools/fluvia" \
-    >build/armv7/emulated-fluvia
-  chmod +x build/armv7/emulated-fluvia
   FLUVIA=build/armv7/emulated-fluvia timeout --kill-after=10 300 "tests/servers/$1"
 }
 
-check "packages for ARM" scripts/install-packages arm
-check "libraries of ARM" scripts/arm-sysroot
-check "build armv7" make_arm_build armv7 fluviafs fluvia
-check "build armv7-ubsan" make_arm_build armv7-ubsan "${ARM_TESTS[@]}"
+make_packages() {
+  # The root that the packages are tried in is made meanwhile: one waits for servers, the other computes.
+  tests/packages/make-root &
+  local root=$!
+  scripts/make-packages
+  local result=$?
+  wait "$root" && [ "$result" -eq 0 ]
+}
+
+check "packages for packages" scripts/install-packages packages
 check "ARM library" scripts/checks/arm build/armv7
 check "ARM library, exported names" scripts/checks/exports build/armv7/libfluviafs.so
+await "build armv7-ubsan"
 check "ARM sanitizer sees alignment" scripts/checks/arm-sanitizer build/armv7-ubsan
-check "ARM transfers, nginx" arm_server nginx
-check "ARM transfers, nginx with TLS" arm_server nginx-tls
-check "ARM transfers, large files" arm_server nginx-large
+behind "make the packages" make_packages
+beside "ARM transfers, nginx" arm_server nginx
+beside "ARM transfers, nginx with TLS" arm_server nginx-tls
+beside "ARM transfers, large files" arm_server nginx-large
+await "ARM transfers, nginx"
+await "ARM transfers, nginx with TLS"
+await "ARM transfers, large files"
 
 # 510 threads with stacks of 8 MiB would take all 4 GiB of addresses.
 stack_limit=$(ulimit -S -s)
