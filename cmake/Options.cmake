@@ -5,6 +5,7 @@ option(FLUVIA_PAUSE_POINTS "Compile the named pause points that tests use to for
 option(FLUVIA_CHECK_INVARIANTS "Check the buffer queue's invariants whenever its lock is given back" OFF)
 set(FLUVIA_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them")
 option(FLUVIA_SANITIZE_TESTS "The code of the tests is sanitized too" ON)
+option(FLUVIA_PRECOMPILE_TESTS "The headers that most tests include are read once for all of them" OFF)
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -67,4 +68,9 @@ find_program(CCACHE ccache)
 if(CCACHE)
   set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  if(FLUVIA_PRECOMPILE_TESTS)
+    # What ccache cannot see through a precompiled header: __TIME__ and the like, which nothing here uses,
+    # and macros that are defined before it, which the command line defines for all.
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+  endif()
 endif()
