@@ -30,6 +30,8 @@ class BufferQueueProbe {
     Lock feed(queue.feedLock);
     return queue.connection.state == StreamConnection::kParked;
   }
+  // Of the whole process, which other tests may have left anywhere.
+  static void forgetParkedWaits() { BufferQueue::feedWaitCount = 0; }
   // True while the queue's worker is inside startStreaming.
   static bool isConnecting(BufferQueue& queue) {
     return underLock(queue, &BufferQueue::connecting);

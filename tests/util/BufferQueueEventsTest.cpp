@@ -221,6 +221,7 @@ TEST_F(BufferQueueTest, ParkedTransferServesAReaderOutsideTheBuffer) {
 }
 
 TEST_F(BufferQueueTest, EverySixthWaitOfAParkedTransferDumpsTheBuffer) {
+  BufferQueueProbe::forgetParkedWaits();
   producer.size = 1000;
   make(4);
   auto reading = connect(0, 1000);
