@@ -28,7 +28,9 @@ def packages():
 
 
 def describe(root):
-    changed = output(["git", "status", "--porcelain", "--", "api", "util", "webs", "bench"], root)
+    changed = output(["git", "status", "--porcelain", "--", "api", "util", "webs", "bench",
+                      ":(exclude)bench/RESULTS.md", ":(exclude)bench/plots",
+                      ":(exclude)bench/measurements.json"], root)
     return {
         "commit": output(["git", "rev-parse", "--short=12", "HEAD"], root)
                   + (" with changes" if changed else ""),
