@@ -1,17 +1,20 @@
 // Serves the files of a folder on loopback, with faults, until its standard input ends.
 //
-//   media-server [--plain | --tls] [--drop BYTES] FOLDER
+//   media-server [--plain | --tls] [--drop BYTES] [--missing-once NAME] [--cut-once NAME] FOLDER
 //
 // Prints its address, and with --tls on a second line the file of its certificate. With --drop
-// every connection ends after that many bytes of body. At the end it prints for each file that was
-// asked for: requests, bytes of body, name.
-#include <dirent.h>
+// every connection ends after that many bytes of body. The first request for a file that
+// --missing-once names (more than one may) is answered 404, and the first answer of one that
+// --cut-once names ends in its middle. At the end it prints for each file that was asked for:
+// requests, bytes of body, name (with the folders below FOLDER).
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,15 +24,58 @@
 
 namespace {
 
+// Files of the folder and those below, named from there.
 std::vector<std::string> filesIn(const std::string& folder) {
+  namespace fs = std::filesystem;
   std::vector<std::string> names;
-  DIR* opened = opendir(folder.c_str());
-  if (opened == nullptr) return names;
-  while (const struct dirent* entry = readdir(opened)) {
-    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
+  std::error_code error;
+  for (const auto& entry : fs::recursive_directory_iterator(folder, error)) {
+    if (entry.is_regular_file(error)) {
+      names.push_back(fs::relative(entry.path(), folder, error).string());
+    }
   }
-  closedir(opened);
   return names;
+}
+
+struct Options {
+  bool tls = false;
+  long long drop = -1;
+  std::set<std::string> missingOnce;
+  std::set<std::string> cutOnce;
+  std::string folder;
+};
+
+Options parse(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const bool more = i + 1 < argc;
+    if (strcmp(argv[i], "--tls") == 0) {
+      options.tls = true;
+    } else if (strcmp(argv[i], "--drop") == 0 && more) {
+      options.drop = atoll(argv[++i]);
+    } else if (strcmp(argv[i], "--missing-once") == 0 && more) {
+      options.missingOnce.insert(argv[++i]);
+    } else if (strcmp(argv[i], "--cut-once") == 0 && more) {
+      options.cutOnce.insert(argv[++i]);
+    } else if (strcmp(argv[i], "--plain") != 0) {
+      options.folder = argv[i];
+    }
+  }
+  return options;
+}
+
+support::Behaviour behaviourOf(const Options& options, const std::string& name) {
+  const std::string path = options.folder + "/" + name;
+  const support::Behaviour sound = support::serveFile(path, options.drop);
+  if (options.missingOnce.count(name) > 0) {
+    return support::inTurn({support::answerStatus(404), sound});
+  }
+  if (options.cutOnce.count(name) > 0) {
+    std::error_code error;
+    const auto middle = static_cast<long long>(std::filesystem::file_size(path, error) / 2);
+    return support::inTurn({support::serveFile(path, middle), sound});
+  }
+  return sound;
 }
 
 void waitForEndOfInput() {
@@ -41,32 +87,23 @@ void waitForEndOfInput() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool tls = false;
-  long long drop = -1;
-  std::string folder;
-  for (int i = 1; i < argc; ++i) {
-    if (strcmp(argv[i], "--tls") == 0) {
-      tls = true;
-    } else if (strcmp(argv[i], "--drop") == 0 && i + 1 < argc) {
-      drop = atoll(argv[++i]);
-    } else if (strcmp(argv[i], "--plain") != 0) {
-      folder = argv[i];
-    }
-  }
-  const std::vector<std::string> names = filesIn(folder);
+  const Options options = parse(argc, argv);
+  const std::vector<std::string> names = filesIn(options.folder);
   if (names.empty()) {
-    fprintf(stderr, "usage: media-server [--plain | --tls] [--drop BYTES] FOLDER\n");
+    fprintf(stderr,
+            "usage: media-server [--plain | --tls] [--drop BYTES] [--missing-once NAME]"
+            " [--cut-once NAME] FOLDER\n");
     return 2;
   }
   support::TestCertificate certificate;
-  const auto server =
-      tls ? std::make_unique<support::FaultServer>(certificate.certificate(), certificate.key())
-          : std::make_unique<support::FaultServer>();
+  const auto server = options.tls ? std::make_unique<support::FaultServer>(
+                                        certificate.certificate(), certificate.key())
+                                  : std::make_unique<support::FaultServer>();
   for (const std::string& name : names) {
-    server->on("/" + name, support::serveFile(folder + "/" + name, drop));
+    server->on("/" + name, behaviourOf(options, name));
   }
   printf("%s\n", server->url("").c_str());
-  if (tls) printf("%s\n", certificate.certificate().c_str());
+  if (options.tls) printf("%s\n", certificate.certificate().c_str());
   fflush(stdout);
   waitForEndOfInput();
   for (const std::string& name : names) {

@@ -3,9 +3,7 @@
 //   slow-link PORT ROUND-TRIP-MS [BYTES-PER-SECOND]
 //
 // Prints the port of 127.0.0.1 that leads to PORT, and at the end of standard input the connections
-// and bytes that came down.
-#include <unistd.h>
-
+// and bytes that came down. A number on standard input is its rate from then on.
 #include <cstdio>
 #include <cstdlib>
 
@@ -19,9 +17,8 @@ int main(int argc, char** argv) {
   support::SlowLink link(atoi(argv[1]), atoi(argv[2]), argc > 3 ? atoll(argv[3]) : 0);
   printf("%d\n", link.port());
   fflush(stdout);
-  char ignored[64];
-  while (read(STDIN_FILENO, ignored, sizeof ignored) > 0) {
-  }
+  char line[64];
+  while (fgets(line, sizeof line, stdin) != nullptr) link.setRate(atoll(line));
   printf("%d %lld\n", link.connectionCount(), link.bytesDown());
   return 0;
 }

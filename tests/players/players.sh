@@ -195,6 +195,7 @@ mount_media() {
 # The media, and what each player makes of them without us.
 make_media() {
   "$here/fixtures.sh" "$media"
+  "$here/hls_fixtures.sh" "$media/film.mkv" "$media/hls"
   rm -rf "$reference"
   mkdir -p "$reference"
   local player file

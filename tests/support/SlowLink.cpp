@@ -220,6 +220,11 @@ void SlowLink::closeBoth(Connection* connection) {
   }
 }
 
+void SlowLink::setRate(long long rate) {
+  const std::lock_guard<std::mutex> guard(lock);
+  bytesPerSecond = rate;
+}
+
 long long SlowLink::bytesDown() const {
   const std::lock_guard<std::mutex> guard(lock);
   return carriedDown;

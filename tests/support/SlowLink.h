@@ -29,6 +29,8 @@ class SlowLink {
   SlowLink& operator=(const SlowLink&) = delete;
 
   int port() const { return listeningPort; }
+  // From now on.
+  void setRate(long long rate);
   // Bytes handed down to clients, headers included, and connections made, so far.
   long long bytesDown() const;
   int connectionCount() const;
@@ -60,12 +62,12 @@ class SlowLink {
 
   const int target;
   const std::chrono::microseconds oneWay;
-  const long long bytesPerSecond;
   int listener = -1;
   int wakePipe[2] = {-1, -1};
   int listeningPort = 0;
   mutable std::mutex lock;
   bool stopping = false;
+  long long bytesPerSecond;
   Clock::time_point linkFree = Clock::now();
   long long carriedDown = 0;
   int accepted = 0;
