@@ -15,6 +15,8 @@ struct FluviaStream {
   FluviaStreamSettings settings;
   FluviaOutage outage;
   int connected; /* the first byte was there, or the end */
+  int started;   /* it was asked for in advance */
+  char early;    /* where it goes then, until the handle is closed */
   int seekable;
   long long size;
   long long position;
@@ -298,6 +300,21 @@ static int recover(FluviaStream* stream, int result) {
   stream->final = result;
   notify(stream, FLUVIA_STREAM_FAILS, stream->problem);
   return result;
+}
+
+/* Connecting reads the byte again, out of the buffer. */
+static void dropEarly(int request, void* data, int status, int got) {
+  (void)request;
+  (void)data;
+  (void)status;
+  (void)got;
+}
+
+void fluvia_stream_start(FluviaStream* stream) {
+  int request = 0;
+  if (stream->connected || stream->started || stream->handle == 0) return;
+  stream->started = 1;
+  x_fluvia_file_read_async(stream->handle, &stream->early, 1, dropEarly, NULL, &request);
 }
 
 int fluvia_stream_connect(FluviaStream* stream) {

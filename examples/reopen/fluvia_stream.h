@@ -71,6 +71,12 @@ int fluvia_stream_open(FluviaStream** stream, const char* name,
 int fluvia_stream_connect(FluviaStream* stream);
 
 /*
+ * Has the library connect, and waits for nothing: a later connect has less to wait for. A failure
+ * shows there.
+ */
+void fluvia_stream_start(FluviaStream* stream);
+
+/*
  * Reads at most size bytes, as many as there are before the end or a failure. With FVFR_OK *got is
  * not 0. During an outage it waits and opens the resource anew.
  */

@@ -378,6 +378,41 @@ TEST(FluviaStream, GoesOnWhereItsHandleWasReadTo) {
   EXPECT_NE(fluvia_stream_handle(film.stream), 0);
 }
 
+TEST(FluviaStream, StartConnectsAndCostsNoByteAndNoRequest) {
+  FaultServer server;
+  for (const long long size : {1LL, 2LL, 3000000LL}) {
+    const std::string path = "/film" + std::to_string(size);
+    server.on(path, serveRanges(size));
+    Streamed film(server.url(path));
+    fluvia_stream_start(film.stream);
+    fluvia_stream_start(film.stream);
+    ASSERT_TRUE(server.waitForRequests(path, 1)) << "nobody reads";
+    EXPECT_EQ(film.readTo(size + 1), FVFR_END_OF_FILE);
+    EXPECT_EQ(fluvia_stream_position(film.stream), size);
+    EXPECT_EQ(server.requestCount(path), 1) << size;
+  }
+}
+
+TEST(FluviaStream, StartThatFailsIsTriedAgainByTheReader) {
+  FaultServer server;
+  server.on("/film", inTurn({answerStatus(503), answerStatus(503), serveRanges(100000)}));
+  Streamed film(server.url("/film"));
+  fluvia_stream_start(film.stream);
+  EXPECT_EQ(film.readTo(100000), FVFR_OK);
+}
+
+TEST(FluviaStream, StartWaitsForNothingAndNeitherDoesClose) {
+  FaultServer server;
+  server.on("/silent", staySilent());
+  const auto begin = Clock::now();
+  {
+    Streamed film(server.url("/silent"));
+    fluvia_stream_start(film.stream);
+    ASSERT_TRUE(server.waitForRequests("/silent", 1));
+  }
+  EXPECT_LT(secondsSince(begin), patience(5)) << "the library would wait for ten";
+}
+
 TEST(FluviaStream, RefusesWhatTheLibraryRefuses) {
   FluviaStream* stream = nullptr;
   const FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
