@@ -66,16 +66,24 @@ static void configure(mpv_handle* player, const Options* options) {
   }
 }
 
-/* Until the source ends, or the viewer does. */
+/* Until the source ends, or the viewer does. What a playlist names is played one by one. */
 static int watch(mpv_handle* player) {
+  int started = 0;
+  int failed = 0;
+  mpv_observe_property(player, 0, "idle-active", MPV_FORMAT_FLAG);
   for (;;) {
     const mpv_event* event = mpv_wait_event(player, -1);
-    if (event->event_id == MPV_EVENT_SHUTDOWN) return 0;
+    if (event->event_id == MPV_EVENT_SHUTDOWN) return failed;
+    if (event->event_id == MPV_EVENT_START_FILE) started = 1;
+    if (event->event_id == MPV_EVENT_PROPERTY_CHANGE && started) {
+      const mpv_event_property* property = event->data;
+      if (property->format == MPV_FORMAT_FLAG && *(const int*)property->data) return failed;
+    }
     if (event->event_id != MPV_EVENT_END_FILE) continue;
     const mpv_event_end_file* end = event->data;
-    if (end->reason != MPV_END_FILE_REASON_ERROR) return 0;
+    if (end->reason != MPV_END_FILE_REASON_ERROR) continue;
     fprintf(stderr, "player: %s\n", mpv_error_string(end->error));
-    return 1;
+    failed = 1;
   }
 }
 

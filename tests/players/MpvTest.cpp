@@ -88,4 +88,26 @@ TEST(FluviaMpv, MissingFileIsAnErrorAtOnce) {
   EXPECT_EQ(server.requestCount("/missing"), 1);
 }
 
+// mpv's demuxer for HLS would have FFmpeg open what the playlist names; without it mpv takes the
+// playlist for a list of films, and asks the streams for those.
+TEST(FluviaMpv, HlsIsAListOfItsPiecesAndNobodyElseAsks) {
+  support::FaultServer server;
+  const std::string playlist =
+      "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\npiece.ts\n#EXT-X-ENDLIST\n";
+  server.on("/film.m3u8", [&](support::Exchange& exchange) {
+    exchange.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(playlist.size()) +
+                  "\r\n\r\n" + playlist);
+  });
+  server.on("/piece.ts", support::serveRanges(300000));
+  Player player(server.url("/film.m3u8"));
+  EXPECT_EQ(player.waitForEnd(), MPV_END_FILE_REASON_REDIRECT);
+  ASSERT_TRUE(server.waitForRequests("/piece.ts", 1));
+  for (const char* path : {"/film.m3u8", "/piece.ts"}) {
+    for (const support::Request& request : server.requests(path)) {
+      EXPECT_EQ(request.header("User-Agent").find("Lavf"), std::string::npos) << path;
+      EXPECT_EQ(request.header("Icy-MetaData"), "") << path << ": FFmpeg's";
+    }
+  }
+}
+
 }  // namespace
