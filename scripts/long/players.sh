@@ -38,7 +38,41 @@ measure_players() (
     tests/players/measure.py picture "$out/players.csv" >"$out/players.svg"
 )
 
+# Half of it as HLS, in pieces of six seconds: some with more bytes than a buffer, none with all.
+make_measured_hls() {
+  local out=build/player-figures/media
+  [ ! -e "$out/hls/complete" ] || return 0
+  mkdir -p "$out/hls"
+  ffmpeg -nostdin -hide_banner -loglevel error -y -i "$out/film.mkv" -t 30 -c copy -f hls -hls_time 6 \
+    -hls_list_size 0 -hls_playlist_type vod -hls_segment_filename "$out/hls/piece%02d.ts" \
+    "$out/hls/film.m3u8" && touch "$out/hls/complete"
+}
+
+measure_hls() (
+  local out=$PWD/build/player-figures plain tls code=0
+  plain=$(mktemp -d)
+  tls=$(mktemp -d)
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout "$tls/key.pem" -out "$tls/cert.pem" -days 2 \
+    -subj /CN=127.0.0.1 2>"$tls/openssl.log" || return 1
+  start_nginx "$plain" "$out/media/hls" || return 1
+  local plain_port=$NGINX_PORT plain_id=$NGINX_PID
+  # Both write one log: it is counted.
+  ln -s "$plain/access.log" "$tls/access.log"
+  NGINX_LISTEN=ssl start_nginx "$tls" "$out/media/hls" \
+    "ssl_certificate $tls/cert.pem; ssl_certificate_key $tls/key.pem;" || code=1
+  if [ "$code" -eq 0 ]; then
+    tests/players/measure_hls.py run "$PWD/build/release" "$plain_port" "$NGINX_PORT" \
+      "$plain/access.log" film.m3u8 "${FLUVIA_ROUNDS:-3}" >"$out/hls.csv" || code=1
+  fi
+  kill "$plain_id" "$NGINX_PID"
+  wait "$plain_id" "$NGINX_PID" || true
+  rm -rf "$plain" "$tls"
+  [ "$code" -eq 0 ] && tests/players/measure_hls.py table "$out/hls.csv" >"$out/hls.md"
+)
+
 check "packages of the players" scripts/install-packages players servers
 check "build with the players" make_measured_players
 check "media to measure with" make_measured_media
 check "figures of the players" measure_players
+check "HLS to measure with" make_measured_hls
+check "figures of HLS" measure_hls

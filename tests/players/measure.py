@@ -60,13 +60,18 @@ class Link:
 
     def end(self):
         """Requests made and bytes sent. The server notes a request when it has ended."""
+        return self.end_with_connections()[:2]
+
+    def end_with_connections(self):
+        """The same, and the connections."""
         out, _ = self.process.communicate("")
         quiet_since, seen = time.monotonic(), self.lines()
         while time.monotonic() - quiet_since < 0.3:
             time.sleep(0.02)
             if self.lines() != seen:
                 quiet_since, seen = time.monotonic(), self.lines()
-        return seen - self.before, int(out.split()[1])
+        connections, sent = out.split()
+        return seen - self.before, int(sent), int(connections)
 
 
 def play(build, port, log, round_trip, command, prefix, file, seeks):
