@@ -1,13 +1,11 @@
 /*
- * An AVIOContext over libfluviafs, to be taken over into a player: this header, fluvia_avio.c and
- * ../reopen.
+ * An AVIOContext over libfluviafs, to be taken over into a player: this header with the files
+ * fluvia_* beside it, and ../reopen.
  *
  *   FluviaAvio* source = NULL;
- *   AVFormatContext* format = avformat_alloc_context();
- *   if (fluvia_avio_open(&source, "http://server/film.mp4", NULL) == 0 &&
- *       fluvia_avio_connect(source) == 0) {
- *     format->pb = fluvia_avio_context(source);
- *     avformat_open_input(&format, NULL, NULL, NULL);
+ *   AVFormatContext* format = NULL;
+ *   if (fluvia_avio_open(&source, "http://server/film.m3u8", NULL) == 0 &&
+ *       fluvia_avio_open_input(source, &format, NULL) == 0) {
  *     ...
  *     avformat_close_input(&format);
  *   }
@@ -19,7 +17,7 @@
 #ifndef FLUVIA_AVIO_H_
 #define FLUVIA_AVIO_H_
 
-#include <libavformat/avio.h>
+#include <libavformat/avformat.h>
 
 #include "../reopen/fluvia_stream.h"
 
@@ -40,6 +38,28 @@ int fluvia_avio_connect(FluviaAvio* source);
 
 /* The context, for AVFormatContext.pb. It belongs to the source. */
 AVIOContext* fluvia_avio_context(FluviaAvio* source);
+
+/*
+ * Opens a demuxer on the source, as avformat_open_input() does with its name: connects, sets what
+ * follows in *format (made when it is null, and freed and null after a failure) and passes options
+ * on. Close it by avformat_close_input() before the source.
+ *
+ * From then on all that the demuxer opens comes through the library, with the source's settings:
+ * the playlists of HLS, keys, initialisation pieces, segments and ranges of them. A local source
+ * may name what is local and what is not, another one only the latter. FFmpeg's own access to
+ * anything else is shut off (protocol_whitelist, unless it is set). DASH is refused with
+ * AVERROR_PATCHWELCOME: FFmpeg's demuxer for it opens its pieces without asking anybody.
+ *
+ * Sets io_open, io_close2, pb and interrupt_callback; one that is set already is asked as well.
+ * fluvia_avio_abort() ends it all.
+ */
+int fluvia_avio_open_input(FluviaAvio* source, AVFormatContext** format, AVDictionary** options);
+
+/*
+ * How many resources that the demuxer opened beside the first one could not be had or read to their
+ * end. The demuxer leaves them out and says nothing; fluvia_avio_problem() tells of the last one.
+ */
+int fluvia_avio_missing(const FluviaAvio* source);
 
 /*
  * What is wrong, in words, after a failure: AVERROR(ESTALE) is "the resource has changed". Some

@@ -1,20 +1,23 @@
 /*
  * Decodes a file or URL through the library and prints a checksum of every frame.
  *
- *   frames [--plain] [--ca FILE] [--reopen SECONDS] [--seeks N] [--byte-seeks N] [--seed N]
- *          [--timing] SOURCE
+ *   frames [--plain] [--ca FILE] [--user-agent NAME] [--reopen SECONDS] [--seeks N] [--byte-seeks
+ * N]
+ *          [--seed N] [--timing] [--waits] [--paced] [--adapt] SOURCE
  *
  * A line is the stream's kind and number, the frame's time in its stream's units and the MD5 of its
  * picture or samples. --plain reads with FFmpeg's own file and HTTP access instead, to compare.
  * --reopen sets how long an outage is borne (0: not at all). --seeks goes to N random times and
  * prints the first picture (or sound) at or after each;
  * --byte-seeks goes to N random bytes and prints the packet found there. --timing prints to
- * standard error how many milliseconds the first frame and each seek took.
+ * standard error how many milliseconds the first frame and each seek took; --waits decodes all and
+ * prints there the longest wait for a packet; --paced does so in the time of the medium, and prints
+ * how long a viewer would have seen it stand still. --adapt plays one rate of a medium that has
+ * several: after every 50 pictures the highest that three quarters of the speed suffice for.
  */
 #include <fluviafs.h>
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
 #include <libavutil/md5.h>
 #include <libavutil/mem.h>
 #include <stdio.h>
@@ -23,6 +26,7 @@
 #include <time.h>
 
 #include "fluvia_avio.h"
+#include "frame_sum.h"
 
 enum { kMostStreams = 16 };
 
@@ -31,11 +35,36 @@ typedef struct Options {
   int seeks;
   int byteSeeks;
   int timing;
+  int waits;
+  int paced;
+  int adapt;
   unsigned int seed;
   int reopen; /* seconds */
   const char* authorities;
+  const char* userAgent;
   const char* source;
 } Options;
+
+/* In milliseconds. */
+typedef struct Pace {
+  int measured;
+  int kept;       /* waits until the time of each packet has come */
+  int begun;      /* there was a packet */
+  double longest; /* wait for a packet, after the first one */
+  double zero;    /* on our clock, when the medium's time was 0 */
+  double stalled;
+  int stalls;
+  struct timespec since;
+} Pace;
+
+typedef struct Adapt {
+  int on;
+  int program; /* that is played */
+  int pictures;
+  long long bytes;
+  double waited;            /* milliseconds for them */
+  int begins[kMostStreams]; /* the stream has just been chosen: no key picture yet */
+} Adapt;
 
 typedef struct Player {
   FluviaAvio* source;
@@ -45,6 +74,8 @@ typedef struct Player {
   AVFrame* frame;
   struct timespec begin;
   int timing;
+  Pace pace;
+  Adapt adapt;
   int64_t wanted; /* frames of stream main before this time are not printed */
   int main;
   int once; /* stop after the first printed frame of stream main */
@@ -68,47 +99,21 @@ static int fail(const char* what, int error) {
   return error;
 }
 
-/* The source's own words, where it has some. */
-static int failRead(const Player* player, int error) {
-  if (player->source != NULL) {
+/* In the source's own words, where it has some. */
+static int failSource(const Player* player, const char* what, int error) {
+  if (player->source != NULL && fluvia_avio_problem(player->source)[0] != '\0') {
     fprintf(stderr, "frames: %s\n", fluvia_avio_problem(player->source));
   }
-  return fail("read", error);
+  return fail(what, error);
 }
 
-static void printMd5(const uint8_t digest[16]) {
-  for (int i = 0; i < 16; ++i) printf("%02x", digest[i]);
-  printf("\n");
-}
-
-static int printPicture(const AVFrame* frame) {
-  const int size = av_image_get_buffer_size(frame->format, frame->width, frame->height, 1);
-  uint8_t* bytes = size > 0 ? av_malloc((size_t)size) : NULL;
-  uint8_t digest[16];
-  if (bytes == NULL) return AVERROR(ENOMEM);
-  av_image_copy_to_buffer(bytes, size, (const uint8_t* const*)frame->data, frame->linesize,
-                          frame->format, frame->width, frame->height, 1);
-  av_md5_sum(digest, bytes, (size_t)size);
-  av_free(bytes);
-  printMd5(digest);
-  return 0;
-}
-
-static int printSound(const AVFrame* frame) {
-  const int planar = av_sample_fmt_is_planar(frame->format);
-  const int channels = frame->ch_layout.nb_channels;
-  const int planes = planar ? channels : 1;
-  const int each = planar ? 1 : channels;
-  const size_t bytes = (size_t)(frame->nb_samples * each * av_get_bytes_per_sample(frame->format));
-  struct AVMD5* sum = av_md5_alloc();
-  uint8_t digest[16];
-  if (sum == NULL) return AVERROR(ENOMEM);
-  av_md5_init(sum);
-  for (int i = 0; i < planes; ++i) av_md5_update(sum, frame->extended_data[i], bytes);
-  av_md5_final(sum, digest);
-  av_free(sum);
-  printMd5(digest);
-  return 0;
+/* What the demuxer went on without. */
+static int tellMissing(const Player* player) {
+  const int missing = player->source == NULL ? 0 : fluvia_avio_missing(player->source);
+  if (missing == 0) return 0;
+  fprintf(stderr, "frames: %d of what the playlist names is missing; %s\n", missing,
+          fluvia_avio_problem(player->source));
+  return AVERROR(EIO);
 }
 
 static int printFrame(Player* player, int stream) {
@@ -119,7 +124,7 @@ static int printFrame(Player* player, int stream) {
     player->found = 1;
   }
   printf("%s %d %lld ", video ? "video" : "audio", stream, (long long)frame->best_effort_timestamp);
-  return video ? printPicture(frame) : printSound(frame);
+  return video ? frame_sum_picture(frame) : frame_sum_sound(frame);
 }
 
 /* Prints what the decoder of a stream has ready. */
@@ -142,16 +147,111 @@ static int decode(Player* player, const AVPacket* packet, int stream) {
   return drain(player, stream);
 }
 
+/* Rests until the packet's time has come, or notes how late it is: the medium then stands still. */
+static void keepPace(Player* player) {
+  Pace* pace = &player->pace;
+  const AVPacket* packet = player->packet;
+  if (packet->stream_index != player->main || packet->dts == AV_NOPTS_VALUE) return;
+  const AVRational base = player->format->streams[player->main]->time_base;
+  const double due = pace->zero + (double)packet->dts * av_q2d(base) * 1e3;
+  const double early = due - milliseconds(&pace->since);
+  if (pace->zero == 0 || early < 0) {
+    if (pace->zero != 0) {
+      pace->stalled -= early;
+      ++pace->stalls;
+    }
+    pace->zero -= early;
+    return;
+  }
+  const long us = (long)(early * 1e3);
+  const struct timespec rest = {us / 1000000, us % 1000000 * 1000};
+  nanosleep(&rest, NULL);
+}
+
+static long long rateOf(const Player* player, int program) {
+  const AVProgram* of = player->format->programs[program];
+  const AVDictionaryEntry* rate = av_dict_get(of->metadata, "variant_bitrate", NULL, 0);
+  return rate == NULL ? 0 : atoll(rate->value);
+}
+
+/* Only the streams of that program are fetched from now on. */
+static int chooseProgram(Player* player, int program) {
+  int result = 0;
+  for (int i = 0; i < (int)player->format->nb_streams && i < kMostStreams; ++i) {
+    AVStream* stream = player->format->streams[i];
+    const AVProgram* of = player->format->programs[program];
+    int chosen = 0;
+    for (unsigned int k = 0; k < of->nb_stream_indexes; ++k) {
+      chosen = chosen || (int)of->stream_index[k] == i;
+    }
+    const int left = !chosen && stream->discard != AVDISCARD_ALL;
+    stream->discard = chosen ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    if (chosen && stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) player->main = i;
+    if (!left || player->decoders[i] == NULL) continue;
+    result = decode(player, NULL, i);
+    avcodec_flush_buffers(player->decoders[i]);
+    player->adapt.begins[i] = 1;
+    if (result < 0) break;
+  }
+  player->adapt.program = program;
+  fprintf(stderr, "rate %d\n", program);
+  return result;
+}
+
+/* Notes a packet that took so long, and chooses anew after every 50 pictures. */
+static int adapt(Player* player, double waited) {
+  Adapt* state = &player->adapt;
+  state->bytes += player->packet->size;
+  state->waited += waited;
+  if (player->packet->stream_index == player->main) ++state->pictures;
+  if (state->pictures < 50 || state->waited <= 0) return 0;
+  const double speed = (double)state->bytes * 8e3 / state->waited;
+  int best = -1;
+  int lowest = 0;
+  for (int i = 0; i < (int)player->format->nb_programs; ++i) {
+    if (rateOf(player, i) < rateOf(player, lowest)) lowest = i;
+    const int affordable = (double)rateOf(player, i) < speed * 0.75;
+    if (affordable && (best < 0 || rateOf(player, i) > rateOf(player, best))) best = i;
+  }
+  if (best < 0) best = lowest;
+  state->pictures = 0;
+  state->bytes = 0;
+  state->waited = 0;
+  return best == state->program ? 0 : chooseProgram(player, best);
+}
+
+/* Whether a packet is to be left out: its stream has been chosen amid a group of pictures. */
+static int isHeadless(Player* player, const AVPacket* packet) {
+  if (packet->stream_index >= kMostStreams || !player->adapt.on) return 0;
+  int* begins = &player->adapt.begins[packet->stream_index];
+  if ((packet->flags & AV_PKT_FLAG_KEY) != 0) *begins = 0;
+  return *begins;
+}
+
+static int readPacket(Player* player) {
+  Pace* pace = &player->pace;
+  if (!pace->measured) return av_read_frame(player->format, player->packet);
+  const double began = milliseconds(&pace->since);
+  const int result = av_read_frame(player->format, player->packet);
+  const double wait = milliseconds(&pace->since) - began;
+  if (pace->begun && result >= 0 && wait > pace->longest) pace->longest = wait;
+  pace->begun = 1;
+  if (result >= 0 && pace->kept) keepPace(player);
+  return result < 0 || !player->adapt.on ? result : adapt(player, wait);
+}
+
 /* Decodes to the end, or to the first frame that was wanted. */
 static int play(Player* player) {
   int result = 0;
   while (!(player->once && player->found)) {
-    result = av_read_frame(player->format, player->packet);
+    result = readPacket(player);
     /* To some demuxers a failed read is the end. */
     if (result == AVERROR_EOF && player->format->pb->error < 0) result = player->format->pb->error;
     if (result == AVERROR_EOF) break;
-    if (result < 0) return failRead(player, result);
-    result = decode(player, player->packet, player->packet->stream_index);
+    if (result < 0) return failSource(player, "read", result);
+    if (!isHeadless(player, player->packet)) {
+      result = decode(player, player->packet, player->packet->stream_index);
+    }
     av_packet_unref(player->packet);
     if (result < 0) return result;
   }
@@ -179,6 +279,7 @@ static int openDecoder(Player* player, int index) {
 static void applySettings(int handle, void* data) {
   const Options* options = data;
   if (options->authorities != NULL) x_fluvia_file_http_set_CA(handle, options->authorities);
+  if (options->userAgent != NULL) x_fluvia_file_http_set_userAgent(handle, options->userAgent);
 }
 
 static void printNotice(FluviaStreamNotice notice, const char* text, void* data) {
@@ -196,13 +297,8 @@ static int openSource(Player* player, Options* options) {
   settings.apply = applySettings;
   settings.notice = printNotice;
   settings.data = options;
-  int result = fluvia_avio_open(&player->source, options->source, &settings);
-  if (result == 0) result = fluvia_avio_connect(player->source);
-  if (result < 0) return result;
-  player->format = avformat_alloc_context();
-  if (player->format == NULL) return AVERROR(ENOMEM);
-  player->format->pb = fluvia_avio_context(player->source);
-  return avformat_open_input(&player->format, NULL, NULL, NULL);
+  const int result = fluvia_avio_open(&player->source, options->source, &settings);
+  return result < 0 ? result : fluvia_avio_open_input(player->source, &player->format, NULL);
 }
 
 static int openPlayer(Player* player, Options* options) {
@@ -210,7 +306,7 @@ static int openPlayer(Player* player, Options* options) {
   player->frame = av_frame_alloc();
   if (player->packet == NULL || player->frame == NULL) return AVERROR(ENOMEM);
   int result = openSource(player, options);
-  if (result < 0) return fail("open", result);
+  if (result < 0) return failSource(player, "open", result);
   result = avformat_find_stream_info(player->format, NULL);
   if (result < 0) return fail("find the streams", result);
   player->main = av_find_best_stream(player->format, AVMEDIA_TYPE_VIDEO, -1, -1, NULL, 0);
@@ -254,6 +350,12 @@ static int firstFrame(Player* player) {
   return result;
 }
 
+static void tellPace(const Player* player) {
+  const Pace* pace = &player->pace;
+  fprintf(stderr, "longest wait %.1f ms\n", pace->longest);
+  if (pace->kept) fprintf(stderr, "stalled %.1f ms in %d places\n", pace->stalled, pace->stalls);
+}
+
 static int seekTimes(Player* player, const Options* options) {
   unsigned int seed = options->seed;
   const AVStream* stream = player->format->streams[player->main];
@@ -292,7 +394,7 @@ static int seekBytes(Player* player, const Options* options) {
     av_md5_sum(digest, player->packet->data, (size_t)player->packet->size);
     printf("byte %lld of %lld: packet of stream %d at %lld ", (long long)to, (long long)size,
            player->packet->stream_index, (long long)player->packet->pos);
-    printMd5(digest);
+    frame_sum_print(digest);
     av_packet_unref(player->packet);
   }
   return 0;
@@ -305,8 +407,16 @@ static int parse(int argc, char** argv, Options* options) {
       options->plain = 1;
     } else if (strcmp(argv[i], "--timing") == 0) {
       options->timing = 1;
+    } else if (strcmp(argv[i], "--waits") == 0) {
+      options->waits = 1;
+    } else if (strcmp(argv[i], "--paced") == 0) {
+      options->waits = options->paced = 1;
+    } else if (strcmp(argv[i], "--adapt") == 0) {
+      options->waits = options->adapt = 1;
     } else if (strcmp(argv[i], "--ca") == 0) {
       options->authorities = next, ++i;
+    } else if (strcmp(argv[i], "--user-agent") == 0) {
+      options->userAgent = next, ++i;
     } else if (strcmp(argv[i], "--reopen") == 0) {
       options->reopen = atoi(next), ++i;
     } else if (strcmp(argv[i], "--seeks") == 0) {
@@ -331,20 +441,29 @@ int main(int argc, char** argv) {
   options.reopen = FLUVIA_OUTAGE_SECONDS;
   if (parse(argc, argv, &options) != 0) {
     fprintf(stderr,
-            "usage: frames [--plain] [--ca FILE] [--reopen SECONDS] [--seeks N] [--byte-seeks N]"
-            " [--seed N] [--timing] SOURCE\n");
+            "usage: frames [--plain] [--ca FILE] [--user-agent NAME] [--reopen SECONDS] [--seeks N]"
+            " [--byte-seeks N] [--seed N] [--timing] [--waits] [--paced] [--adapt] SOURCE\n");
     return 2;
   }
   av_log_set_level(AV_LOG_FATAL);
   player.timing = options.timing;
+  player.pace.measured = options.waits;
+  player.pace.kept = options.paced;
   clock_gettime(CLOCK_MONOTONIC, &player.begin);
+  player.pace.since = player.begin;
+  player.adapt.on = options.adapt;
   int result = openPlayer(&player, &options);
   if (result >= 0 && options.timing) result = firstFrame(&player);
   if (result >= 0 && options.seeks > 0) result = seekTimes(&player, &options);
   if (result >= 0 && options.byteSeeks > 0) result = seekBytes(&player, &options);
-  if (result >= 0 && options.seeks == 0 && options.byteSeeks == 0 && !options.timing) {
-    result = play(&player);
+  const int only = options.seeks > 0 || options.byteSeeks > 0 || options.timing;
+  if (result >= 0 && (!only || options.waits)) {
+    player.once = 0;
+    if (options.adapt && player.format->nb_programs > 0) result = chooseProgram(&player, 0);
+    if (result >= 0) result = play(&player);
+    if (options.waits) tellPace(&player);
   }
+  if (result >= 0) result = tellMissing(&player);
   closePlayer(&player);
   return result < 0 ? 1 : 0;
 }

@@ -58,7 +58,7 @@ make_hls_rates() {
   mkdir -p "$2/rates"
   hls_run -i "$1" -filter_complex "[0:v]split=3[a][b][c];[a]scale=160:90[low];[b]scale=320:180[mid];[c]scale=640:360[high]" \
     -map "[low]" -map 0:a -map "[mid]" -map 0:a -map "[high]" -map 0:a \
-    -c:v libx264 -preset ultrafast -threads 1 -g 50 -sc_threshold 0 -pix_fmt yuv420p \
+    -fps_mode passthrough -c:v libx264 -preset ultrafast -threads 1 -g 50 -sc_threshold 0 -pix_fmt yuv420p \
     -b:v:0 200k -b:v:1 800k -b:v:2 2400k -c:a copy "${hls_options[@]}" \
     -master_pl_name master.m3u8 -var_stream_map "v:0,a:0 v:1,a:1 v:2,a:2" \
     -hls_segment_filename "$2/rates/rate%v-%02d.ts" "$2/rates/rate%v.m3u8"

@@ -8,6 +8,9 @@
 # PLAYER_busy_N       the same, while it answers 503
 # PLAYER_silent_N     the same, while it says nothing
 # PLAYER_replaced     the same, and when it is back it has another film under the name
+# PLAYER_hls_over_WAY every frame of every kind of HLS, as the same player decodes it from the files
+# PLAYER_hls_FAULT    the same, with a server that does something wrong
+# PLAYER_hls_live     HLS that is being made
 #
 # FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
 set -euo pipefail
@@ -19,6 +22,8 @@ media=${FLUVIA_MEDIA:-$build/media}
 reference=$build/media-reference
 films="film.mkv film.mp4 fragmented.mp4 film.ts"
 everything="$films sound.mp3 sound.flac"
+adaptive="ts fmp4 bytes fmp4bytes aes rates"
+agent=fluvia-players/1
 seed=${FLUVIA_SEED:-$RANDOM}
 # GStreamer keeps a list of its elements; that of the person who tests stays as it is.
 export GST_REGISTRY=$build/gst-registry.bin
@@ -31,6 +36,7 @@ server_id=""
 link_id=""
 nginx_id=""
 faulty_id=""
+live_id=""
 ca=""
 cleanup() {
   if [ -n "$mount_id" ]; then
@@ -43,6 +49,7 @@ cleanup() {
     wait "$nginx_id" || true
   fi
   if [ -n "$faulty_id" ]; then kill "$faulty_id" 2>/dev/null || true; fi
+  if [ -n "$live_id" ]; then kill "$live_id" 2>/dev/null || true; fi
   if [ -n "$link_id" ]; then
     exec 5>&-
     wait "$link_id" || true
@@ -77,11 +84,11 @@ serve() {
   if [ "$1" = --tls ]; then read -r -t 60 ca <&7; fi
 }
 
-# lengthen MS: puts a round trip between the players and the server.
+# lengthen MS [BYTES-PER-SECOND]: puts a round trip between the players and the server.
 lengthen() {
   local port
   mkfifo link-input link-port
-  "$build/tests/players/slow-link" "${served##*:}" "$1" <link-input >link-port &
+  "$build/tests/players/slow-link" "${served##*:}" "$@" <link-input >link-port &
   link_id=$!
   exec 5>link-input 4<link-port
   read -r -t 60 port <&4 || fail "the link does not start"
@@ -167,6 +174,14 @@ pictures() {
   sed -n 's/^video .* //p' "$1"
 }
 
+# The playlist of a kind of HLS, below the folder of all of them.
+playlist_of() {
+  case $1 in
+    rates) echo rates/master.m3u8 ;;
+    *) echo "$1/film.m3u8" ;;
+  esac
+}
+
 # mount_media [options]: mounts all media on mnt. The test is skipped where there is no /dev/fuse for us.
 mount_media() {
   local file sources=()
@@ -206,6 +221,14 @@ make_media() {
     done
     ln "$reference/ffmpeg.$file" "$reference/mount.$file"
   done
+  for file in $adaptive; do
+    plain ffmpeg "$media/hls/$(playlist_of "$file")" >"$reference/ffmpeg.hls.$file"
+  done
+  for file in ts fmp4 bytes fmp4bytes aes; do
+    pictures "$reference/ffmpeg.hls.$file" >expected
+    pictures "$reference/ffmpeg.film.mp4" | cmp - expected || fail "$file has other pictures than the film"
+  done
+  [ "$(pictures "$reference/ffmpeg.hls.rates" | wc -l)" -eq 1500 ] || fail "not 500 pictures of each rate"
   for file in $films; do
     pictures "$reference/ffmpeg.$file" >expected
     [ "$(wc -l <expected)" -eq 500 ] || fail "$file has not 500 pictures but $(wc -l <expected)"
@@ -278,6 +301,214 @@ play_with_outage() {
     tries=$((tries - 1))
     [ "$tries" -gt 0 ] || fail "it does not begin: $(cat errors)"
   done
+}
+
+# serve_folder FOLDER [LINES]: nginx serves it; with the file cert.pem here over https.
+serve_folder() {
+  local scheme=http lines=${2:-}
+  # shellcheck disable=SC1091  # it is the one of the repository
+  . "$here/../../scripts/nginx.sh"
+  mkdir nginx
+  if [ -e cert.pem ]; then
+    scheme=https
+    # shellcheck disable=SC2034  # start_nginx reads it
+    NGINX_LISTEN=ssl
+    lines="$lines ssl_certificate $dir/cert.pem; ssl_certificate_key $dir/key.pem;"
+  fi
+  start_nginx "$dir/nginx" "$1" "$lines" || fail "nginx does not start"
+  nginx_id=$NGINX_PID
+  root=$scheme://127.0.0.1:$NGINX_PORT/
+}
+
+make_certificate() {
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 2 -subj /CN=127.0.0.1 \
+    -addext subjectAltName=IP:127.0.0.1 2>openssl.log || fail "no certificate: $(cat openssl.log)"
+  ca=$dir/cert.pem
+}
+
+# hls_frames KIND REFERENCE: the frames of the playlist in $root are those of that reference.
+hls_frames() {
+  frames ffmpeg "$root$1" --user-agent "$agent" >got 2>errors || fail "$1: $(tail -5 errors)"
+  cmp got "$reference/ffmpeg.hls.$2" || fail "$1: other frames than from the files"
+}
+
+# Ends nginx and looks at its log: whatever was asked for, the library has.
+check_agents() {
+  local requests
+  stop_nginx
+  requests=$(wc -l <nginx/access.log)
+  [ "$requests" -ge "$1" ] || fail "only $requests requests, not $1"
+  awk -F'"' -v agent="$agent" '$6 != agent' nginx/access.log >others
+  [ ! -s others ] || fail "not by the library: $(head -3 others)"
+}
+
+# hls_over WAY
+hls_over() {
+  local kind
+  case $1 in
+    path) root=$media/hls/ ;;
+    http) serve_folder "$media/hls" ;;
+    https)
+      make_certificate
+      serve_folder "$media/hls"
+      ;;
+    drops)
+      serve --drop 100000
+      root=$served/hls/
+      ;;
+  esac
+  for kind in $adaptive; do hls_frames "$(playlist_of "$kind")" "$kind"; done
+  # Ten pieces of each kind, thirty of the rates, one or none of a file in ranges, playlists.
+  if [ -n "$nginx_id" ]; then check_agents 60; fi
+}
+
+# Names with a host, of one playlist on another server than its pieces; pieces that have moved.
+ffmpeg_hls_addresses() {
+  mkdir www
+  cp -r "$media/hls/ts" "$media/hls/aes" www
+  mkdir www/moved
+  cp "$media/hls/ts/film.m3u8" www/moved
+  serve_folder "$dir/www" "rewrite ^/moved/(piece.*)\$ /ts/\$1 redirect;"
+  sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >www/absolute.m3u8
+  hls_frames absolute.m3u8 ts
+  hls_frames moved/film.m3u8 ts
+  # The playlist is a file of this machine, its pieces and their key are not.
+  sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >here.m3u8
+  sed -e "s|key.ts|${root}aes/key.ts|" -e "s|^piece|${root}aes/piece|" www/aes/film.m3u8 >secret.m3u8
+  root=$dir/ hls_frames here.m3u8 ts
+  root=$dir/ hls_frames secret.m3u8 aes
+  check_agents 40
+}
+
+# A piece and a key that are missing once, a playlist and a piece that are cut once.
+ffmpeg_hls_faults() {
+  serve --missing-once hls/ts/piece03.ts --cut-once hls/ts/piece07.ts --cut-once hls/ts/film.m3u8 \
+    --missing-once hls/aes/key.ts --cut-once hls/fmp4/begin.mp4 --missing-once hls/fmp4/piece00.m4s \
+    --cut-once hls/bytes/film.ts --missing-once hls/rates/rate1.m3u8
+  root=$served/hls/
+  local kind
+  for kind in ts fmp4 bytes aes rates; do hls_frames "$(playlist_of "$kind")" "$kind"; done
+}
+
+# nginx is gone until the player has noticed, in the middle of a piece.
+ffmpeg_hls_restart() {
+  local tries=1200 code=0
+  serve_folder "$media/hls" "limit_rate 400k;"
+  frames ffmpeg "${root}ts/film.m3u8" --user-agent "$agent" >got 2>errors &
+  player_id=$!
+  until [ "$(sed -n 's/^wchar: //p' "/proc/$(nginx_worker)/io")" -gt 900000 ]; do
+    sleep 0.05
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "it does not begin: $(cat errors)"
+  done
+  stop_nginx
+  until grep -q "trying again" errors; do
+    sleep 0.05
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "it does not notice: $(cat errors)"
+  done
+  restart_nginx
+  wait "$player_id" || code=$?
+  [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
+  cmp got "$reference/ffmpeg.hls.ts" || fail "other frames than from the files"
+  check_agents 11
+}
+
+# await_rate N: until the player has chosen that rate.
+await_rate() {
+  local tries=1200
+  until [ "$(sed -n 's/^rate //p' errors | tail -1)" = "$1" ]; do
+    sleep 0.05
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "it does not choose rate $1: $(cat errors)"
+  done
+}
+
+# A player that takes the rate that the line suffices for, while that becomes slow and fast again.
+ffmpeg_hls_rates() {
+  local code=0 changes
+  serve_folder "$media/hls"
+  served=${root%/}
+  lengthen 20 1500000
+  frames ffmpeg "$served/rates/master.m3u8" --user-agent "$agent" --adapt >got 2>errors &
+  player_id=$!
+  await_rate 2
+  echo 100000 >&5
+  await_rate 0
+  echo 1500000 >&5
+  wait "$player_id" || code=$?
+  [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
+  await_rate 2
+  # Of the group of pictures in which it takes up a rate again FFmpeg's demuxer leaves some bytes out,
+  # over its own http too; and the sound of a decoder that begins anew is another one at first.
+  grep ^video got >shown
+  grep -vxF -f "$reference/ffmpeg.hls.rates" shown >others || true
+  changes=$(grep -c "^rate" errors)
+  [ "$(wc -l <others)" -le $((50 * (changes - 1))) ] || fail "other pictures: $(wc -l <others)"
+  [ "$(grep -xF -f "$reference/ffmpeg.hls.rates" shown | awk '{ print $3 }' | sort -u | wc -l)" -ge 350 ] ||
+    fail "only $(wc -l <shown) pictures"
+  check_agents 12
+}
+
+# A piece that is not there at all: the demuxer goes on without it, and the player is told.
+ffmpeg_hls_missing() {
+  local code=0
+  mkdir www
+  cp -r "$media/hls/ts" www
+  rm www/ts/piece04.ts
+  serve_folder "$dir/www"
+  frames ffmpeg "${root}ts/film.m3u8" --user-agent "$agent" >got 2>errors || code=$?
+  [ "$code" -eq 1 ] || fail "exit code $code: $(tail -5 errors)"
+  grep -q "1 of what the playlist names is missing; piece04.ts: the server answered 404" errors ||
+    fail "it says: $(tail -5 errors)"
+  [ "$(pictures got | wc -l)" -eq 450 ] || fail "not 450 pictures but $(pictures got | wc -l)"
+}
+
+# begin_live [options of live_hls.py]: a live stream of ts/ in www/.
+begin_live() {
+  local line
+  mkdir www
+  mkfifo began
+  python3 "$here/live_hls.py" "$media/hls/ts/film.m3u8" www "$@" >began &
+  live_id=$!
+  exec 3<began
+  read -r -t 60 line <&3 || fail "the live stream does not begin"
+  [ "$line" = live ] || fail "the live stream says: $line"
+  serve_folder "$dir/www" "limit_rate ${live_rate:-0};"
+}
+
+# hls_live PIECES [options]: plays to the end; the pictures are the last ones of the stream, so many
+# pieces at least. The sound has no gap; what a decoder makes of it depends on where it began.
+hls_live() {
+  local pieces=$1 rounds=1 at
+  shift
+  begin_live "$@"
+  case "$*" in *--rounds*) rounds=${!#} ;; esac
+  frames ffmpeg "${root}live.m3u8" --user-agent "$agent" >got 2>errors || fail "$(tail -5 errors)"
+  for ((at = 0; at < rounds; at++)); do cat "$reference/ffmpeg.hls.ts"; done >whole
+  [ "$(pictures got | wc -l)" -ge $((50 * pieces)) ] || fail "only $(pictures got | wc -l) pictures"
+  pictures got | cmp - <(pictures whole | tail -n "$(pictures got | wc -l)") || fail "other pictures"
+  [ "$(grep -c ^audio got)" -gt $((80 * pieces)) ] || fail "only $(grep -c ^audio got) frames of sound"
+  # A frame lasts 2090 ticks. A round begins with the first time again.
+  awk '/^audio/ { if (last && $3 > last && $3 - last > 2095) exit 1; last = $3 }' got || fail "a gap in the sound"
+  check_agents $((pieces + 2))
+}
+
+# A line too slow for the stream: pieces have gone before they are asked for. Whatever is played is
+# of the stream, and in its order.
+ffmpeg_hls_live_late() {
+  local code=0
+  live_rate=60k begin_live
+  frames ffmpeg "${root}live.m3u8" --user-agent "$agent" >got 2>errors || code=$?
+  [ "$code" -eq 0 ] || grep -q "is missing" errors || fail "exit code $code: $(tail -5 errors)"
+  pictures got >played
+  pictures "$reference/ffmpeg.hls.ts" >whole
+  [ "$(wc -l <played)" -ge 50 ] || fail "only $(wc -l <played) pictures"
+  [ "$(wc -l <played)" -lt 500 ] || fail "nothing was left out"
+  awk 'NR == FNR { want[NR] = $0; last = NR; next }
+    { if (next_at < last && want[next_at + 1] == $0) next_at++ }
+    END { exit next_at != last }' played whole || fail "other pictures, or in another order"
+  check_agents 4
 }
 
 stop_nginx() {
@@ -467,10 +698,14 @@ readme_recipes() {
     timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
     count=$((count + 1))
   done < <(sed -n '/^## Use it in your player/,/^## The interface/s/^    //p' "$here/../../README.md")
-  [ "$count" -eq 3 ] || fail "the README has not 3 recipes but $count"
+  [ "$count" -ge 4 ] || fail "the README has not 4 recipes but $count"
 }
 
 case $name in
+  ffmpeg_hls_over_*) hls_over "${name##*_}" ;;
+  ffmpeg_hls_live) hls_live 4 --first 4 ;;
+  # 40 seconds, of a window of 6.
+  ffmpeg_hls_live_long) hls_live 18 --rounds 2 ;;
   *_over_*) over "${name%%_*}" "${name##*_}" ;;
   *_away_* | *_busy_* | *_silent_*)
     way=${name#*_}
