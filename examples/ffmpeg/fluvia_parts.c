@@ -16,6 +16,9 @@
 
 enum { kContextBuffer = 32768, kMissingPauseMs = 500, kMostKept = 8, kProblemRoom = 256 };
 
+/* What connecting takes at most, on a line that is far, and the bytes that are waited for then. */
+enum { kConnectMs = 300, kMostSoon = 1 << 20 };
+
 typedef struct Part {
   struct Part* next; /* of those that are open, under the lock */
   FluviaParts* parts;
@@ -233,14 +236,22 @@ static int connectPart(Part* part) {
 /* ---- Reading ahead ----------------------------------------------------------------------------
  */
 
-/* Whether all bytes of the part have arrived. */
-static int isHeld(const Part* part) {
-  const int held = x_fluvia_file_bufferedSize(fluvia_stream_handle(part->stream));
+/*
+ * Whether all bytes of the part have arrived, or will while the next part connects. Sooner the two
+ * would share the line, and this one is read first.
+ */
+static int isAlmostHeld(const Part* part) {
+  const int handle = fluvia_stream_handle(part->stream);
+  const int held = x_fluvia_file_bufferedSize(handle);
   const long long end = part->end >= 0 ? part->end : fluvia_stream_size(part->stream);
-  return end >= 0 && held >= 0 && fluvia_stream_position(part->stream) + held >= end;
+  if (end < 0 || held < 0) return 0;
+  const long long missing = end - fluvia_stream_position(part->stream) - held;
+  const long long speed = x_fluvia_file_http_get_speed(handle);
+  const long long soon = speed * kConnectMs / 1000;
+  return missing <= FFMIN(soon, kMostSoon);
 }
 
-/* Has the part that comes next connect, now that this one needs the line no more. */
+/* Has the part that comes next connect. */
 static void startNext(Part* part) {
   Part* after = part->after;
   part->after = NULL;
@@ -297,7 +308,7 @@ static int readStream(void* data, uint8_t* buffer, int size) {
   result = size == 0 ? FVFR_END_OF_FILE
                      : fluvia_stream_read(part->stream, (char*)buffer, (unsigned int)size, &got);
   if (result == FVFR_END_OF_FILE) part->ended = 1;
-  if (part->after != NULL && (part->ended || isHeld(part))) startNext(part);
+  if (part->after != NULL && (part->ended || isAlmostHeld(part))) startNext(part);
   if (result == FVFR_OK) return (int)got;
   return result == FVFR_END_OF_FILE ? AVERROR_EOF : failed(part, result);
 }

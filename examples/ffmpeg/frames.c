@@ -28,7 +28,7 @@
 #include "fluvia_avio.h"
 #include "frame_sum.h"
 
-enum { kMostStreams = 16 };
+enum { kMostStreams = 16, kCushionMs = 200 };
 
 typedef struct Options {
   int plain;
@@ -147,7 +147,10 @@ static int decode(Player* player, const AVPacket* packet, int stream) {
   return drain(player, stream);
 }
 
-/* Rests until the packet's time has come, or notes how late it is: the medium then stands still. */
+/*
+ * Rests until the packet's time has come, or notes how late it is: the medium then stands still. It
+ * begins, and goes on, with so much of it in hand as players keep decoded.
+ */
 static void keepPace(Player* player) {
   Pace* pace = &player->pace;
   const AVPacket* packet = player->packet;
@@ -157,10 +160,10 @@ static void keepPace(Player* player) {
   const double early = due - milliseconds(&pace->since);
   if (pace->zero == 0 || early < 0) {
     if (pace->zero != 0) {
-      pace->stalled -= early;
+      pace->stalled += kCushionMs - early;
       ++pace->stalls;
     }
-    pace->zero -= early;
+    pace->zero += kCushionMs - early;
     return;
   }
   const long us = (long)(early * 1e3);

@@ -294,16 +294,17 @@ TEST(FluviaNested, SameAddressIsLoadedAnew) {
   nested.close(open);
 }
 
-// Sends half of a resource, and the rest when it is told.
+// Sends half of a large resource, and the rest when it is told.
 class HalfFirst {
  public:
+  static constexpr int kLarge = 4000000;
   support::Behaviour behaviour() {
     return [this](support::Exchange& exchange) {
-      exchange.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kSize) + "\r\n\r\n");
-      exchange.sendPattern(0, kSize / 2);
+      exchange.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kLarge) + "\r\n\r\n");
+      exchange.sendPattern(0, kLarge / 2);
       std::unique_lock<std::mutex> hold(lock);
       changed.wait_for(hold, std::chrono::seconds(20), [this] { return told; });
-      exchange.sendPattern(kSize / 2, kSize - kSize / 2);
+      exchange.sendPattern(kLarge / 2, kLarge - kLarge / 2);
     };
   }
   void goOn() {
@@ -318,7 +319,7 @@ class HalfFirst {
   bool told = false;
 };
 
-TEST(FluviaNested, NextPieceConnectsWhenThePresentOneHasArrived) {
+TEST(FluviaNested, NextPieceConnectsWhenThePresentOneHasAlmostArrived) {
   FaultServer server;
   HalfFirst half;
   server.on("/one.ts", half.behaviour());
@@ -326,11 +327,12 @@ TEST(FluviaNested, NextPieceConnectsWhenThePresentOneHasArrived) {
   Nested nested(server);
   AVIOContext* one = nested.get(server.url("/one.ts"));
   AVIOContext* two = nested.get(server.url("/two.ts"));
-  std::vector<unsigned char> bytes(kSize / 2);
-  ASSERT_EQ(avio_read(one, bytes.data(), kSize / 4), kSize / 4);
+  constexpr int kRead = HalfFirst::kLarge / 4;
+  std::vector<unsigned char> bytes(kRead);
+  ASSERT_EQ(avio_read(one, bytes.data(), kRead), kRead);
   EXPECT_EQ(server.requestCount("/two.ts"), 0) << "the present piece has the line for itself";
   half.goOn();
-  ASSERT_EQ(Nested::readAll(one), support::pattern(kSize / 4, kSize - kSize / 4));
+  ASSERT_EQ(Nested::readAll(one), support::pattern(kRead, HalfFirst::kLarge - kRead));
   EXPECT_TRUE(server.waitForRequests("/two.ts", 1)) << "nobody has read it yet";
   nested.close(one);
   EXPECT_EQ(Nested::readAll(two), support::pattern(0, kSize));
@@ -345,10 +347,8 @@ TEST(FluviaNested, PieceThatIsOpenedAheadAndClosedAsksForNothing) {
   Nested nested(server);
   AVIOContext* one = nested.get(server.url("/one.ts"));
   AVIOContext* two = nested.get(server.url("/two.ts"));
-  unsigned char byte = 0;
-  ASSERT_EQ(avio_read(one, &byte, 1), 1);
   nested.close(two);
-  EXPECT_EQ(Nested::readAll(one), support::pattern(1, kSize - 1));
+  EXPECT_EQ(Nested::readAll(one), support::pattern(0, kSize));
   nested.close(one);
   EXPECT_EQ(server.requestCount("/two.ts"), 0);
 }

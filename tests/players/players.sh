@@ -344,22 +344,27 @@ check_agents() {
 
 # hls_over WAY
 hls_over() {
-  local kind
+  local kind kinds=$adaptive
   case $1 in
     path) root=$media/hls/ ;;
     http) serve_folder "$media/hls" ;;
     https)
       make_certificate
       serve_folder "$media/hls"
+      kinds="ts fmp4bytes aes"
       ;;
     drops)
       serve --drop 100000
       root=$served/hls/
+      kinds="fmp4 bytes aes"
       ;;
   esac
-  for kind in $adaptive; do hls_frames "$(playlist_of "$kind")" "$kind"; done
+  for kind in $kinds; do hls_frames "$(playlist_of "$kind")" "$kind"; done
   # Ten pieces of each kind, thirty of the rates, one or none of a file in ranges, playlists.
-  if [ -n "$nginx_id" ]; then check_agents 60; fi
+  case $1 in
+    http) check_agents 60 ;;
+    https) check_agents 20 ;;
+  esac
 }
 
 # Names with a host, of one playlist on another server than its pieces; pieces that have moved.
