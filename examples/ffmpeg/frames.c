@@ -1,19 +1,19 @@
 /*
  * Decodes a file or URL through the library and prints a checksum of every frame.
  *
- *   frames [--plain] [--ca FILE] [--user-agent NAME] [--reopen SECONDS] [--seeks N] [--byte-seeks
- * N]
- *          [--seed N] [--timing] [--waits] [--paced] [--adapt] SOURCE
+ *   frames [--plain] [--ca FILE] [--user-agent NAME] [--reopen SECONDS] [--seeks N]
+ *          [--byte-seeks N] [--seed N] [--timing] [--waits] [--paced] [--adapt] SOURCE
  *
  * A line is the stream's kind and number, the frame's time in its stream's units and the MD5 of its
  * picture or samples. --plain reads with FFmpeg's own file and HTTP access instead, to compare.
  * --reopen sets how long an outage is borne (0: not at all). --seeks goes to N random times and
  * prints the first picture (or sound) at or after each;
  * --byte-seeks goes to N random bytes and prints the packet found there. --timing prints to
- * standard error how many milliseconds the first frame and each seek took; --waits decodes all and
- * prints there the longest wait for a packet; --paced does so in the time of the medium, and prints
- * how long a viewer would have seen it stand still. --adapt plays one rate of a medium that has
- * several: after every 50 pictures the highest that three quarters of the speed suffice for.
+ * standard error how many milliseconds the first frame and each seek took; --waits reads all,
+ * decodes nothing, and prints there the longest wait for a packet; --paced does so in the time of
+ * the medium, and prints how long a viewer would have seen it stand still. --adapt plays one rate
+ * of a medium that has several: after every 50 pictures the highest that three quarters of the
+ * speed suffice for.
  */
 #include <fluviafs.h>
 #include <libavcodec/avcodec.h>
@@ -75,6 +75,7 @@ typedef struct Player {
   struct timespec begin;
   int timing;
   Pace pace;
+  int blind; /* decodes nothing */
   Adapt adapt;
   int64_t wanted; /* frames of stream main before this time are not printed */
   int main;
@@ -252,7 +253,7 @@ static int play(Player* player) {
     if (result == AVERROR_EOF && player->format->pb->error < 0) result = player->format->pb->error;
     if (result == AVERROR_EOF) break;
     if (result < 0) return failSource(player, "read", result);
-    if (!isHeadless(player, player->packet)) {
+    if (!player->blind && !isHeadless(player, player->packet)) {
       result = decode(player, player->packet, player->packet->stream_index);
     }
     av_packet_unref(player->packet);
@@ -462,6 +463,7 @@ int main(int argc, char** argv) {
   const int only = options.seeks > 0 || options.byteSeeks > 0 || options.timing;
   if (result >= 0 && (!only || options.waits)) {
     player.once = 0;
+    player.blind = options.waits && !options.adapt;
     if (options.adapt && player.format->nb_programs > 0) result = chooseProgram(&player, 0);
     if (result >= 0) result = play(&player);
     if (options.waits) tellPace(&player);
