@@ -385,6 +385,21 @@ ffmpeg_hls_addresses() {
   check_agents 40
 }
 
+# The frames at random times are those at the same times in the files.
+ffmpeg_hls_seeks() {
+  local kind
+  echo "seed $seed; FLUVIA_SEED=$seed repeats it"
+  serve_folder "$media/hls"
+  for kind in ts fmp4 bytes aes; do
+    plain ffmpeg "$media/hls/$(playlist_of "$kind")" --seeks 20 --seed "$seed" >expected
+    frames ffmpeg "$root$(playlist_of "$kind")" --user-agent "$agent" --seeks 20 --seed "$seed" >got 2>errors ||
+      fail "$kind: $(tail -5 errors)"
+    cmp got expected || fail "$kind: other frames than from the files"
+    [ "$(grep -c ^seek got)" -eq 20 ] || fail "$kind: not 20 seeks"
+  done
+  check_agents 40
+}
+
 # A piece and a key that are missing once, a playlist and a piece that are cut once.
 ffmpeg_hls_faults() {
   serve --missing-once hls/ts/piece03.ts --cut-once hls/ts/piece07.ts --cut-once hls/ts/film.m3u8 \
@@ -707,8 +722,9 @@ readme_recipes() {
 }
 
 case $name in
+  ffmpeg_hls_seeks) ffmpeg_hls_seeks ;;
   ffmpeg_hls_over_*) hls_over "${name##*_}" ;;
-  ffmpeg_hls_live) hls_live 4 --first 4 ;;
+  ffmpeg_hls_live) hls_live 3 --first 4 ;;
   # 40 seconds, of a window of 6.
   ffmpeg_hls_live_long) hls_live 18 --rounds 2 ;;
   *_over_*) over "${name%%_*}" "${name##*_}" ;;
