@@ -149,8 +149,8 @@ static int decode(Player* player, const AVPacket* packet, int stream) {
 }
 
 /*
- * Rests until the packet's time has come, or notes how late it is: the medium then stands still. It
- * begins, and goes on, with so much of it in hand as players keep decoded.
+ * Rests until the packet's time is near, or notes how late it is: the medium then stands still.
+ * What players keep decoded is in hand, from the beginning and again after each stall.
  */
 static void keepPace(Player* player) {
   Pace* pace = &player->pace;
@@ -167,7 +167,8 @@ static void keepPace(Player* player) {
     pace->zero += kCushionMs - early;
     return;
   }
-  const long us = (long)(early * 1e3);
+  if (early <= kCushionMs) return;
+  const long us = (long)((early - kCushionMs) * 1e3);
   const struct timespec rest = {us / 1000000, us % 1000000 * 1000};
   nanosleep(&rest, NULL);
 }
