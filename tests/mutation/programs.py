@@ -19,6 +19,7 @@ PROGRAMS = [
     ("tests/players/ReaderTest.cpp", "players.", ["reader_tests"]),
     ("tests/players/ReaderOutageTest.cpp", "players.", ["reader_tests"]),
     ("tests/players/ElementTest.cpp", "players.", ["playing_tests"]),
+    ("tests/players/NestedTest.cpp", "players.", ["adapter_tests"]),
     ("tests/players/", "players.", ["all"]),
     ("tests/", "", ["all"]),
 ]

@@ -12,6 +12,7 @@ Each entry:
   seconds      optional: a run that lasts longer counts as failed; 150 unless given
 """
 
+from adapters import ENTRIES as ADAPTERS
 from memory import ENTRIES as MEMORY
 from outages import ENTRIES as OUTAGES
 from plugins import ENTRIES as PLUGINS
@@ -429,4 +430,4 @@ ENTRIES = [
         preset="debug",
         tests="MethodRequestSettings.MadeAgainAndAgain",
     ),
-] + STREAMS + MEMORY + OUTAGES + PLUGINS + TRACE
+] + STREAMS + MEMORY + OUTAGES + ADAPTERS + PLUGINS + TRACE

@@ -1,0 +1,55 @@
+"""What a demuxer opens through the adapter for FFmpeg, for table.py."""
+
+from streams import entry
+
+PARTS = "examples/ffmpeg/fluvia_parts.c"
+AVIO = "examples/ffmpeg/fluvia_avio.c"
+DECRYPT = "examples/ffmpeg/fluvia_decrypt.c"
+
+ENTRIES = [
+    entry("parts: a range begins at its offset", PARTS,
+          'made->begin = optionOf(options, "offset", 0);', "made->begin = 0;",
+          "FluviaNested.RangeIsCutOut|FluviaNested.RangesOfOneResource"),
+    entry("parts: a range ends at its end", PARTS,
+          'made->end = optionOf(options, "end_offset", -1);', "made->end = -1;",
+          "FluviaNested.RangeIsCutOut|FluviaNested.RangesOfOneResource"),
+    entry("parts: the stream of a range is kept", PARTS,
+          "if (part->ranged && part->connected", "if (0 && part->ranged && part->connected",
+          "FluviaNested.RangesOfOneResource"),
+    entry("parts: what comes from elsewhere names no files", PARTS,
+          "if (address[0] != '/' || parts->first[0] != '/') return NULL;",
+          "if (address[0] != '/' || parts == NULL) return NULL;",
+          "FluviaNested.ServerNamesNoFile"),
+    entry("parts: what is missing is asked for once more", PARTS,
+          "if (missing && rest(part->parts, kMissingPauseMs)) {",
+          "if (missing && 0 && rest(part->parts, kMissingPauseMs)) {",
+          "FluviaNested.MissingPieceIsAskedFor"),
+    entry("parts: no two of one name share a stream", PARTS,
+          "parts->settings.isolated = 1;", "parts->settings.isolated = 0;",
+          "FluviaNested.SameAddressIsLoadedAnew"),
+    entry("parts: the next one connects in time", PARTS,
+          "if (takeStream(after) == 0) fluvia_stream_start(after->stream);", "",
+          "FluviaNested.NextPieceConnects"),
+    entry("parts: the next one connects no sooner", PARTS,
+          "return missing <= FFMIN(soon, kMostSoon);",
+          "return missing <= FFMIN(soon, kMostSoon) || 1;",
+          "FluviaNested.NextPieceConnects"),
+    entry("parts: what is opened ahead does not connect", PARTS,
+          "!part->local && isBusy(parts);", "!part->local && isBusy(parts) && 0;",
+          "FluviaNested.NextPieceConnects|FluviaNested.PieceThatIsOpenedAhead"),
+    entry("parts: nothing is opened after an abort", PARTS,
+          "  if (fluvia_parts_is_aborted(parts)) return AVERROR_EXIT;\n", "",
+          "FluviaNested.AbortEndsReadsAndOpens"),
+    entry("decrypt: the last block waits until it is known whether it is", DECRYPT,
+          "if (!decrypt->ended && rest == 0 && blocks > 0) --blocks;", "",
+          "FluviaNested.DecryptsWhat|FluviaNested.DamagedSecret"),
+    entry("decrypt: padding is looked at", DECRYPT,
+          "return right ? 0 : AVERROR_INVALIDDATA;", "return 0;",
+          "FluviaNested.DamagedSecret"),
+    entry("avio: DASH is refused", AVIO,
+          'if (strcmp(format->iformat->name, "dash") != 0) return 0;', "return 0;",
+          "FluviaNested.DashIsRefused"),
+    entry("avio: data in the address is FFmpeg's", AVIO,
+          'if (av_strstart(address, "data:", NULL)) {', "if (0) {",
+          "FluviaNested.DataInTheAddress"),
+]
