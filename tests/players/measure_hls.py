@@ -77,7 +77,8 @@ def number(said, what):
 
 
 def run(build, ports, log, name, rounds):
-    print(f"# {measured_at()}; {rounds} rounds, {RATE * 8 // 1_000_000} Mbit/s")
+    times = "one round" if rounds == 1 else f"{rounds} rounds"
+    print(f"# {measured_at()}; {times}, {RATE * 8 // 1_000_000} Mbit/s")
     out = csv.DictWriter(sys.stdout, FIELDS)
     out.writeheader()
     for (scheme, port), round_trip in itertools.product(ports.items(), ROUND_TRIPS):
