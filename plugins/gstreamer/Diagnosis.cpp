@@ -35,8 +35,9 @@ SourceFailure kindOf(int status) {
 
 Diagnosis diagnoseTransfer(int handle) {
   char text[64];
-  return {kindOf(x_fluvia_file_http_get_download_status(handle)),
-          fluvia_outage_explain(handle, text, sizeof text)};
+  const int status = x_fluvia_file_http_get_download_status(handle);
+  return {kindOf(status), fluvia_outage_explain(handle, text, sizeof text),
+          status >= 400 ? status : 0};
 }
 
 Diagnosis diagnoseFile(const std::string& path) {

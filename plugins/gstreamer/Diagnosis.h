@@ -5,10 +5,12 @@
 
 #include "SourceReader.h"
 
-// Why a source failed: its kind, and in words for a person.
+// Why a source failed: its kind, in words for a person, and the status of 400 and above that a
+// server answered.
 struct Diagnosis {
   SourceFailure failure;
   std::string text;
+  int httpStatus = 0;
 };
 
 // What an open handle on a path or a URL says of its failure; handle 0 is a name that the library

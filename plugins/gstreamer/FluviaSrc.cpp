@@ -5,8 +5,10 @@
 #include <string>
 
 #include "Diagnosis.h"
+#include "Inheritance.h"
 #include "Location.h"
 #include "Passwords.h"
+#include "Properties.h"
 #include "SourceReader.h"
 #include "Teller.h"
 
@@ -19,33 +21,25 @@ namespace {
 // waiting, on a share of its own.
 struct Content {
   std::mutex lock;
-  std::string location;
-  SourceSettings settings;
-  int startupWait = 1000;
-  bool bufferingMessages = false;
+  ElementSettings settings;
+  // What the first element of an adaptive stream was set to; the defaults in that one.
+  SourceSettings inherited;
+  bool inherits = false;
   std::shared_ptr<SourceReader> reader;
   // What the reader was opened with.
   SourceSettings opened;
   bool openedWithMessages = false;
-};
-
-enum Property {
-  kLocation = 1,
-  kBufferSize,
-  kUserAgent,
-  kProxy,
-  kCookie,
-  kAuthorities,
-  kCertificate,
-  kPrivateKey,
-  kSpeedCap,
-  kFeatureFlag,
-  kStartupWait,
-  kBufferingMessages,
-  kReopen
+  // What is pushed: where it began, and where it goes on.
+  guint64 pushedFrom = 0;
+  guint64 pushedTo = 0;
+  // The last seek: the number of its event, and to which bytes.
+  guint32 seekNumber = 0;
+  gint64 seekFrom = -1;
+  gint64 seekTo = -1;
 };
 
 constexpr unsigned int kBlockSize = 65536;
+constexpr unsigned int kSmallestPiece = 4096;
 
 GstStaticPadTemplate sourceTemplate =
     GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
@@ -78,49 +72,11 @@ std::shared_ptr<SourceReader> readerOf(gpointer object) {
   return content.reader;
 }
 
-// ---- Properties --------------------------------------------------------------------------------
-
-std::string* textOf(Content& content, guint property) {
-  switch (property) {
-    case kLocation:
-      return &content.location;
-    case kUserAgent:
-      return &content.settings.userAgent;
-    case kProxy:
-      return &content.settings.proxy;
-    case kCookie:
-      return &content.settings.cookie;
-    case kAuthorities:
-      return &content.settings.authorities;
-    case kCertificate:
-      return &content.settings.certificate;
-    case kPrivateKey:
-      return &content.settings.key;
-    default:
-      return nullptr;
-  }
-}
-
 // The source is opened with its settings, so they hold from the next start on.
 void setProperty(GObject* object, guint property, const GValue* value, GParamSpec* spec) {
   Content& content = contentOf(object);
   const std::lock_guard<std::mutex> guard(content.lock);
-  if (std::string* text = textOf(content, property)) {
-    const char* given = g_value_get_string(value);
-    *text = given == nullptr ? "" : given;
-  } else if (property == kBufferSize) {
-    content.settings.bufferSize = g_value_get_int(value);
-  } else if (property == kSpeedCap) {
-    content.settings.speed = g_value_get_int64(value);
-  } else if (property == kFeatureFlag) {
-    content.settings.featureFlag = g_value_get_int(value);
-  } else if (property == kReopen) {
-    content.settings.reopen = g_value_get_int(value);
-  } else if (property == kStartupWait) {
-    content.startupWait = g_value_get_int(value);
-  } else if (property == kBufferingMessages) {
-    content.bufferingMessages = g_value_get_boolean(value) != FALSE;
-  } else {
+  if (!setSetting(&content.settings, property, value)) {
     G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, spec);
   }
 }
@@ -128,76 +84,9 @@ void setProperty(GObject* object, guint property, const GValue* value, GParamSpe
 void getProperty(GObject* object, guint property, GValue* value, GParamSpec* spec) {
   Content& content = contentOf(object);
   const std::lock_guard<std::mutex> guard(content.lock);
-  if (const std::string* text = textOf(content, property)) {
-    g_value_set_string(value, text->empty() ? nullptr : text->c_str());
-  } else if (property == kBufferSize) {
-    g_value_set_int(value, content.settings.bufferSize);
-  } else if (property == kSpeedCap) {
-    g_value_set_int64(value, content.settings.speed);
-  } else if (property == kFeatureFlag) {
-    g_value_set_int(value, content.settings.featureFlag);
-  } else if (property == kReopen) {
-    g_value_set_int(value, content.settings.reopen);
-  } else if (property == kStartupWait) {
-    g_value_set_int(value, content.startupWait);
-  } else if (property == kBufferingMessages) {
-    g_value_set_boolean(value, content.bufferingMessages);
-  } else {
+  if (!getSetting(content.settings, property, value)) {
     G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, spec);
   }
-}
-
-GParamFlags plain() {
-  return static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                  GST_PARAM_MUTABLE_READY);
-}
-
-void installText(GObjectClass* type, guint property, const char* name, const char* nick,
-                 const char* blurb) {
-  g_object_class_install_property(type, property,
-                                  g_param_spec_string(name, nick, blurb, nullptr, plain()));
-}
-
-void installProperties(GObjectClass* type) {
-  installText(type, kLocation, "location", "Location", "Path or http:// or https:// URL to read");
-  installText(type, kUserAgent, "user-agent", "User agent", "User-Agent header of requests");
-  installText(type, kProxy, "proxy", "Proxy", "[scheme://][user:password@]host[:port]");
-  installText(type, kCookie, "cookie", "Cookie", "Cookie header, as name=value; name=value");
-  installText(type, kAuthorities, "ca", "Certificate authorities",
-              "PEM file or folder of the authorities to trust; without it nobody's certificate is "
-              "checked");
-  installText(type, kCertificate, "certificate", "Certificate", "PEM file of the client");
-  installText(type, kPrivateKey, "private-key", "Private key", "PEM file of the client's key");
-  g_object_class_install_property(
-      type, kBufferSize,
-      g_param_spec_int("buffer-size", "Buffer size", "Bytes held in memory", FVFR_BUFFER_BLOCK,
-                       G_MAXINT, FVFR_DEFAULT_BUFFER, plain()));
-  g_object_class_install_property(
-      type, kSpeedCap,
-      g_param_spec_int64("speed-cap", "Speed cap", "Bytes per second to load at most (0 = no cap)",
-                         0, G_MAXINT64, 0, plain()));
-  g_object_class_install_property(
-      type, kFeatureFlag,
-      g_param_spec_int("feature-flag", "Feature flag",
-                       "1 gives silent connections up sooner and tries again (-1 = leave alone)",
-                       -1, G_MAXINT, -1, plain()));
-  g_object_class_install_property(
-      type, kStartupWait,
-      g_param_spec_int("startup-wait", "Startup wait",
-                       "Milliseconds from opening in which random access can still be offered", 0,
-                       60000, 1000, plain()));
-  g_object_class_install_property(
-      type, kReopen,
-      g_param_spec_int(
-          "reopen", "Reopen",
-          "Seconds for which a server that is away is tried again, at most ten of them "
-          "before the first byte (0 = not at all)",
-          0, 86400, FLUVIA_OUTAGE_SECONDS, plain()));
-  g_object_class_install_property(
-      type, kBufferingMessages,
-      g_param_spec_boolean("buffering-messages", "Buffering messages",
-                           "Tell the application how full the buffer is when it runs low", FALSE,
-                           plain()));
 }
 
 // ---- Opening and closing -----------------------------------------------------------------------
@@ -210,12 +99,12 @@ std::string openable(const std::string& location) {
 
 std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& name,
                                          Content& content) {
-  content.opened = content.settings;
-  content.openedWithMessages = content.bufferingMessages;
+  content.opened = withInherited(content.settings, content.inherited);
+  content.openedWithMessages = content.settings.bufferingMessages;
   const auto outages = std::make_shared<OutageTeller>(GST_ELEMENT(base));
   const auto reader = std::make_shared<SourceReader>(
-      name, content.settings, [outages](const SourceOutage& outage) { outages->tell(outage); });
-  if (content.bufferingMessages) {
+      name, content.opened, [outages](const SourceOutage& outage) { outages->tell(outage); });
+  if (content.settings.bufferingMessages) {
     const auto teller = std::make_shared<BufferingTeller>(GST_ELEMENT(base));
     reader->observe(
         [teller](const SourceLevels& levels, bool ended) { teller->update(levels, ended); });
@@ -226,8 +115,9 @@ std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& na
 // Whether the reader that was kept reads what a new one would.
 bool canBeKept(const Content& content, const std::string& name) {
   return content.reader != nullptr && content.reader->name() == name &&
-         content.opened == content.settings &&
-         content.openedWithMessages == content.bufferingMessages && !content.reader->facts().failed;
+         content.opened == withInherited(content.settings, content.inherited) &&
+         content.openedWithMessages == content.settings.bufferingMessages &&
+         !content.reader->facts().failed && !content.reader->isReleased();
 }
 
 // A reader is kept from the first start until NULL: scheduling queries start and stop an element to
@@ -236,8 +126,8 @@ gboolean start(GstBaseSrc* base) {
   Content& content = contentOf(base);
   {
     const std::lock_guard<std::mutex> guard(content.lock);
-    if (!content.location.empty()) {
-      const std::string name = openable(content.location);
+    if (!content.settings.location.empty()) {
+      const std::string name = openable(content.settings.location);
       if (!canBeKept(content, name)) {
         // First the old one goes: the new one waits for its close then, and shares nothing with it.
         content.reader.reset();
@@ -259,7 +149,31 @@ void closeReader(gpointer object) {
   old = std::move(content.reader);
 }
 
+void setContext(GstElement* element, GstContext* context) {
+  SourceSettings settings;
+  if (inherits(element, context, &settings)) {
+    Content& content = contentOf(element);
+    const std::lock_guard<std::mutex> guard(content.lock);
+    content.inherited = settings;
+    content.inherits = true;
+  }
+  GST_ELEMENT_CLASS(fluvia_src_parent_class)->set_context(element, context);
+}
+
+void passSettingsOn(GstElement* element) {
+  Content& content = contentOf(element);
+  SourceSettings settings;
+  {
+    const std::lock_guard<std::mutex> guard(content.lock);
+    if (content.inherits) return;
+    settings = content.settings.source;
+  }
+  bequeath(element, settings);
+}
+
 GstStateChangeReturn changeState(GstElement* element, GstStateChange transition) {
+  if (transition == GST_STATE_CHANGE_NULL_TO_READY) askForInheritance(element);
+  if (transition == GST_STATE_CHANGE_READY_TO_PAUSED) passSettingsOn(element);
   const GstStateChangeReturn result =
       GST_ELEMENT_CLASS(fluvia_src_parent_class)->change_state(element, transition);
   if (transition == GST_STATE_CHANGE_READY_TO_NULL) closeReader(element);
@@ -282,7 +196,7 @@ gboolean isSeekable(GstBaseSrc* base) {
   int wait = 0;
   {
     const std::lock_guard<std::mutex> guard(contentOf(base).lock);
-    wait = contentOf(base).startupWait;
+    wait = contentOf(base).settings.startupWait;
   }
   const auto reader = readerOf(base);
   if (reader == nullptr) return FALSE;
@@ -297,27 +211,6 @@ gboolean getSize(GstBaseSrc* base, guint64* size) {
   if (!facts.known || facts.failed || facts.size < 0) return FALSE;
   *size = static_cast<guint64>(facts.size);
   return TRUE;
-}
-
-void postFailure(GstBaseSrc* base, const SourceReader& reader) {
-  const std::string text = reader.explanation();
-  switch (reader.failure()) {
-    case SourceFailure::kNotFound:
-      GST_ELEMENT_ERROR(base, RESOURCE, NOT_FOUND, ("%s", text.c_str()), ("not found"));
-      break;
-    case SourceFailure::kNotAuthorized:
-      GST_ELEMENT_ERROR(base, RESOURCE, NOT_AUTHORIZED, ("%s", text.c_str()), ("not authorized"));
-      break;
-    case SourceFailure::kNotAvailable:
-      GST_ELEMENT_ERROR(base, RESOURCE, OPEN_READ, ("%s", text.c_str()), ("not available"));
-      break;
-    case SourceFailure::kTimeout:
-      GST_ELEMENT_ERROR(base, RESOURCE, READ, ("%s", text.c_str()), ("time-out"));
-      break;
-    default:
-      GST_ELEMENT_ERROR(base, RESOURCE, READ, ("%s", text.c_str()), ("failed"));
-      break;
-  }
 }
 
 // A source that is known only after its start, tells its length then: demuxers that are pushed
@@ -337,31 +230,91 @@ void tellSize(GstBaseSrc* base) {
   }
 }
 
+bool isPushed(GstBaseSrc* base) {
+  return GST_PAD_MODE(GST_BASE_SRC_PAD(base)) == GST_PAD_MODE_PUSH;
+}
+
+// How much of a piece has to be there. Whoever pulls waits for all of it. What is pushed need not:
+// a picture is shown as soon as its last byte has come, so pieces begin small after a start or a
+// seek, and nothing waits for more than a sixteenth of what came since.
+guint leastPiece(GstBaseSrc* base, guint64 offset, guint length) {
+  if (!isPushed(base)) return length;
+  Content& content = contentOf(base);
+  const std::lock_guard<std::mutex> guard(content.lock);
+  if (offset != content.pushedTo) content.pushedFrom = offset;
+  const guint64 least = (offset - content.pushedFrom) / 16;
+  return MIN(length, static_cast<guint>(CLAMP(least, kSmallestPiece, kBlockSize)));
+}
+
+void notePushed(GstBaseSrc* base, guint64 end) {
+  Content& content = contentOf(base);
+  const std::lock_guard<std::mutex> guard(content.lock);
+  content.pushedTo = end;
+}
+
+// A playlist that was pushed to its end is let go: whoever asks for it again wants to know what it
+// says then, and would share what is held of it.
+void releasePlaylist(GstBaseSrc* base, SourceReader* reader, guint64 end) {
+  const SourceFacts facts = reader->facts();
+  if (!isPushed(base) || facts.medium != Medium::kPlaylist) return;
+  if (facts.size < 0 || end >= static_cast<guint64>(facts.size)) reader->release();
+}
+
 void freePiece(gpointer data) { delete[] static_cast<char*>(data); }
 
 GstFlowReturn create(GstBaseSrc* base, guint64 offset, guint length, GstBuffer** buffer) {
   const auto reader = readerOf(base);
   if (reader == nullptr) return GST_FLOW_FLUSHING;
   SourceReader::Piece piece;
-  switch (reader->read(static_cast<long long>(offset), length, &piece)) {
+  const guint least = leastPiece(base, offset, length);
+  switch (reader->read(static_cast<long long>(offset), least, length, &piece)) {
     case SourceReader::Outcome::kDone:
       break;
     case SourceReader::Outcome::kEnd:
+      releasePlaylist(base, reader.get(), offset);
       return GST_FLOW_EOS;
     case SourceReader::Outcome::kInterrupted:
       return GST_FLOW_FLUSHING;
     case SourceReader::Outcome::kFailed:
-      postFailure(base, *reader);
+      postFailure(GST_ELEMENT(base), *reader);
       return GST_FLOW_ERROR;
   }
   tellSize(base);
+  const guint64 end = offset + piece.size;
+  notePushed(base, end);
+  if (reader->facts().size >= 0) releasePlaylist(base, reader.get(), end);
   char* data = piece.data.release();
   GstBuffer* made = gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), data, piece.size, 0,
                                                 piece.size, data, freePiece);
   GST_BUFFER_OFFSET(made) = offset;
-  GST_BUFFER_OFFSET_END(made) = offset + piece.size;
+  GST_BUFFER_OFFSET_END(made) = end;
   *buffer = made;
   return GST_FLOW_OK;
+}
+
+// ---- Events ------------------------------------------------------------------------------------
+
+// A pipeline of several sinks sends a seek by each of them. A demuxer that passes all of them on
+// has forgotten the time of the seek when the same segment comes a second time, and shows the key
+// frame before it.
+bool isRepeated(GstBaseSrc* base, GstEvent* event) {
+  gint64 from = 0;
+  gint64 to = 0;
+  gst_event_parse_seek(event, nullptr, nullptr, nullptr, nullptr, &from, nullptr, &to);
+  const guint32 number = gst_event_get_seqnum(event);
+  Content& content = contentOf(base);
+  const std::lock_guard<std::mutex> guard(content.lock);
+  const bool repeated =
+      content.seekNumber == number && content.seekFrom == from && content.seekTo == to;
+  content.seekNumber = number;
+  content.seekFrom = from;
+  content.seekTo = to;
+  return repeated;
+}
+
+gboolean takeEvent(GstBaseSrc* base, GstEvent* event) {
+  if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK && isRepeated(base, event)) return TRUE;
+  return GST_BASE_SRC_CLASS(fluvia_src_parent_class)->event(base, event);
 }
 
 // ---- Queries -----------------------------------------------------------------------------------
@@ -401,10 +354,42 @@ gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   return TRUE;
 }
 
+// Whether a source that could be pulled is pushed. A demuxer that pulls reads indexes and ends of
+// files before it plays, each by a request of its own, and waits for whole pieces: with media that
+// it seeks as exactly without, that time is the viewer's.
+bool prefersPush(GstBaseSrc* base) {
+  Access access = Access::kAuto;
+  {
+    const std::lock_guard<std::mutex> guard(contentOf(base).lock);
+    access = contentOf(base).settings.access;
+  }
+  if (access != Access::kAuto) return access == Access::kPush;
+  const auto reader = readerOf(base);
+  return reader != nullptr && reader->facts().medium != Medium::kOther;
+}
+
 // The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with
 // it demuxers are fed by pushing, through a buffer beside ours, and seek less exactly.
+gboolean answerScheduling(GstBaseSrc* base, GstQuery* query) {
+  GstQuery* possible = gst_query_new_scheduling();
+  // Starts the source and waits until it is known, so that its medium is known too.
+  const gboolean answered = GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, possible);
+  if (answered) {
+    GstSchedulingFlags flags = static_cast<GstSchedulingFlags>(0);
+    gst_query_parse_scheduling(possible, &flags, nullptr, nullptr, nullptr);
+    gst_query_set_scheduling(query, flags, 1, -1, 0);
+    if (gst_query_has_scheduling_mode(possible, GST_PAD_MODE_PULL) && !prefersPush(base)) {
+      gst_query_add_scheduling_mode(query, GST_PAD_MODE_PULL);
+    }
+    gst_query_add_scheduling_mode(query, GST_PAD_MODE_PUSH);
+  }
+  gst_query_unref(possible);
+  return answered;
+}
+
 gboolean answerQuery(GstBaseSrc* base, GstQuery* query) {
   if (GST_QUERY_TYPE(query) == GST_QUERY_BUFFERING) return answerBuffering(base, query);
+  if (GST_QUERY_TYPE(query) == GST_QUERY_SCHEDULING) return answerScheduling(base, query);
   return GST_BASE_SRC_CLASS(fluvia_src_parent_class)->query(base, query);
 }
 
@@ -421,7 +406,7 @@ const gchar* const* uriProtocols(GType) {
 gchar* uriGet(GstURIHandler* handler) {
   Content& content = contentOf(handler);
   const std::lock_guard<std::mutex> guard(content.lock);
-  const std::string uri = uriOfLocation(content.location);
+  const std::string uri = uriOfLocation(content.settings.location);
   return uri.empty() ? nullptr : g_strdup(uri.c_str());
 }
 
@@ -443,7 +428,7 @@ gboolean uriSet(GstURIHandler* handler, const gchar* uri, GError** error) {
   }
   Content& content = contentOf(handler);
   const std::lock_guard<std::mutex> guard(content.lock);
-  content.location = location;
+  content.settings.location = location;
   return TRUE;
 }
 
@@ -473,6 +458,7 @@ static void fluvia_src_class_init(FluviaSrcClass* type) {
   installProperties(object);
   GstElementClass* element = GST_ELEMENT_CLASS(type);
   element->change_state = changeState;
+  element->set_context = setContext;
   gst_element_class_add_static_pad_template(element, &sourceTemplate);
   gst_element_class_set_static_metadata(
       element, "FluviaFS source", "Source/File/Network",
@@ -484,6 +470,7 @@ static void fluvia_src_class_init(FluviaSrcClass* type) {
   base->is_seekable = isSeekable;
   base->get_size = getSize;
   base->create = create;
+  base->event = takeEvent;
   base->query = answerQuery;
 }
 

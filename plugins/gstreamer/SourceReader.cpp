@@ -1,9 +1,9 @@
 #include "SourceReader.h"
 
 #include <mutex>
-#include <thread>
 #include <tuple>
 
+#include "SourceThreads.h"
 #include "SourceWorker.h"
 
 bool SourceSettings::operator==(const SourceSettings& other) const {
@@ -18,7 +18,7 @@ bool SourceSettings::operator==(const SourceSettings& other) const {
 SourceReader::SourceReader(const std::string& name, const SourceSettings& settings,
                            OutageObserver outages)
     : name_(name), worker_(std::make_shared<Worker>(name, settings, std::move(outages))) {
-  std::thread([worker = worker_] { worker->run(); }).detach();
+  if (!SourceThreads::instance().run([worker = worker_] { worker->run(); })) worker_->giveUp();
 }
 
 SourceReader::~SourceReader() { worker_->quit(); }
@@ -29,9 +29,14 @@ SourceFacts SourceReader::waitForFacts(int milliseconds) {
 
 SourceFacts SourceReader::facts() const { return worker_->facts(); }
 
-SourceReader::Outcome SourceReader::read(long long offset, unsigned int size, Piece* piece) {
-  return worker_->read(offset, size, piece);
+SourceReader::Outcome SourceReader::read(long long offset, unsigned int least, unsigned int most,
+                                         Piece* piece) {
+  return worker_->read({offset, least, most}, piece);
 }
+
+void SourceReader::release() { worker_->release(); }
+
+bool SourceReader::isReleased() const { return worker_->isReleased(); }
 
 void SourceReader::interrupt() { worker_->setInterrupted(true); }
 
@@ -44,3 +49,5 @@ void SourceReader::observe(Observer observer) { worker_->observe(std::move(obser
 SourceFailure SourceReader::failure() const { return worker_->failure(); }
 
 std::string SourceReader::explanation() const { return worker_->explanation(); }
+
+int SourceReader::httpStatus() const { return worker_->httpStatus(); }

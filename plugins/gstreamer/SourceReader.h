@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "Head.h"
+
 // What a source is opened with. Empty texts, 0 and -1 leave the library's own choice.
 struct SourceSettings {
   int bufferSize = FVFR_DEFAULT_BUFFER;  // bytes
@@ -26,10 +28,11 @@ struct SourceSettings {
 
 // What is known of a source.
 struct SourceFacts {
-  bool known = false;     // the first byte is there, or will never be
-  bool failed = false;    // it will never be
-  bool seekable = false;  // any offset can be reached
-  long long size = -1;    // bytes, -1 when it cannot be learnt
+  bool known = false;              // the first byte is there, or will never be
+  bool failed = false;             // it will never be
+  bool seekable = false;           // any offset can be reached
+  long long size = -1;             // bytes, -1 when it cannot be learnt
+  Medium medium = Medium::kOther;  // kIndexed only of a URL
 };
 
 // How much is held ahead of the last read.
@@ -87,7 +90,15 @@ class SourceReader {
 
   // Reads size bytes at offset, fewer only at the end. Waits for them, also while the server is
   // away (settings.reopen); ended by interrupt().
-  Outcome read(long long offset, unsigned int size, Piece* piece);
+  Outcome read(long long offset, unsigned int size, Piece* piece) {
+    return read(offset, size, size, piece);
+  }
+  // The same for what has arrived, at least least bytes and at most most.
+  Outcome read(long long offset, unsigned int least, unsigned int most, Piece* piece);
+  // Closes the source once its reads are done, as far as anybody else is concerned: who opens the
+  // name next gets what the server has then. A read opens it again, for the same bytes or none.
+  void release();
+  bool isReleased() const;
   // Makes a read that waits, and those to come, return kInterrupted until resume().
   void interrupt();
   void resume();
@@ -102,6 +113,9 @@ class SourceReader {
   // Why the source failed, and in words.
   SourceFailure failure() const;
   std::string explanation() const;
+  // The status that the server answered when it failed, of 400 and above; 0 when it was another
+  // failure.
+  int httpStatus() const;
 
  private:
   class Worker;

@@ -16,6 +16,8 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
+// Of the head, and at most half of the buffer: the beginning has to stay in it.
+constexpr long long kMostOfHead = 262144;
 
 }  // namespace
 
@@ -37,6 +39,27 @@ void SourceReader::Worker::quit() {
   changed_.notify_all();
 }
 
+void SourceReader::Worker::giveUp() {
+  {
+    const std::lock_guard<std::mutex> guard(lock_);
+    without_ = true;
+  }
+  fail("open", {SourceFailure::kOther, "no thread can be started"});
+}
+
+// Before anybody can know that all was read, so that nobody shares what is held of it.
+void SourceReader::Worker::release() {
+  Leaving::instance().close(name_, &stay_);
+  const std::lock_guard<std::mutex> guard(lock_);
+  released_ = true;
+  changed_.notify_all();
+}
+
+bool SourceReader::Worker::isReleased() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return released_;
+}
+
 SourceFacts SourceReader::Worker::waitForFacts(int milliseconds) {
   Lock held(lock_);
   changed_.wait_until(held, opened_ + std::chrono::milliseconds(milliseconds),
@@ -49,14 +72,13 @@ SourceFacts SourceReader::Worker::facts() const {
   return facts_;
 }
 
-SourceReader::Outcome SourceReader::Worker::read(long long offset, unsigned int size,
-                                                 Piece* piece) {
+SourceReader::Outcome SourceReader::Worker::read(const Span& span, Piece* piece) {
   const std::lock_guard<std::mutex> mine(turn_);
   Lock held(lock_);
   if (interrupted_) return Outcome::kInterrupted;
+  if (without_) return Outcome::kFailed;
   const unsigned long long ticket = ++ticket_;
-  offset_ = offset;
-  size_ = size;
+  wanted_ = span;
   requested_ = true;
   changed_.notify_all();
   changed_.wait(held, [&] { return answered_ == ticket || interrupted_; });
@@ -99,6 +121,11 @@ SourceFailure SourceReader::Worker::failure() const {
 std::string SourceReader::Worker::explanation() const {
   const std::lock_guard<std::mutex> guard(lock_);
   return explanation_;
+}
+
+int SourceReader::Worker::httpStatus() const {
+  const std::lock_guard<std::mutex> guard(lock_);
+  return httpStatus_;
 }
 
 // ---- The worker's side -------------------------------------------------------------------------
@@ -144,10 +171,9 @@ void SourceReader::Worker::applySettings() {
 
 // Reads the first bytes, after which neither size nor seek waits, and goes back to the beginning.
 void SourceReader::Worker::learn() {
-  Piece first;
-  const Outcome outcome = fetch(0, kFirstRead, kLearning, &first);
-  if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
   SourceFacts facts;
+  const Outcome outcome = learnHead(&facts.medium);
+  if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
   facts.known = true;
   facts.size = outage_.size;
   facts.seekable = outage_.seekable != 0;
@@ -158,20 +184,41 @@ void SourceReader::Worker::learn() {
   changed_.notify_all();
 }
 
+SourceReader::Outcome SourceReader::Worker::learnHead(Medium* medium) {
+  const long long most = std::min<long long>(kMostOfHead, settings_.bufferSize / 2);
+  std::string bytes;
+  Head head;
+  head.wanted = kFirstRead;
+  for (;;) {
+    const long long at = static_cast<long long>(bytes.size());
+    if (head.wanted <= at || (at > 0 && head.wanted > most)) return Outcome::kDone;
+    const auto size = static_cast<unsigned int>(std::max<long long>(head.wanted - at, kFirstRead));
+    Piece piece;
+    const Outcome outcome = fetch({at, size, size}, kLearning, &piece);
+    if (outcome != Outcome::kDone) return outcome;
+    bytes.append(piece.data.get(), piece.size);
+    head = lookAtHead(bytes);
+    *medium = head.medium;
+    // A stream that cannot seek is pushed, whatever it is, and in a file a demuxer may roam.
+    if (local_ && *medium == Medium::kIndexed) *medium = Medium::kOther;
+    if (local_ || outage_.seekable == 0) return outcome;
+  }
+}
+
 void SourceReader::Worker::serve() {
   Lock held(lock_);
   while (!quitting_) {
     if (!requested_) {
-      waitOrLook(held);
+      if (!closeReleased(held)) waitOrLook(held);
       continue;
     }
     requested_ = false;
+    released_ = false;
     const unsigned long long ticket = ticket_;
-    const long long offset = offset_;
-    const unsigned int size = size_;
+    const Span span = wanted_;
     held.unlock();
     Piece piece;
-    const Outcome outcome = fetch(offset, size, ticket, &piece);
+    const Outcome outcome = fetch(span, ticket, &piece);
     held.lock();
     if (abandoned(ticket)) continue;
     piece_ = std::move(piece);
@@ -181,40 +228,64 @@ void SourceReader::Worker::serve() {
   }
 }
 
-SourceReader::Outcome SourceReader::Worker::fetch(long long offset, unsigned int size,
-                                                  unsigned long long ticket, Piece* piece) {
+bool SourceReader::Worker::closeReleased(Lock& held) {
+  if (!released_ || handle_ == 0) return false;
+  held.unlock();
+  // A read opens it again as after an outage, and without a pause.
+  hold_ = Hold::kLost;
+  nextTry_ = Clock::now();
+  closeHandle();
+  held.lock();
+  return true;
+}
+
+void SourceReader::Worker::closeHandle() {
+  Leaving::instance().close(name_, &stay_);
+  x_fluvia_file_close(handle_);
+  handle_ = 0;
+  Leaving::instance().leave(name_, &stay_);
+}
+
+SourceReader::Outcome SourceReader::Worker::fetch(const Span& span, unsigned long long ticket,
+                                                  Piece* piece) {
   if (hold_ == Hold::kFinal) return Outcome::kFailed;
   for (;;) {
     if (hold_ != Hold::kUsual) {
-      const Outcome back = comeBack(offset, ticket);
+      const Outcome back = comeBack(span.offset, ticket);
       if (back != Outcome::kDone) return back;
     }
     if (handle_ == 0) return Outcome::kFailed;
-    const Outcome outcome = fetchHere(offset, size, ticket, piece);
+    const Outcome outcome = fetchHere(span, ticket, piece);
     if (outcome == Outcome::kInterrupted) return outcome;
     if (outcome != Outcome::kFailed) {
-      endOutage(offset);
+      endOutage(span.offset);
       return outcome;
     }
-    if (!lose(offset)) return Outcome::kFailed;
+    if (!lose(span.offset)) return Outcome::kFailed;
   }
 }
 
-SourceReader::Outcome SourceReader::Worker::fetchHere(long long offset, unsigned int size,
-                                                      unsigned long long ticket, Piece* piece) {
+SourceReader::Outcome SourceReader::Worker::fetchHere(const Span& span, unsigned long long ticket,
+                                                      Piece* piece) {
   Outcome outcome = Outcome::kFailed;
   for (int tries = 0; tries < kTries; ++tries) {
-    if (isFar(offset)) {
-      noteFar(offset);
-      outcome = stepsBack_ ? runUp(offset, ticket) : Outcome::kDone;
+    if (isFar(span.offset)) {
+      noteFar(span.offset);
+      outcome = stepsBack_ ? runUp(span.offset, ticket) : Outcome::kDone;
       if (outcome != Outcome::kDone) return outcome;
     }
-    if (position_ != offset && !moveTo(offset)) break;
-    outcome = fetchOnce(size, ticket, piece);
+    if (position_ != span.offset && !moveTo(span.offset)) break;
+    outcome = fetchOnce(sizeNow(span), ticket, piece);
     if (outcome != Outcome::kFailed) return outcome;
     if (local_ || x_fluvia_file_http_get_download_status(handle_) != FVFR_DOWNLOAD_OK) break;
   }
   return Outcome::kFailed;
+}
+
+unsigned int SourceReader::Worker::sizeNow(const Span& span) const {
+  if (span.least >= span.most) return span.most;
+  const int held = std::max(0, x_fluvia_file_bufferedSize(handle_));
+  return std::min(span.most, std::max(span.least, static_cast<unsigned int>(held)));
 }
 
 // Whether a read at offset needs a request of its own to a server.
@@ -314,6 +385,7 @@ void SourceReader::Worker::fail(const std::string& action) {
 void SourceReader::Worker::fail(const std::string& action, const Diagnosis& why) {
   const std::lock_guard<std::mutex> guard(lock_);
   failure_ = why.failure;
+  httpStatus_ = why.httpStatus;
   explanation_ = "Cannot " + action + " " + tools::maskPassword(name_) + ": " + why.text + ".";
   if (!facts_.known) facts_.known = facts_.failed = true;
   changed_.notify_all();

@@ -19,18 +19,30 @@ class SourceReader::Worker {
  public:
   Worker(const std::string& name, const SourceSettings& settings, OutageObserver outages);
 
+  // What a read wants: from offset on at least least bytes, at most most.
+  struct Span {
+    long long offset = 0;
+    unsigned int least = 0;
+    unsigned int most = 0;
+  };
+
   // Opens, serves requests until quit(), closes.
   void run();
   void quit();
+  // There is no thread to run on: the source has failed.
+  void giveUp();
 
   SourceFacts waitForFacts(int milliseconds);
   SourceFacts facts() const;
-  Outcome read(long long offset, unsigned int size, Piece* piece);
+  Outcome read(const Span& span, Piece* piece);
+  void release();
+  bool isReleased() const;
   void setInterrupted(bool interrupted);
   SourceLevels levels();
   void observe(Observer observer);
   SourceFailure failure() const;
   std::string explanation() const;
+  int httpStatus() const;
 
  private:
   using Lock = std::unique_lock<std::mutex>;
@@ -42,12 +54,18 @@ class SourceReader::Worker {
   bool openHandle();
   void applySettings();
   void learn();
+  // The bytes of the head, as far as they are worth waiting for.
+  Outcome learnHead(Medium* medium);
   void serve();
-  // A read at offset that outlives outages of the server.
-  Outcome fetch(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
+  void closeHandle();
+  // Closes the handle if that is wanted and nobody reads. False when there is nothing to do.
+  bool closeReleased(Lock& held);
+  // A read that outlives outages of the server.
+  Outcome fetch(const Span& span, unsigned long long ticket, Piece* piece);
   // The same on the present handle, tried again when somebody else's abort met it.
-  Outcome fetchHere(long long offset, unsigned int size, unsigned long long ticket, Piece* piece);
+  Outcome fetchHere(const Span& span, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
+  unsigned int sizeNow(const Span& span) const;
   bool isFar(long long offset);
   void noteFar(long long offset);
   Outcome runUp(long long offset, unsigned long long ticket);
@@ -107,17 +125,19 @@ class SourceReader::Worker {
   std::condition_variable changed_;
   bool quitting_ = false;
   bool interrupted_ = false;
+  bool released_ = false;
+  bool without_ = false;  // there is no thread
   SourceFacts facts_;
   SourceFailure failure_ = SourceFailure::kNone;
   std::string explanation_;
+  int httpStatus_ = 0;
 
   // The request: wanted by the reader under a ticket, answered under the same. A ticket that is no
   // longer the newest is abandoned.
   unsigned long long ticket_ = 0;
   unsigned long long answered_ = 0;
   bool requested_ = false;
-  long long offset_ = 0;
-  unsigned int size_ = 0;
+  Span wanted_;
   Outcome outcome_ = Outcome::kInterrupted;
   Piece piece_;
 

@@ -31,10 +31,7 @@ bool SourceReader::Worker::lose(long long offset) {
   outage.offset = offset;
   nextTry_ = now + std::chrono::milliseconds(pause);
   hold_ = Hold::kLost;
-  Leaving::instance().close(name_, &stay_);
-  x_fluvia_file_close(handle_);
-  handle_ = 0;
-  Leaving::instance().leave(name_, &stay_);
+  closeHandle();
   if (outages_) outages_(outage);
   return true;
 }

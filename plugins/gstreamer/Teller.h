@@ -56,4 +56,8 @@ class OutageTeller {
   Teller teller_;
 };
 
+// Posts why a source has failed, with the status that a server answered, by which the demuxers of
+// adaptive streams decide whether to try again, and which segment.
+void postFailure(GstElement* element, const SourceReader& reader);
+
 #endif  // FLUVIAFS_PLUGINS_GSTREAMER_TELLER_H_

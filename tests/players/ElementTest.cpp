@@ -1,5 +1,4 @@
 // fluviasrc as an application meets it.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "Pipeline.h"
+#include "Taken.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
@@ -26,28 +26,6 @@ constexpr double kNoWait = 8;
 std::string source(const std::string& location) {
   return "fluviasrc name=source location=" + location + " ";
 }
-
-// Counts what a sink is given, and compares it with the pattern.
-struct Taken {
-  std::atomic<long long> bytes{0};
-  std::atomic<long long> wrong{0};
-
-  static void onBuffer(GstElement*, GstBuffer* buffer, GstPad*, gpointer data) {
-    Taken* taken = static_cast<Taken*>(data);
-    GstMapInfo map;
-    if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return;
-    if (support::firstDifference(GST_BUFFER_OFFSET(buffer), map.data, map.size) >= 0) {
-      ++taken->wrong;
-    }
-    taken->bytes += static_cast<long long>(map.size);
-    gst_buffer_unmap(buffer, &map);
-  }
-
-  void watch(const Pipeline& pipeline) {
-    g_object_set(pipeline.inside("sink"), "signal-handoffs", TRUE, nullptr);
-    g_signal_connect(pipeline.inside("sink"), "handoff", G_CALLBACK(onBuffer), this);
-  }
-};
 
 // How often a resource was opened: its first request asks for no range.
 int openings(const FaultServer& server, const std::string& path) {
@@ -92,6 +70,35 @@ TEST(FluviaSrc, LetsItselfBePulledWhereTheResourceSeeks) {
   EXPECT_EQ(openings(server, "/film"), 1) << "asking has not opened it twice";
   gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, FALSE);
   gst_object_unref(pad);
+}
+
+// A picture that ends within a piece is not kept waiting for the piece's end.
+TEST(FluviaSrc, PushesWhatHasArrived) {
+  FaultServer server;
+  server.on("/stalls", support::stallAfter(5000000, 30000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/stalls")) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PLAYING);
+  EXPECT_TRUE(support::eventually([&] { return taken.bytes > 30000 - 4096; })) << taken.bytes;
+  EXPECT_EQ(taken.wrong, 0);
+}
+
+// And what is fast comes in large pieces, a moment later.
+TEST(FluviaSrc, PushesLargePiecesOnceItRuns) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(8000000));
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink name=sink");
+  std::atomic<int> pieces{0};
+  g_object_set(pipeline.inside("sink"), "signal-handoffs", TRUE, nullptr);
+  g_signal_connect(
+      pipeline.inside("sink"), "handoff",
+      G_CALLBACK(+[](GstElement*, GstBuffer*, GstPad*, std::atomic<int>* count) { ++*count; }),
+      &pieces);
+  pipeline.set(GST_STATE_PLAYING);
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
+  // 107 of 64 KiB after the first mebibyte; before it one for each sixteenth that it grows by.
+  EXPECT_LE(pieces, 107 + 90);
 }
 
 TEST(FluviaSrc, PushesAStreamThatCannotSeek) {
@@ -154,18 +161,6 @@ TEST(FluviaSrc, NoStateChangeWaitsForASilentServer) {
   EXPECT_LT(waited, kNoWait);
 }
 
-int entriesOf(const char* folder) {
-  DIR* opened = opendir(folder);
-  if (opened == nullptr) return -1;
-  int entries = 0;
-  while (readdir(opened) != nullptr) ++entries;
-  closedir(opened);
-  return entries;
-}
-
-int threads() { return entriesOf("/proc/self/task"); }
-int descriptors() { return entriesOf("/proc/self/fd"); }
-
 // Plays what the server has at /film to its end.
 void playOnce(const FaultServer& server, int startupWait) {
   Taken taken;
@@ -186,8 +181,8 @@ TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
   server.on("/film", support::serveRanges(300000));
   playOnce(server, GetParam());
   ASSERT_TRUE(server.waitUntilIdle());
-  const int threadsBefore = threads();
-  const int descriptorsBefore = descriptors();
+  const int threadsBefore = support::threadCount();
+  const int descriptorsBefore = support::descriptorCount();
   {
     Pipeline pipeline(source(server.url("/film")) + "startup-wait=" + std::to_string(GetParam()) +
                       " ! fakesink");
@@ -197,10 +192,12 @@ TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
     }
   }
   playOnce(server, GetParam());
-  EXPECT_TRUE(support::eventually([&] { return threads() <= threadsBefore; }))
-      << threads() << " threads after " << threadsBefore;
-  EXPECT_TRUE(support::eventually([&] { return descriptors() <= descriptorsBefore; }))
-      << descriptors() << " descriptors after " << descriptorsBefore;
+  EXPECT_TRUE(support::eventually([&] {
+    return support::threadCount() <= threadsBefore + kThreadsKept;
+  })) << support::threadCount()
+      << " threads after " << threadsBefore;
+  EXPECT_TRUE(support::eventually([&] { return support::descriptorCount() <= descriptorsBefore; }))
+      << support::descriptorCount() << " descriptors after " << descriptorsBefore;
 }
 
 INSTANTIATE_TEST_SUITE_P(FluviaSrc, StartsAndStops, ::testing::Values(0, 1, 5, 1000));
@@ -282,6 +279,42 @@ TEST(FluviaSrc, FlushingSeekEndsAReadThatWaits) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
+GstPadProbeReturn countFlushes(GstPad*, GstPadProbeInfo* info, gpointer count) {
+  if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_FLUSH_STOP) {
+    ++*static_cast<std::atomic<int>*>(count);
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+// One for each sink of a pipeline; a demuxer that passes both on ends up at the key frame.
+TEST(FluviaSrc, SeekThatComesTwiceIsDoneOnce) {
+  FaultServer server;
+  server.on("/film", support::serveRanges(3000000));
+  Taken taken;
+  Pipeline pipeline(source(server.url("/film")) + "! fakesink name=sink");
+  taken.watch(pipeline);
+  pipeline.set(GST_STATE_PAUSED);
+  ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_ASYNC_DONE)) << pipeline.error();
+  std::atomic<int> flushes{0};
+  GstPad* pad = gst_element_get_static_pad(pipeline.inside("sink"), "sink");
+  gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_EVENT_FLUSH, countFlushes, &flushes, nullptr);
+  const auto seekTo = [&](gint64 offset, guint32 number) {
+    GstEvent* seek = gst_event_new_seek(1.0, GST_FORMAT_BYTES, GST_SEEK_FLAG_FLUSH,
+                                        GST_SEEK_TYPE_SET, offset, GST_SEEK_TYPE_NONE, -1);
+    gst_event_set_seqnum(seek, number);
+    return gst_pad_push_event(pad, seek) != 0;
+  };
+  const guint32 number = gst_util_seqnum_next();
+  EXPECT_TRUE(seekTo(100000, number));
+  EXPECT_TRUE(seekTo(100000, number));
+  EXPECT_EQ(flushes, 1);
+  EXPECT_TRUE(seekTo(200000, number)) << "to its index, and then to the target";
+  EXPECT_EQ(flushes, 2);
+  EXPECT_TRUE(seekTo(200000, gst_util_seqnum_next())) << "another seek to the same place";
+  EXPECT_EQ(flushes, 3);
+  gst_object_unref(pad);
+}
+
 TEST(FluviaSrc, ErrorsSayWhatIsWrong) {
   FaultServer server;
   for (const int status : {401, 403, 407, 500}) {
@@ -306,6 +339,24 @@ TEST(FluviaSrc, ErrorsSayWhatIsWrong) {
     EXPECT_EQ(pipeline.errorCode(), each.code) << pipeline.error();
     EXPECT_NE(pipeline.error().find(each.text), std::string::npos) << pipeline.error();
   }
+}
+
+// The demuxers of adaptive streams decide by the number.
+TEST(FluviaSrc, ErrorsCarryTheStatusOfTheServer) {
+  FaultServer server;
+  Pipeline pipeline(source(server.url("/missing")) + "! fakesink");
+  pipeline.set(GST_STATE_PLAYING);
+  GstBus* bus = gst_element_get_bus(pipeline.element());
+  GstMessage* message = gst_bus_timed_pop_filtered(bus, 30 * GST_SECOND, GST_MESSAGE_ERROR);
+  gst_object_unref(bus);
+  ASSERT_NE(message, nullptr);
+  const GstStructure* details = nullptr;
+  gst_message_parse_error_details(message, &details);
+  guint status = 0;
+  ASSERT_NE(details, nullptr);
+  EXPECT_TRUE(gst_structure_get_uint(details, "http-status-code", &status));
+  EXPECT_EQ(status, 404u);
+  gst_message_unref(message);
 }
 
 // Everything that an error message carries.

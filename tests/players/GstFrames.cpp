@@ -1,12 +1,14 @@
 // Decodes a URI with GStreamer and prints a checksum of every frame.
 //
-//   gst-frames [--plugin FILE] [--ca FILE] [--push] [--seeks N] [--seed N] [--timing] URI
+//   gst-frames [--plugin FILE [--prefer]] [--ca FILE] [--user-agent TEXT] [--push] [--paced]
+//              [--seeks N] [--seed N] [--timing] URI
 //
 // A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
-// first, then sound. --plugin loads an element that is in no registry; --push has it not wait until
-// it knows that it may be pulled. --seeks goes to N random
-// times and prints the picture (or sound) there. --timing prints to standard error how many
-// milliseconds the first frame took, and each seek to the key frame nearest before.
+// first, then sound. --plugin loads our element, and --prefer makes it the source of all http;
+// --push has it not wait until it knows that it may be pulled. --seeks goes to N random times and
+// prints the picture (or sound) there. --timing prints to standard error how many milliseconds the
+// first frame took, and each seek to the key frame nearest before. --paced shows every frame at its
+// time, as a viewer sees them, and prints to standard error by how much the latest one was late.
 #include <gst/gst.h>
 
 #include <cstdio>
@@ -24,27 +26,36 @@ constexpr GstClockTime kDeadline = 60 * GST_SECOND;
 struct Options {
   const char* plugin = nullptr;
   const char* authorities = nullptr;
+  const char* userAgent = nullptr;
   const char* uri = nullptr;
   int seeks = 0;
   unsigned int seed = 1;
   bool timing = false;
   bool push = false;
+  bool paced = false;
+  bool prefer = false;
 };
 
 Options options;
 
 // One decoded stream: its sink, and the lines of its frames when all are wanted.
 struct Stream {
+  explicit Stream(const char* of) : kind(of) {}
+
   std::string kind;
   GstElement* sink = nullptr;
   std::vector<std::string> lines;
+  // Of the clock over the frames' times, in microseconds: that of the most punctual frame, and how
+  // much more the latest one had.
+  gint64 ahead = G_MAXINT64;
+  gint64 late = 0;
 };
 
 struct Player {
   GstElement* pipeline = nullptr;
   std::mutex lock;
-  Stream video{"video", nullptr, {}};
-  Stream audio{"audio", nullptr, {}};
+  Stream video{"video"};
+  Stream audio{"audio"};
 };
 
 std::string lineOf(const std::string& kind, GstBuffer* buffer) {
@@ -61,6 +72,9 @@ std::string lineOf(const std::string& kind, GstBuffer* buffer) {
 void onFrame(GstElement*, GstBuffer* buffer, GstPad*, gpointer stream) {
   Stream* into = static_cast<Stream*>(stream);
   into->lines.push_back(lineOf(into->kind, buffer));
+  const gint64 ahead = g_get_monotonic_time() - static_cast<gint64>(GST_BUFFER_PTS(buffer) / 1000);
+  into->ahead = MIN(into->ahead, ahead);
+  into->late = MAX(into->late, ahead - into->ahead);
 }
 
 // A sink for the first stream of each kind; others are thrown away.
@@ -70,7 +84,7 @@ void onPad(GstElement*, GstPad* pad, gpointer data) {
   const std::string type = gst_structure_get_name(gst_caps_get_structure(caps, 0));
   gst_caps_unref(caps);
   GstElement* sink = gst_element_factory_make("fakesink", nullptr);
-  g_object_set(sink, "sync", FALSE, nullptr);
+  g_object_set(sink, "sync", options.paced, nullptr);
   {
     const std::lock_guard<std::mutex> guard(player->lock);
     Stream* stream = type.compare(0, 6, "video/") == 0 ? &player->video : &player->audio;
@@ -94,6 +108,7 @@ void onSource(GstElement*, GstElement* source, gpointer) {
       g_object_class_find_property(G_OBJECT_GET_CLASS(source), "ca") != nullptr) {
     g_object_set(source, "ca", options.authorities, nullptr);
   }
+  if (options.userAgent != nullptr) g_object_set(source, "user-agent", options.userAgent, nullptr);
   if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
@@ -195,6 +210,10 @@ bool playAll(Player& player) {
   for (const Stream* stream : {&player.video, &player.audio}) {
     for (const std::string& line : stream->lines) printf("%s\n", line.c_str());
   }
+  if (options.paced) {
+    const gint64 late = MAX(player.video.late, player.audio.late);
+    fprintf(stderr, "latest frame %.1f ms\n", static_cast<double>(late) / 1000.0);
+  }
   return true;
 }
 
@@ -205,6 +224,8 @@ bool parse(int argc, char** argv) {
       options.plugin = argv[++i];
     } else if (strcmp(argv[i], "--ca") == 0 && more) {
       options.authorities = argv[++i];
+    } else if (strcmp(argv[i], "--user-agent") == 0 && more) {
+      options.userAgent = argv[++i];
     } else if (strcmp(argv[i], "--seeks") == 0 && more) {
       options.seeks = atoi(argv[++i]);
     } else if (strcmp(argv[i], "--seed") == 0 && more) {
@@ -213,6 +234,10 @@ bool parse(int argc, char** argv) {
       options.push = true;
     } else if (strcmp(argv[i], "--timing") == 0) {
       options.timing = true;
+    } else if (strcmp(argv[i], "--prefer") == 0) {
+      options.prefer = true;
+    } else if (strcmp(argv[i], "--paced") == 0) {
+      options.paced = true;
     } else {
       options.uri = argv[i];
     }
@@ -230,6 +255,11 @@ bool loadPlugin() {
     return false;
   }
   gst_object_unref(plugin);
+  if (options.prefer) {
+    GstPluginFeature* feature = gst_registry_lookup_feature(gst_registry_get(), "fluviasrc");
+    gst_plugin_feature_set_rank(feature, GST_RANK_PRIMARY + 100);
+    gst_object_unref(feature);
+  }
   return true;
 }
 
@@ -238,7 +268,9 @@ bool loadPlugin() {
 int main(int argc, char** argv) {
   gst_init(nullptr, nullptr);
   if (!parse(argc, argv)) {
-    fprintf(stderr, "usage: gst-frames [--plugin FILE] [--ca FILE] [--seeks N] [--seed N] URI\n");
+    fprintf(stderr,
+            "usage: gst-frames [--plugin FILE] [--ca FILE] [--user-agent TEXT] [--seeks N] [--seed "
+            "N] URI\n");
     return 2;
   }
   if (!loadPlugin()) return 1;

@@ -81,6 +81,49 @@ TEST(SourceReader, EmptyFileEndsAtOnce) {
   EXPECT_EQ(reader.read(0, 100, &piece), Outcome::kEnd);
 }
 
+// Of a block that is not full yet, which whoever wants all of it would wait for.
+TEST(SourceReader, ReadsWhatHasArrived) {
+  FaultServer server;
+  server.on("/stalls", support::stallAfter(1000000, 20000));
+  SourceReader reader(server.url("/stalls"), SourceSettings());
+  long long at = 0;
+  while (at < 20000) {
+    SourceReader::Piece piece;
+    ASSERT_EQ(reader.read(at, 1, 65536, &piece), Outcome::kDone);
+    ASSERT_GE(piece.size, 1u);
+    EXPECT_EQ(
+        support::firstDifference(static_cast<unsigned long long>(at), piece.data.get(), piece.size),
+        -1);
+    at += piece.size;
+  }
+  EXPECT_EQ(at, 20000);
+}
+
+TEST(SourceReader, KnowsWhatTheMediumIs) {
+  FaultServer server;
+  server.on("/list", support::answerStatus(200, "#EXTM3U\n"));
+  server.on("/film", support::serveRanges(100000));
+  SourceReader list(server.url("/list"), SourceSettings());
+  SourceReader film(server.url("/film"), SourceSettings());
+  EXPECT_EQ(static_cast<int>(list.waitForFacts(kLong).medium), static_cast<int>(Medium::kPlaylist));
+  EXPECT_EQ(static_cast<int>(film.waitForFacts(kLong).medium), static_cast<int>(Medium::kOther));
+}
+
+// The second reader would share what the first one holds.
+TEST(SourceReader, ReleasedReaderLetsTheNextOneAskTheServer) {
+  FaultServer server;
+  server.on("/list", support::serveRanges(3000));
+  SourceReader first(server.url("/list"), SourceSettings());
+  EXPECT_TRUE(readsPattern(first, 0, 3000));
+  first.release();
+  EXPECT_TRUE(first.isReleased());
+  SourceReader second(server.url("/list"), SourceSettings());
+  EXPECT_TRUE(readsPattern(second, 0, 3000));
+  EXPECT_EQ(server.requestCount("/list"), 2);
+  EXPECT_TRUE(readsPattern(first, 1000, 2000)) << "it opens the source again";
+  EXPECT_FALSE(first.isReleased());
+}
+
 // Left alone, the read would fail by the library's own time limit.
 TEST(SourceReader, InterruptEndsAReadThatWaits) {
   FaultServer server;
@@ -132,12 +175,13 @@ TEST(SourceReader, EveryFailureHasItsTextAndKind) {
     std::string name;
     SourceFailure kind;
     std::string text;
+    int status;
   } cases[] = {
-      {server.url("/missing"), SourceFailure::kNotFound, "the server answered 404"},
-      {server.url("/forbidden"), SourceFailure::kNotAuthorized, "the server answered 403"},
-      {nobody, SourceFailure::kNotAvailable, "the server refuses the connection"},
-      {"/nowhere/film.ts", SourceFailure::kNotFound, "No such file or directory"},
-      {"/tmp", SourceFailure::kNotAvailable, "only regular files"},
+      {server.url("/missing"), SourceFailure::kNotFound, "the server answered 404", 404},
+      {server.url("/forbidden"), SourceFailure::kNotAuthorized, "the server answered 403", 403},
+      {nobody, SourceFailure::kNotAvailable, "the server refuses the connection", 0},
+      {"/nowhere/film.ts", SourceFailure::kNotFound, "No such file or directory", 0},
+      {"/tmp", SourceFailure::kNotAvailable, "only regular files", 0},
   };
   SourceSettings settings;
   settings.reopen = 0;
@@ -148,6 +192,7 @@ TEST(SourceReader, EveryFailureHasItsTextAndKind) {
     EXPECT_EQ(reader.read(0, 10, &piece), Outcome::kFailed) << each.name;
     EXPECT_EQ(reader.failure(), each.kind) << each.name;
     EXPECT_NE(reader.explanation().find(each.text), std::string::npos) << reader.explanation();
+    EXPECT_EQ(reader.httpStatus(), each.status) << each.name;
   }
 }
 

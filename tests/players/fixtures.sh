@@ -6,7 +6,7 @@
 set -euo pipefail
 out=$1
 mkdir -p "$out"
-if [ -e "$out/complete" ]; then
+if [ -e "$out/complete-2" ]; then
   exit 0
 fi
 run() {
@@ -18,9 +18,10 @@ run -f lavfi -i "testsrc2=size=320x180:rate=25:duration=20" \
   -map 0:v -map 1:a -c:v libx264 -preset veryfast -threads 1 -g 50 -b:v 1000k -pix_fmt yuv420p \
   -c:a aac -b:a 96k -ac 2 "${exact[@]}" "$out/film.mkv"
 run -i "$out/film.mkv" -c copy "${exact[@]}" "$out/film.mp4"
+run -i "$out/film.mp4" -c copy -movflags +faststart "${exact[@]}" "$out/front.mp4"
 run -i "$out/film.mkv" -c copy -movflags frag_keyframe+empty_moov+default_base_moof "${exact[@]}" \
   "$out/fragmented.mp4"
 run -i "$out/film.mkv" -c copy "${exact[@]}" "$out/film.ts"
 run -i "$out/film.mkv" -vn -c:a libmp3lame -b:a 128k "${exact[@]}" "$out/sound.mp3"
 run -i "$out/film.mkv" -vn -c:a flac "${exact[@]}" "$out/sound.flac"
-touch "$out/complete"
+touch "$out/complete-2"

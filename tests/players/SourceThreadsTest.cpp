@@ -1,0 +1,54 @@
+// The threads that the element's readers run on.
+#include <gtest/gtest.h>
+
+#include <future>
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "SourceReader.h"
+#include "SourceThreads.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+// The thread that did a piece of work.
+std::thread::id doneBy() {
+  auto done = std::make_shared<std::promise<std::thread::id>>();
+  std::future<std::thread::id> id = done->get_future();
+  EXPECT_TRUE(
+      SourceThreads::instance().run([done] { done->set_value(std::this_thread::get_id()); }));
+  EXPECT_EQ(id.wait_for(support::patienceOf(20)), std::future_status::ready);
+  return id.get();
+}
+
+// One that has just done its work may not be ready for the next; the others then are.
+TEST(SourceThreads, WorkOneAfterTheOtherTakesNoThreadEach) {
+  std::set<std::thread::id> used;
+  for (int i = 0; i < 300; ++i) used.insert(doneBy());
+  EXPECT_LE(used.size(), SourceThreads::kKept + 1);
+}
+
+TEST(SourceThreads, NoWorkWaitsForAnothersEnd) {
+  constexpr int kMany = 20;
+  std::promise<void> goOn;
+  const std::shared_future<void> told = goOn.get_future().share();
+  std::vector<std::future<void>> begun;
+  for (int i = 0; i < kMany; ++i) {
+    auto begins = std::make_shared<std::promise<void>>();
+    begun.push_back(begins->get_future());
+    ASSERT_TRUE(SourceThreads::instance().run([begins, told] {
+      begins->set_value();
+      told.wait();
+    }));
+  }
+  for (std::future<void>& each : begun) {
+    EXPECT_EQ(each.wait_for(support::patienceOf(20)), std::future_status::ready);
+  }
+  goOn.set_value();
+}
+
+}  // namespace

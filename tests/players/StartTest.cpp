@@ -1,0 +1,133 @@
+// What a start and a seek of a player cost: requests, which on a long link are most of the time.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "Pipeline.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/SlowLink.h"
+#include "tests/support/Watchdog.h"
+
+namespace {
+
+using support::FaultServer;
+
+// A medium behind a link of 100 ms and 20 Mbit/s.
+class FarMedium {
+ public:
+  explicit FarMedium(const std::string& name)
+      : path_("/" + name), link_(server_.port(), 100, 2500000) {
+    server_.on(path_, support::serveFile(std::string(FLUVIA_MEDIA) + path_));
+  }
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(link_.port()) + path_; }
+  int requests() const { return server_.requestCount(path_); }
+  std::string asked() const {
+    std::string all;
+    for (const std::string& range : server_.ranges(path_)) all += " [" + range + "]";
+    return all;
+  }
+
+ private:
+  const std::string path_;
+  FaultServer server_;
+  support::SlowLink link_;
+};
+
+// Shows the first picture, with a buffer that holds a part of the film only.
+class Player {
+ public:
+  explicit Player(const std::string& url)
+      : pipeline_("uridecodebin uri=fluvia+" + url +
+                  " name=decoder ! fakesink sync=true decoder. ! fakesink sync=true") {
+    const auto setBuffer = +[](GstElement*, GstElement* source, gpointer) {
+      g_object_set(source, "buffer-size", 524288, "startup-wait", 20000, nullptr);
+    };
+    g_signal_connect(pipeline_.inside("decoder"), "source-setup", G_CALLBACK(setBuffer), nullptr);
+    pipeline_.set(GST_STATE_PAUSED);
+  }
+  bool shows() { return pipeline_.waitFor(GST_MESSAGE_ASYNC_DONE); }
+  bool showsAt(int second) {
+    return pipeline_.seek(second * static_cast<gint64>(GST_SECOND), GST_SEEK_FLAG_KEY_UNIT) &&
+           shows();
+  }
+  const std::string& error() const { return pipeline_.error(); }
+
+ private:
+  Pipeline pipeline_;
+};
+
+struct Cost {
+  const char* name;
+  int start;
+  int firstSeek;
+  int seek;
+};
+
+void PrintTo(const Cost& cost, std::ostream* out) { *out << cost.name; }
+
+class FarStart : public ::testing::TestWithParam<Cost> {};
+
+TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
+  FarMedium medium(GetParam().name);
+  Player player(medium.url());
+  ASSERT_TRUE(player.shows()) << player.error();
+  EXPECT_LE(medium.requests(), GetParam().start) << medium.asked();
+  int before = medium.requests();
+  ASSERT_TRUE(player.showsAt(14)) << player.error();
+  EXPECT_LE(medium.requests() - before, GetParam().firstSeek) << medium.asked();
+  for (const int second : {2, 18, 8}) {
+    before = medium.requests();
+    ASSERT_TRUE(player.showsAt(second)) << player.error();
+    EXPECT_LE(medium.requests() - before, GetParam().seek) << medium.asked();
+  }
+}
+
+// Pushed, a Matroska file starts without its index, and the first seek fetches it. That of an MP4
+// file has to be there: in front, or fetched from the end.
+INSTANTIATE_TEST_SUITE_P(Media, FarStart,
+                         ::testing::Values(Cost{"film.mkv", 1, 2, 1}, Cost{"front.mp4", 1, 1, 1},
+                                           Cost{"film.mp4", 3, 1, 1}));
+
+struct Way {
+  const char* name;
+  bool pulled;
+};
+
+void PrintTo(const Way& way, std::ostream* out) { *out << way.name; }
+
+class Access : public ::testing::TestWithParam<Way> {};
+
+bool offersPull(const std::string& location, const std::string& more) {
+  const Pipeline pipeline("fluviasrc name=source startup-wait=20000 " + more +
+                          " location=" + location + " ! fakesink");
+  gst_element_set_state(pipeline.inside("source"), GST_STATE_READY);
+  GstQuery* query = gst_query_new_scheduling();
+  EXPECT_TRUE(gst_element_query(pipeline.inside("source"), query));
+  EXPECT_TRUE(gst_query_has_scheduling_mode(query, GST_PAD_MODE_PUSH));
+  const bool pulled = gst_query_has_scheduling_mode_with_flags(query, GST_PAD_MODE_PULL,
+                                                               GST_SCHEDULING_FLAG_SEEKABLE) != 0;
+  gst_query_unref(query);
+  return pulled;
+}
+
+// Whatever seeks less exactly when it is pushed, or not at all, is pulled.
+TEST_P(Access, FollowsTheMedium) {
+  const std::string name = GetParam().name;
+  const std::string file = std::string(FLUVIA_MEDIA) + "/" + name;
+  FaultServer server;
+  server.on("/" + name, support::serveFile(file));
+  EXPECT_EQ(offersPull(server.url("/" + name), ""), GetParam().pulled);
+  EXPECT_TRUE(offersPull(server.url("/" + name), "access=pull"));
+  EXPECT_FALSE(offersPull(server.url("/" + name), "access=push"));
+  EXPECT_TRUE(offersPull(file, "")) << "a file has no round trips";
+}
+
+INSTANTIATE_TEST_SUITE_P(Media, Access,
+                         ::testing::Values(Way{"film.mkv", false}, Way{"film.mp4", false},
+                                           Way{"front.mp4", false}, Way{"fragmented.mp4", true},
+                                           Way{"film.ts", true}, Way{"sound.mp3", true},
+                                           Way{"sound.flac", true}));
+
+}  // namespace
