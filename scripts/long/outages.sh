@@ -16,3 +16,5 @@ done
 for test in live_long live_late; do
   check "ffmpeg, HLS $test" timeout --kill-after=10 200 tests/players/players.sh "$PWD/build/release" "ffmpeg_hls_$test"
 done
+check "gstreamer, live for 40 s" timeout --kill-after=10 200 tests/players/adaptive_gst.sh "$PWD/build/release" \
+  gst_adaptive_live_long

@@ -77,28 +77,33 @@ void onFrame(GstElement*, GstBuffer* buffer, GstPad*, gpointer stream) {
   into->late = MAX(into->late, ahead - into->ahead);
 }
 
-// A sink for the first stream of each kind; others are thrown away.
+GstElement* makeSink(Player* player, Stream* stream) {
+  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+  g_object_set(sink, "sync", options.paced, nullptr);
+  if (stream != nullptr && options.seeks == 0 && !options.timing) {
+    g_object_set(sink, "signal-handoffs", TRUE, nullptr);
+    g_signal_connect(sink, "handoff", G_CALLBACK(onFrame), stream);
+  }
+  gst_bin_add(GST_BIN(player->pipeline), sink);
+  gst_element_sync_state_with_parent(sink);
+  return sink;
+}
+
+// A sink for the first stream of each kind, and for what follows it when an adaptive stream has
+// changed its rate; another stream beside it is thrown away.
 void onPad(GstElement*, GstPad* pad, gpointer data) {
   Player* player = static_cast<Player*>(data);
   GstCaps* caps = gst_pad_get_current_caps(pad);
   const std::string type = gst_structure_get_name(gst_caps_get_structure(caps, 0));
   gst_caps_unref(caps);
-  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
-  g_object_set(sink, "sync", options.paced, nullptr);
-  {
-    const std::lock_guard<std::mutex> guard(player->lock);
-    Stream* stream = type.compare(0, 6, "video/") == 0 ? &player->video : &player->audio;
-    if (stream->sink == nullptr) {
-      stream->sink = sink;
-      if (options.seeks == 0 && !options.timing) {
-        g_object_set(sink, "signal-handoffs", TRUE, nullptr);
-        g_signal_connect(sink, "handoff", G_CALLBACK(onFrame), stream);
-      }
-    }
+  const std::lock_guard<std::mutex> guard(player->lock);
+  Stream* stream = type.compare(0, 6, "video/") == 0 ? &player->video : &player->audio;
+  if (stream->sink == nullptr) stream->sink = makeSink(player, stream);
+  GstPad* target = gst_element_get_static_pad(stream->sink, "sink");
+  if (gst_pad_is_linked(target)) {
+    gst_object_unref(target);
+    target = gst_element_get_static_pad(makeSink(player, nullptr), "sink");
   }
-  gst_bin_add(GST_BIN(player->pipeline), sink);
-  gst_element_sync_state_with_parent(sink);
-  GstPad* target = gst_element_get_static_pad(sink, "sink");
   gst_pad_link(pad, target);
   gst_object_unref(target);
 }

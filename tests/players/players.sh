@@ -718,7 +718,7 @@ readme_recipes() {
     timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
     count=$((count + 1))
   done < <(sed -n '/^## Use it in your player/,/^## The interface/s/^    //p' "$here/../../README.md")
-  [ "$count" -ge 4 ] || fail "the README has not 4 recipes but $count"
+  [ "$count" -eq 5 ] || fail "the README has not 5 recipes but $count"
 }
 
 case $name in
