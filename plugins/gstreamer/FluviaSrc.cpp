@@ -365,7 +365,9 @@ bool prefersPush(GstBaseSrc* base) {
   }
   if (access != Access::kAuto) return access == Access::kPush;
   const auto reader = readerOf(base);
-  return reader != nullptr && reader->facts().medium != Medium::kOther;
+  if (reader == nullptr) return false;
+  const Medium medium = reader->facts().medium;
+  return medium == Medium::kIndexed || medium == Medium::kPlaylist;
 }
 
 // The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with

@@ -131,7 +131,11 @@ Head lookAtMovie(const std::string& bytes, const Box& movie) {
   while (at + 8 <= movie.end) {
     Box box;
     if (!boxAt(bytes, at, &box)) return unknownUpTo(bytes, at);
-    if (isOneOf(box.type, {"mvex", "cmov"})) return head;
+    if (box.type == "cmov") return head;
+    if (box.type == "mvex") {
+      head.medium = Medium::kFragments;
+      return head;
+    }
     if (box.type == "trak" && box.end - at > kTrackWithoutSamples) break;
     at = box.end;
   }

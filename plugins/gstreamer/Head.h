@@ -10,6 +10,9 @@ enum class Medium {
   // everything is: Matroska or WebM that tells where its cues are, MP4 or QuickTime without
   // fragments.
   kIndexed,
+  // MP4 of fragments. Its demuxer, when it pulls, looks at the next fragment before it takes the
+  // pictures and the sound of one, which stand apart.
+  kFragments,
   // A text that names other resources: an HLS playlist, an XML manifest.
   kPlaylist
 };

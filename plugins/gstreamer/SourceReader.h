@@ -32,7 +32,7 @@ struct SourceFacts {
   bool failed = false;             // it will never be
   bool seekable = false;           // any offset can be reached
   long long size = -1;             // bytes, -1 when it cannot be learnt
-  Medium medium = Medium::kOther;  // kIndexed only of a URL
+  Medium medium = Medium::kOther;  // of a file only whether it is a playlist
 };
 
 // How much is held ahead of the last read.

@@ -16,6 +16,13 @@ constexpr std::chrono::milliseconds kLevelsWait(50);
 // A break of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
+// A fragment's head, the next one's, the pictures, the sound, the pictures again: what a demuxer
+// that pulls would start anew for.
+constexpr int kRestartsInAFragment = 4;
+// A shorter time tells no speed.
+constexpr std::chrono::milliseconds kWorthMeasuring(5);
+// Before there is another one: 10 Mbit/s, in bytes a second.
+constexpr double kAssumedSpeed = 1250000;
 // Of the head, and at most half of the buffer: the beginning has to stay in it.
 constexpr long long kMostOfHead = 262144;
 
@@ -173,6 +180,7 @@ void SourceReader::Worker::applySettings() {
 void SourceReader::Worker::learn() {
   SourceFacts facts;
   const Outcome outcome = learnHead(&facts.medium);
+  restartsSaved_ = facts.medium == Medium::kFragments ? kRestartsInAFragment : 1;
   if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
   facts.known = true;
   facts.size = outage_.size;
@@ -194,13 +202,18 @@ SourceReader::Outcome SourceReader::Worker::learnHead(Medium* medium) {
     if (head.wanted <= at || (at > 0 && head.wanted > most)) return Outcome::kDone;
     const auto size = static_cast<unsigned int>(std::max<long long>(head.wanted - at, kFirstRead));
     Piece piece;
+    const Clock::time_point asked = Clock::now();
     const Outcome outcome = fetch({at, size, size}, kLearning, &piece);
     if (outcome != Outcome::kDone) return outcome;
+    if (at == 0) {
+      restart_ = Clock::now() - asked;
+      noteBeginning();
+    }
     bytes.append(piece.data.get(), piece.size);
     head = lookAtHead(bytes);
     *medium = head.medium;
     // A stream that cannot seek is pushed, whatever it is, and in a file a demuxer may roam.
-    if (local_ && *medium == Medium::kIndexed) *medium = Medium::kOther;
+    if (local_ && *medium != Medium::kPlaylist) *medium = Medium::kOther;
     if (local_ || outage_.seekable == 0) return outcome;
   }
 }
@@ -269,13 +282,15 @@ SourceReader::Outcome SourceReader::Worker::fetchHere(const Span& span, unsigned
                                                       Piece* piece) {
   Outcome outcome = Outcome::kFailed;
   for (int tries = 0; tries < kTries; ++tries) {
-    if (isFar(span.offset)) {
-      noteFar(span.offset);
-      outcome = stepsBack_ ? runUp(span.offset, ticket) : Outcome::kDone;
+    const bool far = isFar(span.offset);
+    const bool anew = far && !isSoonThere(span.offset);
+    if (far) {
+      outcome = anew ? restartAt(span.offset, ticket) : runOn(span.offset, ticket);
       if (outcome != Outcome::kDone) return outcome;
     }
     if (position_ != span.offset && !moveTo(span.offset)) break;
     outcome = fetchOnce(sizeNow(span), ticket, piece);
+    if (anew && outcome == Outcome::kDone) noteBeginning();
     if (outcome != Outcome::kFailed) return outcome;
     if (local_ || x_fluvia_file_http_get_download_status(handle_) != FVFR_DOWNLOAD_OK) break;
   }
@@ -294,6 +309,50 @@ bool SourceReader::Worker::isFar(long long offset) {
   const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
   if (offset >= position_) return offset > arrived + SourceReader::kReadAheadMargin;
   return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
+}
+
+// Whether the running transfer brings offset sooner than a request of its own would, counting those
+// that whoever steps back from there would need. What lies between has to stay held meanwhile.
+bool SourceReader::Worker::isSoonThere(long long offset) {
+  const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+  const Seconds most = restart_ * restartsSaved_;
+  const double brings = speedUpTo(arrived) * most.count();
+  if (offset < position_ || offset - position_ > settings_.bufferSize / 2) return false;
+  return static_cast<double>(offset - arrived) < brings;
+}
+
+// The best speed so far, in bytes a second. That of the library counts a connection's beginning.
+double SourceReader::Worker::speedUpTo(long long arrived) {
+  const Seconds passed = Clock::now() - since_;
+  if (passed >= kWorthMeasuring && arrived > from_) {
+    bestSpeed_ = std::max(bestSpeed_, static_cast<double>(arrived - from_) / passed.count());
+  }
+  return bestSpeed_ > 0 ? bestSpeed_ : kAssumedSpeed;
+}
+
+// A transfer has begun with the read that ended now.
+void SourceReader::Worker::noteBeginning() {
+  since_ = Clock::now();
+  from_ = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+}
+
+// Lets the running transfer go on up to offset, by reading a byte here and there close behind it.
+// Failures are left for the read at offset to meet.
+SourceReader::Outcome SourceReader::Worker::runOn(long long offset, unsigned long long ticket) {
+  while (isFar(offset)) {
+    const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+    Piece byte;
+    if (!moveTo(arrived + FVFR_BUFFER_BLOCK)) break;
+    const Outcome outcome = fetchOnce(1, ticket, &byte);
+    if (outcome == Outcome::kInterrupted) return outcome;
+    if (outcome != Outcome::kDone) break;
+  }
+  return Outcome::kDone;
+}
+
+SourceReader::Outcome SourceReader::Worker::restartAt(long long offset, unsigned long long ticket) {
+  noteFar(offset);
+  return stepsBack_ ? runUp(offset, ticket) : Outcome::kDone;
 }
 
 // Some demuxers pull a picture and then the sound that stands a little before it. A request that

@@ -47,6 +47,7 @@ class SourceReader::Worker {
  private:
   using Lock = std::unique_lock<std::mutex>;
   using Clock = std::chrono::steady_clock;
+  using Seconds = std::chrono::duration<double>;
 
   // The ticket of the first read, which only quit() ends.
   static constexpr unsigned long long kLearning = 0;
@@ -67,6 +68,11 @@ class SourceReader::Worker {
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   unsigned int sizeNow(const Span& span) const;
   bool isFar(long long offset);
+  bool isSoonThere(long long offset);
+  double speedUpTo(long long arrived);
+  void noteBeginning();
+  Outcome runOn(long long offset, unsigned long long ticket);
+  Outcome restartAt(long long offset, unsigned long long ticket);
   void noteFar(long long offset);
   Outcome runUp(long long offset, unsigned long long ticket);
   bool moveTo(long long offset);
@@ -119,6 +125,12 @@ class SourceReader::Worker {
   long long position_ = 0;
   long long lastFar_ = 0;  // where the last request of its own was asked for
   bool stepsBack_ = false;
+  Clock::duration restart_{0};  // how long the first request took to its first bytes
+  int restartsSaved_ = 1;
+  // Since when the present transfer runs, from which byte, and the best speed of all so far.
+  Clock::time_point since_;
+  long long from_ = 0;
+  double bestSpeed_ = 0;
 
   std::mutex turn_;  // held by the one whose read is served
   mutable std::mutex lock_;

@@ -86,8 +86,8 @@ TEST(Head, MovieWithALongTrackIsIndexed) {
 TEST(Head, MovieOfFragmentsIsPulled) {
   const std::string header = box("mvhd", std::string(100, 'h'));
   const std::string extends = box("mvex", std::string(40, 'x'));
-  expect(kType + box("moov", header + track(400) + extends), Medium::kOther);
-  expect(kType + box("moov", header + extends + track(400)), Medium::kOther);
+  expect(kType + box("moov", header + track(400) + extends), Medium::kFragments);
+  expect(kType + box("moov", header + extends + track(400)), Medium::kFragments);
   expect(kType + box("moof", header), Medium::kOther);
 }
 
@@ -97,7 +97,7 @@ TEST(Head, MovieIsReadOnUntilItIsClear) {
   const std::string movie = box("moov", tracks + box("mvex", std::string(40, 'x')));
   const auto next = static_cast<long long>(kType.size() + 8 + tracks.size() + 16);
   expect((kType + movie).substr(0, 4096), Medium::kOther, next);
-  expect((kType + movie).substr(0, static_cast<size_t>(next)), Medium::kOther);
+  expect((kType + movie).substr(0, static_cast<size_t>(next)), Medium::kFragments);
 }
 
 TEST(Head, PlaylistsAreKnown) {

@@ -35,16 +35,18 @@ class FarMedium {
   support::SlowLink link_;
 };
 
-// Shows the first picture, with a buffer that holds a part of the film only.
+// Shows the first picture.
 class Player {
  public:
-  explicit Player(const std::string& url)
+  Player(const std::string& url, int bufferSize)
       : pipeline_("uridecodebin uri=fluvia+" + url +
-                  " name=decoder ! fakesink sync=true decoder. ! fakesink sync=true") {
-    const auto setBuffer = +[](GstElement*, GstElement* source, gpointer) {
-      g_object_set(source, "buffer-size", 524288, "startup-wait", 20000, nullptr);
+                  " name=decoder ! fakesink sync=true decoder. ! fakesink sync=true"),
+        bufferSize_(bufferSize) {
+    const auto setBuffer = +[](GstElement*, GstElement* source, int* size) {
+      g_object_set(source, "buffer-size", *size, "startup-wait", 20000, nullptr);
     };
-    g_signal_connect(pipeline_.inside("decoder"), "source-setup", G_CALLBACK(setBuffer), nullptr);
+    g_signal_connect(pipeline_.inside("decoder"), "source-setup", G_CALLBACK(setBuffer),
+                     &bufferSize_);
     pipeline_.set(GST_STATE_PAUSED);
   }
   bool shows() { return pipeline_.waitFor(GST_MESSAGE_ASYNC_DONE); }
@@ -56,10 +58,12 @@ class Player {
 
  private:
   Pipeline pipeline_;
+  int bufferSize_;
 };
 
 struct Cost {
   const char* name;
+  int bufferSize;  // a part of the film
   int start;
   int firstSeek;
   int seek;
@@ -71,7 +75,7 @@ class FarStart : public ::testing::TestWithParam<Cost> {};
 
 TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
   FarMedium medium(GetParam().name);
-  Player player(medium.url());
+  Player player(medium.url(), GetParam().bufferSize);
   ASSERT_TRUE(player.shows()) << player.error();
   EXPECT_LE(medium.requests(), GetParam().start) << medium.asked();
   int before = medium.requests();
@@ -86,9 +90,23 @@ TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
 
 // Pushed, a Matroska file starts without its index, and the first seek fetches it. That of an MP4
 // file has to be there: in front, or fetched from the end.
+// A seek may have to fill a gap before what is held.
 INSTANTIATE_TEST_SUITE_P(Media, FarStart,
-                         ::testing::Values(Cost{"film.mkv", 1, 2, 1}, Cost{"front.mp4", 1, 1, 1},
-                                           Cost{"film.mp4", 3, 1, 1}));
+                         ::testing::Values(Cost{"film.mkv", 524288, 1, 3, 2},
+                                           Cost{"front.mp4", 524288, 1, 2, 2},
+                                           Cost{"film.mp4", 524288, 3, 2, 2}));
+
+// Its demuxer looks at the next fragment before it takes the pictures of one, and the sound, which
+// stands behind all of them. Going there and back by requests took six.
+TEST(FarFragments, SeekIsOneRequest) {
+  FarMedium medium("fragmented.mp4");
+  Player player(medium.url(), 1048576);
+  ASSERT_TRUE(player.shows()) << player.error();
+  EXPECT_LE(medium.requests(), 5) << medium.asked();
+  const int before = medium.requests();
+  ASSERT_TRUE(player.showsAt(14)) << player.error();
+  EXPECT_LE(medium.requests() - before, 2) << medium.asked();
+}
 
 struct Way {
   const char* name;
