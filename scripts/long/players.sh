@@ -7,18 +7,28 @@ make_measured_players() {
   configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build release
 }
 
-# A minute of noise at 6 Mbit/s: more than a buffer holds, and its index at the end.
+# copy_film NAME [options]: the film in another container.
+copy_film() {
+  local out=build/player-figures/media name=$1
+  shift
+  ffmpeg -nostdin -hide_banner -loglevel error -y -i "$out/film.mkv" -c copy "$@" "$out/$name"
+}
+
+# A minute of noise at 6 Mbit/s: more than a buffer holds; MP4 with its index at the end, in front, and
+# in fragments; HLS in pieces of six seconds.
 make_measured_media() {
   local out=build/player-figures/media
-  mkdir -p "$out"
-  [ ! -e "$out/complete" ] || return 0
+  mkdir -p "$out/stream"
+  [ ! -e "$out/complete-2" ] || return 0
   ffmpeg -nostdin -hide_banner -loglevel error -y \
     -f lavfi -i "testsrc2=size=640x360:rate=25:duration=60,noise=alls=30:allf=t:all_seed=1" \
     -f lavfi -i "sine=frequency=330:beep_factor=4:sample_rate=44100:duration=60" -map 0:v -map 1:a \
     -c:v libx264 -preset ultrafast -g 25 -b:v 6M -maxrate 6M -bufsize 6M -pix_fmt yuv420p \
     -c:a aac -b:a 96k -ac 2 "$out/film.mkv" &&
-    ffmpeg -nostdin -hide_banner -loglevel error -y -i "$out/film.mkv" -c copy "$out/film.mp4" &&
-    touch "$out/complete"
+    copy_film film.mp4 && copy_film front.mp4 -movflags +faststart &&
+    copy_film fragmented.mp4 -movflags frag_keyframe+empty_moov+default_base_moof && copy_film film.ts &&
+    copy_film stream/film.m3u8 -f hls -hls_time 6 -hls_list_size 0 -hls_playlist_type vod &&
+    touch "$out/complete-2"
 }
 
 measure_players() (
@@ -29,7 +39,7 @@ measure_players() (
   build/release/tests/players/gst-frames "file://$out/media/film.mp4" >/dev/null || code=1
   if [ "$code" -eq 0 ]; then
     tests/players/measure.py run "$PWD/build/release" "$NGINX_PORT" "$server/access.log" \
-      film.mp4 film.mkv >"$out/players.csv" || code=1
+      film.mp4 front.mp4 fragmented.mp4 film.mkv film.ts stream/film.m3u8 >"$out/players.csv" || code=1
   fi
   kill "$NGINX_PID"
   wait "$NGINX_PID" || true
