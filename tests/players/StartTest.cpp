@@ -108,6 +108,32 @@ TEST(FarFragments, SeekIsOneRequest) {
   EXPECT_LE(medium.requests() - before, 2) << medium.asked();
 }
 
+// Whether a pipeline accepts to play a medium backwards.
+bool playsBackwards(const std::string& url, const char* access) {
+  Pipeline pipeline("uridecodebin uri=fluvia+" + url + " name=decoder ! fakesink");
+  const auto setAccess = +[](GstElement*, GstElement* source, const char* value) {
+    gst_util_set_object_arg(G_OBJECT(source), "access", value);
+  };
+  g_signal_connect(pipeline.inside("decoder"), "source-setup", G_CALLBACK(setAccess),
+                   const_cast<char*>(access));
+  pipeline.set(GST_STATE_PAUSED);
+  EXPECT_TRUE(pipeline.waitFor(GST_MESSAGE_ASYNC_DONE)) << pipeline.error();
+  return gst_element_seek(pipeline.element(), -1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
+                          GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_SET, 10 * GST_SECOND) != 0 &&
+         pipeline.waitFor(GST_MESSAGE_ASYNC_DONE);
+}
+
+// What docs/players.md tells those who want it.
+TEST(Backwards, NeedsToBePulled) {
+  for (const char* const name : {"film.mp4", "film.mkv"}) {
+    SCOPED_TRACE(name);
+    FaultServer server;
+    server.on("/film", support::serveFile(std::string(FLUVIA_MEDIA) + "/" + name));
+    EXPECT_TRUE(playsBackwards(server.url("/film"), "pull"));
+    EXPECT_FALSE(playsBackwards(server.url("/film"), "auto"));
+  }
+}
+
 struct Way {
   const char* name;
   bool pulled;
