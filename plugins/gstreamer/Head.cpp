@@ -9,7 +9,8 @@ constexpr long long kTrackWithoutSamples = 16384;
 
 long long numberAt(const std::string& bytes, size_t at, int count) {
   long long value = 0;
-  for (int i = 0; i < count; ++i) value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
+  const size_t end = at + static_cast<size_t>(count);
+  for (size_t i = at; i < end; ++i) value = value << 8 | static_cast<unsigned char>(bytes[i]);
   return value;
 }
 
