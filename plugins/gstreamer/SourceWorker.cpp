@@ -19,6 +19,8 @@ constexpr unsigned int kFirstRead = 4096;
 // A fragment's head, the next one's, the pictures, the sound, the pictures again: what a demuxer
 // that pulls would start anew for.
 constexpr int kRestartsInAFragment = 4;
+// What a transfer that is given up has on its way still takes the line's time.
+constexpr std::chrono::milliseconds kOnItsWay(50);
 // A shorter time tells no speed.
 constexpr std::chrono::milliseconds kWorthMeasuring(5);
 // Before there is another one: 10 Mbit/s, in bytes a second.
@@ -315,7 +317,7 @@ bool SourceReader::Worker::isFar(long long offset) {
 // that whoever steps back from there would need. What lies between has to stay held meanwhile.
 bool SourceReader::Worker::isSoonThere(long long offset) {
   const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
-  const Seconds most = restart_ * restartsSaved_;
+  const Seconds most = (restart_ + kOnItsWay) * restartsSaved_;
   const double brings = speedUpTo(arrived) * most.count();
   if (offset < position_ || offset - position_ > settings_.bufferSize / 2) return false;
   return static_cast<double>(offset - arrived) < brings;
