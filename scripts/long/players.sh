@@ -63,7 +63,7 @@ measure_hls() (
   plain=$(mktemp -d)
   tls=$(mktemp -d)
   openssl req -x509 -newkey rsa:2048 -nodes -keyout "$tls/key.pem" -out "$tls/cert.pem" -days 2 \
-    -subj /CN=127.0.0.1 2>"$tls/openssl.log" || return 1
+    -subj /CN=127.0.0.1 -addext "subjectAltName=IP:127.0.0.1" 2>"$tls/openssl.log" || return 1
   start_nginx "$plain" "$out/media/hls" || return 1
   local plain_port=$NGINX_PORT plain_id=$NGINX_PID
   # Both write one log: it is counted.
@@ -72,7 +72,7 @@ measure_hls() (
     "ssl_certificate $tls/cert.pem; ssl_certificate_key $tls/key.pem;" || code=1
   if [ "$code" -eq 0 ]; then
     tests/players/measure_hls.py run "$PWD/build/release" "$plain_port" "$NGINX_PORT" \
-      "$plain/access.log" film.m3u8 "${FLUVIA_ROUNDS:-3}" >"$out/hls.csv" || code=1
+      "$plain/access.log" film.m3u8 "$tls/cert.pem" "${FLUVIA_ROUNDS:-3}" >"$out/hls.csv" || code=1
   fi
   kill "$plain_id" "$NGINX_PID"
   wait "$plain_id" "$NGINX_PID" || true

@@ -117,6 +117,15 @@ void onSource(GstElement*, GstElement* source, gpointer) {
   if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
+// The peer's, also for what a playlist names: what it costs to look at certificates is not measured
+// here, only that it is encrypted.
+void onElement(GstBin*, GstBin*, GstElement* element, gpointer) {
+  if (options.authorities != nullptr &&
+      g_object_class_find_property(G_OBJECT_GET_CLASS(element), "ssl-strict") != nullptr) {
+    g_object_set(element, "ssl-strict", FALSE, nullptr);
+  }
+}
+
 // Says what our element tells of an outage, as the other players do.
 void tellOutage(GstMessage* message) {
   const GstStructure* told = gst_message_get_structure(message);
@@ -286,6 +295,7 @@ int main(int argc, char** argv) {
   g_object_set(decoder, "uri", options.uri, nullptr);
   g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), &player);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSource), nullptr);
+  g_signal_connect(decoder, "deep-element-added", G_CALLBACK(onElement), nullptr);
   gst_bin_add(GST_BIN(player.pipeline), decoder);
   const bool good =
       options.seeks > 0 || options.timing ? seekAround(player, begin) : playAll(player);
