@@ -169,7 +169,8 @@ TEST(FluviaNested, DecryptsWhatItIsAskedToDecrypt) {
   FaultServer server;
   Nested nested(server);
   // Around whole blocks, and around the pieces that are decrypted at once.
-  for (const size_t size : {0, 1, 15, 16, 17, 32752, 32767, 32768, 32769, 300000}) {
+  for (const int bytes : {0, 1, 15, 16, 17, 32752, 32767, 32768, 32769, 300000}) {
+    const auto size = static_cast<size_t>(bytes);
     const std::string text = support::pattern(0, size);
     const std::string path = "/secret" + std::to_string(size);
     server.on(path, serveText(encrypt(text, kKey, kIv)));
