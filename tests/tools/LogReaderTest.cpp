@@ -153,6 +153,17 @@ TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
   EXPECT_EQ(log.reader.counts().mixed, 4);
 }
 
+TEST(LogReader, TextThatComesAfterAThreadsNextHeadIsAnothersOwn) {
+  // The reader's text in the second line is of no interest; the writer's wakes nobody up.
+  const Reading reading(
+      "[FluviaFS][00:1:1][7][easyFill][303]-------[FluviaFS][00:1:1][8][streamIn][2]-------\n"
+      "output from block13 0 data, begin:9437184, payload:0, seq = 9437184\n"
+      "[FluviaFS][00:1:2][7][easyFill][193]-------wait and feeding = false, begin index:5, "
+      "readOffset:6, streamStatus:1\n"
+      "wake up  in streamIn\n");
+  EXPECT_EQ(reading.heads(), (Heads{{LogWord::kWaitInBlock, 7}, {LogWord::kWriterWakes, 8}}));
+}
+
 TEST(LogReader, TextsWithoutALineEndBetweenThemAreTakenApart) {
   const Reading log(
       "[FluviaFS][00:1:2][10][fill][1]-------[FluviaFS][00:1:2][11][executeGet][2]-------"

@@ -1,5 +1,9 @@
 // A player's hour in a few seconds, for pictures and their tests: streams from a server that cuts a
-// connection and falls silent, at a player's pace, with seeks. Its standard error is the log.
+// connection and falls silent, at a player's pace, with seeks. Its standard error is the log, its
+// standard output the reader's thread and each of its reads, in ms of the log's clock.
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -24,6 +28,13 @@ constexpr unsigned int kPiece = 65536;
 
 // Where the film's reader is.
 std::atomic<long long> filmPosition{0};
+
+// What the log counts its milliseconds from too.
+long long clockMs() {
+  return std::chrono::duration_cast<milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
 
 // Until the film's reader has everything before offset, so that it waits for what comes next.
 bool untilRead(Exchange& exchange, long long offset) {
@@ -64,7 +75,9 @@ bool play(int handle, long long from, long long count, int pause,
   std::vector<char> buffer(kPiece);
   while (count > 0) {
     unsigned int got = 0;
+    const long long begin = clockMs();
     const int code = x_fluvia_file_read(handle, buffer.data(), kPiece, &got);
+    if (position != nullptr) printf("read %lld %lld\n", begin, clockMs());
     if (support::firstDifference(static_cast<unsigned long long>(from), buffer.data(), got) >= 0) {
       return false;
     }
@@ -112,6 +125,7 @@ int main() {
   server.on("/sound.m4a?token=<b>&x=\"1\"",
             [](Exchange& exchange) { serve(exchange, kSound, -1, 0); });
   x_fluvia_file_set_log_level(3);
+  printf("reader %ld\n", static_cast<long>(syscall(SYS_gettid)));
   bool sound = false;
   std::thread second([&] { sound = playSound(server.url("/sound.m4a?token=<b>&x=\"1\"")); });
   int missing = 0;

@@ -35,7 +35,7 @@ browse() {
 }
 
 timeout 60 "$tree/tests/trace_scene" 2>"$folder/scene.log" >"$folder/scene.txt" || {
-  echo "the scene went wrong: $(cat "$folder/scene.txt")" >&2
+  echo "the scene went wrong: $(tail -n 1 "$folder/scene.txt")" >&2
   exit 1
 }
 "$tree/tools/fluvia" trace "$folder/scene.log" -o "$folder/scene.html"

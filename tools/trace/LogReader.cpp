@@ -102,6 +102,7 @@ void LogReader::takeLine(std::string_view line) {
       ++counts_.lines;
       if (origin_ < 0) origin_ = head.seconds;
       head.line = lineNumber_;
+      closeHeads(head.thread);
       takeText(head, rest.substr(length, next == std::string_view::npos ? next : next - length));
       if (next != std::string_view::npos) ++counts_.mixed;
     } else {
@@ -168,6 +169,12 @@ bool LogReader::tellOpenHead(std::string_view text) {
     }
   }
   return false;
+}
+
+// A thread writes one line after the other: the text of a head has come before its next head.
+void LogReader::closeHeads(long thread) {
+  const auto isOf = [thread](const Head& head) { return head.thread == thread; };
+  open_.erase(std::remove_if(open_.begin(), open_.end(), isOf), open_.end());
 }
 
 void LogReader::keepOpen(const Head& head) {

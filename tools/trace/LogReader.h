@@ -62,6 +62,7 @@ class LogReader {
   bool tell(const Head& head, const Rules& rules, std::string_view text);
   bool tellOpenHead(std::string_view text);
   bool tellJoined(std::string_view text);
+  void closeHeads(long thread);
   void keepOpen(const Head& head);
 
   Sink sink_;
