@@ -26,9 +26,9 @@ class BufferBlock {
   // offset is at or past the payload.
   void out(unsigned int offset, void* dst, unsigned int len, unsigned int* outLen) const;
 
-  // True while byte seq is already held: [beginningSeqNum, beginningSeqNum + payload).
+  // True if byte seq is buffered: seq is in [beginningSeqNum, beginningSeqNum + payload).
   bool isContained(long long seq) const { return beginningSeqNum <= seq && seq < end(); }
-  // True when byte seq would land in this block: [beginningSeqNum, beginningSeqNum + capacity).
+  // True if byte seq belongs into this block: [beginningSeqNum, beginningSeqNum + capacity).
   bool willContained(long long seq) const {
     return beginningSeqNum <= seq && seq < beginningSeqNum + size();
   }

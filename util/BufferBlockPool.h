@@ -12,23 +12,23 @@ namespace util {
 // Idle blocks of one size, shared by every queue that uses that size.
 //
 // Threads:   pop and push from any thread; release and the reference count under the manager's
-//            lock; the counters may be momentarily stale to a reader without it.
-// Ownership: owns the idle blocks; a popped block belongs to its taker until it is pushed.
+//            lock; a reader without that lock may see stale counters.
+// Ownership: owns the idle blocks; a popped block belongs to the caller of pop until it is pushed.
 class BufferBlockPool : public Semaphore {
  public:
   // blockSize: capacity in bytes of every block.
   explicit BufferBlockPool(int blockSize);
   ~BufferBlockPool() override;
 
-  // The longest idle block, or a new one. Null when there is no memory.
+  // Returns the block that has been idle longest, or a new one. Null if memory runs out.
   BufferBlock* pop() EXCLUDES(this);
-  // Gives a block back, emptied, with id and sequence number 0.
+  // Returns a block to the pool: emptied, with id and sequence number 0.
   void push(BufferBlock* block) EXCLUDES(this);
-  // Frees the idle blocks when nobody refers to the pool. In every case the counters become 0 and
-  // the list empty: blocks still held outside are forgotten, idle ones of a referenced pool are
-  // dropped without being freed. That is wanted.
+  // Frees the idle blocks if the pool has no reference. In every case the counters become 0 and the
+  // list empty: popped blocks are forgotten, and idle blocks of a referenced pool are dropped
+  // without being freed. This is intentional.
   void release() NO_THREAD_SAFETY_ANALYSIS;
-  // Writes off n blocks that their owner freed itself. Returns true.
+  // Subtracts n blocks, which their owner freed itself, from the counters. Returns true.
   bool reduceblocksize(int n);
 
   int getBlockSize() const { return blockSize; }

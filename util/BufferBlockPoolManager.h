@@ -19,10 +19,10 @@ class BufferBlockPoolManager : public Semaphore {
 
   static BufferBlockPoolManager* getInstance();
 
-  // The pool for exactly that block size in bytes, made on first demand, with one more reference.
-  // Null when there is no memory for it.
+  // Returns the pool for exactly that block size in bytes and adds one reference to it. The first
+  // call creates the pool. Null if memory runs out.
   BufferBlockPool* claimPool(int blockSize) EXCLUDES(this);
-  // Gives one reference back. The last one frees the pool's idle blocks and unlists the pool.
+  // Drops one reference. The last one frees the pool's idle blocks and unlists the pool.
   void declaimPool(BufferBlockPool* pool) EXCLUDES(this);
   // Sums over the listed pools in bytes; each pool's product is formed in 32 bits.
   long long getTotalMemorySize() EXCLUDES(this);

@@ -27,7 +27,7 @@ enum StreamStatus {
   STATUS_NORMAL = 0,         // a connection delivers data
   STATUS_PARTIAL_END = 1,    // the connection ended normally
   STATUS_ERROR = 2,          // the connection failed; final once retryCount is above 1
-  STATUS_RELEASED = 3,       // the queue is being closed, or a read was broken off
+  STATUS_RELEASED = 3,       // the queue is being closed, or a read was aborted
   STATUS_NOT_FOUND = 4,      // the resource does not exist
   STATUS_TIMEOUT = 5,        // the connection timed out; final once retryCount is above 1
   STATUS_NOT_AVAILABLE = 6,  // the resource cannot be served
@@ -37,12 +37,12 @@ enum StreamStatus {
 // Stream buffer between one producer and the readers of one resource.
 //
 // A fixed set of 32768-byte blocks forms a movable span over the resource, in resource order from
-// front to back. The producer fills the block at wtHead, readers copy out of the block at rdTail.
-// A reader whose data is not in the span raises needFeed; the transfer thread sees it at its next
-// chunk, or while it is parked after the end of its range, places a block at the wanted offset
-// (fragmentStreaming) and has the connection replaced (resetStreaming): version grows by one and a
-// task on the thread engine stops the producer and starts the worker anew. Data of an older version
-// is dropped.
+// front to back. The producer fills the block at wtHead, readers copy out of the block at rdTail. A
+// reader whose data is not in the span sets needFeed. The transfer thread sees the flag at its next
+// chunk, or while it is parked after the end of its range. It places a block at the requested
+// offset (fragmentStreaming) and replaces the connection (resetStreaming): version grows by one,
+// and a task on the thread engine stops the producer and starts the worker again. Data of an older
+// version is dropped.
 //
 // Threads:   readers on any thread (serialised by the queue lock, which is this object); the worker
 //            inside the producer's startStreaming; the producer's transfer thread in streamIn and
@@ -60,47 +60,47 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   explicit BufferQueue(int bufferSize);
   ~BufferQueue() override;
 
-  // Takes size bytes at the write head; may wait for a free block. Returns 1 to go on, 0 to stop
-  // this connection.
+  // Stores size bytes at the write head; may wait for a free block. Returns 1 to continue, 0 to
+  // stop this connection.
   int streamIn(void* data, unsigned int size, int version) override EXCLUDES(feedLock);
-  // Reacts to a StreamEvent; after the end of a range it may wait until a reader wants more.
+  // Handles a StreamEvent; after the end of a range it may wait until a reader needs more.
   void notifyStreamException(int event) override EXCLUDES(feedLock);
 
-  // Stores the producer and, the first time, claims pool and blocks and starts the thread engine.
-  // False when a block cannot be had; the queue must then not be used.
+  // Stores the producer. The first call also claims pool and blocks and starts the thread engine.
+  // Returns false if a block cannot be allocated; the queue must then not be used.
   bool initialize(BufferQueueProducer* producer);
-  // Begins shutdown: ends every read, stops the producer and the worker, and waits for restart
-  // tasks that run. The producer is not used afterwards.
+  // Begins shutdown: ends every read, stops the producer and the worker, and waits for running
+  // restart tasks. Does not use the producer afterwards.
   void release() EXCLUDES(this);
 
   // Reads at most size bytes at readOffset, waiting for them. Returns 0 with the count in
   // *readBytes (fewer than asked only at the end of the resource), -13 at the end, or a failure:
   // -1, -4, -6 (time-out), -17 (not available), -21 (not found). *readBytes is always set.
   int read(char* buffer, unsigned int size, unsigned int* readBytes) EXCLUDES(this);
-  // The same, as the read of that number. The owner numbers its reads and probes from 1 on, one
-  // after the other.
+  // Same, as the read with that number. The owner numbers its reads and probes from 1 on, in order.
   int read(char* buffer, unsigned int size, unsigned int* readBytes, unsigned long long number)
       EXCLUDES(this);
-  // Moves the read offset; opens no connection. False for an offset that is negative or past a
-  // known size (the offset then stays and is reported), or when the stream has failed.
+  // Moves the read offset; opens no connection. Returns false if the offset is negative or past a
+  // known size (the read offset then stays, and *newOffset reports it), or if the stream has
+  // failed.
   bool seek(long long offset, long long* newOffset) EXCLUDES(this);
-  // Makes a running read return, and waits until it has noticed. Breaks nothing when none runs.
+  // Makes a running read return, and waits until it has noticed. Does nothing if none runs.
   void breakRead() EXCLUDES(feedLock);
-  // Breaks every read and probe up to that number, whether it runs or has not come here yet, and
-  // waits until one that runs has noticed.
+  // Aborts every read and probe up to that number, whether it runs or has not started yet, and
+  // waits until a running one has noticed.
   void breakReads(unsigned long long highest) EXCLUDES(feedLock);
   // Learns size and seekability by reading one byte, unless they are known or the stream has
-  // failed. The read offset stays. Waits for the first byte.
+  // failed. The read offset does not change. Waits for the first byte.
   void probe() EXCLUDES(this);
   void probe(unsigned long long number) EXCLUDES(this);
 
-  // Contiguous bytes held from offset on, 0 when it is not held.
+  // Contiguous bytes buffered from offset on, 0 if byte offset is not buffered.
   long long getBufferedSize(long long offset) EXCLUDES(feedLock);
-  // Whether the running connection brings offset next, so that a reader there needs no other one.
+  // True if the running connection delivers offset next, so that a reader there needs no other one.
   bool comesNext(long long offset) EXCLUDES(feedLock);
-  // The next read is likely to be at offset: where that is buffered, the transfer takes the blocks
-  // before it first, not those behind it, and one that waits for room looks again. Does nothing
-  // while a read runs.
+  // Announces that the next read is likely to be at offset. If that is buffered, the transfer
+  // reuses the blocks before it first, not those behind it, and a transfer that waits for room
+  // checks again. Does nothing while a read runs.
   void expectReader(long long offset) EXCLUDES(feedLock);
   // A number that grows with every connection.
   int connectionVersion() const { return version; }
@@ -112,18 +112,18 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   bool isVolatile() const { return volatileContent; }
   long long getReadPosition() const { return readOffset; }
   long long getContentSize() const { return contentSize; }
-  // Capacity in bytes as asked for, rounded down to whole blocks; not raised to the two blocks that
-  // are always there.
+  // Capacity in bytes as asked for, rounded down to whole blocks; not raised to the minimum of two
+  // blocks.
   int getBufferSize() const { return bufferCapacity; }
   void setUri(const std::string& uri) { name = uri; }
 
-  // True when no more data will come: closed, not found, not available, or failed twice in a row.
+  // True if no more data will come: closed, not found, not available, or failed twice in a row.
   bool needExit() { return streamStatus >= STATUS_ERROR && isExit(true); }
   bool errorOccured() { return needExit(); }
   bool isResetStream() const { return streamStatus == STATUS_RESET; }
   // Makes a status of 3, 4 or 5 idle again.
   void resetErrorStatus();
-  // Makes a status 3 that no release() set idle again: it comes from a broken read and is not
+  // Makes a status 3 that no release() set idle again: it comes from an aborted read and is not
   // final.
   void forgetBrokenRead() EXCLUDES(feedLock);
 
@@ -134,13 +134,14 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Restarts the stream at the write head's block when a reader waits on a connection.
   void feedManually() EXCLUDES(feedLock);
 
-  // Compares the start of a new connection with the start of the first one. True: different, or not
-  // yet decided. False: the same, and the content size becomes the end of the write head.
+  // Compares the start of a new connection with the start of the first one. Returns true if they
+  // differ or the comparison is not finished. Returns false if they are the same: the content size
+  // then becomes the end of the write head.
   bool cacheHeadToCheck(unsigned char* data, unsigned int size) EXCLUDES(feedLock);
 
   // Logs the block list at level 3.
   void dumpBuffer(bool all) EXCLUDES(feedLock);
-  // Destroys every block of the list and writes them off at the pool. Returns true.
+  // Destroys every block of the list and subtracts them from the pool's counters. Returns true.
   bool deleteBlock(BufferBlockPool* pool);
 
  private:
@@ -155,44 +156,47 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   //
   // A reader waits for a block that is not in the span (it may ask for another connection), or for
   // the rest of the block that is being written. It is served
-  //   - by the chunk that completes what it waits for, at most kWakeDistance of it;
+  //   - by the chunk that completes what it waits for, at most kWakeDistance bytes;
   //   - by the running connection, if it is at most kReadAheadMargin ahead of the written data;
   //   - otherwise by the next chunk, which announces a restart at the reader's block, and by the
-  //     connection that this restart begins. The wish outlives the restart: every chunk looks at
-  //     it until the reader itself takes it back.
-  // So at most one chunk that it does not need is taken after it began to wait. An end that
-  // announces nothing wakes the reader, which then asks for a connection by itself. A break, the
-  // release and every event wake it too.
+  //     connection that this restart begins. The wish outlives the restart: every chunk checks it
+  //     until the reader itself clears it.
+  // So at most one chunk that the reader does not need is stored after it began to wait. An end
+  // that announces no restart wakes the reader, which then asks for a connection itself. An abort,
+  // the release and every event wake it too.
   //
-  // A transfer without room pauses: all blocks are filled, and a wake-up for each block that a
-  // reader leaves would cost more than the block. It goes on when a reader is near the write head:
-  // when the next read like its last one would leave less than keptAhead() before it. So half of
-  // the buffer stays ahead when the server is fast enough. The pause ends
-  //   - by the read, or the move to an expected reader, that leaves a reader that near, once a
-  //     block was left;
-  //   - by every reader that begins to wait or waits on, near or far: it wakes everybody;
-  //   - by a break of such a reader, the release, an event and a newer version, which do so too;
-  //   - after kLongestPauseMs when a block was left. When none was, nobody plays: the transfer
-  //     sleeps on without a clock, and the first block that is left wakes it. So does it where a
-  //     reader is near from the beginning, as in two or three blocks.
-  // A seek is judged by the read that follows it: outside of what is held that one waits, inside
-  // it leaves a reader that is near or not. Of several readers each judges for itself, so that the
-  // foremost wakes the transfer. The clock is there for the server: nobody who waits needs it.
+  // A transfer without room pauses: all blocks are filled, and waking it for each block that a
+  // reader leaves would cost more than the block. It continues when a reader is near the write
+  // head, that is, when another read of the size of its last one would leave less than keptAhead()
+  // bytes ahead of it. So half of the buffer stays ahead if the server is fast enough. The pause
+  // ends
+  //   - when a read, or the move to an expected reader, leaves the reader that near, once a block
+  //     was left;
+  //   - when a reader begins or continues to wait, near or far: it wakes all threads;
+  //   - when such a reader is aborted, and at the release, an event or a newer version: these wake
+  //     all threads too;
+  //   - after kLongestPauseMs, if a block was left. If none was left, no reader is playing: the
+  //     transfer sleeps without a time limit, and the first block that is left wakes it. The same
+  //     holds if a reader is near when the pause begins, as with two or three blocks.
+  // The read that follows a seek decides: outside of the buffered range it waits, inside it leaves
+  // a reader that is near or not. With several readers each decides for itself, so the foremost
+  // wakes the transfer. The time limit exists for the server; no waiting reader needs it.
 
-  // How far ahead of the written data a reader may be for the running connection to go on.
+  // The running connection continues if a reader is at most this many bytes ahead of the written
+  // data.
   static constexpr long long kReadAheadMargin = 65536;
-  // How much of a long read is waited for at once.
+  // The most bytes of a long read that one wait covers.
   static constexpr long long kWakeDistance = 8LL * kBlockSize;
-  // What is kept ahead beyond half of the buffer, as a part of the blocks.
+  // Part of the blocks that is kept ahead beyond half of the buffer: 1 / kMarginShare.
   static constexpr int kMarginShare = 16;
-  // A server may take a longer silence for a dead client.
+  // A server may take a longer silence for a dead client. Milliseconds.
   static constexpr int kLongestPauseMs = 800;
 
   struct HeadCache {
     unsigned char data[kBlockSize];
     int length;
   };
-  // Why a waiting reader goes on.
+  // Why a waiting reader continues.
   enum class Wake { kLook, kBroken, kExit, kEnd };
   // The read that runs.
   struct CurrentRead {
@@ -200,11 +204,12 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
     long long end = 0;                           // where it ends, if nothing stops it
     bool endReached = false;                     // it stopped at the end of the resource
   };
-  // Marks the time of a read inside the buffer, also when the caller's thread is cancelled in it.
+  // Marks a read as running while it is inside the buffer. Clears the mark also if the caller's
+  // thread is cancelled.
   class RunningRead;
 
-  // Holds feedLock for a scope. Every time the lock is given back, also to wait, the queue's
-  // invariants are checked in builds that do so.
+  // Holds feedLock for a scope. Builds with invariant checks check the queue's invariants every
+  // time the lock is released, also to wait.
   class SCOPED_CAPABILITY FeedLock {
    public:
     explicit FeedLock(BufferQueue* queue) ACQUIRE(queue->feedLock) : queue_(queue) {
@@ -292,7 +297,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // Stream input (BufferQueueInput.cpp).
   bool refuses(int dataVersion) REQUIRES(feedLock);
   int storeChunk(unsigned char* data, unsigned int size, int dataVersion) REQUIRES(feedLock);
-  // What the search for a free block came to.
+  // Result of the search for a free block.
   enum class Room { kFound, kDropped, kStop };
   void waitForRoom() REQUIRES(feedLock);
   long long keptAhead() const;
@@ -403,26 +408,26 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   BufferBlockPool* pool;
   Relaxed<bool> connecting;  // written under feedLock
 
-  // release() was called: status 3 is for good.
+  // release() was called: status 3 is final.
   bool releaseCalled GUARDED_BY(feedLock);
   StreamConnection connection GUARDED_BY(feedLock);
   Restarts restarts GUARDED_BY(feedLock);
   CurrentRead reading GUARDED_BY(feedLock);
-  // The highest number that a break named.
+  // The highest number that breakReads() was called with.
   unsigned long long brokenUpTo GUARDED_BY(feedLock);
   ReaderWish wish GUARDED_BY(feedLock);
-  // Decides whether the reader waits for more than it needs.
+  // Decides whether to batch wake-ups for a fast reader.
   ReaderPace pace GUARDED_BY(feedLock);
   RoomWish room GUARDED_BY(feedLock);
-  // Restart tasks queued or running, waited for by release().
+  // Restart tasks queued or running; release() waits for them.
   Semaphore restartLock;
   int restartTasks GUARDED_BY(restartLock);
 
-  // Set when a server sends more than was asked for, consumed by the cancel event that follows.
+  // Set when a server sends more than was asked for; the cancel event that follows clears it.
   static Relaxed<bool> overDeliveryCancel;
   // Counts waits after the end of a range; every sixth one dumps the buffer.
   static Relaxed<int> feedWaitCount;
-  // kLongestPauseMs, but for tests that show that nobody who waits needs the clock.
+  // kLongestPauseMs, except in tests that show that no waiting reader needs the time limit.
   static Relaxed<int> longestPauseMs;
 };
 

@@ -5,7 +5,7 @@ namespace util {
 
 // Events that a producer reports with notifyStreamException().
 enum StreamEvent {
-  STREAM_NORMAL = 0,             // connection established; size and seekability known
+  STREAM_NORMAL = 0,             // connection established; size and seekability are known
   STREAM_ERROR = 1,              // connection error
   STREAM_DEAD = 2,               // connection died; restart where writing stopped
   EVENT_STREAM_PARTIAL_END = 3,  // the connection delivered its range and ended
@@ -15,19 +15,19 @@ enum StreamEvent {
   STREAM_CANCELED = 7            // producer stopped on request
 };
 
-// Size of a resource whose length cannot be learnt.
+// Size of a resource whose length cannot be determined.
 constexpr long long UNKNOWN_CONTENT_SIZE = 0x0FFFFFFFFFFFFFFFLL;
 
 // Receiver of the bytes and events of one producer.
 //
 // Threads:   called on the producer's transfer thread; either call may wait there for a reader.
-// Ownership: a producer does not own its receiver, which outlives every transfer.
+// Ownership: a producer does not own its receiver; the receiver outlives every transfer.
 class BufferQueueDataReceiver {
  public:
-  // Takes size bytes of the transfer tagged version. Returns 1 to go on, 0 to stop the transfer.
+  // Takes size bytes of the transfer tagged version. Returns 1 to continue, 0 to stop the transfer.
   virtual int streamIn(void* data, unsigned int size, int version) = 0;
   // Reports a StreamEvent of the transfer. EVENT_STREAM_PARTIAL_END may park the thread until a
-  // reader wants data again.
+  // reader needs data again.
   virtual void notifyStreamException(int event) = 0;
   virtual ~BufferQueueDataReceiver() = default;
 };

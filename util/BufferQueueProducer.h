@@ -16,23 +16,23 @@ class BufferQueueProducer {
  public:
   // Sets where bytes and events go. Not owned.
   virtual void setOutput(BufferQueueDataReceiver* receiver) = 0;
-  // Ends every transfer and gives the source up.
+  // Ends every transfer and closes the source.
   virtual void release() = 0;
-  // Streams count bytes (0: to the end) from offset, tagged version. May return at once or only
-  // when the transfer has ended. Returns a negative value when nothing was started.
+  // Streams count bytes (0: to the end) from offset, tagged version. Returns either at once or when
+  // the transfer has ended. Returns a negative value if nothing was started.
   virtual int startStreaming(int version, long long offset, long long count) = 0;
-  // Ends the transfer that runs. Returns 0.
+  // Ends the running transfer. Returns 0.
   virtual int stopStreaming() = 0;
-  // True when the source can start at any offset.
+  // True if the source can start at any offset.
   virtual bool isRandomAccess() = 0;
-  // Size in bytes; 0 while unknown, UNKNOWN_CONTENT_SIZE when it cannot be learnt.
+  // Size in bytes; 0 while unknown, UNKNOWN_CONTENT_SIZE if it cannot be determined.
   virtual long long getContentSize() = 0;
   virtual ~BufferQueueProducer() = default;
-  // Tells the transfer that a reader has given up waiting for it.
+  // Signals the transfer that a reader no longer waits for it.
   virtual void setBreak() = 0;
   // True between setStopWait() and the stop that follows it.
   virtual bool getStopWait() = 0;
-  // Announces a stop: the transfer may hold still, the stop will not wait for it.
+  // Announces a stop: the transfer may wait for that stop, which will not wait for the transfer.
   virtual void setStopWait() = 0;
 };
 

@@ -23,7 +23,7 @@ class Executor {
 
   // Thread entry: runs execute() of the executor given as argument. Returns null.
   static void* run(void* executor);
-  // The worker loop; ends when the queue gives no more tasks.
+  // The worker loop; ends when popTask() returns null.
   void execute();
 
   pthread_t thread;

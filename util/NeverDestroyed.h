@@ -8,8 +8,8 @@ namespace util {
 
 // Storage for a process-wide object that is built at load and never destroyed.
 //
-// Threads of the library outlive main(): destroying a lock or a condition they wait on would hang
-// exit() or crash it. The memory stays reachable, so leak checkers are content.
+// Threads of the library outlive main(): destroying a lock or a condition that they wait on would
+// hang or crash exit(). The memory stays reachable, so leak checkers do not report it.
 template <typename T>
 class NeverDestroyed {
  public:

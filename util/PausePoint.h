@@ -1,8 +1,8 @@
 #ifndef FLUVIAFS_UTIL_PAUSEPOINT_H_
 #define FLUVIAFS_UTIL_PAUSEPOINT_H_
 
-// Named places where a test can hold a thread to force an interleaving. Compiled only into builds
-// with FLUVIA_PAUSE_POINTS; elsewhere the macro leaves no code.
+// Named places where a test can hold a thread to force an interleaving. Only builds with
+// FLUVIA_PAUSE_POINTS compile them; elsewhere the macro generates no code.
 #if defined(FLUVIA_PAUSE_POINTS)
 
 namespace util {

@@ -3,16 +3,16 @@
 
 namespace util {
 
-// Tells whether a reader goes through a resource as fast as it arrives.
+// Detects a reader that reads as fast as the resource arrives.
 //
 // Such a reader waits after nearly every chunk, and each wait costs it and the transfer more than
-// the copy of the chunk: it is better woken for many chunks at once. One that has jumped, or whose
-// last wait took a while, is to have its bytes as soon as they come.
+// copying the chunk. It is better to batch its wake-ups. A reader that seeked or waited long is
+// woken at once.
 //
 // Threads: none of its own; the lock that guards the reading guards it.
 class ReaderPace {
  public:
-  // A read begins at that offset; anywhere but at the end of the one before it is a jump.
+  // A read begins at that offset; anywhere but at the end of the previous read is a seek.
   void readBegins(long long offset) {
     if (offset != readEnd_) {
       steadyFrom_ = offset;
@@ -22,8 +22,8 @@ class ReaderPace {
   void readEnded(long long offset) { readEnd_ = offset; }
   // A wait for bytes has ended.
   void waited(bool shortly) { waitWasShort_ = shortly; }
-  // Whether the reader, now at offset, has gone on steadily for that many bytes and waited but
-  // shortly the last time.
+  // True if the reader, now at offset, has read sequentially for that many bytes and its last wait
+  // was short.
   bool keepsUp(long long offset, long long stretch) const {
     return waitWasShort_ && offset - steadyFrom_ >= stretch;
   }

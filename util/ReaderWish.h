@@ -3,27 +3,28 @@
 
 namespace util {
 
-// What the reader of a buffer queue waits for, while it waits.
+// What the reader of a buffer queue waits for.
 //
-// It stands from the moment in which the reader begins to wait until it has the lock again: only
-// the reader takes it back, whatever else happens to the flag it raised.
+// It is set from the moment the reader begins to wait until the reader has the lock again. Only the
+// reader clears it, even if another thread clears needFeed.
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct ReaderWish {
   enum Kind {
-    kNone,   // nobody waits
+    kNone,   // no reader waits
     kBlock,  // a block that is not in the span yet
     kRest    // the rest of the block that is being written
   };
 
   Kind kind = kNone;
-  // Another connection may have to bring it: the reader has raised needFeed.
+  // The reader has set needFeed: another connection may have to deliver the data.
   bool asks = false;
-  // Somebody has woken the reader since; it has not had the lock yet.
+  // A thread has woken the reader since; the reader has not had the lock yet.
   bool woken = false;
-  // Offset up to which bytes must be buffered before a wake-up is of use.
+  // Do not wake the reader until bytes up to this offset are buffered.
   long long until = 0;
-  // Chunks stored since that brought the reader no nearer to its bytes, nor announced a restart.
+  // Chunks stored since that neither brought the reader closer to its bytes nor announced a
+  // restart.
   int unserved = 0;
 
   bool stands() const { return kind != kNone; }

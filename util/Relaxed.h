@@ -8,7 +8,7 @@ namespace util {
 // A plain word that several threads read and write without a lock.
 //
 // Threads:   every operation is one relaxed atomic access: a value is never torn (64-bit words
-//            would be on ARMv7), but it orders nothing else. Where order matters a lock gives it.
+//            would be on ARMv7), but no other access is ordered. Where order matters, use a lock.
 // Ownership: none.
 template <typename T>
 class Relaxed {
@@ -31,7 +31,7 @@ class Relaxed {
   T operator-=(T n) noexcept { return value_.fetch_sub(n, std::memory_order_relaxed) - n; }
   T operator++() noexcept { return *this += T(1); }
   T operator--() noexcept { return *this -= T(1); }
-  // Stores desired if the value still equals expected; tells whether it did.
+  // Stores desired if the value still equals expected. Returns true if it did.
   bool replace(T expected, T desired) noexcept {
     return value_.compare_exchange_strong(expected, desired, std::memory_order_relaxed);
   }

@@ -5,20 +5,20 @@
 
 namespace util {
 
-// What a buffer queue remembers from one connection to the next.
+// State of a buffer queue that outlives a connection.
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct Restarts {
   static constexpr long long kNoBlock = -1;
 
-  // The version that the worker is to start.
+  // The version that the worker starts next.
   int noted = 0;
-  // Beginning of the block that was to be streamed again last, because its connection had ended
-  // early. A restart for anything else forgets it.
+  // Offset of the block that was last streamed again because its connection had ended early. A
+  // restart for another reason resets it.
   long long refilled = kNoBlock;
   // Connections in a row that ended without storing a byte.
   int emptyEnds = 0;
-  // Room for the next restart task.
+  // Preallocated node for the next restart task.
   PreparedTask next;
 };
 

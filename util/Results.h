@@ -3,8 +3,8 @@
 
 namespace util {
 
-// What a read came to, and the calls around it. Callers of the C interface see these numbers; api/
-// checks that the public header has the same.
+// Results of a read and of the other calls. Callers of the C interface see these numbers; api/
+// checks that the public header has the same ones.
 constexpr int READ_OK = 0;
 constexpr int READ_EXITING = -1;  // the stream had ended before the read began
 constexpr int READ_FAILED = -4;
@@ -14,7 +14,7 @@ constexpr int READ_NOT_AVAILABLE = -17;
 constexpr int READ_NOT_FOUND = -21;
 
 constexpr int CALL_OK = READ_OK;
-constexpr int NOT_APPLIED = -1;  // a setting, or a request's number, that cannot be one
+constexpr int NOT_APPLIED = -1;  // a setting or a request id that is not valid
 constexpr int CALL_FAILED = READ_FAILED;
 constexpr int SEEK_REFUSED = -12;
 

@@ -3,19 +3,20 @@
 
 namespace util {
 
-// What the transfer of a buffer queue waits for, while no block is free.
+// What the transfer of a buffer queue waits for while no block is free.
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct RoomWish {
-  // A reader has left a block, and one that goes on at position is near enough to the write head.
+  // True if a reader has left a block and a reader that continues at position is near the write
+  // head.
   bool isMet(long long position) const { return waits && steps > 0 && position >= resumeAt; }
 
   bool waits = false;
-  // Somebody has woken the transfer since; it has not had the lock yet.
+  // A thread has woken the transfer since; the transfer has not had the lock yet.
   bool woken = false;
   // Blocks that readers have left since.
   int steps = 0;
-  // Offset before which a reader has so much ahead of it that a wake-up can wait.
+  // A reader before this offset has so much buffered ahead that the transfer need not be woken yet.
   long long resumeAt = 0;
 };
 

@@ -9,22 +9,22 @@ namespace util {
 
 // Coarse one-shot or repeating timer that calls back on a thread of its own.
 //
-// It counts in steps of 100 ms through delay(), which does not sleep below a second: the count runs
-// through without real waiting. That is wanted.
+// It counts in steps of 100 ms through delay(). delay() does not sleep below a second, so the count
+// ends without a real wait. This is intentional.
 //
 // Threads:   start, stop and isActive from any thread; the callback runs on the timer's thread
 //            without the lock and may call start and stop.
 // Ownership: the callback's argument is not owned.
 class RudeTimer : public Semaphore {
  public:
-  // periodMs below 100 is reported and kept.
+  // periodMs below 100 is logged and used as it is.
   RudeTimer(int periodMs, bool repeat, void (*callback)(void*));
-  // Ends the timer's thread and waits for it; a count under way runs out and calls back first.
+  // Ends the timer's thread and waits for it; a running count first runs to its end and calls back.
   ~RudeTimer() override;
 
-  // Starts counting. On an active timer only the count begins again, the argument stays.
+  // Starts counting. On an active timer this restarts the count and keeps the argument.
   void start(void* arg) EXCLUDES(this);
-  // Interrupts the count; no callback follows unless it has begun.
+  // Stops the count; no callback follows unless it has begun.
   void stop() EXCLUDES(this);
   bool isActive() const { return active; }
   // Thread function; timer is the RudeTimer. Returns null.

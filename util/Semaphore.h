@@ -9,8 +9,8 @@ namespace util {
 
 // A mutex with one condition variable; the lock of every class that needs one.
 //
-// Threads:   any. Not recursive. Waiting is for a predicate, rechecked after every wake.
-// Ownership: copied nowhere; must not be destroyed while a thread holds it or waits on it.
+// Threads:   any. Not recursive. Waits are for a predicate, which is rechecked after every wake-up.
+// Ownership: not copyable; must not be destroyed while a thread holds it or waits on it.
 class CAPABILITY("mutex") Semaphore {
  public:
   Semaphore();
@@ -18,14 +18,14 @@ class CAPABILITY("mutex") Semaphore {
   Semaphore(const Semaphore&) = delete;
   Semaphore& operator=(const Semaphore&) = delete;
 
-  // Locks; may wait for the holder. Const because the lock is no part of what it guards.
+  // Locks; may wait for the holder. Const because the lock is not part of the state that it guards.
   void syncBegin() const ACQUIRE();
   // Unlocks. Returns the status of the unlock, 0 on success.
   int syncEnd() const RELEASE();
   // Waits for a notify without a time limit; the argument is ignored.
   void wait(int unused) const REQUIRES(this);
-  // Waits for a notify at most that many milliseconds of the monotonic clock. Returns false when
-  // the time is over. For waits that must look again at something nobody announces.
+  // Waits for a notify for at most that many milliseconds of the monotonic clock. Returns false on
+  // time-out. For waits on a state whose changes are not all notified.
   bool waitFor(int milliseconds) const REQUIRES(this);
   // Wake one waiter, or all of them; the argument is ignored.
   void notify(int unused) const;
@@ -36,7 +36,7 @@ class CAPABILITY("mutex") Semaphore {
   mutable pthread_cond_t condition_;
 };
 
-// Holds a Semaphore's lock for a scope; release() gives it up early, acquire() takes it again.
+// Holds a Semaphore's lock for a scope; release() unlocks early, acquire() locks again.
 class SCOPED_CAPABILITY Lock {
  public:
   explicit Lock(const Semaphore& semaphore) ACQUIRE(semaphore) : semaphore_(&semaphore) {
@@ -64,7 +64,7 @@ class SCOPED_CAPABILITY Lock {
   bool held_ = true;
 };
 
-// Sleeps milliseconds / 1000 whole seconds. Anything below 1000 returns at once: the timer and the
+// Sleeps milliseconds / 1000 whole seconds. A value below 1000 returns at once: the timer and the
 // buffer queue rely on that truncation.
 void delay(int milliseconds);
 

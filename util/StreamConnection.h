@@ -5,22 +5,23 @@
 
 namespace util {
 
-// The connection that streams into a buffer queue, or what stands in its place.
+// State of the connection that streams into a buffer queue.
 //
 //   kNone       nothing streams: a reader that waits asks for a connection.
-//   kAnnounced  a newer version was announced; the restart that begins it is on its way. An older
+//   kAnnounced  a newer version was announced and its restart is pending. An older
 //               connection may still be ending.
-//   kRunning    the connection of the present version delivers, or is being made.
-//   kParked     it has delivered its range; its thread waits for a reader to want more.
+//   kRunning    the connection of the current version delivers or is being established.
+//   kParked     the connection has delivered its range; its thread waits until a reader needs more.
 //
-// Announcing leads from every state to kAnnounced; there a version begins (kRunning) or is given up
-// (kNone, from which a still newer one may begin). An end that announces nothing leads to kNone.
+// Every state can change to kAnnounced. From there a version begins (kRunning) or is abandoned
+// (kNone, from which a still newer version may begin). An end that announces no restart leads to
+// kNone.
 //
 // Threads: none of its own; the queue's feedLock guards it.
 struct StreamConnection {
   enum State { kNone, kAnnounced, kRunning, kParked };
 
-  // A connection that its worker begins now, on this thread.
+  // A connection that its worker starts now, on this thread.
   static StreamConnection begun(int startedVersion) {
     StreamConnection connection;
     connection.state = kRunning;
@@ -28,21 +29,21 @@ struct StreamConnection {
     connection.thread = pthread_self();
     return connection;
   }
-  // True on the thread of the worker that began it.
+  // True on the thread of the worker that started it.
   bool isOnThisThread() const { return pthread_equal(thread, pthread_self()) != 0; }
 
   State state = kNone;
-  // The version that was begun last; -1 before the first. Older than the queue's while a newer one
-  // is announced.
+  // The version that was started last; -1 before the first. Older than the queue's version while a
+  // newer one is announced.
   int version = -1;
-  // The worker's, for as long as it is inside the producer.
+  // The worker's thread, while the worker is inside the producer.
   pthread_t thread = pthread_t();
   // At least one byte was stored.
   bool stored = false;
-  // The event of its end came from inside startStreaming.
+  // startStreaming itself reported the event of its end.
   bool endReported = false;
-  // It delivered more than was asked for. Only this queue's; the flag of the process may belong to
-  // another one.
+  // It delivered more than was asked for. This flag is per queue; the static flag
+  // overDeliveryCancel may refer to another queue.
   bool overDelivered = false;
 };
 

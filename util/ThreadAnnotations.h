@@ -1,8 +1,8 @@
 #ifndef FLUVIAFS_UTIL_THREADANNOTATIONS_H_
 #define FLUVIAFS_UTIL_THREADANNOTATIONS_H_
 
-// Clang's thread safety attributes under short names; nothing for other compilers. The Clang build
-// turns every violation into an error.
+// Short names for Clang's thread safety attributes; empty for other compilers. The Clang build
+// treats every violation as an error.
 #if defined(__clang__)
 #define FLUVIA_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else

@@ -25,18 +25,18 @@ class ThreadEngine {
   // The process-wide engine. Does not start its workers.
   static ThreadEngine* getInstance();
 
-  // Starts the workers and reads the log level file, once. A thread that cannot be created ends the
-  // start silently; the workers started so far stay.
+  // Starts the workers and reads the log level file, once. If a thread cannot be created, this
+  // stops silently; the workers started so far stay.
   void initialize() EXCLUDES(initLock);
-  // Queue a task; both append to the one queue, the first one also leaves a trace line. Queueing
-  // before initialize() is allowed. Return the status of the unlock, 0 on success.
+  // Queue a task. Both append to the same queue; the first one also logs a trace line. May be
+  // called before initialize(). Return the status of the unlock, 0 on success.
   int requestExecute(TaskCallback callback, void* arg, void* sender);
   int requestExecuteOrderly(TaskCallback callback, void* arg, void* sender);
-  // requestExecute in two steps, of which only the first needs memory; see TaskQueue::prepare.
+  // requestExecute in two steps; only the first one allocates memory. See TaskQueue::prepare.
   void prepare(PreparedTask* prepared) { queue.prepare(prepared); }
   int requestPrepared(PreparedTask* prepared, TaskCallback callback, void* arg, void* sender);
   void giveBack(PreparedTask* prepared) { queue.giveBack(prepared); }
-  // How many workers initialize() could start, 0 before it.
+  // Number of workers that initialize() could start, 0 before it.
   int workerCount() const { return started; }
   // Withdraws the oldest pending task with that argument; see TaskQueue::cancel.
   bool cancel(void* arg);

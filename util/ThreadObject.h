@@ -8,13 +8,13 @@
 
 namespace util {
 
-// Thread entry of a ThreadObject, given as argument: runs its function once for each start request
-// and sleeps in between.
+// Thread entry; object is the ThreadObject. Runs its function once for each start request and
+// sleeps in between.
 void* runner(void* object);
 
 // Reusable worker thread: created by the first start(), parked between runs, ended by stop(true).
 //
-// Threads:   start, stop and needExit from any thread; stop(true) not from the object's own one.
+// Threads:   start, stop and needExit from any thread; stop(true) not from the object's own thread.
 //            The function runs without the lock.
 // Ownership: the argument is not owned and must live until its run is over.
 // Invariant: sleeping implies created; once forceClose is set no run begins.
@@ -24,13 +24,13 @@ class ThreadObject : public Semaphore {
   // Ends the thread as stop(true) does and waits for it.
   ~ThreadObject() override;
 
-  // Requests one run with arg. False when a run is requested already, when the object was closed by
-  // force, or when no thread could be created.
+  // Requests one run with arg. Returns false if a run is already requested, if stop(true) has
+  // closed the object, or if no thread could be created.
   bool start(void* arg) EXCLUDES(this);
-  // Withdraws the request, so that needExit() turns true. With force also ends the thread and waits
-  // until it has left its loop; an object that was never started stays startable.
+  // Withdraws the request, so that needExit() becomes true. With force also ends the thread and
+  // waits until it has left its loop; an object that was never started can still be started.
   void stop(bool force) EXCLUDES(this);
-  // True unless another run was requested since the present one began.
+  // True unless another run was requested since the current one began.
   bool needExit() EXCLUDES(this);
 
   bool isAlive() const { return alive; }
@@ -43,9 +43,10 @@ class ThreadObject : public Semaphore {
  private:
   friend void* runner(void* object);
 
-  // Waits for the next start() or a forced stop. False when the thread is to end.
+  // Waits for the next start() or a forced stop. Returns false if the thread must end.
   bool park() REQUIRES(this);
-  // A thread runs or sleeps: a failed creation leaves created set although there is none.
+  // True if a thread runs or sleeps. created alone does not say so: it stays set after a failed
+  // creation.
   bool threadExists() const { return created && createResult == 0; }
   void waitUntilGone() REQUIRES(this);
 
@@ -57,8 +58,8 @@ class ThreadObject : public Semaphore {
   Relaxed<bool> sleeping;
   pthread_t thread;
   Relaxed<int> createResult;
-  // Tells a parked thread that its wake-up was meant. Not alive: start() followed at once by
-  // stop(false) still yields its one run.
+  // Tells a spurious wake-up of a parked thread from a real one. Unlike alive it survives a
+  // stop(false): start() followed at once by stop(false) still runs once.
   bool wakeRequested GUARDED_BY(this);
 };
 

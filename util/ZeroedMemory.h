@@ -8,7 +8,7 @@
 #include <new>
 #include <type_traits>
 
-// AddressSanitizer watches over the heap, not over mappings.
+// AddressSanitizer checks the heap, not mappings.
 #ifdef __has_feature
 #if __has_feature(address_sanitizer)
 #define FLUVIA_ZEROED_HEAP 1
@@ -20,9 +20,9 @@
 
 namespace util {
 
-// Allocator of large containers whose elements begin as zero bytes. The pages are the kernel's,
-// which zeroes each when bytes are put there, not when the container is made: most of the time of
-// opening a stream with a buffer of 2 MiB was writing zeros into it.
+// Allocator of large containers whose elements begin as zero bytes. The kernel zeroes each page
+// when it is first written, not when the container is made. Most of the time to open a stream with
+// a buffer of 2 MiB was spent writing zeros into it.
 //
 // Threads: any. Errors: allocate throws std::bad_alloc.
 template <typename T>
@@ -55,7 +55,7 @@ class ZeroedMemory {
 #endif
   }
 
-  // Value initialisation: the zeros are there. Anything else is constructed as usual.
+  // Value initialisation: the memory is already zero. Anything else is constructed as usual.
   template <typename U>
   void construct(U* /*element*/) {}
 
