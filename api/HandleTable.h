@@ -27,13 +27,14 @@ class HandleTable {
  public:
   static HandleTable& instance();
 
-  // Opens url and gives it the lowest free handle, or -1. The file object may have no shared file.
-  // Returns 0, or -4 when no handle is free.
-  // Log lines go under function, the entry point's name.
+  // Opens url under the lowest free handle and stores it in *handle, -1 if none is free. The file
+  // object may have no shared file. Returns 0, or -4 if no handle is free. Log lines carry
+  // function, the entry point's name.
   int open(const char* function, const char* url, int bufferSize, int* handle) EXCLUDES(handleLock);
-  // Takes a handle out of the table. Null when it is not open.
+  // Removes a handle from the table and returns its file object. Null if the handle is not open.
   webs::FluviaFile* remove(int handle) EXCLUDES(handleLock);
-  // The file object of an open handle, with one more use; null when it is not open.
+  // Returns the file object of an open handle and adds one use to it. Null if the handle is not
+  // open.
   webs::FluviaFile* find(int handle) EXCLUDES(handleLock);
 
  private:
@@ -45,12 +46,12 @@ class HandleTable {
   int _fluvia_file_get_index() const REQUIRES(handleLock);  // NOLINT(readability-identifier-naming)
 
   webs::FluviaFile* handleTable[kMaxHandle + 1] GUARDED_BY(handleLock);  // 0 is never used
-  std::list<webs::FluviaFile*> openedFiles GUARDED_BY(handleLock);       // as they were opened
+  std::list<webs::FluviaFile*> openedFiles GUARDED_BY(handleLock);       // in the order of opening
   util::Semaphore handleLock;
 };
 
-// The file object of a handle for the time of one call. Closing the handle meanwhile ends its reads
-// and leaves the object to the last call inside it.
+// Holds the file object of a handle during one call. If the handle is closed meanwhile, its reads
+// end, and the last call inside the object deletes it.
 class Handle {
  public:
   explicit Handle(int handle) : file_(HandleTable::instance().find(handle)) {}
@@ -68,7 +69,7 @@ class Handle {
   webs::FluviaFile* file_;
 };
 
-// True for 1 to 255; otherwise logs the refusal under the entry point's name.
+// Returns true for 1 to 255; otherwise logs the refusal under the entry point's name.
 inline bool inRange(const char* function, int handle) {
   if (handle >= 1 && handle <= kMaxHandle) return true;
   FLUVIA_LOG_AS(function, 0, "INVALID_HANDLE\n");

@@ -18,10 +18,11 @@ util::Semaphore& asyncLock();
 
 // One asynchronous read.
 //
-// Threads:   what the asker has said and requestId are constant; the state is under asyncLock().
-// Ownership: owned by the table, counted by holders: the request itself until it is finished, and
-//            whoever looks at it meanwhile. Holds a use of its file until it is finished, and of
-//            its handle's object. The buffer is the caller's, until the callback has been called.
+// Threads:   the parameters and requestId are constant; the state is guarded by asyncLock().
+// Ownership: owned by the table and counted by holders: one for the request itself until it is
+//            finished, and one for each thread that uses it meanwhile. Holds a use of its file
+//            until it is finished, and a use of its handle's object. The buffer is the caller's,
+//            until the callback has been called.
 struct AsyncReadRequest {
   char* buffer = nullptr;
   unsigned int size = 0;
@@ -29,7 +30,7 @@ struct AsyncReadRequest {
   ReadCallback callback = nullptr;
   void* userData = nullptr;
   FluviaFile* reader = nullptr;
-  // An abort met it before its read was over.
+  // It was aborted before its read ended.
   bool cancelled GUARDED_BY(asyncLock()) = false;
   DullFile* file = nullptr;
   int requestId = 0;
@@ -42,12 +43,12 @@ struct AsyncReadRequest {
     kCalling   // its callback is being called, or was
   };
   State state GUARDED_BY(asyncLock()) = kWaiting;
-  // A close has answered it; nobody else calls back.
+  // A close has answered it; no other thread calls back.
   bool taken GUARDED_BY(asyncLock()) = false;
   int callers GUARDED_BY(asyncLock()) = 0;  // threads that call back for it, or are about to
   int holders GUARDED_BY(asyncLock()) = 1;
 
-  // Nobody calls back yet, and it is not inside the buffer queue.
+  // No thread calls back yet, and the request is not inside the buffer queue.
   bool isUnanswered() const REQUIRES(asyncLock()) {
     return !taken && state != kReading && state != kCalling;
   }

@@ -9,56 +9,57 @@
 
 namespace webs {
 
-// Requests that may be outstanding in the process: their ids are 1 to that.
+// The most requests that may be outstanding in the process: ids run from 1 to kMaxRequests.
 constexpr int kMaxRequests = 511;
 
 // The asynchronous reads of the process: the table of their ids, and the order in which they get a
 // place on the thread engine.
 //
 // The engine's six workers also restart streams. A worker that reads may wait for such a restart,
-// so at most five requests have a place on the engine at a time, and one of each file: a second one
-// would only wait for the file lock. The others wait here, in order.
+// so at most five requests have a place on the engine at a time. Each file has at most one of them:
+// a second one would only wait for the file lock. The others wait here, in order.
 //
-// Threads:   any. The lock is a leaf: no callback, no read and no other lock is under it. Whoever
-//            waits on its condition waits for a read to leave the buffer queue or for a callback to
-//            return; both are announced.
+// Threads:   any. The lock is a leaf: no callback, no read and no other lock runs under it. A
+//            thread that waits on its condition waits for a read to leave the buffer queue or for a
+//            callback to return; both notify it.
 // Ownership: owns the records of all requests. Never destroyed, like the engine's workers.
 // Invariant: asyncRequests[id] is null or the record of that id. A record is in waiting exactly
-//            while its state is kWaiting; at most one of a file is on the engine and not yet
-//            calling back.
+//            while its state is kWaiting. At most one request of a file is on the engine and not
+//            yet calling back.
 class AsyncReads {
  public:
-  // Results of a read that no caller of the C API sees.
+  // Internal results of a read; no caller of the C API sees them.
   enum Refusal { kTakenByClose = 1, kCancelledBefore = 2 };
 
   static AsyncReads& instance();
 
-  // Queues a read for the thread engine: what the asker says of it stands in wanted. Writes its id
-  // to *requestId and *issued (may be null) before the callback can run. -4 when all ids are in
-  // use, the handle is being closed, or the engine has no worker to spare.
+  // Queues a read for the thread engine; wanted holds its parameters. Writes its id to *requestId
+  // and *issued (may be null) before the callback can run. Returns -4 if all ids are in use, the
+  // handle is being closed, or the engine has no worker to spare.
   int ask(const AsyncReadRequest& wanted, int* requestId, int* issued) EXCLUDES(asyncLock());
 
-  // The way of a request over its worker: it starts; it begins to read, which is refused when a
-  // close has answered it or an abort has met it (false, *refusal says which); its read has ended
-  // with a result, or was refused, and it is called back.
+  // The steps of a request on its worker. beginReading() returns false if a close has answered the
+  // request or an abort has met it; *refusal says which. endReading() takes the result of the read,
+  // or the refusal, and calls back.
   void start(AsyncReadRequest* record) EXCLUDES(asyncLock());
   bool beginReading(AsyncReadRequest* record, int* refusal) EXCLUDES(asyncLock());
   void endReading(AsyncReadRequest* record, int result, unsigned int readBytes)
       EXCLUDES(asyncLock());
-  // It was withdrawn before a worker took it: calls back.
+  // Calls back for a request that was withdrawn before a worker took it.
   void withdrawn(AsyncReadRequest* record) EXCLUDES(asyncLock());
 
-  // Cancels a request of any handle; one that no worker has taken is called back twice.
+  // Cancels a request of any handle. If no worker has taken it, it is called back twice.
   void cancel(int requestId, FluviaFile* reader) EXCLUDES(asyncLock());
   // True once a request was cancelled or answered by a close.
   bool isGivenUp(const AsyncReadRequest* record) EXCLUDES(asyncLock());
-  // Marks a request of that handle as cancelled. False when it is another handle's or finished.
+  // Marks a request of that handle as cancelled. Returns false if it belongs to another handle or
+  // is finished.
   bool mark(AsyncReadRequest* record, const FluviaFile* reader) EXCLUDES(asyncLock());
 
-  // For a handle that is being closed. Answers its requests that do not read yet.
+  // For a handle that is being closed: answers its requests that have not begun to read.
   void answerAll(const FluviaFile* reader) EXCLUDES(asyncLock());
-  // Waits until none of its requests reads and, unless this is inside a callback, none is called
-  // back: other callbacks may be waiting for this one.
+  // Waits until none of its requests reads. Outside of a callback also waits until none of them is
+  // called back; inside a callback that could deadlock.
   void waitForEnd(const FluviaFile* reader) EXCLUDES(asyncLock());
 
  private:
@@ -89,10 +90,10 @@ class AsyncReads {
 
   util::Semaphore lock_;
   AsyncReadRequest* asyncRequests[kMaxRequests + 1] GUARDED_BY(asyncLock());  // 0 is never used
-  std::list<AsyncReadRequest> records GUARDED_BY(asyncLock());   // also those that have no id now
+  std::list<AsyncReadRequest> records GUARDED_BY(asyncLock());   // including those without an id
   std::list<AsyncReadRequest*> waiting GUARDED_BY(asyncLock());  // for a place on the engine
   std::list<AsyncReadRequest*> onEngine
-      GUARDED_BY(asyncLock());  // have one until they are finished
+      GUARDED_BY(asyncLock());  // have a place until they are finished
 };
 
 }  // namespace webs

@@ -14,18 +14,18 @@ class FluviaFile;
 // Ownership: owns the listed files. Files still listed when the process ends are not closed.
 class DullFileManager {
  public:
-  // The shared file of url, made with bufferSize bytes of buffer when there is none, referenced by
-  // file. Null without file, or when the resource cannot be opened. On a file that is already open
-  // it may wait until that has delivered its first byte.
+  // Returns the shared file of url, referenced by file. Creates it with bufferSize bytes of buffer
+  // if there is none. Returns null if file is null or the resource cannot be opened. If the shared
+  // file is already open, this may wait until it has delivered its first byte.
   static DullFile* openDullFile(FluviaFile* file, const std::string& url, int bufferSize);
-  // Takes file's reference off dullFile; the last one closes and destroys it.
+  // Drops file's reference to dullFile; the last one closes and destroys it.
   static void closeDullFile(FluviaFile* file, DullFile* dullFile);
   // Destroys every file that no handle references.
   static void cleanup();
   // Logs the buffer of the first listed file, at level 3 only.
   static void dumpDebugInfo();
-  // Gives a use of a shared file back; the last one closes and destroys it. No lock may be held but
-  // the registry's.
+  // Drops a use of a shared file; the last one closes and destroys it. The caller may hold no lock
+  // but the registry's.
   static void unuse(DullFile* dullFile);
 
  private:

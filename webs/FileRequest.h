@@ -8,7 +8,7 @@
 // The kinds of producers.
 enum SourceType { SOURCE_LOCAL = 0, SOURCE_HTTP = 1 };
 
-// Producer of one resource, known by its path or URL; base of the local and the HTTP producer.
+// Producer of one resource, identified by its path or URL; base of the local and the HTTP producer.
 //
 // Threads:   as util::BufferQueueProducer.
 // Ownership: owned by the shared file that made it; the receiver is not owned.
@@ -23,9 +23,9 @@ class FileRequest : public util::BufferQueueProducer {
 
   // A SourceType.
   virtual int getType() = 0;
-  // Prepares the source. False means that the resource cannot be used.
+  // Prepares the source. Returns false if the resource cannot be used.
   virtual bool initialize() = 0;
-  // Forgets the receiver.
+  // Removes the receiver.
   virtual void unsetOutput();
 
  protected:

@@ -5,11 +5,11 @@
 
 class FileRequest;
 
-// Chooses the producer of a resource from its name, and ends it.
+// Creates the producer of a resource from its name, and destroys it.
 class FileRequestAdaptor {
  public:
-  // A producer, not yet initialised, owned by the caller: HTTP when the name contains "http://" or
-  // "https://" anywhere, else local when it contains "/". Null otherwise.
+  // Returns a producer, not yet initialised, owned by the caller: HTTP if the name contains
+  // "http://" or "https://" anywhere, else local if it contains "/". Null otherwise.
   static FileRequest* createFileRequest(const std::string& url);
   // Stops and deletes a producer; request must not be null.
   static void releaseFileRequest(FileRequest* request);

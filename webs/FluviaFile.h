@@ -14,32 +14,33 @@ namespace webs {
 
 class DullFile;
 
-// How far a stream that cannot seek may be moved forward, and the part at its beginning that it may
-// be moved back into (bytes).
+// Bytes. A stream that cannot seek may be moved forward by at most this many, and back only into
+// this many at its beginning.
 constexpr long long kSeekSpan = 0x100000;
 
 // One handle: a read position of its own on a shared file.
 //
-// Threads:   any. The object's lock guards seek and the move of the position by asynchronous reads;
-//            the position itself is an atomic.
-// Ownership: counted by uses: its owner's, one for each call inside it and each of its requests.
-//            The last to leave deletes it. The shared file belongs to the registry.
+// Threads:   any. The object's lock guards seek and the position update of asynchronous reads; the
+//            position itself is an atomic.
+// Ownership: counted by uses: one of its owner, one for each call inside it and one for each of its
+//            requests. The last use deletes it. The shared file belongs to the registry.
 class FluviaFile : public util::Semaphore {
  public:
-  // bufferSize in bytes, for a shared file that must be made.
+  // bufferSize is in bytes and used if the shared file must be created.
   explicit FluviaFile(int bufferSize);
   ~FluviaFile() override;
 
   void use() { uses.fetch_add(1, std::memory_order_relaxed); }
   void unuse();
 
-  // Takes the shared file of url. False when there is none; the calls below then fail with -4.
+  // Acquires the shared file of url. Returns false if there is none; the calls below then return
+  // -4.
   bool open(const std::string& url);
-  // Ends this handle's reads and gives the shared file up.
+  // Ends this handle's reads and releases the shared file.
   void close();
   int read(char* buffer, unsigned int size, unsigned int* readBytes);
-  // *requestId may be gone when this returns, together with what the callback frees; *issued (may
-  // be null) receives the same id.
+  // The callback may free *requestId before this returns; *issued (may be null) receives the same
+  // id.
   int readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,
                 int* requestId, int* issued = nullptr);
   int cancelRead(int requestId);
@@ -58,7 +59,7 @@ class FluviaFile : public util::Semaphore {
   // Moves the position unless a seek has moved it meanwhile.
   void newPosMovedByDullFile(long long oldPosition, long long newPosition);
 
-  // Holds the shared file of a handle for the time of a call.
+  // Holds the shared file of a handle during a call.
   class SharedUse {
    public:
     explicit SharedUse(FluviaFile* file);

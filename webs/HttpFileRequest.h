@@ -11,7 +11,7 @@
 
 namespace webs {
 
-// Outcome of the last run; an HTTP status of 400 and above stands for itself.
+// Outcome of the last run; also an HTTP status of 400 and above.
 enum DownloadStatus {
   DOWNLOAD_OK = 0,
   DOWNLOAD_TIMEOUT = -2,
@@ -22,13 +22,13 @@ enum DownloadStatus {
   DOWNLOAD_CONNECT_REJECT = -8
 };
 
-// Producer of an http:// or https:// resource: each run is one GET, whose body goes to the receiver
-// from the requested offset on and whose outcome becomes one stream event.
+// Producer of an http:// or https:// resource. Each run is one GET: its body goes to the receiver
+// from the requested offset on, and its outcome becomes one stream event.
 //
 // Threads:   startStreaming and receive on the buffer queue's worker; everything else from any
-//            thread. Only startStreaming, stopStreaming and release take the object's lock, which
-//            the run holds while it sends its last event and so perhaps for hours; every setting,
-//            figure and flag is an atomic or has a small lock of its own and never waits.
+//            thread. Only startStreaming, stopStreaming and release take the object's lock. The run
+//            holds it while it sends its last event, which may take hours. Every setting, figure
+//            and flag is an atomic or has a small lock of its own and never waits.
 // Ownership: owns its session; the receiver is not owned.
 // Invariant: finished is false exactly while a transfer runs or its event is being sent.
 class HttpFileRequest : public FileRequest, public Requestor, public util::Semaphore {
@@ -37,8 +37,8 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
 
   // Calls stopStreaming().
   void release() override;
-  // Runs one GET from offset, count bytes or to the end for 0, and blocks for the whole transfer.
-  // Returns 0, -1 without a receiver.
+  // Runs one GET from offset, count bytes or to the end if count is 0. Waits for the whole
+  // transfer. Returns 0, or -1 without a receiver.
   int startStreaming(int versionTag, long long offset, long long count) override;
   // Ends the run and waits until its event was sent. Returns 0.
   int stopStreaming() override;
@@ -48,7 +48,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
   bool getStopWait() override { return method.getStopWait(); }
   void setStopWait() override { method.setStopWait(); }
   int getType() override { return SOURCE_HTTP; }
-  // Prepares the session. Always true.
+  // Prepares the session. Always returns true.
   bool initialize() override;
 
   int receive(void* data, int size, void* handle, int versionTag) override;
@@ -57,7 +57,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
 
   // A DownloadStatus or an HTTP status of 400 and above.
   int getDownloadStatus();
-  // As the session's functions of the same names.
+  // Same as the session's functions with these names.
   int getUrlIP(char* ipBuf) { return method.getUrlIP(ipBuf); }
   long long getSpeed() { return method.getSpeed(); }
   std::string getContentType() { return method.getContentType(); }
@@ -90,7 +90,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
   void decideSizeAndSeeking(int code, long long size);
   long long startOfBody(int code, void* handle) const;
   bool carriesOnlyTheRest(void* handle) const;
-  // A stop is announced and has not come yet.
+  // True if a stop is announced and has not happened yet.
   bool stopPending() const { return method.getStopWait() && method.isActive(); }
 
   std::string userAgent GUARDED_BY(settingsLock);
@@ -110,7 +110,7 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
   util::Relaxed<int> featureFlag;
 
   util::Semaphore settingsLock;
-  // Of the present run, on its thread only: a piece of the body came; no range was asked for
+  // State of the current run, on its thread only: a piece of the body came; no range was requested
   // although the offset is not 0; the body begins before the offset.
   bool runReceived;
   bool startedPlain;

@@ -10,8 +10,8 @@ namespace webs {
 
 class TreeReader;
 
-// Whether the scanner does not skip c. The letter 'b' is skipped, on purpose: keys and values lose
-// their leading b's, and callers know it.
+// True if the scanner does not skip c. It skips the letter 'b'. This is intentional: keys and
+// values lose their leading b's, and callers rely on it.
 bool NotBlankChar(char c);
 // '=', '{', ' ', ':' and ',' end a key or an unquoted value. '}' does not: a number needs a blank
 // or a comma after it.
@@ -21,9 +21,9 @@ bool IsKeyValueEnd(char c);
 
 // A small scanner for bodies like {"key":"value"}, [{..},{..}] and name = {..}.
 //
-// It walks a whole text once and calls the reader's readNodeBegin, readNodeValue and readNodeEnd.
-// It is lenient rather than complete, see docs/json.md. No text makes it read outside, fail on an
-// empty stack or recurse.
+// It scans a whole text once and calls the reader's readNodeBegin, readNodeValue and readNodeEnd.
+// It is lenient rather than complete, see docs/json.md. On any text it stays inside the text and
+// its stacks and does not recurse.
 //
 // Threads:   one thread at a time.
 // Ownership: the reader is not owned and must outlive the parser's use.
@@ -32,25 +32,25 @@ class JSONParser {
   explicit JSONParser(TreeReader* receiver);
   virtual ~JSONParser() = default;
 
-  // Scans text[0, length). Returns 0 on success and on an empty call, or
+  // Scans text[0, length). Returns 0 on success and for an empty text, or
   //   -1  the body starts neither with '{' or '[' nor with a word, '=' and one of them
-  //   -2  an array holds something else than an object
+  //   -2  an array member is not an object
   //   -3  no ',' or '}' follows a value
   //   -4  no '{' follows a ',' in an array
-  //   -5  a ']' closes something else than an array
+  //   -5  a ']' closes something other than an array
   //   -6  stop() was called meanwhile
-  // isFinal is not used. The stacks are neither emptied before nor after: see reset().
+  // isFinal is not used. The stacks are emptied neither before nor after the scan: see reset().
   int parse(const char* text, int length, int isFinal);
-  // Forgets everything that is open.
+  // Discards all open nodes and marks.
   void reset();
-  // Ends the scan; for the reader, while it is called from parse().
+  // Ends the scan; the reader may call it from inside parse().
   void stop() { stopped = true; }
-  // Where in its text the latest parse() stopped looking: what it refuses stands there, or its end.
+  // Offset at which the last parse() stopped: the position of the error, or the end of the text.
   int getOffset() const { return offset; }
-  // Whether the latest parse() found the end of the outermost bracket, and nothing open behind it.
+  // True if the last parse() found the end of the outermost bracket, and nothing open after it.
   bool isDone() const { return marks.empty() && !keyOpen; }
 
-  // The name of the next array member is one '[' longer, up to 511.
+  // Makes the name of the next array member: one '[' longer, up to 511.
   void nextArrayMember();
   void arrayMemberEnd();
   bool isArrayMember(const std::string& name) const;
@@ -81,9 +81,9 @@ class JSONParser {
   TreeReader* reader;
   // Keys of the open nodes.
   std::stack<NodeName> names;
-  // Structural characters that are open: '{', '[', ':', ',' and '}'.
+  // Open structural characters: '{', '[', ':', ',' and '}'.
   std::stack<char> marks;
-  // Name of the latest array member.
+  // Name of the last array member.
   std::string arrayMark;
   int offset = 0;
   bool stopped = false;

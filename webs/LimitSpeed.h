@@ -5,8 +5,8 @@
 
 namespace webs {
 
-// Counts the bytes of one transfer, holds a cap on their average rate and computes that average.
-// Rates are bytes per second.
+// Counts the bytes of one transfer, limits their average rate and computes that average. Rates are
+// in bytes per second.
 //
 // Threads:   InitSpeed and Limitspeed on the transfer's thread; the others from any thread, without
 //            a lock.
@@ -15,23 +15,23 @@ class LimitSpeed {
  public:
   LimitSpeed();
 
-  // Wall-clock milliseconds, cut to 32 bits.
+  // Returns wall-clock milliseconds, truncated to 32 bits.
   static unsigned int GetTickCount();
 
   // Starts a new transfer: no bytes, average 0.
   void InitSpeed();
-  // Sets the cap; 0 or below is no cap. Holds from the next chunk on.
+  // Sets the limit; 0 or below means no limit. Applies from the next chunk on.
   void setMaxSpeed(long long bytesPerSecond) { maxSpeed = bytesPerSecond; }
   long long getMaxSpeed() const { return maxSpeed; }
-  // Counts size bytes and sleeps until the average since InitSpeed is at or below the cap. After a
-  // stall the transfer may therefore run at full speed until it is back on the average. The sleep
+  // Counts size bytes and sleeps until the average since InitSpeed is at or below the limit. So
+  // after a stall the transfer may run at full speed until the average is reached again. The sleep
   // lasts only while the watched flag is set.
   void Limitspeed(unsigned int size);
   // Computes the average since InitSpeed; changes nothing in the first millisecond.
   void CalAvgSpeed();
   long long GetAvgSpeed() const { return avgSpeed; }
 
-  // Names the flag whose clearing cuts a sleep short; null: nothing does. Transfer's thread.
+  // Sets the flag that ends a sleep early when it is cleared; null: none. Transfer's thread.
   void watch(const util::Relaxed<bool>* flag) { goOn = flag; }
 
  private:

@@ -11,29 +11,31 @@
 
 // Producer of one file of the local file system: a thread of its own reads it in chunks.
 //
-// A run delivers bytes from its offset on until the requested count is met exactly, the file ends,
-// the receiver refuses, or it is stopped; the first two end with EVENT_STREAM_PARTIAL_END.
+// A run delivers bytes from its offset on until exactly the requested count was delivered, the file
+// ends, the receiver refuses, or the run is stopped. The first two end with
+// EVENT_STREAM_PARTIAL_END.
 //
 // Threads:   startStreaming and stopStreaming on the buffer queue's threads, the run on the
-//            worker's. The lock is held across one read and its hand-over, so a stop waits for the
-//            chunk in progress; the end event is sent without it, because it may park for hours.
+//            worker's. The lock is held across one read and its delivery, so a stop waits for the
+//            current chunk. The end event is sent without the lock, because it may park for hours.
 // Ownership: owns file and thread.
-// Invariant: at most one run is the current one; what a run of an older number finds out is
-// ignored.
+// Invariant: at most one run is the current one; results of a run with an older number are ignored.
 class LocalFileRequest : public FileRequest, public util::Semaphore {
  public:
   explicit LocalFileRequest(const std::string& path);
   ~LocalFileRequest() override;
 
-  // Opens and measures the file. False for anything but a readable regular file or block device.
+  // Opens and measures the file. Returns false unless it is a readable regular file or block
+  // device.
   bool initialize() override;
   void release() override;
-  // Starts a run and returns at once: 0, also when the file cannot be opened again (no data and no
-  // event will come, wanted); -1 without a receiver, while a run is active, or without a thread.
+  // Starts a run and returns at once. Returns 0, also if the file cannot be opened again: no data
+  // and no event follow then, which is intentional. Returns -1 without a receiver, while a run is
+  // active, or without a thread.
   int startStreaming(int version, long long offset, long long count) override;
   int stopStreaming() override;
   bool isRandomAccess() override { return true; }
-  // Size in bytes modulo 2^32, wanted.
+  // Size in bytes modulo 2^32; the modulo is intentional.
   long long getContentSize() override { return contentSize; }
   void setBreak() override {}
   bool getStopWait() override { return false; }
@@ -54,7 +56,7 @@ class LocalFileRequest : public FileRequest, public util::Semaphore {
   bool openFile() REQUIRES(this);
   bool reopen() REQUIRES(this);
   void deliver();
-  // Reads and hands over one chunk of the given run. Returns the bytes, or -1 when the run is over.
+  // Reads and delivers one chunk of the given run. Returns the bytes, or -1 if the run is over.
   int read(char* buffer, unsigned int size, int version, unsigned int run) EXCLUDES(this);
   bool runIsOver(unsigned int run) REQUIRES(this);
   void notifyPerformEnd(unsigned int run) EXCLUDES(this);
@@ -67,7 +69,7 @@ class LocalFileRequest : public FileRequest, public util::Semaphore {
   bool stopped GUARDED_BY(this);
   // A run was started and has neither ended nor been stopped.
   bool running GUARDED_BY(this);
-  // Number of the current run: tells it from one that is still on its way out.
+  // Number of the current run: distinguishes it from an older one that is still ending.
   unsigned int currentRun GUARDED_BY(this);
 };
 

@@ -1,7 +1,7 @@
 #ifndef FLUVIAFS_WEBS_METHODREQUESTCALLBACKS_H_
 #define FLUVIAFS_WEBS_METHODREQUESTCALLBACKS_H_
 
-// Options of the session's table are deprecated in newer libcurl versions and work.
+// Some options of the session's table are deprecated in newer libcurl versions, but still work.
 #define CURL_DISABLE_DEPRECATION
 #include <curl/curl.h>
 
@@ -13,7 +13,7 @@
 
 namespace webs {
 
-// One libcurl option with its value, as the settings keep it while a transfer runs.
+// One libcurl option and its value. The settings queue these while a transfer runs.
 struct MethodRequest::Option {
   enum Kind { kText, kNumber, kPointer };
 
@@ -28,20 +28,21 @@ struct MethodRequest::Option {
   void* pointer = nullptr;
 };
 
-// What libcurl said at the end of a transfer.
+// libcurl's results at the end of a transfer.
 struct MethodRequest::Outcome {
   int code;
   bool bounded;
   double bytes;
 };
 
-// The functions that libcurl calls, with its own types. Each belongs to one session, given as the
-// user pointer, and lets no exception into libcurl's C frames.
+// The functions that libcurl calls, with libcurl's own types. Each belongs to one session, passed
+// as the user pointer, and lets no exception into libcurl's C frames.
 //
 // Threads: the transfer's thread, except closeSocket, which also runs where the handle is freed.
 struct MethodRequestCallbacks {
-  // Runs the body of a callback. An exception is logged under function with what it prevented,
-  // gives failure, and makes the transfer one that ran out of memory, whatever libcurl calls it.
+  // Runs the body of a callback. If the body throws, logs the exception under function with what it
+  // prevented, returns failure, and makes the transfer end as out of memory, whatever libcurl calls
+  // it.
   template <typename Result, typename Body>
   static Result contained(MethodRequest* session, const char* function, const char* prevented,
                           Result failure, Body body) {

@@ -10,7 +10,7 @@ namespace webs {
 class TreeNode;
 class TreeReader;
 
-// The receiving side of a web-service call: feeds the body into a tree reader and carries the
+// The receiving side of a web-service call: feeds the body into a tree reader and stores the
 // outcome. A derived class reads the tree in processResult and sets success, code and message.
 //
 // Use:       initialize() once with a reader, then per call readyReceive(), receive() for each
@@ -21,10 +21,10 @@ class MethodResponse : public Requestor {
  public:
   MethodResponse();
 
-  // Feeds one piece to the reader. Returns size whatever the parser said, so that the transfer goes
-  // on. Needs a reader. handle and version are ignored.
+  // Feeds one piece to the reader. Returns size whatever the parser returned, so that the transfer
+  // continues. Needs a reader. handle and version are ignored.
   int receive(void* data, int size, void* handle, int version) override;
-  // Forgets the last outcome and tree. Needs a reader.
+  // Clears the last outcome and tree. Needs a reader.
   void readyReceive() override;
   // Ends the document, then calls processResult(). Needs a reader.
   void finishReceive() override;
@@ -34,14 +34,14 @@ class MethodResponse : public Requestor {
 
   // switchReader(), then the reader's initialize() if there is one.
   void initialize(TreeReader* treeReader);
-  // Replaces the reader and does nothing else. Null leaves the response without one.
+  // Only replaces the reader. Null leaves the response without one.
   void switchReader(TreeReader* treeReader);
 
-  // What the tree of one call may take: nodes, and bytes as TreeLimit counts them, of a JSON body
-  // with its text; 0 or less for no limit. A call that exceeds it goes as one with a malformed
-  // body: the reader takes no more, the tree stays as it is by then, and processResult() is called
-  // at the end. Holds for readers that are a TreeLimit, as both of the library's are; the reader
-  // keeps it.
+  // Limits the tree of one call: nodes, and bytes as TreeLimit counts them (for a JSON body
+  // including its text); 0 or less means no limit. A call that exceeds the limit behaves as one
+  // with a malformed body: the reader accepts no more, the tree keeps what it has by then, and
+  // processResult() is called at the end. Applies to readers that are a TreeLimit, as both of the
+  // library's are; the reader keeps the limit.
   void setTreeLimit(long long nodes, long long bytes);
   static constexpr long long DEFAULT_NODES = 1000000;
   static constexpr long long DEFAULT_BYTES = 256LL * 1024 * 1024;
@@ -50,7 +50,7 @@ class MethodResponse : public Requestor {
   // Valid until the next call begins.
   const std::string& getErrorCode() const { return errorCode; }
   const std::string& getErrorMsg() const { return errorMsg; }
-  // Null: only derived responses know where their result stands.
+  // Returns null: only derived responses know where their result is.
   TreeNode* findResultStruct() const;
 
  protected:

@@ -5,14 +5,14 @@
 
 namespace webs {
 
-// Smooths throughput samples (bytes per second). The steadier the last samples moved in one
-// direction, the less the newest one is smoothed away: it always weighs at least half, two thirds
-// once the series moves.
+// Smooths throughput samples (bytes per second). The more steadily the last samples moved in one
+// direction, the less the newest sample is smoothed. Its weight is always at least one half, and
+// two thirds once the series moves.
 //
 // Threads:   not locked; used on one thread.
 class MovingAverage {
  public:
-  // capacity: how many samples decide the weight.
+  // capacity: how many samples determine the weight.
   explicit MovingAverage(unsigned int capacity);
 
   // Adds a sample. Returns the new average.

@@ -5,10 +5,10 @@
 
 namespace webs {
 
-// The name of a node. Names of array members, runs of '[', can be long and are alike: one text of
-// each length serves all of them. Every other name is a copy of its own.
+// The name of a node. Names of array members are runs of '[': they can be long and are alike, so
+// all names of one length share one text. Every other name has its own copy.
 //
-// Threads: as TreeNode: the shared texts are made from one thread at a time.
+// Threads: as TreeNode: the shared texts are created by one thread at a time.
 class NodeName {
  public:
   NodeName() = default;
@@ -18,10 +18,10 @@ class NodeName {
   void clear();
   // Valid until the next set() or clear().
   const std::string& get() const { return shared != nullptr ? *shared : own; }
-  // Whether a name shares its text: a run of '[' of 16 to MAX_SHARED characters.
+  // True if a name shares its text: a run of '[' of 16 to MAX_SHARED characters.
   static bool isShared(const std::string& name);
 
-  // As long as the scanner's names of array members get.
+  // The longest name of an array member that the scanner makes.
   static constexpr size_t MAX_SHARED = 511;
 
  private:

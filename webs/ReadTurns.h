@@ -14,64 +14,66 @@ class FluviaFile;
 
 // The order in which the handles of one resource read.
 //
-// Handles that read on their own would take the one stream from each other with every read, and
-// each time it starts anew. ReadTurns lets one read at a time go to the file lock.
+// Handles that read independently would take the one stream from each other with every read, and
+// each time it would restart. ReadTurns lets one read at a time go to the file lock.
 //
-// Who goes when. When a turn ends, the waiting read with the best claim goes, of equal claims the
-// oldest:
-//   1. overdue: it may go and has waited for kTurnMs;
+// Who is next. When a turn ends, the waiting read with the best claim gets the next one; among
+// equal claims the oldest:
+//   1. overdue: the read may go and has waited for kTurnMs;
 //   2. all its bytes are buffered;
-//   3. the running connection brings the first byte that is missing;
-//   4. it needs a new connection. Of several within one buffer of each other the one furthest back
-//      goes: the others follow it without one.
-// Two claims are put off:
-//   - A read that needs new data would push out what a reader behind it reads next: that reader
-//     gets kLagMs to follow, counted from where the read began to wait.
+//   3. the running connection delivers the first missing byte next;
+//   4. it needs a new connection. Among several within one buffer of each other the one furthest
+//      back goes: the others can then follow it without a connection of their own.
+// Two kinds of claims are delayed:
+//   - A read that needs new data would evict what a reader behind it reads next. That reader gets
+//     kLagMs to follow, counted from where the read began to wait.
 //   - A read that needs a new connection would take the stream from a reader that it was just
-//     restarted for: that reader keeps it for a run. A run ends once its reader pauses for
-//     kPauseMs or wants bytes elsewhere, and kTurnMs after the restart in any case. Only a reader
-//     that reads on steadily keeps it longer, and through pauses: until the transfer has stored a
-//     share of the buffer for it since the restart, at most kFillMs.
+//     restarted for. That reader keeps it for a run. A run ends when its reader pauses for kPauseMs
+//     or needs bytes elsewhere, and kTurnMs after the restart in any case. Only a reader that
+//     continues to read steadily keeps it longer, and through pauses: until the transfer has stored
+//     a share of the buffer for it since the restart, at most kFillMs.
 //
 // What ends each wait:
-//   - an event: the end of another read's turn, a handle that is closed, an abort or a close of
-//     its own. Whoever causes it schedules under the lock and wakes the one read it concerns.
-//   - a time: one of those above. The first waiter sleeps until the earliest of them. What the
-//     transfer stores is not announced: the first waiter looks when the age of the run has doubled.
-// So while others take buffered bytes, or one has a run whose bytes are stored, a read waits for
-// kTurnMs and the read under way. Each further reader that needs a connection adds its run.
+//   - an event: another read's turn ends, a handle is closed, or the read itself is aborted or its
+//     handle closed. The thread that causes the event schedules under the lock and wakes the one
+//     affected read.
+//   - a time limit: one of those above. The first waiter sleeps until the earliest of them. What
+//     the transfer stores is not announced: the first waiter checks when the age of the run has
+//     doubled.
+// So while others read buffered bytes, or one has a run whose bytes are stored, a read waits for
+// kTurnMs and the read in progress. Each further reader that needs a connection adds its run.
 //
-// Only the order is decided here: the file lock still keeps reads apart. A handle that is alone
-// never waits and is not noted.
+// This class decides only the order: the file lock still separates the reads. A handle that is
+// alone never waits and is not recorded.
 //
-// Threads:   any. Its lock is taken before the buffer queue's feedLock, and after no other than
-//            the readLock of its file.
+// Threads:   any. Its lock is taken before the buffer queue's feedLock, and after no other than the
+//            readLock of its file.
 // Ownership: readers are compared, never dereferenced. A reader is known from join() to forget().
-// Invariant: nothing but join() allocates. While a read waits and nobody has the turn, the first
+// Invariant: nothing but join() allocates. While a read waits and no read has the turn, the first
 //            waiter sleeps no longer than until some claim can change.
 class ReadTurns {
  public:
   explicit ReadTurns(util::BufferQueue* queue);
 
-  // Tells whether a request was given up before it came here. Called under the turns' lock.
+  // True if a request was cancelled before it came here. Called under the turns' lock.
   using GivenUp = bool (*)(const void* request);
 
-  // The time of one read. Made before the file lock is taken; waits for its turn.
+  // The turn of one read. Construct it before taking the file lock; the constructor waits.
   class Turn {
    public:
-    // size bytes at position are to be read. request: null for a blocking read, else what
-    // breakWait() knows the read by.
+    // The read is for size bytes at position. request identifies it for breakWait(); null for a
+    // blocking read.
     Turn(ReadTurns* turns, const FluviaFile* reader, long long position, unsigned int size,
          const void* request = nullptr, GivenUp isGivenUp = nullptr);
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
-    // The wait was broken, or the handle is being closed: the read must not take place.
+    // The wait was aborted, or the handle is being closed: the read must not take place.
     bool isBroken() const { return part_ == Part::kBroken; }
-    // A break has met the read since it was given its turn: it must not take place either, if it
-    // has not begun. For DullFile::beginReading().
+    // True if an abort has met the read since it got its turn. The read must then not take place
+    // either, if it has not begun. For DullFile::beginReading().
     bool wasMet() const { return part_ == Part::kTurn && turns_->isTakerMet(); }
-    // What the read came to: bytes behind the position it was made for.
+    // Reports the result of the read: bytes read from the position that it was created for.
     void hasRead(unsigned int bytes) { bytes_ = bytes; }
 
    private:
@@ -85,43 +87,44 @@ class ReadTurns {
     Part part_ = Part::kAlone;
   };
 
-  // Makes a handle known. Throws std::bad_alloc, and nothing has changed then.
+  // Registers a handle. Throws std::bad_alloc and changes nothing in that case.
   void join(const FluviaFile* reader) EXCLUDES(lock);
-  // The handle is closed.
+  // Unregisters a handle that is closed.
   void forget(const FluviaFile* reader) EXCLUDES(lock);
 
-  // Ends the waits of that handle for that request (null: blocking reads) at once, and notes of one
-  // that has its turn that it was met. A read that comes later, or never waited, is not met.
+  // Ends the waits of that handle for that request (null: blocking reads) at once. If its read has
+  // the turn, marks it as met by an abort. A read that comes later, or never waited, is not
+  // affected.
   void breakWait(const FluviaFile* reader, const void* request) EXCLUDES(lock);
-  // The handle is being closed: ends all its waits at once, also those to come.
+  // For a handle that is being closed: ends all its waits at once, also future ones.
   void breakForClose(const FluviaFile* reader) EXCLUDES(lock);
 
-  // The longest time, in milliseconds, that a read of this process was kept from its turn while
-  // nobody fetched new data: others took buffered bytes, or the policy held it back.
+  // The longest time, in milliseconds, that a read of this process waited for its turn while no
+  // read fetched new data: others read buffered bytes, or the policy delayed it.
   static int longestHoldback() { return longest; }
   static void forgetLongestHoldback() { longest = 0; }
 
   // Milliseconds.
   static constexpr int kTurnMs = 80;
   static constexpr int kFillMs = 250;
-  // Longer than a busy machine takes to let a thread go on, shorter than a viewer notices.
+  // Longer than a busy machine takes to schedule a thread, shorter than a viewer notices.
   static constexpr int kLagMs = 20;
   static constexpr int kPauseMs = 5;
 
  private:
   friend class ReadTurnsProbe;
 
-  // The part of the buffer that a run stores.
+  // A run stores one kStoredShare-th of the buffer.
   static constexpr int kStoredShare = 4;
 
   struct Reader {
     const FluviaFile* file;
     long long position;  // where its last read ended
     long long lastRead;  // when, in milliseconds
-    bool steady;         // that read began where the one before it had ended
+    bool steady;         // that read began where the previous one had ended
     bool closing;
   };
-  // What a waiter is told.
+  // The message to a waiter.
   enum class Word { kNone, kLook, kGo, kBroken };
   struct Waiter {
     const FluviaFile* file;
@@ -131,7 +134,7 @@ class ReadTurns {
     unsigned int size;
     long long since;
     long long fetchedBefore;  // fetchTime() when it came
-    Waiter* next = nullptr;   // under the lock of the turns, as all above
+    Waiter* next = nullptr;   // guarded by the lock of the turns, as all above
     util::Semaphore wake;     // leaf
     Word word GUARDED_BY(wake) = Word::kNone;
   };
@@ -139,15 +142,15 @@ class ReadTurns {
   struct Run {
     const FluviaFile* of;
     long long began;
-    long long from;  // where the read began that restarted it
+    long long from;  // where the read that restarted it began
   };
-  // How well a waiting read may go now; the best goes.
+  // The claim of a waiting read; the best one goes next.
   enum Claim { kNotNow, kNewConnection, kComesNext, kBuffered, kOverdue };
   // The read that has the turn.
   struct Taker {
     const FluviaFile* file;
     const void* request;
-    bool met;  // by a break, since
+    bool met;  // an abort has met it since
   };
   class Waiting;
 
@@ -177,8 +180,9 @@ class ReadTurns {
   long long fetchTime(long long now) REQUIRES(lock);
 
   util::BufferQueue* queue_;
-  // Handles that are known; a read counts in aloneReads when it is the only one's. Both are
-  // sequentially consistent: a read that finds itself alone is seen by one of a handle that joins.
+  // Registered handles; aloneReads counts the reads of a handle that is the only one. Both are
+  // sequentially consistent: a read that finds itself alone is seen by a read of a handle that
+  // joins.
   std::atomic<int> members;
   std::atomic<int> aloneReads;
   util::Semaphore lock;
@@ -187,12 +191,12 @@ class ReadTurns {
   Waiter* first GUARDED_BY(lock);  // oldest first
   std::list<Reader> readers GUARDED_BY(lock);
   Run run GUARDED_BY(lock);
-  // When a claim can change while nobody has the turn, and which waiter sleeps until then: the
-  // first one, once it has looked at nextLook.
+  // The time at which a claim can change while no read has the turn, and the waiter that sleeps
+  // until then: the first one, once it has checked nextLook.
   long long nextLook GUARDED_BY(lock);
   Waiter* keeper GUARDED_BY(lock);
-  // How long reads that had to fetch data had the turn, and since when the present one has (0: the
-  // bytes it wants are buffered).
+  // How long reads that had to fetch data have had the turn, and since when the current one has it
+  // (0: the bytes that it needs are buffered).
   long long fetched GUARDED_BY(lock);
   long long fetchingSince GUARDED_BY(lock);
 

@@ -7,9 +7,9 @@
 // Threads:   any; guarded.
 // Ownership: one array for the process.
 
-// Makes the array. Returns 0 also when it exists already, -2 when memory runs out.
+// Creates the array. Returns 0, also if it exists already; -2 if memory runs out.
 int cd_ssl_multithread_setup();
-// Frees the array. Returns 0 also when there is none. No TLS transfer may run.
+// Frees the array. Returns 0, also if there is none. No TLS transfer may run.
 int cd_ssl_multithread_cleanup();
 
 #endif  // FLUVIAFS_WEBS_SSLMULTITHREAD_H_

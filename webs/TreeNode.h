@@ -14,13 +14,15 @@ namespace webs {
 
 // A node of a parsed XML or JSON body: key, text value, attributes and ordered children.
 //
-// Nodes and attribute objects are recycled through two process-wide stacks, so that parsing again
-// and again does not allocate. Nothing here recurses: a hostile body may nest as deep as it likes.
+// Nodes and attribute objects are recycled through two process-wide stacks (the stations), so that
+// repeated parsing does not allocate. Nothing here recurses: a hostile body may nest as deep as it
+// likes.
 //
-// Threads:   not locked. The stations, their counters and the comparison function are shared by all
-//            trees, so trees are built, searched and cleared from one thread at a time.
+// Threads:   not locked. All trees share the stations, their counters and the comparison function,
+//            so trees are built, searched and cleared by one thread at a time.
 // Ownership: a node owns its children and its attributes. Pointers to either stay valid until the
-//            node is cleared or destroyed, or the child removed; then they may be somebody else's.
+//            node is cleared or destroyed, or the child removed; after that they may point into
+//            another tree.
 // Invariant: children and attributes hold no null pointers.
 class TreeNode {
  public:
@@ -29,34 +31,34 @@ class TreeNode {
   // Gets (the node's string, the searched string); true when they match.
   using CompareFunction = bool (*)(const std::string&, const std::string&);
 
-  // What failed lookups of a value return; never destroyed.
+  // Returned by failed lookups of a value; never destroyed.
   static const std::string& EMPTY_STRING;
 
-  // An empty node. The parent (null for a root) does not learn of it; see createSubEntry.
+  // Creates an empty node. Does not add it to the parent (null for a root); see createSubEntry.
   explicit TreeNode(TreeNode* above);
   TreeNode(TreeNode* above, const std::string& name);
   TreeNode(const TreeNode&) = delete;
   TreeNode& operator=(const TreeNode&) = delete;
-  // Releases children and attributes to the stations.
+  // Returns children and attributes to the stations.
   virtual ~TreeNode();
-  // Releases the whole subtree and the attributes to the stations, children before their parent
-  // and in order; empties value and key and forgets the parent. leafFlag and error stay.
+  // Returns the whole subtree and the attributes to the stations, children before their parent and
+  // in order. Empties value and key and resets the parent. leafFlag and error do not change.
   virtual void clear();
 
-  // Installs a comparison that widens every lookup, e.g. to ignore case; exact equality always
+  // Installs a comparison that extends every lookup, e.g. to ignore case; exact equality always
   // matches too. Null removes it.
   static void setCompareFunction(CompareFunction function);
 
-  // A recycled or new node without parent, owned by the caller. A recycled one keeps its old
-  // leafFlag and error.
+  // Returns a recycled or new node without parent, owned by the caller. A recycled one keeps its
+  // old leafFlag and error.
   static TreeNode* getFreeEntry();
-  // Takes the node back. Kept (and cleared) while at most 99 nodes exist, destroyed otherwise. Null
-  // is never kept, but counts as a destroyed node above the threshold.
+  // Returns the node to the station. Keeps (and clears) it while at most 99 nodes exist, destroys
+  // it otherwise. Null is never kept, but counts as a destroyed node above the threshold.
   static void releaseEntry(TreeNode* node);
-  // The same pair for attribute objects, which come back with empty strings.
+  // Same for attribute objects; their strings are empty again.
   static Attribute* getFreeAttriObject();
   static void releaseAttribute(Attribute* attribute);
-  // Destroys everything in the stations. The counters stay, on purpose.
+  // Destroys everything in the stations. The counters do not change; this is intentional.
   static void clean();
 
   // Appends a child; owned by this node.
@@ -73,16 +75,16 @@ class TreeNode {
   void setKey(const std::string& name);
   const std::string& getKey() const { return key.get(); }
   const std::string& getValue() const { return value; }
-  // Whatever came with the value: the JSON reader's "was quoted", false from the XML reader.
+  // An extra flag of the value: the JSON reader's "was quoted", false from the XML reader.
   bool getLeafFlag() const { return leafFlag; }
   void setParent(TreeNode* above) { parent = above; }
   TreeNode* getParent() const { return parent; }
   // The last failed lookup that ended in this node.
   const TreeNodeError& getError() const { return error; }
 
-  // The decimal number at the start of the value: 0 without one, the nearest int beyond the range.
+  // The decimal number at the start of the value: 0 without one, the nearest int if out of range.
   int getIntegerValue() const;
-  // Whether that number is not zero: "true" is false, and callers rely on it.
+  // True if that number is not zero. So "true" is false, and callers rely on it.
   bool getBoolValue() const;
 
   int numberOfElem() const { return static_cast<int>(children.size()); }
@@ -100,19 +102,20 @@ class TreeNode {
   // The first node, depth first, whose key matches; without byKey the first leaf whose value does.
   // Null if none.
   TreeNode* findElem(const std::string& text, bool byKey);
-  // The first leaf, depth first, that has both. Null if none; then every node that was tried has
-  // the failure in its error.
+  // The first leaf, depth first, that matches both. Null if none; every node that was tried then
+  // stores the failure in its error.
   TreeNode* findElem(const std::string& name, const std::string& text);
-  // The same for a literal, which would otherwise convert to bool and search for a key.
+  // Same for a literal, which would otherwise convert to bool and search for a key.
   TreeNode* findElem(const std::string& name, const char* text);
   // Value of the first node, depth first, whose key matches, or an empty string.
   std::string findValue(const std::string& name);
-  // The leaf at the end of a chain of only children. Null where a node has several; that node has
+  // The leaf at the end of a chain of only children. Null if a node has several; that node stores
   // the failure in its error.
   TreeNode* findSoleLeaf();
-  // The child after current, or the first one for null. Null after the last one and for a stranger.
+  // The child after current, or the first one for null. Null after the last one and if current is
+  // not a child.
   TreeNode* getNextSubElem(TreeNode* current) const;
-  // Releases a child with its subtree. False if it is none of the children.
+  // Releases a child with its subtree. Returns false if it is not a child of this node.
   bool removeElem(TreeNode* child);
 
   // Append the subtree's text to out. Nothing is escaped, indented or broken into lines.

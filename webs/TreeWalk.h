@@ -5,13 +5,13 @@
 
 namespace webs {
 
-// Visits the subtree of start depth first, children in order, with a stack on the heap: the depth
-// is bounded by memory and not by the thread's stack.
+// Visits the subtree of start depth first, children in order, with a stack on the heap: memory
+// limits the depth, not the thread's stack.
 //
-// enter(node, above, index) is called before the node's children: above is the node whose child
-// number index it is, null for start. When it returns true the walk ends and returns that node.
-// leave(node) is called after the node's children. Returns null when the walk came to its end.
-// The tree must not change meanwhile.
+// enter(node, above, index) is called before the node's children: node is child number index of
+// above, which is null for start. If it returns true, the walk ends and returns that node.
+// leave(node) is called after the node's children. Returns null if the walk was complete. The tree
+// must not change meanwhile.
 template <typename Node, typename Enter, typename Leave>
 Node* walkTree(Node* start, Enter enter, Leave leave) {
   struct Step {
