@@ -21,7 +21,7 @@ bool hasKnownPrefix(const char* url) {
   return false;
 }
 
-// What both ways of opening share after their first log line.
+// The common part of both open functions, after their first log line.
 int openFile(const char* function, const char* url, int* handle, int bufferSize) {
   if (url == nullptr || handle == nullptr) {
     FLUVIA_LOG_AS(function, 0, "NULL POINT\n");
@@ -34,7 +34,7 @@ int openFile(const char* function, const char* url, int* handle, int bufferSize)
   return HandleTable::instance().open(function, url, bufferSize, handle);
 }
 
-// What null text prints as.
+// Text to log for a null text.
 const char* printable(const char* text) { return text == nullptr ? "(null)" : text; }
 
 }  // namespace
@@ -114,7 +114,7 @@ int x_fluvia_file_read_async(int handle, char* buffer, unsigned int size,
                   static_cast<int>(size));
     int issued = 0;
     const int result = file->readAsync(buffer, size, callback, userData, requestId, &issued);
-    // Once issued, the caller's memory may be gone with its callback.
+    // Once the read is issued, its callback may have freed the caller's memory.
     FLUVIA_LOG_AS(function, 1, "end x_fluvia_file_read_async(reqID: %d)",
                   issued != 0 ? issued : *requestId);
     return result;

@@ -12,7 +12,7 @@ constexpr int kNoHandle = -1;
 
 util::NeverDestroyed<HandleTable> handles;
 
-// Gives a file object back when it found no handle. Its shared file keeps that reference, wanted.
+// Deletes a file object that got no handle. Its shared file keeps the reference. Intentional.
 class OwnedFile {
  public:
   explicit OwnedFile(int bufferSize) : file_(new webs::FluviaFile(bufferSize)) {}
@@ -52,9 +52,9 @@ int HandleTable::open(const char* function, const char* url, int bufferSize, int
   *handle = kNoHandle;
   util::Lock lock(handleLock);
   OwnedFile file(bufferSize);
-  // The entry's memory before the file is opened: afterwards nothing may fail.
+  // Allocates the entry before the file is opened: after that nothing may fail.
   std::list<webs::FluviaFile*> entry(1, file.get());
-  // The result is not looked at: the handle then has no shared file, and its calls fail.
+  // The result is ignored: on failure the handle has no shared file, and its calls fail.
   file->open(url);
   const int index = _fluvia_file_get_index();
   if (index == kNoHandle) {
@@ -79,8 +79,8 @@ webs::FluviaFile* HandleTable::remove(int handle) {
 
 webs::FluviaFile* HandleTable::find(int handle) {
   util::Lock lock(handleLock);
-  // The slot alone says it: with 255 handles open a walk over the opened files took longer than the
-  // rest of a small read.
+  // Checks only the slot: with 255 open handles, searching openedFiles took longer than the rest of
+  // a small read.
   webs::FluviaFile* file = handleTable[handle];
   if (file != nullptr) file->use();
   return file;

@@ -1,4 +1,5 @@
-// The public header is plain C and stands alone: its numbers are a copy, which is checked here.
+// The public header is plain C and self-contained: it repeats these numbers, and this file checks
+// them.
 #include "api/HandleTable.h"
 #include "api/fluviafs.h"
 #include "util/BufferQueueDataReceiver.h"

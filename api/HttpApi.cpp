@@ -12,7 +12,7 @@ using api::inRange;
 
 namespace {
 
-// The HTTP producer behind a handle for the time of a call; null when there is none.
+// Holds the HTTP producer behind a handle during one call; null if there is none.
 class HttpUse {
  public:
   explicit HttpUse(const Handle& file) : shared_(file.get()), request_(nullptr) {
@@ -31,11 +31,11 @@ class HttpUse {
   webs::HttpFileRequest* request_;
 };
 
-// How a setting takes a missing value: as one that cannot be applied, or as a mistake of the caller
-// that is told before the handle is looked up. Players rely on either.
+// How a setting treats a null value: as one that cannot be applied, or as a caller's error that is
+// reported before the handle is looked up. Players rely on both.
 enum class NullValue { kNotApplied, kRefused };
 
-// What all settings that are texts share.
+// The common part of all settings that are texts.
 int setText(const char* entry, int handle, const char* value, NullValue null,
             void (webs::HttpFileRequest::*setter)(const std::string&)) {
   return guarded(entry, static_cast<int>(FVFR_FAILED), [&](const char* function) -> int {
@@ -124,7 +124,7 @@ const char* x_fluvia_file_http_get_server_name(int handle) {
                  [&](const char* function) -> const char* {
                    if (!inRange(function, handle)) return nullptr;
                    Handle file(handle);
-                   // A closed handle is not refused: it is one without an HTTP producer.
+                   // A closed handle is not refused: it has no HTTP producer.
                    if (file) {
                      if (HttpUse http(file); http) {
                        const std::string text = http->getServerName();

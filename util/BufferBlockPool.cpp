@@ -21,7 +21,7 @@ BufferBlock* BufferBlockPool::pop() {
     ++totalBlockNumber;
     return block;
   } catch (const std::bad_alloc&) {
-    return nullptr;  // the caller gives the whole queue up
+    return nullptr;  // the caller then releases the whole queue
   }
 }
 
@@ -32,8 +32,7 @@ void BufferBlockPool::push(BufferBlock* block) {
   try {
     freeBlocks.push_back(block);
   } catch (const std::bad_alloc&) {
-    // No memory to remember it by; whoever gives back is often a destructor, where nothing may
-    // fail.
+    // No memory for a list node. The caller is often a destructor, which must not fail.
     delete block;
     --totalBlockNumber;
     return;

@@ -10,8 +10,8 @@ namespace util {
 
 namespace {
 
-// The 32-bit product of block size and count, widened afterwards. Unsigned, so that it wraps
-// instead of being undefined.
+// The 32-bit product of block size and count, widened afterwards. Unsigned, so that it wraps:
+// signed overflow is undefined.
 long long product32(int blockSize, int count) {
   return static_cast<int>(static_cast<unsigned int>(blockSize) * static_cast<unsigned int>(count));
 }

@@ -13,9 +13,9 @@
 namespace util {
 
 namespace {
-// From this much block memory on, a queue that goes frees its blocks instead of pooling them.
+// A queue with at least this much block memory frees its blocks at the end instead of pooling them.
 constexpr long long kKeepBlocksBelow = 0x2000000;
-// How often a stop is repeated while the worker is about to start the producer.
+// Interval at which a stop is repeated while the worker is about to start the producer.
 constexpr int kStopRepeatMs = 5;
 }  // namespace
 
@@ -52,7 +52,7 @@ BufferQueue::BufferQueue(int bufferSize)
       releaseCalled(false),
       brokenUpTo(0),
       restartTasks(0) {
-  // After the capacity was taken, wanted: a small buffer reports less than its two blocks hold.
+  // After bufferCapacity is set: a small buffer reports less than its two blocks hold. Intentional.
   if (blockCount < 2) blockCount = 2;
   dump.read_usb_path();
 }
@@ -155,7 +155,7 @@ void BufferQueue::workBegin() {
   connectionLeft(startVersion, startProducer(startVersion, from, length));
 }
 
-// Without memory a producer starts nothing; its worker goes on.
+// If memory runs out, the producer starts nothing and its worker continues.
 int BufferQueue::startProducer(int startVersion, long long from, long long length) {
   if (producer == nullptr) return 0;
   try {
@@ -167,7 +167,7 @@ int BufferQueue::startProducer(int startVersion, long long from, long long lengt
 }
 
 // Takes offset, length and version of the next connection in one step under feedLock, together with
-// the exit test: a stop either sees connecting or is seen here.
+// the exit check: either a stop sees connecting, or this sees the stop.
 bool BufferQueue::prepareConnection(int* startVersion, long long* from, long long* length) {
   FeedLock feed(this);
   if (!mayBegin()) return false;
@@ -192,7 +192,7 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   *length = streamLength;
   *startVersion = version;
   streamLength = 0;
-  needFeed = false;  // a wish that stands outlives this
+  needFeed = false;  // the reader's wish outlives this
   connectionBegin = streamFrom;
   connecting = true;
   if (*from != (*wtHead)->getBeginningSeqNum()) {
@@ -204,10 +204,10 @@ bool BufferQueue::prepareConnection(int* startVersion, long long* from, long lon
   return true;
 }
 
-// False when the queue exits, or when the version that the worker was started for is not the one to
-// begin: an older one, or one that was begun already.
+// False if the queue exits, or if the version that the worker was started for must not begin: it is
+// an older one, or it has begun already.
 bool BufferQueue::mayBegin() {
-  // The stop of this restart may have met a broken read.
+  // The stop of this restart may have met an aborted read.
   if (!releaseCalled && streamStatus == STATUS_RELEASED) resetErrorStatus();
   if (needExit()) {
     FLUVIA_LOG_AS("workBegin", 1, "break from workBegin because of exit request");
@@ -222,7 +222,7 @@ void BufferQueue::connectionLeft(int startVersion, int result) {
   FeedLock feed(this);
   connecting = false;
   if (result < 0 && startVersion == version && !needExit()) {
-    // Nothing was started and no event will come: without this a reader would wait for ever.
+    // Nothing was started and no event will come: otherwise a reader would wait for ever.
     connection.state = StreamConnection::kNone;
     failStream();
   }
@@ -259,7 +259,7 @@ void BufferQueue::stopWorker() {
       }
       late = late && !connection.endReported;
     }
-    // One with a thread of its own was started after all, and goes on.
+    // A producer with a thread of its own was started after all and runs.
     if (late) producer->stopStreaming();
   }
   FLUVIA_LOG(0, "stop worker begin");
@@ -276,8 +276,8 @@ void BufferQueue::resetStreaming() {
   queueRestartTask();
 }
 
-// False when no restart can come, for want of memory or of workers: the stream cannot go on, and
-// its readers are told so.
+// False if no restart is possible because memory or workers are missing: the stream cannot
+// continue, and its readers get an error.
 bool BufferQueue::prepareRestart() {
   ThreadEngine* engine = ThreadEngine::getInstance();
   if (engine->workerCount() > 0) {
@@ -295,8 +295,8 @@ bool BufferQueue::prepareRestart() {
   return false;
 }
 
-// Before a restart on the transfer's own thread: it will hold still until it is stopped. So it is
-// announced only when the restart cannot fail to come. False: the transfer must end by itself.
+// For a restart on the transfer's own thread, which then waits until it is stopped. So it is
+// announced only if the restart cannot fail. False: the transfer must end by itself.
 bool BufferQueue::announceRestart() {
   if (!prepareRestart()) return false;
   producer->setStopWait();
@@ -361,7 +361,7 @@ void BufferQueue::giveRestartUp() {
     FeedLock feed(this);
     released = releaseCalled;
   }
-  // Ends a transfer that holds still for the restart it was promised.
+  // Ends a transfer that waits for its announced restart.
   if (!released && producer != nullptr) producer->stopStreaming();
   FeedLock feed(this);
   --activeWorkNum;
@@ -380,7 +380,7 @@ void BufferQueue::setStatus(int status) {
   streamStatus = status;
 }
 
-// Whether the status is one to exit with; told: with its log line.
+// True if the status is one to exit with; told: also logs it.
 bool BufferQueue::isExit(bool told) const {
   const int status = streamStatus;
   const int retries = retryCount;

@@ -1,5 +1,5 @@
 // The block list: which block a stream writes next, how a block is placed at another offset, what
-// is held. Every move is a splice, so that iterators keep designating the same block.
+// is buffered. Every move is a splice, so that iterators keep designating the same block.
 #include "util/BufferQueue.h"
 #include "util/Log.h"
 
@@ -80,8 +80,8 @@ void BufferQueue::dumpBlocks(bool all) {
   FLUVIA_LOG_AS("dumpBuffer", 3, "------------------------------\n");
 }
 
-// Gives up the write head's block before it is full, or takes it for the new place when the reader
-// is in it; *direct when it stays where it is.
+// Empties a write head's block that is not full. If the reader is in it, returns it instead, to be
+// used for the new place; *direct: it stays where it is.
 BufferQueue::BlockIt BufferQueue::leaveWriteHead(long long from, BlockIt* endIt, bool* direct) {
   BufferBlock* head = *wtHead;
   if (head->payloadSize() == kBlockSize || head->end() >= contentSize) return blocks.end();
@@ -104,7 +104,7 @@ BufferQueue::BlockIt BufferQueue::leaveWriteHead(long long from, BlockIt* endIt,
 }
 
 // Places one block for a stream that starts at from and must stop at the block endIt, or at the end
-// of the resource when endIt is the end of the list. endIt is the caller's own copy.
+// of the resource if endIt is the end of the list. endIt is the caller's own copy.
 bool BufferQueue::fragmentStreaming(long long from, BlockIt& endIt) {
   FLUVIA_LOG(2, "fragment from %lld, %d", from, idOf(endIt));
   bool direct = false;
@@ -137,7 +137,7 @@ bool BufferQueue::fragmentStreaming(long long from, BlockIt& endIt) {
   return true;
 }
 
-// Selects a block and moves it, emptied, just before endIt. False when none can be had there.
+// Selects a block and moves it, emptied, just before endIt. False if none is available there.
 bool BufferQueue::placeSelected(long long from, BlockIt endIt, BlockIt* selected) {
   const BlockIt chosen = selectBlockToWrite(false);
   const bool chosenIsEnd = chosen != blocks.end() && chosen == endIt;
@@ -168,8 +168,8 @@ bool BufferQueue::placeSelected(long long from, BlockIt endIt, BlockIt* selected
   return true;
 }
 
-// fragmentStreaming, and once more with the block after endIt: with few blocks the only one that
-// can be selected may be endIt itself.
+// fragmentStreaming, retried with the block after endIt: with few blocks endIt itself may be the
+// only one that can be selected.
 bool BufferQueue::fragmentOrNext(long long from, BlockIt endIt) {
   if (fragmentStreaming(from, endIt)) return true;
   if (endIt == blocks.end()) return false;
@@ -177,14 +177,14 @@ bool BufferQueue::fragmentOrNext(long long from, BlockIt endIt) {
   return fragmentStreaming(from, endIt);
 }
 
-// No block could be placed for the reader that waits: its read fails, and the restart task ends the
-// transfer that holds still.
+// No block could be placed for the waiting reader: its read fails, and the restart task ends the
+// transfer that waits for it.
 void BufferQueue::failPlacement() {
   failStream();
   queueRestartTask();
 }
 
-// A stream that cannot seek starts again from its beginning into an empty buffer.
+// Restarts a stream that cannot seek from its beginning into an empty buffer.
 bool BufferQueue::flushAndRestart() {
   if (blocks.empty()) {
     FLUVIA_LOG_AS("streamIn", 2, "error!!!!");
@@ -242,7 +242,7 @@ void BufferQueue::expectReader(long long offset) {
     if ((*it)->isUnused() || !(*it)->isContained(offset)) continue;
     if (it == rdTail) return;
     rdTail = it;
-    // As a step of a reader: a transfer without room may have some now.
+    // Counts as a step of a reader: a transfer without room may have some now.
     ++room.steps;
     if (room.isMet(offset)) wakeAll();
     return;

@@ -28,7 +28,7 @@ void BufferQueue::notifyStreamException(int event) {
   } else {
     handleEvent(event);
   }
-  // Without a newer version announced or begun meanwhile this connection was the last word.
+  // If no newer version was announced or begun meanwhile, nothing more comes after this connection.
   const bool ends = event > STREAM_NORMAL && event <= STREAM_CANCELED;
   const bool newer =
       connection.state == StreamConnection::kAnnounced || connection.version != begun;
@@ -161,11 +161,11 @@ void BufferQueue::partialEnd() {
   continueAfterEnd();
 }
 
-// The connection has delivered what it will: restarts where bytes are missing, else waits until a
-// reader wants some.
+// The connection has delivered its range: restarts where bytes are missing, else waits until a
+// reader needs some.
 void BufferQueue::continueAfterEnd() {
-  // Not by activeWorkNum: a restart task that finds its version begun already only gives its count
-  // back, and does not stand for a connection to come.
+  // Does not use activeWorkNum: a restart task that finds its version already begun only decrements
+  // it, and no connection follows.
   if (connection.state == StreamConnection::kAnnounced) {
     FLUVIA_LOG_AS("notifyStreamException", 0, "another connection is in constructing");
     wakeAll();
@@ -189,8 +189,8 @@ void BufferQueue::continueAfterEnd() {
   parkUntilFed();
 }
 
-// A server that closes every connection without a byte must not be asked for ever: the second such
-// end in a row is the last one.
+// Limits requests to a server that closes every connection without a byte: the second such end in a
+// row is final.
 bool BufferQueue::emptyEndIsFinal() {
   if (connection.stored) return false;
   if (++restarts.emptyEnds < 2) return false;
@@ -199,7 +199,7 @@ bool BufferQueue::emptyEndIsFinal() {
   return true;
 }
 
-// Bytes are missing behind the write head. True when the event is dealt with.
+// Bytes are missing behind the write head. True if the event is handled.
 bool BufferQueue::continueInGap() {
   if (!seekable && !volatileContent) {
     if (emptyEndIsFinal()) return true;
@@ -214,7 +214,7 @@ bool BufferQueue::continueInGap() {
     delayNextConnection = true;
     streamFrom = writeEnd();
     FLUVIA_LOG_AS("notifyStreamException", 0, "reset streaming 10");
-    delay(1);  // zero whole seconds, wanted
+    delay(1);  // zero whole seconds, intentional
     resetStreaming();
     return true;
   }
@@ -250,9 +250,9 @@ bool BufferQueue::walkForGap() {
   return false;
 }
 
-// Streams a block again whose connection ended before it was full: from its beginning, or, when the
-// restart before was made for the same block, from where it ends now. Connections that all end
-// before a block is full would otherwise never fill it.
+// Streams a block again whose connection ended before it was full: from its beginning, or, if the
+// last restart was for the same block, from where it ends now. Otherwise connections that all end
+// before a block is full would never fill it.
 void BufferQueue::refill(BlockIt block, BlockIt next) {
   const long long beginning = (*block)->getBeginningSeqNum();
   if (block == wtHead && beginning == restarts.refilled) {
@@ -270,7 +270,7 @@ void BufferQueue::refill(BlockIt block, BlockIt next) {
   restarts.refilled = beginning;
 }
 
-// Holds the transfer thread until a reader wants data that is not held, then places it.
+// Holds the transfer thread until a reader needs data that is not buffered, then places it.
 void BufferQueue::parkUntilFed() {
   const int parkedVersion = version;
   restarts.emptyEnds = 0;
@@ -286,8 +286,8 @@ void BufferQueue::parkUntilFed() {
   feedReader();
 }
 
-// One wait of the parked thread. False when it is to leave: the queue exits or is reset, or a newer
-// version was announced elsewhere, which needs this thread.
+// One wait of the parked thread. False if the thread must leave: the queue exits or is reset, or
+// another thread has announced a newer version, which needs this thread.
 bool BufferQueue::parkOnce(int parkedVersion) {
   FLUVIA_LOG_AS("notifyStreamException", 0,
                 "Read end of file and notify all other thread to execute");
@@ -310,7 +310,7 @@ bool BufferQueue::parkOnce(int parkedVersion) {
   return version == parkedVersion;
 }
 
-// Has the stream restarted at what the reader wants.
+// Restarts the stream at the data that the reader needs.
 void BufferQueue::feedReader() {
   if (!seekable) {
     flushAndRestart();

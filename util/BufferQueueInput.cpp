@@ -1,4 +1,4 @@
-// Stream input: where received bytes go, and when a connection must give way to another.
+// Stream input: where received bytes go, and when another connection must replace this one.
 #include <algorithm>
 
 #include "util/BufferQueue.h"
@@ -9,7 +9,7 @@ namespace util {
 int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   FeedLock feed(this);
   if (size != 0) retryCount = 0;  // any data ends a sequence of retries
-  // As the reader would by itself if every chunk woke it.
+  // As the reader itself would do if every chunk woke it.
   if (wish.asks) needFeed = readerLacksItsBytes();
   const int result = storeChunk(static_cast<unsigned char*>(data), size, dataVersion);
   if (result == 0 && dataVersion == version && !reportsEnd())
@@ -17,21 +17,21 @@ int BufferQueue::streamIn(void* data, unsigned int size, int dataVersion) {
   noteService(result);
   const bool wakes = result == 0 || readerCanGoOn();
   if (wakes) noteWoken();
-  // Who is woken finds the lock free.
+  // The woken thread finds the lock free.
   feed.release();
   if (wakes) feedLock.notifyAll(0);
   return result;
 }
 
 // False for a reader whose bytes are buffered although it has not had the lock since: a transfer
-// without room would give up its chunk for it and restart. False also for one that a stream which
-// cannot seek is on its way to.
+// without room would drop its chunk for it and restart. Also false for a reader whose bytes a
+// stream that cannot seek will still reach.
 bool BufferQueue::readerLacksItsBytes() {
   if (!seekable && readOffset >= (*wtHead)->getBeginningSeqNum()) return false;
   return !holds(readOffset);
 }
 
-// Counts the chunks that brought a waiting reader no nearer to its bytes.
+// Counts the chunks that did not bring a waiting reader closer to its bytes.
 void BufferQueue::noteService(int result) {
   const bool served = result == 0 || !wish.asks || comesWithThisConnection(readOffset);
   if (served) {
@@ -41,7 +41,7 @@ void BufferQueue::noteService(int result) {
   }
 }
 
-// A wake-up costs a reader more than the copy of a small chunk.
+// Waking a reader costs more than copying a small chunk.
 bool BufferQueue::readerCanGoOn() {
   if (!wish.stands()) return false;
   moveReaderTo(readOffset);
@@ -55,8 +55,8 @@ bool BufferQueue::readerCanGoOn() {
   return true;
 }
 
-// True when the transfer runs inside startStreaming: such a producer reports every end with an
-// event. One with a thread of its own may end without a word.
+// True if the transfer runs inside startStreaming: such a producer reports every end with an event.
+// A producer with a thread of its own may end without one.
 bool BufferQueue::reportsEnd() const { return connecting && connection.isOnThisThread(); }
 
 void BufferQueue::noteStored(unsigned int count) {
@@ -65,14 +65,14 @@ void BufferQueue::noteStored(unsigned int count) {
   restarts.emptyEnds = 0;
 }
 
-// True when the chunk is not wanted: of an older version, at the end, or before a restart.
+// True if the chunk is not needed: of an older version, at the end, or before a restart.
 bool BufferQueue::refuses(int dataVersion) {
   const bool stale = dataVersion != version;
   const bool exiting = needExit();
   if (stale || exiting) {
     FLUVIA_LOG_AS("streamIn", 2, "ver = %d, version =%d, needExit = %d", dataVersion, version.get(),
                   exiting);
-    // Only without a newer version: the write head is where that one begins.
+    // Only without a newer version: that one begins at the write head.
     if (!stale && rdTail != wtHead && (*wtHead)->payloadSize() != kBlockSize) resetBlock(wtHead);
     return true;
   }
@@ -114,7 +114,7 @@ int BufferQueue::storeChunk(unsigned char* data, unsigned int size, int dataVers
   return serveReader(first, dropped);
 }
 
-// Moves the write head to a free block that begins where its present one ends.
+// Moves the write head to a free block that begins where the current one ends.
 BufferQueue::Room BufferQueue::nextBlock(int dataVersion) {
   const long long next = (*wtHead)->getBeginningSeqNum() + (*wtHead)->size();
   if (runsIntoNextBlock(next)) return Room::kStop;
@@ -132,7 +132,7 @@ BufferQueue::Room BufferQueue::nextBlock(int dataVersion) {
   return Room::kFound;
 }
 
-// True when the bytes from next on are those of a block that is buffered already.
+// True if the bytes from next on belong to a block that is already buffered.
 bool BufferQueue::runsIntoNextBlock(long long next) {
   const BlockIt after = std::next(wtHead);
   if (after == blocks.end() || (*after)->getBeginningSeqNum() == 0 ||
@@ -145,29 +145,29 @@ bool BufferQueue::runsIntoNextBlock(long long next) {
   return true;
 }
 
-// Waits for room, at first in a pause where no reader is near the write head.
+// Waits for room; begins with a pause if no reader is near the write head.
 void BufferQueue::waitForRoom() {
   room = RoomWish();
   room.waits = true;
   room.resumeAt = writeEnd() - keptAhead();
   const bool pauses = readOffset < room.resumeAt;
   if (!pauses || (!waitOnFeed(longestPauseMs) && room.steps == 0 && !room.woken)) {
-    // Somebody is near, or nobody reads: the next block that is left is room enough.
+    // A reader is near, or none reads: the next block that is left is room enough.
     room.resumeAt = 0;
     waitOnFeed();
   }
   room.waits = false;
 }
 
-// How many bytes ahead of a reader are so few that a transfer without room goes on: half of the
-// buffer, and a little more for its way there.
+// A transfer without room continues when a reader has fewer bytes than this ahead of it: half of
+// the buffer, and a margin for the time that the transfer needs to continue.
 long long BufferQueue::keptAhead() const {
   return static_cast<long long>(blockCount) * kBlockSize / 2 +
          std::max(blockCount / kMarginShare, 1) * static_cast<long long>(kBlockSize);
 }
 
-// Finds the block to write next, waiting until readers free one. kDropped: a reader wants data
-// elsewhere meanwhile, the rest of the chunk is given up.
+// Finds the block to write next, waiting until readers free one. kDropped: meanwhile a reader needs
+// data elsewhere, and the rest of the chunk is dropped.
 BufferQueue::Room BufferQueue::findRoom(int dataVersion, BlockIt* found) {
   BlockIt selected = selectBlockToWrite(true);
   while (selected == blocks.end()) {
@@ -211,7 +211,7 @@ void BufferQueue::moveBehindWriteHead(BlockIt selected, long long beginning) {
   FLUVIA_LOG_AS("streamIn", 2, "new block %d begin from %lld", (*wtHead)->getId(), beginning);
 }
 
-// A connection that dropped bytes must not go on as if nothing was missing.
+// A connection that dropped bytes must not continue as if nothing was missing.
 int BufferQueue::goOn(bool dropped) {
   if (!dropped) return 1;
   if (!announceRestart()) return 0;
@@ -219,7 +219,7 @@ int BufferQueue::goOn(bool dropped) {
   return 0;
 }
 
-// A reader waits for data: decides whether this connection brings it. first is the block in which
+// A reader waits for data: decides whether this connection delivers it. first is the block in which
 // the chunk began.
 int BufferQueue::serveReader(BufferBlock* first, bool dropped) {
   const long long headBegin = (*wtHead)->getBeginningSeqNum();
@@ -279,7 +279,7 @@ int BufferQueue::serveReaderBehind(bool dropped) {
 int BufferQueue::serveReaderAhead(bool dropped) {
   BufferBlock* head = *wtHead;
   const long long headBegin = head->getBeginningSeqNum();
-  // The reader has not looked yet: what it wants has just been stored.
+  // The reader has not run yet: its data has just been stored.
   if (dropped && head->isContained(readOffset)) return goOn(dropped);
   FLUVIA_LOG_AS("streamIn", 2, "rdTail:%d, %lld, wtHead:%d offset:%lld", (*rdTail)->getId(),
                 (*rdTail)->getBeginningSeqNum(), head->getId(), readOffset.get());

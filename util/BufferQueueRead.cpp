@@ -11,11 +11,11 @@ namespace util {
 
 namespace {
 
-// Ways in which fill() looks for its data.
+// The directions in which fill() searches for its data.
 enum Direction { FILL_CHOOSE = 0, FILL_FORWARD = 1, FILL_BACKWARD = 2 };
 
-// The trace lines of a fill: each block copied is one level of them, and they are written from the
-// last to the first.
+// The trace lines of a fill. Each copied block is one level, and levels are logged from the last to
+// the first.
 class FillTrace {
  public:
   explicit FillTrace(bool backward) : startedBackward_(backward) {}
@@ -53,12 +53,12 @@ class BufferQueue::RunningRead {
     queue_->readRunning = true;
     queue_->reading = CurrentRead();
     queue_->reading.number = number;
-    // A break that named this read before it came here is not missed.
+    // An abort that named this read before it came here still applies.
     queue_->breakRequested = number != nullptr && *number <= queue_->brokenUpTo;
   }
   ~RunningRead() NO_THREAD_SAFETY_ANALYSIS {
-    // Whoever asked for a break waits for the end of the read; a read that does not come to its own
-    // end may have left blocks.
+    // The thread that asked for an abort waits for the end of the read. A read that does not end
+    // normally may have left blocks.
     if (queue_->breakRequested || !atItsEnd_) queue_->wakeAll();
     if (!atItsEnd_) queue_->wish = ReaderWish();
     queue_->breakRequested = false;
@@ -69,7 +69,7 @@ class BufferQueue::RunningRead {
   RunningRead(const RunningRead&) = delete;
   RunningRead& operator=(const RunningRead&) = delete;
 
-  // Not left by an exception, or because its thread was cancelled.
+  // The read was not ended by an exception or by the cancellation of its thread.
   void comesToItsEnd() { atItsEnd_ = true; }
 
  private:
@@ -94,7 +94,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
                             const unsigned long long* number) {
   forgetBrokenRead();
   seekRequested = false;
-  // What the first connection meets is the result of the read that opened it, however soon it
+  // The read that opens the first connection returns that connection's result, however early it
   // comes.
   bool opens = false;
   if (!workerStarted) {
@@ -125,7 +125,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
     running.comesToItsEnd();
   }
   noteRead(buffer, size, *readBytes);
-  // As if the next read was like this one.
+  // Assumes that the next read is like this one.
   const bool leftBlocks = room.isMet(readOffset + size);
   if (leftBlocks) noteWoken();
   if (!ok) {
@@ -139,7 +139,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
   FLUVIA_LOG_AS("read", 2, "readcount:%d, readoffset:%lld, filesize:%lld",
                 static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
   feed.release();
-  // Who is woken finds the lock free.
+  // The woken thread finds the lock free.
   if (leftBlocks) feedLock.notifyAll(0);
   FLUVIA_LOG_AS("read", 2, "BufferQueue read ok");
   return READ_OK;
@@ -168,9 +168,9 @@ bool BufferQueue::startFirstConnection() {
   return false;
 }
 
-// Why a fill failed, told by the stream status.
+// Why a fill failed, by the stream status.
 int BufferQueue::readCode() {
-  constexpr int kStatusEnd = 8;  // no path sets it; the code is kept
+  constexpr int kStatusEnd = 8;  // never set; the code is kept
   const int status = streamStatus;
   switch (status) {
     case STATUS_PARTIAL_END:
@@ -189,8 +189,8 @@ int BufferQueue::readCode() {
   }
 }
 
-// Copies count bytes from pos on, where readOffset is: the block that holds pos first, then block
-// after block. A loop, because one call may span the whole resource.
+// Copies count bytes from pos on, which is readOffset: the block that contains pos first, then
+// block after block. A loop, because one call may span the whole resource.
 bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                        int direction) {
   reading.end = pos + count;
@@ -262,7 +262,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
     if (*readBytes == count || atEnd(readOffset)) {
       FLUVIA_LOG(2, "easyFill specail, readOffset:%lld, size:%lld", readOffset.get(),
                  contentSize.get());
-      // Learnt since the read began: it has nothing to succeed with.
+      // The end became known after the read began, and the read has no bytes to succeed with.
       reading.endReached = *readBytes == 0 && count != 0;
       return !reading.endReached;
     }
@@ -282,7 +282,7 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       return false;
     }
     if (block->getBeginningSeqNum() != beginning) {
-      // The block was placed elsewhere meanwhile: its bytes are not the ones asked for.
+      // The block was placed elsewhere meanwhile: its bytes are not the requested ones.
       FLUVIA_LOG(2, "error, the argument error");
       return false;
     }
@@ -293,8 +293,8 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
   }
 }
 
-// Copies what the block at rdTail holds from readOffset on, and moves on by that much. pos is where
-// the copying began.
+// Copies what is buffered in the block at rdTail from readOffset on, and advances readOffset by
+// that. pos is where the copying began.
 unsigned int BufferQueue::copyOut(unsigned int count, char* buffer, long long pos) {
   const BufferBlock* block = *rdTail;
   unsigned int got = 0;
@@ -307,7 +307,7 @@ unsigned int BufferQueue::copyOut(unsigned int count, char* buffer, long long po
   return got;
 }
 
-// What has arrived before a read failed is still the reader's: it was not woken for every chunk.
+// Delivers the bytes that arrived before the read failed: the reader was not woken for every chunk.
 unsigned int BufferQueue::takeArrived(unsigned int count, char* buffer) {
   unsigned int taken = 0;
   while (taken < count) {
@@ -342,7 +342,7 @@ void BufferQueue::breakRead() {
 
 void BufferQueue::breakReads(unsigned long long highest) {
   {
-    // First of all: whoever has the numbers waits for them to leave.
+    // This comes first: the thread that owns the numbers waits until these reads have left.
     FeedLock feed(this);
     brokenUpTo = std::max(brokenUpTo, highest);
   }
@@ -352,7 +352,7 @@ void BufferQueue::breakReads(unsigned long long highest) {
   if (readRunning && reading.number != nullptr && *reading.number <= highest) breakRunning();
 }
 
-// Breaks the read that runs. The read clears the flag when it notices the break, or at its end.
+// Aborts the running read. The read clears the flag when it notices the abort, or at its end.
 void BufferQueue::breakRunning() {
   breakRequested = true;
   while (breakRequested) {

@@ -1,4 +1,4 @@
-// Waiting, waking, and what holds whenever feedLock is free.
+// Waiting, waking, and the invariants that hold whenever feedLock is free.
 #include <cstdio>
 #include <cstdlib>
 
@@ -16,8 +16,8 @@ bool BufferQueue::waitOnFeed(int milliseconds) {
   return feedLock.waitFor(milliseconds);
 }
 
-// Whoever waits now will be woken: to be called before feedLock is given back for a notifyAll that
-// follows without it.
+// Marks all current waiters as woken. Call it before feedLock is released for a notifyAll that
+// follows without the lock.
 void BufferQueue::noteWoken() {
   wish.woken = true;
   room.woken = true;
@@ -28,8 +28,8 @@ void BufferQueue::wakeAll() {
   feedLock.notifyAll(0);
 }
 
-// Whether the byte at pos is buffered. Every chunk for a reader that waits asks this, mostly near
-// rdTail or wtHead: the blocks with data are in order, so those before the two need no look then.
+// True if the byte at pos is buffered. Every chunk for a waiting reader asks this, mostly near
+// rdTail or wtHead. Blocks with data are in order, so the blocks before these two are then skipped.
 bool BufferQueue::holds(long long pos) {
   BlockIt it = blocks.begin();
   for (const BlockIt near : {rdTail, wtHead}) {
@@ -42,7 +42,7 @@ bool BufferQueue::holds(long long pos) {
   return false;
 }
 
-// Where the stretch ends that is buffered from pos on; pos itself when it is not buffered.
+// End of the stretch that is buffered from pos on; pos itself if it is not buffered.
 long long BufferQueue::heldUntil(long long pos) {
   long long end = pos;
   for (const BufferBlock* block : blocks) {
@@ -51,8 +51,8 @@ long long BufferQueue::heldUntil(long long pos) {
   return end;
 }
 
-// Whether the connection that runs, or is announced, brings pos without another restart. A stream
-// that cannot seek is read through up to there.
+// True if the connection that runs, or is announced, delivers pos without another restart. A stream
+// that cannot seek is read up to there.
 bool BufferQueue::comesWithThisConnection(long long pos) {
   if (connection.state == StreamConnection::kNone || pos < (*wtHead)->getBeginningSeqNum())
     return false;
@@ -80,9 +80,9 @@ void BufferQueue::checkInvariants() {
   abort();
 }
 
-// What does not hold, or null.
+// The invariant that does not hold, or null.
 const char* BufferQueue::brokenInvariant() {
-  // Before the blocks are there, and after they have gone.
+  // Before the blocks are claimed, and after they are released.
   if (!initialized || blocks.empty() || blocks.front() == nullptr) return nullptr;
   const char* broken = wrongInList();
   if (broken == nullptr) broken = wrongInConnection();

@@ -8,14 +8,14 @@
 namespace util {
 
 namespace {
-// A reader that keeps up is woken when this part of the blocks is buffered, or after that time.
+// A fast reader is woken when 1 / kGatherShare of the blocks is buffered, or after kGatherMs.
 constexpr int kGatherShare = 4;
 constexpr int kGatherMs = 2;
 }  // namespace
 
-// Waits on feedLock's condition until what the read still lacks has arrived, at most a few blocks
-// of it, or something else than data has come. A reader that keeps up with the transfer waits for
-// more than it lacks, but not for long.
+// Waits on feedLock's condition until the bytes that the read still lacks have arrived (at most a
+// few blocks of them), or until anything but data comes. A reader that keeps up with the transfer
+// waits for more bytes than it lacks, but not for long.
 void BufferQueue::waitAsReader(ReaderWish::Kind kind) {
   wish = ReaderWish();
   wish.kind = kind;
@@ -35,12 +35,12 @@ void BufferQueue::waitAsReader(ReaderWish::Kind kind) {
   wish = ReaderWish();
 }
 
-// Waits on feedLock's condition between two trace lines and tells why the reader goes on.
+// Waits on feedLock's condition between two trace lines. Returns why the reader continues.
 BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after, long long pos) {
   if (!breakRequested) placeReader();
   if (!breakRequested && !exits()) {
-    // The transfer has ended and waits for a wish that this reader does not have: a stream that
-    // cannot seek is only waited for, and nothing more of it will come.
+    // The transfer has ended and waits for a wish that this reader does not have: on a stream that
+    // cannot seek a reader only waits, and no more data will come.
     if (connection.state == StreamConnection::kParked && !needFeed) return Wake::kEnd;
     wakeAll();
     if (before != nullptr) FLUVIA_LOG_AS("fill", 2, "%s", before);
@@ -55,8 +55,8 @@ BufferQueue::Wake BufferQueue::waitForFeed(const char* before, const char* after
   return atEnd(pos) ? Wake::kEnd : Wake::kLook;
 }
 
-// A reader that begins to wait while nothing streams and nothing will would wait for ever: it asks
-// for a connection of its own.
+// A reader that begins to wait while nothing streams and no restart is pending would wait for ever:
+// it asks for a connection itself.
 void BufferQueue::placeReader() {
   if (connection.state != StreamConnection::kNone || producer == nullptr || exits()) return;
   // Without a size no block counts as unfinished, and another one would be placed beside it.
@@ -69,7 +69,7 @@ void BufferQueue::placeReader() {
   }
 }
 
-// One block on, when pos is not before that one.
+// Moves one block forward, unless pos is before that block.
 bool BufferQueue::stepForward(long long pos) {
   const BlockIt next = std::next(rdTail);
   if (next == blocks.end() || (*next)->isUnused() || pos < (*next)->getBeginningSeqNum()) {
@@ -80,7 +80,7 @@ bool BufferQueue::stepForward(long long pos) {
   return true;
 }
 
-// One block back, when pos is not behind that one.
+// Moves one block back, unless pos is behind that block.
 bool BufferQueue::stepBackward(long long pos) {
   if (rdTail == blocks.begin()) return false;
   const BlockIt previous = std::prev(rdTail);
@@ -103,7 +103,7 @@ bool BufferQueue::findForward(long long pos) {
         "wait and feeding = true seq=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld", pos,
         (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(), (*wtHead)->getId(),
         (*wtHead)->getBeginningSeqNum());
-    needFeed = seekable;  // a stream that cannot seek is only waited for
+    needFeed = seekable;  // on a stream that cannot seek the reader only waits
     switch (waitForFeed("wait in fill", "wake up in fill", pos)) {
       case Wake::kBroken:
         FLUVIA_LOG_AS("fill", 2, "break out at fill FORWARD");
@@ -123,7 +123,7 @@ bool BufferQueue::findForward(long long pos) {
 }
 
 // Moves rdTail backward to the block that will contain pos, waiting until there is one.
-// *forwardInstead: the stream began anew and the data is to be looked for forward.
+// *forwardInstead: the stream restarted, and the data must be searched forward.
 bool BufferQueue::findBackward(long long pos, bool* forwardInstead) {
   while (!(*rdTail)->willContained(pos)) {
     const bool inFront = rdTail == blocks.begin();
@@ -166,7 +166,7 @@ BufferQueue::Wake BufferQueue::waitBackward(long long pos, bool inFront) {
   return waitForFeed(nullptr, "wake up in fill3", pos);
 }
 
-// Waits until the block at rdTail is the one that will contain pos; without notCheck it has to be.
+// Waits until the block at rdTail is the one that will contain pos; without notCheck it must be.
 bool BufferQueue::waitForBlock(long long pos, bool notCheck) {
   while (!(*rdTail)->willContained(pos)) {
     if (!notCheck) {
@@ -200,8 +200,8 @@ void BufferQueue::waitInBlock(const BufferBlock* block) {
   FLUVIA_LOG_AS("easyFill", 2, "wake up at easyfill");
 }
 
-// Moves rdTail to where the reader that waits goes when it has its turn: what it wants may have
-// been stored since it last looked.
+// Moves rdTail to where the waiting reader will go when it runs: its data may have been stored
+// since it last checked.
 void BufferQueue::followReader() {
   if (needFeed) moveReaderTo(readOffset);
 }

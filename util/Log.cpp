@@ -50,13 +50,13 @@ void detectLoglevel() {
     file.read(text, 2);
     if (file.gcount() > 0) {
       int level = 0;
-      // A text that is no number leaves 0: wanted, any such file means normal tracing.
+      // A text that is not a number leaves 0. Intentional: any such file means normal tracing.
       sscanf(text, "%d", &level);  // NOLINT(cert-err34-c)
       LOG_LEV = level;
     }
     file.close();
   } else {
-    // Opened and not read: only the vendor file sets the level. Kept as it is.
+    // Opened but not read: only the vendor file sets the level. Intentional.
     file.open(kOtherLevelFile);
   }
   FLUVIA_LOG(-2, "Log level==%d\n", LOG_LEV.get());

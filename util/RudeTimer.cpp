@@ -9,7 +9,7 @@ namespace util {
 namespace {
 constexpr int kStepMs = 100;
 
-// The longest period is no multiple of a step: the count ends at it.
+// The longest period is not a multiple of a step: the count ends at it.
 int oneStepAfter(int elapsedMs) {
   return elapsedMs > INT_MAX - kStepMs ? INT_MAX : elapsedMs + kStepMs;
 }
@@ -27,7 +27,7 @@ RudeTimer::RudeTimer(int period, bool repeats, void (*function)(void*))
   }
 }
 
-// The thread object is the last member: it goes first and waits for a count under way.
+// The thread object is the last member: it is destroyed first and waits for a running count.
 RudeTimer::~RudeTimer() { FLUVIA_LOG(0, "begin to stop timer thread"); }
 
 void RudeTimer::start(void* arg) {
@@ -56,7 +56,7 @@ void* RudeTimer::run(void* timer) {
     }
     while (self->elapsedMs < self->periodMs && self->active) {
       delay(kStepMs);
-      // A start meanwhile has begun the count anew.
+      // A start() meanwhile has restarted the count.
       const int before = self->elapsedMs;
       self->elapsedMs.replace(before, oneStepAfter(before));
     }
@@ -75,8 +75,8 @@ void* RudeTimer::run(void* timer) {
       self->active = false;
       return nullptr;
     }
-    // A repeating timer fires at once again until someone starts the count anew; without this way
-    // out its destructor would wait for ever.
+    // A repeating timer fires again at once until a start() restarts the count; without this check
+    // its destructor would wait for ever.
     if (self->thread.needForceClose()) return nullptr;
   }
 }

@@ -65,7 +65,7 @@ int TaskQueue::putPrepared(PreparedTask* prepared, TaskCallback callback, void* 
   Place* called = takeIdle();
   notifyAll(0);
   const int status = lock.release();
-  // It finds the lock free.
+  // The woken worker finds the lock free.
   if (called != nullptr) called->call();
   return status;
 }
@@ -100,7 +100,7 @@ void TaskQueue::giveBack(PreparedTask* prepared) {
 Task* TaskQueue::popTask(Task* finished) {
   Lock lock(*this);
   if (finished != nullptr) {
-    // Splices, so that a worker never needs memory to go on.
+    // Splices, so that a worker never needs to allocate.
     for (auto it = running.begin(); it != running.end();) {
       const auto next = std::next(it);
       if (*it == finished) freeTasks.splice(freeTasks.end(), running, it);

@@ -8,7 +8,7 @@
 namespace util {
 
 namespace {
-// Five may run asynchronous reads at once, so that one is always left for restarting streams.
+// At most five run asynchronous reads, so that one is always left for restarting streams.
 constexpr int kWorkers = 6;
 }  // namespace
 
@@ -32,7 +32,7 @@ ThreadEngine* ThreadEngine::getInstance() { return &_INS_.get(); }
 void ThreadEngine::initialize() {
   Lock lock(initLock);
   if (initialized) return;
-  // All memory first: without it nothing was started, and the next call tries again.
+  // Allocates first: if that fails, nothing was started and the next call retries.
   executors.reserve(kWorkers);
   std::unique_ptr<Executor> made[kWorkers];
   for (int i = 0; i < kWorkers; ++i) {
@@ -43,7 +43,7 @@ void ThreadEngine::initialize() {
   initialized = true;
   for (int i = 0; i < kWorkers; ++i) {
     FLUVIA_LOG(1, "1");
-    // The pool is never completed later, wanted.
+    // The missing workers are never started later. Intentional.
     if (pthread_create(&made[i]->thread, nullptr, Executor::run, made[i].get()) != 0) return;
     FLUVIA_LOG(1, "creat thread %d OK", i);
     executors.push_back(made[i].release());

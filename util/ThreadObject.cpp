@@ -43,7 +43,7 @@ bool ThreadObject::start(void* arg) {
     return true;
   }
   createResult = pthread_create(&thread, nullptr, runner, this);
-  // Also after a failure, wanted: a later start() then takes the branch above.
+  // Also after a failure. Intentional: a later start() then takes the branch above.
   created = true;
   FLUVIA_PAUSE_POINT("ThreadObject::start created");
   if (createResult != 0) {
@@ -142,7 +142,7 @@ void* runner(void* object) {
       FLUVIA_LOG(0, "thread continues next loop 1");
     }
   }
-  // The object may be gone by now: nothing of it is touched any more.
+  // The object may have been destroyed by now: do not access it any more.
   FLUVIA_LOG(0, "destroy thread");
   pthread_detach(pthread_self());
   FLUVIA_LOG(0, "attached end ");

@@ -16,7 +16,7 @@ namespace {
 
 util::NeverDestroyed<AsyncReads> asyncReads;
 
-// Callbacks of users that are on this thread's stack.
+// Number of user callbacks on this thread's stack.
 thread_local int callbackDepth = 0;
 
 void callUser(const AsyncReadRequest* record, int status, int readBytes) {
@@ -25,11 +25,11 @@ void callUser(const AsyncReadRequest* record, int status, int readBytes) {
   --callbackDepth;
 }
 
-// How many requests may be on the engine at once: one of its workers, as many as could be made, is
-// left for restarts.
+// How many requests may be on the engine at once. One of its workers (as many as could be started)
+// is reserved for restarts.
 int placesOnEngine() { return util::ThreadEngine::getInstance()->workerCount() - 1; }
 
-// Moves the position and calls back, as the result wants.
+// Moves the position and calls back, according to the result.
 void callBack(const AsyncReadRequest* record, int result, unsigned int readBytes) {
   const int id = record->requestId;
   const int count = static_cast<int>(readBytes);
@@ -58,12 +58,12 @@ int AsyncReads::lowestFreeId() const {
   return 0;
 }
 
-// --- asking, and the places on the engine --------------------------------------------------------
+// --- issuing reads, and the places on the engine ------------------------------------------------
 
 int AsyncReads::ask(const AsyncReadRequest& wanted, int* requestId, int* issued) {
-  // A worker that reads may wait for a restart, which takes another one.
+  // A worker that reads may wait for a restart, which needs another worker.
   if (placesOnEngine() < 1) return util::CALL_FAILED;
-  // All memory first: under the lock nothing may fail.
+  // Allocates first: under the lock nothing may fail.
   std::list<AsyncReadRequest> made(1, wanted);
   std::list<AsyncReadRequest*> entry(1, &made.front());
   {
@@ -97,8 +97,8 @@ bool AsyncReads::isOnEngine(const DullFile* file) const {
                      });
 }
 
-// Takes the first waiting request whose file has no other on the engine, held for the caller. Null
-// when there is none, or no place.
+// Takes the first waiting request whose file has no other on the engine, and holds it for the
+// caller. Null if there is none, or no free place.
 AsyncReadRequest* AsyncReads::nextToHandOver() {
   util::Lock lock(asyncLock());
   if (static_cast<int>(onEngine.size()) >= placesOnEngine()) return nullptr;
@@ -113,7 +113,7 @@ AsyncReadRequest* AsyncReads::nextToHandOver() {
   return nullptr;
 }
 
-// Gives the engine as many waiting requests as there are places.
+// Queues as many waiting requests on the engine as there are free places.
 void AsyncReads::handOver() {
   while (AsyncReadRequest* record = nextToHandOver()) {
     FLUVIA_PAUSE_POINT("DullFile::handOver");
@@ -122,7 +122,7 @@ void AsyncReads::handOver() {
   }
 }
 
-// False when there is no memory.
+// False if memory runs out.
 bool AsyncReads::makeTask(AsyncReadRequest* record) {
   try {
     util::ThreadEngine::getInstance()->requestExecuteOrderly(&DullFile::perform, record,
@@ -133,8 +133,8 @@ bool AsyncReads::makeTask(AsyncReadRequest* record) {
   }
 }
 
-// No memory for the task: the read has failed, and its caller is told so. Only handOver() calls
-// this: the next request is handed over by its loop, not from inside here.
+// No memory for the task: the read fails, and its caller is called back. Only handOver() calls
+// this; its loop hands over the next request, not this function.
 void AsyncReads::refuse(AsyncReadRequest* record) {
   FLUVIA_LOG_AS("handOver", -4, "async read fail %d", record->requestId);
   bool answers = false;
@@ -190,8 +190,8 @@ void AsyncReads::withdrawn(AsyncReadRequest* record) {
   finish(record);
 }
 
-// The file's place is free. False when a close has called back already. Tells a close inside a
-// callback that this does not read any more.
+// Frees the file's place. False if a close has called back already. Notifies a close inside a
+// callback that this request no longer reads.
 bool AsyncReads::beginCalling(AsyncReadRequest* record) {
   record->state = AsyncReadRequest::kCalling;
   ++record->callers;
@@ -199,14 +199,14 @@ bool AsyncReads::beginCalling(AsyncReadRequest* record) {
   return !record->taken;
 }
 
-// Tells a close that waits for this callback.
+// Notifies a close that waits for this callback.
 void AsyncReads::endCalling(AsyncReadRequest* record) {
   --record->callers;
   asyncLock().notifyAll(0);
 }
 
-// After the callback of a request: its id is free, its file is given back, and only then its place
-// and the close that may wait for it.
+// After the callback of a request: first frees its id, then its file, then its place; a close that
+// waits for it continues last.
 void AsyncReads::leave(AsyncReadRequest* record) {
   clearSlot(record);
   DullFileManager::unuse(record->file);
@@ -226,7 +226,7 @@ void AsyncReads::clearSlot(AsyncReadRequest* record) {
   if (asyncRequests[record->requestId] == record) asyncRequests[record->requestId] = nullptr;
 }
 
-// Gives one hold of a request back. The last one frees it and gives its handle back.
+// Drops one hold of a request. The last one frees it and drops its use of its handle.
 void AsyncReads::letGo(AsyncReadRequest* record) {
   std::list<AsyncReadRequest> gone;
   {
@@ -247,8 +247,8 @@ void AsyncReads::takeOffWaiting(AsyncReadRequest* record) {
   record->state = AsyncReadRequest::kCalling;
 }
 
-// The request of an id, held for the caller, who also counts as one who calls back. One that waited
-// for a place is off the list. Null when there is none.
+// Returns the request of an id, held for the caller and counted as one of its callers. Removes it
+// from the list if it waited for a place. Null if there is none.
 AsyncReadRequest* AsyncReads::hold(int requestId, bool* wasWaiting) {
   util::Lock lock(asyncLock());
   AsyncReadRequest* record = asyncRequests[requestId];
@@ -277,8 +277,8 @@ void AsyncReads::cancel(int requestId, FluviaFile* reader) {
   letGo(record);
 }
 
-// Withdraws a request that no worker has taken: its callback is called twice, wanted. False when it
-// runs or has run.
+// Withdraws a request that no worker has taken. Its callback is called twice; this is intentional.
+// False if it runs or has run.
 bool AsyncReads::cancelQueued(AsyncReadRequest* record, bool wasWaiting) {
   if (wasWaiting) {
     DullFile::perform(record, util::TENGINE_CANCELLED);
@@ -309,8 +309,8 @@ bool AsyncReads::mark(AsyncReadRequest* record, const FluviaFile* reader) {
 
 // --- closing -------------------------------------------------------------------------------------
 
-// A request of this handle that has not reached the buffer, held for the caller; one that waited
-// for a place is off the list. Null when there is none.
+// Returns a request of this handle that has not reached the buffer, held for the caller. Removes it
+// from the list if it waited for a place. Null if there is none.
 AsyncReadRequest* AsyncReads::holdUnanswered(const FluviaFile* reader, bool* wasWaiting) {
   util::Lock lock(asyncLock());
   for (AsyncReadRequest* record : asyncRequests) {
@@ -335,8 +335,8 @@ void AsyncReads::answerAll(const FluviaFile* reader) {
   }
 }
 
-// Answers a request whose worker waits for its turn to read: the worker will find nothing to do.
-// A close must not wait for the read of another handle.
+// Answers a request whose worker waits for its turn to read; the worker then has nothing to do. A
+// close must not wait for another handle's read.
 void AsyncReads::takeFromWorker(AsyncReadRequest* record) {
   {
     util::Lock lock(asyncLock());
@@ -357,8 +357,8 @@ bool AsyncReads::isBusy(const FluviaFile* reader, bool callbacks) const {
       });
 }
 
-// Ended by beginCalling() of what reads and by endCalling() of what calls back. Nothing is added
-// meanwhile: ask() and beginReading() refuse a handle that is being closed.
+// beginCalling() wakes it for requests that read, endCalling() for those that call back. None is
+// added meanwhile: ask() and beginReading() refuse a handle that is being closed.
 void AsyncReads::waitForEnd(const FluviaFile* reader) {
   util::Lock lock(asyncLock());
   while (isBusy(reader, callbackDepth == 0)) asyncLock().wait(0);

@@ -1,4 +1,4 @@
-// The shared file: opening, closing, blocking reads and what is asked of the buffer.
+// The shared file: opening, closing, blocking reads and queries of the buffer.
 #include "webs/DullFile.h"
 
 #include <algorithm>
@@ -105,11 +105,11 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
   int result = util::READ_FAILED;
   unsigned long long number = 0;
   if (!beginReading(record, reader, turn, &number, &result)) return result;
-  // Also when the caller's thread is cancelled while it waits.
+  // Also if the caller's thread is cancelled while it waits.
   const EndOfReading end(this);
   FLUVIA_PAUSE_POINT("DullFile::read begun");
   if (isEmptyLocal()) {
-    // To the buffer a size of 0 means unknown: it would ask for the missing bytes for ever.
+    // The buffer takes a size of 0 for unknown: it would request the missing bytes for ever.
     result = util::READ_END;
   } else {
     long long currentOffset = 0;
@@ -128,13 +128,14 @@ int DullFile::readFor(AsyncReadRequest* record, char* buffer, unsigned int size,
   return result;
 }
 
-// Registers who reads. False: the read does not take place, *refusal says why.
+// Registers the reader. False: the read must not take place, *refusal says why.
 //
-// No abort of a blocking read that has waited for its turn is lost. cancelRead() first has the
-// turns break the wait or note that they met the read, and then looks for nowReader under readLock.
-// Here the turns are asked and nowReader is set under one hold of readLock. If the note came before
-// the question, the read is refused. If it came after, so did the look for nowReader, which finds
-// this read and breaks it. A request needs no note: breakRequest() marks it under readLock.
+// No abort of a blocking read that waited for its turn is lost. cancelRead() first calls
+// turns.breakWait(), which ends the wait or marks the read as met. Then it checks nowReader under
+// readLock. This function checks the mark and sets nowReader while it holds readLock once. If the
+// mark was set before the check, the read is refused. If it was set after the check, cancelRead()
+// sees nowReader, finds this read and aborts it. A request needs no mark in the turns:
+// breakRequest() marks it under readLock.
 bool DullFile::beginReading(AsyncReadRequest* record, FluviaFile* reader, const Turn* turn,
                             unsigned long long* number, int* refusal) {
   util::Lock lock(readLock);
@@ -175,8 +176,8 @@ bool DullFile::randomAccessable(FluviaFile* reader) {
   return rbuffer.isRandomAccess();
 }
 
-// Reads the first byte for a handle, or for the registry (null). Once more when it met a break that
-// was meant for others: only the close of its own handle and an abort without a number end it.
+// Reads the first byte for a handle, or for the registry (null). Retries if an abort met it that
+// was meant for other reads: only the close of its own handle and an abort without a number end it.
 void DullFile::probe(FluviaFile* reader) {
   for (bool again = true; again;) {
     RunningProbe running(this, reader);

@@ -76,16 +76,17 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
   return util::CALL_OK;
 }
 
-// --- breaks --------------------------------------------------------------------------------------
+// --- aborts
+// ---------------------------------------------------------------------------------------
 //
-// Every read and probe has a number, given under readLock before the buffer knows of it. A break
-// names all numbers given so far: a probe that came later than the read that is meant may be ahead
-// of it in the buffer, and would keep it there. So one break is enough, whatever the read is at.
-// Until all that have such a number have left, no other read or probe begins: it would be ahead of
-// them. They leave at once; a probe that was not meant then begins again.
+// Every read and probe has a number, assigned under readLock before it enters the buffer. An abort
+// names all numbers assigned so far: a probe that came later than the aborted read may be ahead of
+// it in the buffer and would keep it there. So one abort is enough, whatever the state of the read.
+// Until all reads and probes with such a number have left, no other one begins: it would be ahead
+// of them. They leave at once; a probe that the abort was not meant for then begins again.
 //
-// Whoever waits on readLock's condition waits for a read or a probe to leave. endReading() and the
-// end of a RunningProbe tell all.
+// A thread that waits on readLock's condition waits for a read or a probe to leave. endReading()
+// and the end of a RunningProbe wake all of them.
 
 bool DullFile::isBrokenOneInside() const {
   if (nowReader != nullptr && nowNumber <= brokenUpTo) return true;
@@ -103,8 +104,8 @@ unsigned long long DullFile::breakAll() {
   return brokenUpTo;
 }
 
-// Breaks the read of that number, unless it has ended, and waits until it has. The buffer is told
-// without readLock: it waits until a read that runs has noticed.
+// Aborts the read of that number, unless it has ended, and waits until it has. Calls the buffer
+// without readLock, because the buffer waits until a running read has noticed.
 void DullFile::breakUntilEnded(unsigned long long number) {
   FLUVIA_PAUSE_POINT("DullFile::breakUntilEnded");
   unsigned long long highest = 0;
@@ -118,8 +119,8 @@ void DullFile::breakUntilEnded(unsigned long long number) {
   while (nowReader != nullptr && nowNumber == number) readLock.wait(0);
 }
 
-// Breaks the probes of a handle that is being closed and waits until none is left. Like every break
-// while the size is unknown it meets whoever reads.
+// Aborts the probes of a handle that is being closed and waits until none is left. Like every abort
+// while the size is unknown this affects any read.
 void DullFile::breakProbes(const FluviaFile* reader) {
   unsigned long long highest = 0;
   {
@@ -137,8 +138,8 @@ bool DullFile::isProbing(const FluviaFile* reader) const {
                      [reader](const Prober& prober) { return prober.reader == reader; });
 }
 
-// Breaks what reads for that handle now; while the size is unknown whatever reads, also a probe
-// that the buffer does not know of yet.
+// Aborts the current read of that handle. While the size is unknown aborts any read, also a probe
+// that has not entered the buffer yet.
 void DullFile::breakReader(FluviaFile* reader) {
   unsigned long long number = 0;
   unsigned long long highest = 0;
@@ -178,7 +179,7 @@ void DullFile::breakRequest(AsyncReadRequest* record, FluviaFile* reader) {
 
 void DullFile::withdrawReads(FluviaFile* reader) {
   AsyncReads::instance().answerAll(reader);
-  // Its requests are answered: what waits for a turn now need not tell anybody.
+  // Its requests are answered: those that wait for a turn need no callback now.
   turns.breakForClose(reader);
   breakProbes(reader);
   bool inside = false;

@@ -14,8 +14,8 @@ namespace webs {
 
 // The open shared files, in the order of their creation.
 //
-// Threads:   any. openfsLock is held while a file is opened, closed or waited for, firstLock only
-//            for a moment: the dump must not wait for an open or a close.
+// Threads:   any. openfsLock is held while a file is opened, closed or waited for; firstLock only
+//            briefly: the dump must not wait for an open or a close.
 // Ownership: each entry holds a use of its file. Never destroyed.
 // Invariant: first is the front of openfs, or null.
 class DullFileManager::Registry {
@@ -25,7 +25,7 @@ class DullFileManager::Registry {
   DullFile* open(FluviaFile* file, const std::string& url, int bufferSize) EXCLUDES(openfsLock);
   void close(FluviaFile* file, DullFile* dullFile) EXCLUDES(openfsLock);
   void cleanup() EXCLUDES(openfsLock);
-  // The first listed file with one more use; null without one.
+  // Returns the first listed file with one use added; null if there is none.
   DullFile* useFirst() EXCLUDES(firstLock);
 
  private:
@@ -33,7 +33,7 @@ class DullFileManager::Registry {
 
   DullFile* shareListed(FluviaFile* file, const std::string& url) REQUIRES(openfsLock);
   void sweep() REQUIRES(openfsLock);
-  // Takes a file off the list and gives the list's use of it back.
+  // Removes a file from the list and drops the list's use of it.
   List::iterator unlist(List::iterator it) REQUIRES(openfsLock);
   void noteFirst() REQUIRES(openfsLock) EXCLUDES(firstLock);
 
@@ -59,7 +59,7 @@ DullFile* DullFileManager::Registry::open(FluviaFile* file, const std::string& u
     return nullptr;
   }
   sweep();
-  // All memory before the producer is there: it is given back by close() only.
+  // Allocates everything before the producer exists: only close() releases the producer.
   List entry(1, made.get());
   made->reference(file);
   FLUVIA_LOG_AS("openDullFile", 1, "open new file for:%s", url.c_str());
@@ -73,8 +73,8 @@ DullFile* DullFileManager::Registry::open(FluviaFile* file, const std::string& u
   return made.release();
 }
 
-// A listed file is always shared, seekable or not, volatile or not; the questions only make sure
-// that it has delivered its first byte. The text is the same for all, wanted.
+// A listed file is always shared, seekable or not, volatile or not. The queries only ensure that it
+// has delivered its first byte. The text is the same for all; this is intentional.
 DullFile* DullFileManager::Registry::shareListed(FluviaFile* file, const std::string& url) {
   const auto it = std::find_if(openfs.begin(), openfs.end(),
                                [&url](const DullFile* listed) { return listed->equalTo(url); });

@@ -11,7 +11,7 @@ bool EntityNesting::declare(const std::string& name, const std::string& text) {
   return raise(entity, 1 + deepestNamed(entity, text));
 }
 
-// Looks at each "&name;". The number of a character ("&#60;") counts as a name that is never
+// Checks each "&name;". A numeric character reference ("&#60;") counts as a name that is never
 // declared.
 int EntityNesting::deepestNamed(Entity* user, const std::string& text) {
   int deepest = 0;
@@ -29,8 +29,8 @@ int EntityNesting::deepestNamed(Entity* user, const std::string& text) {
   return deepest;
 }
 
-// Gives entity that many levels, and those that use it one more each. Ends, because none is given
-// the same number twice and none more than the limit.
+// Sets the levels of entity, and one more for each entity that uses it. Terminates, because none
+// gets the same number twice and none more than the limit.
 bool EntityNesting::raise(Entity* entity, int levels) {
   std::vector<std::pair<Entity*, int>> due{{entity, levels}};
   while (!due.empty()) {

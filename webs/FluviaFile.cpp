@@ -11,7 +11,7 @@ namespace webs {
 
 namespace {
 
-// to - from, or the nearest number that fits.
+// Returns to - from, limited to the range of long long.
 long long distance(long long from, long long to) {
   long long range = 0;
   if (!__builtin_sub_overflow(to, from, &range)) return range;
@@ -61,7 +61,7 @@ void FluviaFile::close() {
     given = dullFile;
     dullFile = nullptr;
   }
-  // The registry still holds this handle's reference, and so the file.
+  // The registry still holds this handle's reference, which keeps the file alive.
   DullFileManager::closeDullFile(this, given);
 }
 
@@ -90,14 +90,14 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   return result;
 }
 
-// The question leaves a trace line of its own; below that level only the flag makes it matter.
+// The query also logs a trace line. Below that level only a volatile resource needs it.
 void FluviaFile::followLiveStream(DullFile* file) {
   if (!liveFlag && util::LOG_LEV < 2) return;
   const long long oldest = file->getMiniBufferSeq();
   if (position >= oldest || !liveFlag) return;
   FLUVIA_LOG_AS("read", 0, "fluviaFile : read: liveflag = true");
   miniSeqAtRead = oldest;
-  position += oldest;  // added, not set: wanted
+  position += oldest;  // added, not assigned; intentional
 }
 
 int FluviaFile::readAsync(char* buffer, unsigned int size, ReadCallback callback, void* userData,

@@ -75,7 +75,7 @@ int HttpFileRequest::sendRequest() {
     FLUVIA_LOG(0, "http begin to get from:%s, %lld~%lld", url.c_str(), requestOffset, requestCount);
     finished = false;
     downloadStatus = DOWNLOAD_OK;
-    // A stop from here on ends the transfer, also before it has begun.
+    // From here on a stop ends the transfer, also before it has begun.
     method.arm();
   }
   FLUVIA_PAUSE_POINT("HttpFileRequest::sendRequest before executeGet");
@@ -97,14 +97,15 @@ int HttpFileRequest::sendRequest() {
     contentSize = method.getFileSize();
     FLUVIA_LOG(0, "setFileSize: %lld", contentSize.get());
   }
-  // The lock is held while the event is sent: it may park here until a reader wants more.
+  // The lock is held while the event is sent: the event may park this thread until a reader needs
+  // more.
   sendEvent(reportResult(result));
   finished = true;
   notifyAll(0);
   return 0;
 }
 
-// Tells an unreachable host and a refused connection apart by the system's error.
+// Distinguishes an unreachable host from a refused connection by the system's error.
 void HttpFileRequest::noteConnectFailure() {
   if (method.getErrno() == EHOSTUNREACH) {
     downloadStatus = DOWNLOAD_CONNECT_FAIL;
@@ -117,7 +118,7 @@ void HttpFileRequest::noteConnectFailure() {
 
 int HttpFileRequest::reportResult(int result) {
   if (result == TRANSFER_OK && !runReceived && !firstReceived) {
-    // An answer that never has a body would be asked for again without end.
+    // A response that never has a body would be requested again without end.
     FLUVIA_LOG_AS("sendRequest", 0, "http error %d", method.getResponseCode());
     return util::STREAM_ERROR;
   }

@@ -11,10 +11,10 @@ namespace {
 constexpr int kOk = 200;
 constexpr int kPartialContent = 206;
 constexpr int kNoStatus = 0;
-// A smaller stated length counts only when a length line is really there.
+// A smaller stated length counts only if there is a length line.
 constexpr long long kTrustedSize = 0x100000;
 
-// libcurl's figure as a 64-bit integer; no body is as long as the largest one.
+// libcurl's number as a 64-bit integer; no body is as long as the largest one.
 long long toInteger(double length) {
   constexpr double kLimit = 9223372036854775807.0;
   return length >= kLimit ? 0x7FFFFFFFFFFFFFFFLL : static_cast<long long>(length);
@@ -39,7 +39,7 @@ int HttpFileRequest::receive(void* data, int size, void* handle, int versionTag)
   return 0;
 }
 
-// First piece of a run. False: the answer is none that a body can be taken from.
+// Handles the first piece of a run. Returns false if the response has no usable body.
 bool HttpFileRequest::acceptAnswer(void* handle) {
   const int code = MethodRequest::responseCodeOf(handle);
   if (!firstReceived) {
@@ -52,7 +52,7 @@ bool HttpFileRequest::acceptAnswer(void* handle) {
   }
   long long first = 0;
   const bool known = code == kOk || code == kPartialContent || code == kNoStatus;
-  // Also of a 200: what the line says is where the body begins.
+  // Also for a 200: the line states where the body begins.
   const bool late = method.getStartFromResponseRange(&first) && first > requestOffset;
   if (!known || late) {
     notifyAll(0);
@@ -72,21 +72,21 @@ bool HttpFileRequest::acceptAnswer(void* handle) {
   return true;
 }
 
-// First piece of the resource: what the answer tells about its size.
+// Handles the first piece of the resource: takes its size from the response.
 void HttpFileRequest::learnResource(int code, void* handle) {
   long long size = 0;
   if (code != kNoStatus) {
     size = toInteger(MethodRequest::statedLengthOf(handle));
     FLUVIA_LOG_AS("receive", 0, "contentSize:%lld", size);
-    // Without a length the figure is negative, which the receiver would take for a size.
+    // Without a length the number is negative, which the receiver would take for a size.
     if (size < 0) size = 0;
     if (size < kTrustedSize && !method.checkFromContentLength()) size = 0;
   }
   decideSizeAndSeeking(code, size);
 }
 
-// First piece of the resource: its size, 0 for none, and whether it can be started anywhere. Other
-// threads see the fields: each is written once.
+// Sets the size of the resource, 0 for none, and whether it can be started anywhere. Other threads
+// read the fields: each is written once.
 void HttpFileRequest::decideSizeAndSeeking(int code, long long size) {
   bool ranges = false;
   if (size == 0) {
@@ -121,7 +121,7 @@ void HttpFileRequest::decideSizeAndSeeking(int code, long long size) {
   seekable = ranges;
 }
 
-// Where the body of this run begins in the resource, in bytes; never after the asked offset.
+// Where the body of this run begins in the resource, in bytes; never after the requested offset.
 long long HttpFileRequest::startOfBody(int code, void* handle) const {
   long long first = 0;
   if (method.getStartFromResponseRange(&first)) return first;
@@ -130,7 +130,7 @@ long long HttpFileRequest::startOfBody(int code, void* handle) const {
   return 0;
 }
 
-// Some servers honour a range and say 200 all the same.
+// Some servers honour a range but respond with 200.
 bool HttpFileRequest::carriesOnlyTheRest(void* handle) const {
   const long long length = toInteger(MethodRequest::statedLengthOf(handle));
   if (length < 0 || length == contentSize) return false;

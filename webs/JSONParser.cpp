@@ -15,8 +15,8 @@ const int STOPPED = -6;
 // The key of a body without a name.
 const char UNNAMED[] = "req";
 
-// Names are at most 511 characters long. Without the limit, names growing by one character for each
-// empty member would take memory by the square of the body's size.
+// Names are at most 511 characters long. Without the limit, names that grow by one character per
+// empty member would take memory quadratic in the body's size.
 const size_t MAX_ARRAY_MARK = NodeName::MAX_SHARED;
 
 }  // namespace
@@ -96,7 +96,7 @@ int JSONParser::beginRoot(Text& text) {
   return 0;
 }
 
-// One step, decided by the innermost open mark. Called with text left and a mark open.
+// One step, determined by the innermost open mark. Requires text left and an open mark.
 int JSONParser::step(Text& text) {
   switch (marks.top()) {
     case '{':
@@ -131,7 +131,7 @@ int JSONParser::afterComma(Text& text) {
   return 0;
 }
 
-// Only the first member, and one after an empty member, is met here.
+// Handles only the first member, and one after an empty member.
 int JSONParser::inArray(Text& text) {
   const bool another = text.isAt(',');
   if (another) ++text.at;
@@ -150,7 +150,7 @@ int JSONParser::inPair(Text& text) {
   }
   const bool quoted = text.isAt('"');
   const char* from = quoted ? text.at + 1 : text.at;
-  // The first character of an unquoted value is not looked at.
+  // The first character of an unquoted value is not examined.
   ++text.at;
   while (!text.isAtEnd() && !(quoted ? *text.at == '"' : IsWordEnd(*text.at))) ++text.at;
   reader->readNodeValue(std::string(from, text.at).c_str(), quoted);
@@ -160,7 +160,7 @@ int JSONParser::inPair(Text& text) {
   return endPair(text);
 }
 
-// Goes to what ends the pair and leaves its mark. A '}' is not stepped past: atObjectEnd is next.
+// Moves to the end of the pair and leaves its mark. Does not skip a '}': atObjectEnd is next.
 int JSONParser::endPair(Text& text) {
   while (!text.isAtEnd() && !IsKeyValueEnd(*text.at)) ++text.at;
   if (text.isAtEnd()) return VALUE_NOT_ENDED;
@@ -251,7 +251,7 @@ void JSONParser::openName(const std::string& name) {
   reader->readNodeBegin(name.c_str(), false);
 }
 
-// The innermost open node is done; nothing happens when none is open.
+// Closes the innermost open node; does nothing if none is open.
 void JSONParser::closeName() {
   if (names.empty()) return;
   reader->readNodeEnd(names.top().get().c_str());
@@ -262,7 +262,7 @@ void JSONParser::popMark() {
   if (!marks.empty()) marks.pop();
 }
 
-// An object was the value of a key: the key is done with it.
+// An object was the value of a key: this closes the key.
 void JSONParser::popKeyMark() {
   if (isTop(':')) marks.pop();
 }

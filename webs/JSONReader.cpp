@@ -40,11 +40,11 @@ int JSONReader::streamIn(const char* text, int length, int isFinal) {
   return result;
 }
 
-// Returns 0, or why the text is refused; then it is forgotten.
+// Returns 0, or the code of the refusal; the gathered text is then dropped.
 int JSONReader::gather(const char* text, int length) {
   int refused = 0;
   if (gathered.size() > static_cast<size_t>(INT_MAX - length)) refused = NO_BODY;
-  // What was scanned counts with its tree.
+  // Text that was scanned is counted with its tree.
   if (!mayHold(gathered.size() - scanned + static_cast<size_t>(length))) refused = TOO_LARGE;
   if (refused != 0) {
     forgetText();
@@ -65,8 +65,8 @@ int JSONReader::endBody() {
   return result;
 }
 
-// Whether the tree of the whole body may differ from that of the part that was scanned. Once the
-// outermost bracket is closed, the scanner looks only at what follows next, for a ',' or ']'.
+// True if the tree of the whole body may differ from that of the scanned part. Once the outermost
+// bracket is closed, the scanner only checks what follows next, for a ',' or ']'.
 bool JSONReader::tailMatters() const {
   if (scanned == gathered.size()) return false;
   if (!closed) return true;
@@ -88,7 +88,7 @@ void JSONReader::countBrackets(const char* text, int length) {
   }
 }
 
-// Each body is scanned from its beginning and onto an empty tree. Its text is there meanwhile.
+// Each body is scanned from its beginning and into an empty tree. Its text is kept meanwhile.
 int JSONReader::scan(const char* text, int length) {
   emptyTree();
   if (!takeText(static_cast<size_t>(length))) return TOO_LARGE;

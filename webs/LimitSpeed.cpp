@@ -10,7 +10,7 @@
 namespace webs {
 
 namespace {
-// A stop waits for the transfer: it must not wait for more than a slice of a sleep.
+// A stop waits for the transfer: it must wait for at most one slice of a sleep.
 constexpr long long kSliceMicroseconds = 20000;
 }  // namespace
 
@@ -30,7 +30,7 @@ void LimitSpeed::InitSpeed() {
 
 void LimitSpeed::Limitspeed(unsigned int size) {
   const long long all = allSize += static_cast<long long>(size);
-  // Read once: the cap may be taken away meanwhile.
+  // Read once: the limit may be removed meanwhile.
   const long long cap = maxSpeed;
   if (cap <= 0) return;
   const unsigned int actual = GetTickCount() - startTick;

@@ -14,8 +14,8 @@ LocalFileRequest::LocalFileRequest(const std::string& path)
 
 LocalFileRequest::~LocalFileRequest() { FLUVIA_LOG(1, "1"); }
 
-// Opens the file. Nothing but a regular file or a block device: a directory would open and never
-// end, a FIFO would wait for its writer.
+// Opens the file. Only a regular file or a block device: a directory would open and never end, a
+// FIFO would wait for its writer.
 bool LocalFileRequest::openFile() {
   struct stat status;
   static_assert(sizeof status.st_size == 8, "files above 2 GiB are opened on every target");
@@ -35,7 +35,8 @@ bool LocalFileRequest::initialize() {
   return true;
 }
 
-// The lock is the caller's matter: stopStreaming holds it, the owner calls when no run is left.
+// The caller is responsible for the lock: stopStreaming holds it, the owner calls this when no run
+// is left.
 void LocalFileRequest::release() NO_THREAD_SAFETY_ANALYSIS {
   FLUVIA_LOG(1, "file relsease begin");
   file.close();
@@ -51,7 +52,8 @@ bool LocalFileRequest::reopen() {
 int LocalFileRequest::startStreaming(int runVersion, long long offset, long long count) {
   util::Lock lock(*this);
   FLUVIA_LOG(1, "%lld ~ %lld", offset, count);
-  requestCount = static_cast<unsigned int>(count);  // before any check, and only 32 bits, wanted
+  requestCount = static_cast<unsigned int>(count);  // before any check, and only 32 bits;
+                                                    // intentional
   if (out == nullptr) {
     lock.release();
     FLUVIA_LOG(1, "start streaming at local cause of out is null");
@@ -74,7 +76,7 @@ int LocalFileRequest::startStreaming(int runVersion, long long offset, long long
   stopped = false;
   running = true;
   ++currentRun;
-  // A false start that leaves a request standing is no failure: that run finds the new one.
+  // A start that fails because a request is pending is not an error: that run finds the new one.
   if (!worker.start(this) && (!worker.isAlive() || worker.needForceClose())) {
     running = false;
     return -1;
@@ -116,7 +118,7 @@ void LocalFileRequest::deliver() {
                 static_cast<int>(count));
   char chunk[kChunk];
   unsigned int total = 0;
-  // Equality, wanted: a count that the chunks step over runs on to the end of the file.
+  // Equality is intentional: a count that the chunks step over runs to the end of the file.
   while (count == 0 || total != count) {
     const int got = read(chunk, kChunk, runVersion, run);
     if (got == -1) {
@@ -147,7 +149,7 @@ int LocalFileRequest::read(char* buffer, unsigned int size, int runVersion, unsi
     running = false;
     return -1;
   }
-  // Not only the end of the file: a medium that is pulled out gives nothing either.
+  // Not only at the end of the file: a removed medium delivers nothing either.
   if (n == 0 && !file.good()) {
     lock.release();
     FLUVIA_LOG(0, "xxxxxx eof");

@@ -17,8 +17,8 @@ namespace {
 constexpr unsigned int kSpeedSamples = 10;
 constexpr long kBufferSize = 524288;
 constexpr long kMaximumRedirects = 50;
-// How often a stop looks for sockets that were opened since: a socket shut down between its
-// creation and its connect would still connect.
+// Interval at which a stop checks for new sockets: a socket that is shut down between its creation
+// and its connect would still connect.
 constexpr int kStopPollMilliseconds = 20;
 
 util::NeverDestroyed<util::Semaphore> globalLock;
@@ -27,13 +27,13 @@ bool globalInitialized = false;
 void initializeGlobally() {
   util::Lock lock(globalLock.get());
   if (globalInitialized) return;
-  // Transfers may run while the process exits: the crypto library must not take its tables away.
+  // Transfers may run while the process exits: the crypto library must not free its tables.
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   curl_global_init(CURL_GLOBAL_SSL);
   if (cd_ssl_multithread_setup() == 0) globalInitialized = true;
 }
 
-// One list for every session and for the life of the process: a transfer may be reading it.
+// One list for all sessions and for the life of the process: a transfer may be reading it.
 struct curl_slist* sharedHeaders() {
   static struct curl_slist* const list = curl_slist_append(nullptr, "Pragma: no-cache");
   return list;
@@ -79,7 +79,7 @@ void MethodRequest::initialize(Requestor* receiver, const std::string& resource)
   curl_easy_setopt(curl, CURLOPT_CLOSESOCKETFUNCTION, &MethodRequestCallbacks::closeSocket);
   curl_easy_setopt(curl, CURLOPT_CLOSESOCKETDATA, this);
   if (curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") != CURLE_OK) {
-    // A redirect could lead to a file of the device.
+    // A redirect could lead to a local file of the device.
     FLUVIA_LOG(-4, "redirects are not followed");
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
   }
@@ -110,7 +110,7 @@ void MethodRequest::InitCurl(const char* resource) {
   curl_easy_setopt(curl, CURLOPT_OPENSOCKETDATA, this);
   curl_easy_setopt(curl, CURLOPT_NOPROXY, "127.0.0.1");
   supportSeek = false;
-  // Whatever the log level is: players' logs are read with libcurl's own lines in them.
+  // At every log level: players' logs are read with libcurl's own lines in them.
   curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
   curl_easy_setopt(curl, CURLOPT_USERAGENT, "curl/7.19.5");
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, featureFlag == 1 ? 6L : 10L);

@@ -26,7 +26,7 @@ std::string lowerCase(std::string text) {
   return text;
 }
 
-// Walks over the lines of a header block; the last one may lack its line feed.
+// Iterates over the lines of a header block; the last one may lack its line feed.
 class Lines {
  public:
   explicit Lines(const std::string& block) : text(block), cursor(0) {}
@@ -45,7 +45,7 @@ class Lines {
   size_t cursor;
 };
 
-// A C atol of a 32-bit long: larger totals stay at its limits.
+// Like atol of a 32-bit long: larger totals become its limits.
 long long toInt32(const char* text) {
   const long long value = strtoll(text, nullptr, 10);
   return std::max<long long>(INT_MIN, std::min<long long>(INT_MAX, value));
@@ -141,8 +141,8 @@ bool MethodRequest::seekAbleCheckFromResponse() const {
       FLUVIA_LOG(0, "MethodRequest(%p) support seek", static_cast<const void*>(this));
       return true;
     }
-    // True for every line, and wanted so: media servers that say nothing about ranges serve them,
-    // and players rely on seeking there. Every other test is for a first line of its own kind.
+    // True for every line. Intentional: media servers that do not mention ranges serve them, and
+    // players rely on seeking there. Every other test is for a first line of a specific kind.
     if (!startsWith(line, "org_op=01") || !startsWith(line, "org_op=11")) {
       FLUVIA_LOG(-4, "MethodRequest(%p) dlna support byte seek", static_cast<const void*>(this));
       return true;

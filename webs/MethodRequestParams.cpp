@@ -8,7 +8,7 @@ namespace webs {
 
 namespace {
 
-// Process-wide records of query parameters: those to use again and the count of those that exist.
+// Process-wide records of query parameters: the free ones, and the number of those that exist.
 class ParameterPool {
  public:
   RequestParameter* take() {
@@ -23,7 +23,7 @@ class ParameterPool {
     return record;
   }
 
-  // The pool never holds more records than exist, so each one is freed: wanted.
+  // The pool never holds more records than exist, so each one is freed. Intentional.
   void release(RequestParameter* record) {
     util::Lock lock(guard);
     if (freeRecords.size() > created) {

@@ -13,7 +13,7 @@ constexpr int kAnyFamily = 0;
 constexpr int kIPv4 = 1;
 constexpr int kIPv6 = 2;
 
-// A header value ends where the line ends: what follows would be sent as headers of its own.
+// A header value ends where the line ends: the rest would be sent as additional headers.
 std::string firstLine(const std::string& value) {
   return value.substr(0, value.find_first_of("\r\n"));
 }
@@ -23,9 +23,10 @@ std::string firstLine(const std::string& value) {
 void MethodRequest::setOptions(std::initializer_list<Option> options) {
   util::Lock lock(*this);
   for (const Option& option : options) {
-    // A running transfer reads the strings that an option would free.
+    // A running transfer reads the strings that setting an option would free.
     if (running) {
-      // Only the last value counts: a transfer may run for hours, and its caller keep setting.
+      // Only the last value counts: a transfer may run for hours while its caller continues to set
+      // values.
       keptOptions.erase(
           std::remove_if(keptOptions.begin(), keptOptions.end(),
                          [&](const Option& kept) { return kept.option == option.option; }),
@@ -51,7 +52,7 @@ void MethodRequest::applyOption(const Option& option) {
   }
 }
 
-// From here on TLS sessions are taken up from this session's own transfers only.
+// From here on only this session's own transfers provide TLS sessions for reuse.
 MethodRequest::Option MethodRequest::ownTlsSessions() {
   return Option(CURLOPT_SHARE, TransferShare::instance().names());
 }

@@ -17,14 +17,14 @@ namespace webs {
 
 namespace {
 
-// The address of the socket opened last, of any session.
+// The address of the socket that any session opened last.
 //
 // Threads:   any; the lock is a leaf.
 // Ownership: none. Never destroyed.
 // Invariant: the text has a terminator; it is empty before the first socket.
 class LastAddress {
  public:
-  // The address is read as IPv4 whatever its family is.
+  // The address is read as IPv4, whatever its family is.
   void remember(const struct sockaddr* address) EXCLUDES(lock_) {
     char made[sizeof text_] = {};
     struct in_addr ip;
@@ -62,13 +62,13 @@ curl_socket_t MethodRequestCallbacks::FluviaSocket(void* session, curlsocktype /
 int MethodRequest::openSocket(int family, int type, int protocol) {
   util::Lock lock(*this);
   FLUVIA_PAUSE_POINT("MethodRequest::openSocket");
-  // Only initialize() asks libcurl to tell when it closes one. The memory comes first: afterwards
-  // nothing may fail.
+  // Only initialize() makes libcurl report when it closes one. Allocates first: after that nothing
+  // may fail.
   if (initialized) sockets.reserve(sockets.size() + 1);
   const int opened = socket(family, type | SOCK_CLOEXEC, protocol);
   if (opened < 0) return CURL_SOCKET_BAD;
   ++socketsOpened;
-  // A stop that came before has looked for sockets already.
+  // A stop that came before has already searched for sockets.
   if (active) {
     if (initialized) sockets.push_back(opened);
     return opened;
@@ -92,8 +92,8 @@ int MethodRequest::closeSocket(int socketHandle) {
   return close(socketHandle);
 }
 
-// The close that follows is to reset the connection: no window is opened after a shutdown, so that
-// a server that still waits to send would not learn of an orderly end for a minute.
+// Makes the close that follows reset the connection. After a shutdown no window is opened, so a
+// server that still waits to send would not learn of an orderly end for a minute.
 void MethodRequest::shutDownSockets() {
   constexpr struct linger kReset = {1, 0};
   for (const int open : sockets) {

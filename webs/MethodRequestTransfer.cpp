@@ -20,10 +20,10 @@ constexpr int kBreakLimit = 2 * kSecond;
 constexpr int kShortNoDataSeconds = 4;
 constexpr int kNoDataSeconds = 10;
 constexpr int kFeatureShortTimeouts = 1;
-// How long the address of a name holds: libcurl's own time.
+// How long a resolved address is valid: libcurl's own time.
 constexpr long kNameSeconds = 60;
 
-// Only this session knows libcurl; everybody else knows these numbers.
+// Only this session includes libcurl; all other code uses these numbers.
 static_assert(static_cast<int>(TRANSFER_OK) == CURLE_OK, "libcurl's");
 static_assert(static_cast<int>(TRANSFER_UNKNOWN_HOST) == CURLE_COULDNT_RESOLVE_HOST, "libcurl's");
 static_assert(static_cast<int>(TRANSFER_NOT_CONNECTED) == CURLE_COULDNT_CONNECT, "libcurl's");
@@ -34,8 +34,8 @@ static_assert(static_cast<int>(TRANSFER_TIMED_OUT) == CURLE_OPERATION_TIMEDOUT, 
 static_assert(static_cast<int>(TRANSFER_ABORTED) == CURLE_ABORTED_BY_CALLBACK, "libcurl's");
 static_assert(CURL_LAST <= static_cast<int>(FIRST_ERROR_STATUS), "a status is no libcurl code");
 
-// Microseconds since *stamp. A clock that was set back starts the count again: it would otherwise
-// turn the watch off for as long as the step was.
+// Microseconds since *stamp. A clock that was set back restarts the count: otherwise the stall
+// check would be off for the length of that step.
 int elapsedSince(unsigned int* stamp) {
   const unsigned int now = wallClockMicroseconds(wallClock());
   const int elapsed = microsecondsBetween(*stamp, now);
@@ -119,11 +119,11 @@ int MethodRequest::performGet(const std::string& resource, long long start, long
 }
 
 int MethodRequest::evaluate(long long start, Outcome* outcome) {
-  // A stop shuts the sockets down under libcurl, which takes that for a broken or even a complete
+  // A stop shuts the sockets down under libcurl, which takes this for a broken or even a complete
   // body. A piece that the receiver refused keeps its code: it was cancelled already.
   const bool stopped = !active;
   if (stopped && outcome->code != CURLE_WRITE_ERROR) outcome->code = CURLE_ABORTED_BY_CALLBACK;
-  // Not a cancelled transfer: nobody follows it, and readers would wait for ever.
+  // Not as a cancelled transfer: nothing follows one, and readers would wait for ever.
   if (!stopped && callbackFailed) outcome->code = CURLE_OUT_OF_MEMORY;
 
   if (!stopped && nobodyAnswered(outcome->code)) TransferShare::instance().distrustNames();
@@ -133,7 +133,7 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
   responseCode = responseCodeOf(curl);
   long systemError = 0;
   curl_easy_getinfo(curl, CURLINFO_OS_ERRNO, &systemError);
-  // libcurl keeps the number of an earlier transfer.
+  // libcurl keeps the error number of an earlier transfer.
   socketErrno = socketsOpened == 0 ? 0 : systemError;
   const long long endSize = start + static_cast<long long>(outcome->bytes);
   FLUVIA_LOG_AS("executeGet", -4,
@@ -151,7 +151,7 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
 }
 
 bool MethodRequest::nobodyAnswered(int code) const {
-  // The only time limit that libcurl has here is that of connecting. The stall watch may be faster.
+  // libcurl's only time limit here is the one for connecting. The stall check may be faster.
   return code == CURLE_COULDNT_CONNECT || code == CURLE_OPERATION_TIMEDOUT ||
          (code == CURLE_ABORTED_BY_CALLBACK && timeoutNum >= kConnectLimit);
 }
@@ -164,7 +164,7 @@ int MethodRequest::resultOf(const Outcome& outcome) const {
     return TRANSFER_EMPTY;
   }
   if (outcome.code != CURLE_ABORTED_BY_CALLBACK) return outcome.code;
-  // Nobody stopped it, so it was the stall watch.
+  // No stop ended it, so the stall check did.
   FLUVIA_LOG_AS("executeGet", 2, "timeoutNum=%ld, lifeCount=%ld", static_cast<long>(timeoutNum),
                 static_cast<long>(lifeCount));
   return timeoutNum < kConnectLimit && lifeCount < noDataLimit * kSecond ? TRANSFER_BROKEN
@@ -204,7 +204,7 @@ int MethodRequestCallbacks::curl_progress_fct(void* session, double /*dltotal*/,
                    [self] { return self->mayGoOn() ? 0 : 1; });
 }
 
-// All watches are looked at, also when the first one has spoken.
+// Evaluates every stall check, even if the first has fired.
 bool MethodRequest::mayGoOn() {
   util::Lock lock(*this);
   FLUVIA_PAUSE_POINT("MethodRequest::mayGoOn");

@@ -22,7 +22,7 @@ void MethodResponse::setTreeLimit(long long nodes, long long bytes) {
   limitReader();
 }
 
-// A limit is nothing that every TreeReader has.
+// Not every TreeReader has a limit.
 void MethodResponse::limitReader() {
   TreeLimit* limit = dynamic_cast<TreeLimit*>(reader);
   if (limit != nullptr) limit->setTreeLimit(maxNodes, maxBytes);

@@ -7,7 +7,7 @@
 namespace webs {
 
 namespace {
-// Weights of the previous average: for a flat series, and the most it can be for a moving one.
+// Weights of the previous average: for a flat series, and the maximum for a moving one.
 constexpr double kFlatWeight = 0.5;
 constexpr double kMovingWeight = 0.33;
 }  // namespace

@@ -7,7 +7,7 @@
 namespace webs {
 namespace {
 
-// Shorter texts stand inside a std::string and take no memory beside it.
+// Shorter texts fit into a std::string without an allocation.
 const size_t MIN_SHARED = 16;
 
 // By length. Empty until a text is first needed; its size never changes after that.

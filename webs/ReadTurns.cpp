@@ -13,7 +13,7 @@ namespace {
 constexpr long long kNever = std::numeric_limits<long long>::max();
 constexpr int kNoLimit = -1;
 
-// Marks aloneReads: a read of another handle waits for those alone.
+// Flag in aloneReads: a read of another handle waits for the reads counted there.
 constexpr int kAwaited = 1 << 30;
 
 }  // namespace
@@ -33,13 +33,13 @@ ReadTurns::ReadTurns(util::BufferQueue* queue)
       fetched(0),
       fetchingSince(0) {}
 
-// A place in the list of waiters, given up also when the caller's thread is cancelled.
+// A place in the list of waiters; removed also if the caller's thread is cancelled.
 class ReadTurns::Waiting {
  public:
   Waiting(ReadTurns* turns, Waiter* waiter) : turns_(turns), waiter_(waiter) {
     util::Lock guard(turns_->lock);
     const Reader* reader = turns_->find(waiter_->file);
-    // Whoever gives a request up says so first and breaks its wait then: one of the two is seen.
+    // A cancelled request is marked first, and its wait is ended then: this sees one of the two.
     const bool givenUp = waiter_->isGivenUp != nullptr && waiter_->isGivenUp(waiter_->request);
     if (reader == nullptr || reader->closing || givenUp) {
       tell(waiter_, Word::kBroken);
@@ -58,7 +58,7 @@ class ReadTurns::Waiting {
   Waiting(const Waiting&) = delete;
   Waiting& operator=(const Waiting&) = delete;
 
-  // True when it is the read's turn, false when the wait was broken.
+  // True if it is the read's turn, false if the wait was aborted.
   bool wait() {
     for (;;) {
       FLUVIA_PAUSE_POINT("ReadTurns::wait");
@@ -120,7 +120,7 @@ ReadTurns::Turn::~Turn() {
   turns_->end(reader_, position_, bytes_, restarted);
 }
 
-// Counts first and looks then, as a read of a handle that joins looks after it has joined: one of
+// Counts first and checks then; a read of a joining handle checks after it has joined. So one of
 // the two sees the other.
 bool ReadTurns::beginAlone() {
   aloneReads.fetch_add(1);
@@ -152,8 +152,8 @@ void ReadTurns::end(const FluviaFile* reader, long long from, unsigned int bytes
   schedule(now);
 }
 
-// The transfer takes blocks in front of the last read first. Where that read is elsewhere those are
-// the next bytes of a reader that goes on steadily: has the queue stand at that reader again.
+// The transfer reuses blocks in front of the last read first. If that read was elsewhere, those are
+// the next bytes of a reader that reads steadily: moves the queue back to that reader.
 void ReadTurns::keepAhead(const Reader& last) {
   const Reader* kept = run.of == last.file ? nullptr : find(run.of);
   if (kept == nullptr && !last.steady) {
@@ -208,7 +208,8 @@ void ReadTurns::breakForClose(const FluviaFile* reader) {
   schedule(util::monotonicMs());
 }
 
-// Lets the best waiter go, if one may; else has the first one wait for the time when one may.
+// Starts the best waiter, if one may go; otherwise makes the first one wait for the time when one
+// may.
 void ReadTurns::schedule(long long now) {
   if (first == nullptr) aloneReads.fetch_and(~kAwaited);
   if (first == nullptr || isTaken()) return;
@@ -223,7 +224,7 @@ void ReadTurns::schedule(long long now) {
   if (lookAt != kNever) tell(first, Word::kLook);
 }
 
-// Whether somebody reads. A read that is alone and does is asked to schedule at its end.
+// True if a read has the turn, or a read that is alone runs; such a read then schedules at its end.
 bool ReadTurns::isTaken() {
   if (busy) return true;
   if ((aloneReads.fetch_or(kAwaited) & ~kAwaited) != 0) return true;
@@ -264,7 +265,7 @@ void ReadTurns::give(Waiter* waiter, long long now) {
   tell(waiter, Word::kGo);
 }
 
-// *mayAt: for a read that may not go, when to look again.
+// *mayAt: for a read that may not go, when to check again.
 ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now, long long* mayAt) {
   const bool overdue = now - waiter.since >= kTurnMs;
   const long long missing = missingFrom(waiter);
@@ -277,7 +278,7 @@ ReadTurns::Claim ReadTurns::claimOf(const Waiter& waiter, long long now, long lo
   return overdue ? kOverdue : kNewConnection;
 }
 
-// Where the bytes that the read has to wait for begin; kNever when all of it is buffered.
+// Offset of the first byte that the read has to wait for; kNever if all of it is buffered.
 long long ReadTurns::missingFrom(const Waiter& waiter) {
   const long long buffered = queue_->getBufferedSize(waiter.position);
   const long long end = waiter.position + buffered;
@@ -286,8 +287,8 @@ long long ReadTurns::missingFrom(const Waiter& waiter) {
   return buffered >= waiter.size || (buffered > 0 && end == size) ? kNever : end;
 }
 
-// Until when the read leaves readers behind it time to follow: those for which new data at its
-// position would push out what they read next, and which have just read.
+// Until when the read leaves readers behind it time to follow. This concerns readers that have just
+// read and whose next bytes new data at its position would evict.
 long long ReadTurns::lagEnds(const Waiter& waiter, long long now) {
   const long long capacity = queue_->getBufferSize();
   long long until = now;
@@ -299,8 +300,8 @@ long long ReadTurns::lagEnds(const Waiter& waiter, long long now) {
   return std::min(until, waiter.since + kLagMs);
 }
 
-// Until when the stream stays with the reader it was restarted for, as far as that is known now:
-// nobody announces what the transfer stores, so the time of the next look is given.
+// Until when the stream stays with the reader that it was restarted for, as far as that is known
+// now. What the transfer stores is not announced, so this returns the time of the next check.
 long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   const Reader* reader = run.of == nullptr || run.of == waiter.file ? nullptr : find(run.of);
   if (reader == nullptr || hasJumped(*reader)) return now;
@@ -313,8 +314,8 @@ long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   return isWaiting(run.of) ? limit : std::min(limit, reader->lastRead + kPauseMs);
 }
 
-// Whether the reader waits for bytes elsewhere than where it last read, with another connection:
-// what was restarted for it is of no more use to it.
+// True if the reader waits for bytes elsewhere than where it last read, with another connection: it
+// no longer needs what was restarted for it.
 bool ReadTurns::hasJumped(const Reader& reader) {
   for (const Waiter* waiter = first; waiter != nullptr; waiter = waiter->next) {
     if (waiter->file != reader.file || waiter->position == reader.position) continue;
@@ -324,8 +325,8 @@ bool ReadTurns::hasJumped(const Reader& reader) {
   return false;
 }
 
-// How long the waiter may sleep before it looks itself, in milliseconds. It knows of every time
-// that it was told to look for until now.
+// How long the waiter may sleep before it checks, in milliseconds. It knows every time until now at
+// which it should check.
 int ReadTurns::sleepOf(Waiter* waiter) {
   util::Lock guard(lock);
   {
@@ -366,7 +367,7 @@ bool ReadTurns::unlink(Waiter* waiter) {
   return false;
 }
 
-// The waiter may be gone once it has been told that its wait is over.
+// The waiter may be destroyed as soon as it has received a word that ends its wait.
 void ReadTurns::tell(Waiter* waiter, Word word) {
   util::Lock guard(waiter->wake);
   waiter->word = word;

@@ -13,7 +13,7 @@ namespace {
 util::NeverDestroyed<util::Semaphore> arrayLock;
 pthread_mutex_t* mutexes = nullptr;
 
-// A macro worth 1 with the crypto library's present interface.
+// A macro that is 1 with the crypto library's current interface.
 int lockCount() {
   const int count = CRYPTO_num_locks();
   return count > 0 ? count : 1;

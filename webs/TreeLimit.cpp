@@ -7,7 +7,7 @@
 namespace webs {
 namespace {
 
-// A place in a list, which may be half empty.
+// A list entry; a list may be half empty.
 const size_t PLACE = 2 * sizeof(void*);
 
 }  // namespace

@@ -7,7 +7,7 @@
 namespace webs {
 namespace {
 
-// More objects than this are not kept. Compared with the number created, not with a station's size.
+// Limit of the objects that are kept. Compared with the number created, not with a station's size.
 const int MAX_KEPT = 99;
 
 util::NeverDestroyed<std::string> emptyString;
@@ -117,7 +117,7 @@ void TreeNode::setKey(const std::string& name) { key.set(name); }
 
 int TreeNode::getIntegerValue() const {
   const long number = std::strtol(value.c_str(), nullptr, 10);
-  // long is wider than int on some targets only; all of them shall agree.
+  // long is wider than int only on some targets; this makes all of them agree.
   return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
@@ -139,7 +139,7 @@ bool TreeNode::removeElem(TreeNode* child) {
   return true;
 }
 
-// Everything of clear() but the children, which are gone by now.
+// clear() without the children, which are already released.
 void TreeNode::releaseContent() {
   value.clear();
   key.clear();
@@ -148,9 +148,10 @@ void TreeNode::releaseContent() {
   attributes.clear();
 }
 
-// Goes down to the first leaf, releases it, goes on with its next sibling or, after the last one,
-// with its parent. The way back stands in the parent links, so that nothing is allocated: this runs
-// in destructors. Each list of children is turned round so that the next child is the last element.
+// Descends to the first leaf and releases it, then continues with its next sibling or, after the
+// last one, with its parent. The parent links give the way back, so that nothing is allocated: this
+// runs in destructors. Each list of children is reversed so that the next child is the last
+// element.
 void TreeNode::clear() {
   TreeNode* node = this;
   std::reverse(children.begin(), children.end());

@@ -8,7 +8,7 @@ bool TreeNode::matches(const std::string& own, const std::string& searched) {
   return (strCompare != nullptr && strCompare(own, searched)) || own == searched;
 }
 
-// The installed comparison must accept both, or both must be equal: one of each is no hit.
+// The installed comparison must accept both, or both must be equal: one of each is no match.
 bool TreeNode::isLeafWith(const std::string& name, const std::string& text) const {
   if (strCompare != nullptr && strCompare(getKey(), name) && strCompare(value, text)) return true;
   return getKey() == name && value == text;

@@ -7,7 +7,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// The key that the JSON scanner gives a body without a name.
+// The key that the JSON scanner uses for a body without a name.
 const char UNNAMED[] = "req";
 
 void put(Bytes* out, const std::string& text) { out->insert(out->end(), text.begin(), text.end()); }
@@ -47,14 +47,15 @@ bool isArray(const TreeNode& node) {
   return node.numberOfElem() > 0 && node.getElem(0)->getKey().compare(0, 1, "[") == 0;
 }
 
-// What stands for a node without children; above is the node it belongs to, null for a root.
+// Text of a node without children; above is its parent, null for a root.
 void putChildless(Bytes* out, const TreeNode& node, const TreeNode* above) {
   if (above == nullptr || isArray(*above)) {
     put(out, "{}");
   } else if (node.getLeafFlag() || node.getValue().empty()) {
     putQuoted(out, node.getValue());
   } else {
-    // The scanner takes an unquoted value up to a blank or a comma, past a closing brace.
+    // The scanner reads an unquoted value up to a blank or a comma, past a closing brace: a blank
+    // must follow it.
     put(out, node.getValue());
     put(out, ' ');
   }

@@ -1,6 +1,7 @@
 #include "webs/XMLReader.h"
 
-// expat.h declares the limits of entities only with one of these; which one depends on its version.
+// expat.h declares the limits of entities only with one of these macros; which one depends on its
+// version.
 #define XML_DTD
 #define XML_GE 1
 #include <expat.h>
@@ -18,9 +19,9 @@ const size_t DECLARATION_SIZE = sizeof(DECLARATION) - 1;
 
 const char TREE_TOO_LARGE[] = "the tree exceeds its limit";
 
-// What an element and an attribute are written with beside their texts, at the least: "</>" and
-// a blank with "=''". A document without entities is no smaller than what this counts, but for its
-// encoding.
+// The least marks that an element and an attribute have besides their texts: "</>", and a blank
+// with "=''". So a document without entities is at least as large as what this counts, apart from
+// its encoding.
 const size_t ELEMENT_MARKS = 3;
 const size_t ATTRIBUTE_MARKS = 4;
 
@@ -45,7 +46,7 @@ int XMLReader::streamIn(const char* data, int len, int isFinal) {
   return status;
 }
 
-// A token that has not ended is held by expat, whatever its size.
+// expat holds a token that has not ended, whatever its size.
 bool XMLReader::holdsTooMuch() {
   parsed = std::max<long long>(parsed, XML_GetCurrentByteIndex(parser));
   if (mayHold(static_cast<size_t>(received - parsed))) return false;
@@ -53,7 +54,7 @@ bool XMLReader::holdsTooMuch() {
   return true;
 }
 
-// The first failure is the one that tells: those after it only say that the document is over.
+// Keeps the first failure: those after it only say that the document is over.
 void XMLReader::noteProblem() {
   if (!problem.empty() || parser == nullptr) return;
   const XML_Error code = XML_GetErrorCode(parser);
@@ -95,7 +96,7 @@ void XMLReader::createParser() {
   XML_SetUserData(parser, this);
   XML_SetEntityDeclHandler(parser, entity);
   XML_SetXmlDeclHandler(parser, declaration);
-  // What entities become inside an attribute, or without any element and text, only expat sees.
+  // Only expat sees what entities become inside an attribute, or without any element and text.
   XML_SetBillionLaughsAttackProtectionActivationThreshold(parser, MAX_UNFOLDED);
   XML_SetBillionLaughsAttackProtectionMaximumAmplification(parser, MAX_FACTOR);
 }
@@ -111,11 +112,12 @@ void XMLReader::clear() {
   forgetTree();
 }
 
-// current is null after an end without a beginning: the document is lost, but nothing crashes.
+// current is null after an end without a beginning: the rest of the document is lost, but nothing
+// crashes.
 void XMLReader::readNodeBegin(const char* name, bool) {
   if (current == nullptr) return;
   const std::string given = name;
-  // Without a node the ends that follow have none to go back to.
+  // Without a node, the ends that follow have no parent to return to.
   current = takeNode(given) ? current->createSubEntry(given) : nullptr;
 }
 
@@ -131,7 +133,7 @@ void XMLReader::readEntryAttris(const char** attrs) {
   for (; *attrs != nullptr; attrs += 2) readEntryAttri(attrs[0], attrs[1], false);
 }
 
-// expat hands out long text line by line: copying the old value each time would take minutes.
+// expat delivers long text line by line: copying the old value each time would take minutes.
 void XMLReader::readNodeValue(const char* text, bool) {
   if (current != nullptr && takeText(std::strlen(text))) current->appendLeafValue(text, false);
 }
@@ -145,8 +147,9 @@ std::vector<unsigned char>* XMLReader::getRawData(const std::string& prefix) {
   return &rawData;
 }
 
-// The callbacks run inside expat, which is C: no exception (memory, or a derived reader's own) may
-// pass through its frames. It ends the parsing instead, and streamIn returns the error status.
+// The callbacks run inside expat, which is C: no exception (out of memory, or a derived reader's
+// own) may pass through its frames. An exception ends the parsing instead, and streamIn returns the
+// error status.
 template <typename Work>
 void XMLReader::guarded(void* userData, Work work) {
   XMLReader* reader = static_cast<XMLReader*>(userData);
@@ -185,7 +188,7 @@ void XMLReader::data(void* userData, const char* s, int len) {
   });
 }
 
-// External entities have no text here and are never loaded; those of parameters never replaced.
+// External entities have no text here and are never loaded; parameter entities are never expanded.
 void XMLReader::entity(void* userData, const char* name, int isParameter, const char* text, int len,
                        const char*, const char*, const char*, const char*) {
   if (isParameter != 0 || text == nullptr) return;
@@ -208,8 +211,8 @@ void XMLReader::countElement(const char* name, const char** attrs) {
   countUnfolded(size);
 }
 
-// Compares with the document up to the end of what is being reported, which for an entity is its
-// name: where pieces end must not decide.
+// Compares with the document up to the end of what is being reported (for an entity, its name): the
+// result must not depend on where pieces end.
 void XMLReader::countUnfolded(size_t size) {
   unfolded += static_cast<long long>(size);
   const long long begin = XML_GetCurrentByteIndex(parser);
@@ -219,7 +222,7 @@ void XMLReader::countUnfolded(size_t size) {
 
 void XMLReader::stopUnfolding() { stopParser("the document unfolds to many times its size"); }
 
-// Does nothing to a parser that has failed by itself.
+// Does nothing if the parser has failed by itself.
 void XMLReader::stopParser(const char* why) {
   FLUVIA_LOG(-4, "%s", why);
   refusal = why;
