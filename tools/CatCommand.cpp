@@ -34,20 +34,20 @@ struct CatOptions {
   std::string trace;   // file of a page about the run, empty for none
 };
 
-// What one read of the library gave: a code of FVFR_* and the bytes that are valid.
+// Result of one read of the library: a code of FVFR_* and the number of valid bytes.
 struct ReadResult {
   int code = FVFR_FAILED;
   unsigned int bytes = 0;
 };
 
-// Reads ahead of whoever asks: one asynchronous read is always under way while the bytes of the one
-// before are being written out. The next is asked for only after its callback, because reads that
-// are outstanding together begin at the same position.
+// Reads ahead: one asynchronous read runs while the bytes of the previous one are written out. The
+// next one is issued only after the callback of the previous one, because outstanding reads begin
+// at the same position.
 class AsyncReader {
  public:
   explicit AsyncReader(const Source& source) : source_(source) {}
 
-  // Asks for size bytes into buffer, which must stay until wait() has returned.
+  // Issues a read of size bytes into buffer, which must stay valid until wait() has returned.
   int start(char* buffer, unsigned int size) {
     const std::lock_guard<std::mutex> guard(lock_);
     done_ = false;
@@ -67,7 +67,7 @@ class AsyncReader {
   }
 
   void complete(int status, int readBytes) {
-    // Notified under the lock: the waiter may destroy this object as soon as it can go on.
+    // Notifies under the lock: the waiter may destroy this object as soon as it continues.
     const std::lock_guard<std::mutex> guard(lock_);
     result_.code = status == FVFR_ASYNC_DONE          ? FVFR_OK
                    : status == FVFR_ASYNC_END_OF_FILE ? FVFR_END_OF_FILE
@@ -121,7 +121,7 @@ class Cat {
     return code;
   }
 
-  // Why the source waits, or that it goes on: why it fails is told with the failure.
+  // Reports why the source waits, or that it continues. A final failure reports its own reason.
   void tell(FluviaStreamNotice notice, const std::string& text) const {
     if (notice == FLUVIA_STREAM_FAILS) {
       return;
@@ -139,13 +139,13 @@ class Cat {
     if (moved == FVFR_OK || (moved == FVFR_FAILED && source_.isLocal())) {
       begin_ = x_fluvia_file_offset(source_.handle());
       source_.setPosition(begin_);
-      return true;  // an empty file refuses to seek; its read then tells the end
+      return true;  // an empty file refuses to seek; its read then reports the end
     }
     screen_.fail(source_.explain("seek in", moved));
     return false;
   }
 
-  // What is left to read, at most one buffer.
+  // Bytes left to read, at most one buffer.
   unsigned int nextSize(long long asked) const {
     const long long left = options_.length < 0 ? options_.readSize : options_.length - asked;
     return static_cast<unsigned int>(std::min(left, static_cast<long long>(options_.readSize)));
@@ -172,8 +172,8 @@ class Cat {
     return options_.length < 0 ? left : std::min(left, options_.length);
   }
 
-  // Passes on what a read gave, also one that failed. False when that was the last, with *code the
-  // exit code.
+  // Writes out the bytes of a read, also of one that failed. Returns false if that was the last
+  // one, with *code set to the exit code.
   bool passOn(const ReadResult& result, const char* buffer, int* code) {
     std::string error;
     *code = kExitOk;
@@ -190,7 +190,7 @@ class Cat {
     return result.code == FVFR_OK && result.bytes != 0;
   }
 
-  // A read at the place that has been reached, which bears outages.
+  // Reads at the current position and survives outages.
   ReadResult readOn(char* buffer) {
     ReadResult result;
     result.code = source_.read(buffer, nextSize(done_), &result.bytes);
@@ -233,8 +233,8 @@ class Cat {
     return code;
   }
 
-  // A request has failed: passes on what it gave, and reads the next bytes into *result as a
-  // blocking read does. False when there is nothing more to do, with *code the exit code.
+  // A request has failed: writes out its bytes, and reads the next ones into *result with a
+  // blocking read. Returns false if there is nothing more to do, with *code set to the exit code.
   bool goOn(ReadResult* result, char* buffer, int* code) {
     result->code = FVFR_OK;
     if (result->bytes != 0 && !passOn(*result, buffer, code)) {
@@ -248,7 +248,7 @@ class Cat {
     return true;
   }
 
-  // Starts the next read unless everything that was asked for is there or under way.
+  // Starts the next read unless everything that was asked for has arrived or been requested.
   int begin(AsyncReader& reader, char* buffer, long long asked, bool* underWay) {
     const unsigned int size = nextSize(asked);
     if (size == 0) {
@@ -259,7 +259,7 @@ class Cat {
     return *underWay ? kExitOk : fail(kExitSource, source_.explain("read", code));
   }
 
-  // The buffers go: no read may be under way.
+  // The buffers are about to be freed: no read may be outstanding.
   static int finishAsync(AsyncReader& reader, bool underWay, int code) {
     if (underWay) {
       reader.wait();
@@ -288,11 +288,11 @@ class Cat {
   Source source_;
   Output output_;
   Progress* progress_ = nullptr;  // while streaming
-  long long begin_ = 0;           // offset of the first byte that is wanted
-  long long done_ = 0;            // bytes passed on
+  long long begin_ = 0;           // offset of the first byte to read
+  long long done_ = 0;            // bytes written out
 };
 
-// Also when the run fails: then the page is wanted most.
+// Writes the page also if the run fails: that is when it is needed most.
 int runTraced(const CatOptions& options, const Screen& screen) {
   LiveTrace trace;
   std::string error;

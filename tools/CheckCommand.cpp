@@ -27,8 +27,8 @@ struct CheckOptions {
   bool seeded = false;
 };
 
-// The same bytes from elsewhere: a local file read plainly, or a copy of a resource made by one
-// reading from beginning to end.
+// The same bytes from another source: a local file read directly, or a copy of a resource made by
+// one reading from beginning to end.
 class Reference {
  public:
   ~Reference() {
@@ -58,7 +58,7 @@ class Reference {
 
   long long size() const { return size_; }
 
-  // Reads as pread(2) does, but all of it. False with *error set on failure.
+  // Reads as pread(2) does, but always all bytes. Returns false with *error set on failure.
   bool read(char* buffer, size_t size, long long offset, std::string* error) const {
     while (size != 0) {
       const ssize_t got = pread(file_, buffer, size, offset);
@@ -78,7 +78,7 @@ class Reference {
   }
 
  private:
-  // Reads the whole resource into a nameless temporary file.
+  // Copies the whole resource into an unnamed temporary file.
   bool copy(const Source& source, std::string* error) {
     std::FILE* file = std::tmpfile();
     if (file == nullptr) {
@@ -153,8 +153,8 @@ class Check {
   }
 
  private:
-  // The handle that copies a URL is closed before the checked one opens: a shared buffer would
-  // hand out the same mistake twice.
+  // The handle that copies a URL is closed before the checked one is opened: a shared buffer would
+  // return the same error twice.
   bool openAll(std::string* error) {
     if (!reference_.open(options_.source, options_.buffer, error) ||
         !source_.open(options_.source, options_.buffer, error)) {
@@ -176,7 +176,8 @@ class Check {
     return std::uniform_int_distribution<long long>(0, most)(random_);
   }
 
-  // Half of the targets lie near the position, where buffered data is reused; the rest anywhere.
+  // Half of the targets are near the position, where buffered data is reused; the rest are
+  // anywhere.
   long long target() {
     const long long size = reference_.size();
     if (pick(1) == 0) {

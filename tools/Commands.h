@@ -17,10 +17,11 @@ enum ExitCode : int {
   kExitOutput = 4,   // the output cannot be written
 };
 
-// A subcommand: run after the command line has been read; gives the exit code.
+// A subcommand: called after the command line has been parsed; returns the exit code.
 using Command = std::function<int(const Screen&)>;
 
-// Each adds its subcommand with its options to app and sets *chosen when it is the one asked for.
+// Each adds its subcommand with its options to app, and sets *chosen if that subcommand is
+// selected.
 void addCat(CLI::App& app, Command* chosen);
 void addInfo(CLI::App& app, Command* chosen);
 void addCheck(CLI::App& app, Command* chosen);

@@ -8,7 +8,7 @@
 
 namespace tools {
 
-// The HTTP settings of the command line; an empty text leaves the library's setting.
+// The HTTP settings of the command line; an empty text leaves the library's setting unchanged.
 struct HttpOptions {
   std::string userAgent;
   std::string proxy;
@@ -19,7 +19,7 @@ struct HttpOptions {
   std::string key;
   std::string keyType;
   std::string addresses;
-  long long speed = 0;  // bytes per second; 0: no cap
+  long long speed = 0;  // bytes per second; 0: no limit
   bool fastTimeouts = false;
   bool insecure = false;
 };
@@ -27,19 +27,19 @@ struct HttpOptions {
 // Adds the options to app.
 void addHttpOptions(CLI::App& app, HttpOptions* options);
 
-// What the program ends with when its arguments asked for help or were wrong: prints the help, or
-// what was wrong without the passwords of URLs. Returns 0 after help.
+// Exit code of the program if its arguments asked for help or were wrong. Prints the help or the
+// error, without the passwords of URLs. Returns 0 after help.
 int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer);
 
-// Makes them hold for every URL opened from now on. options and screen must outlive that; screen is
-// told once when an https:// source is read without checking who sends it.
+// Applies the options to every URL opened from now on. options and screen must outlive that. Warns
+// on screen, once, when an https:// source is read without certificate checks.
 void forceHttpOptions(const HttpOptions* options, const Screen* screen);
 
-// Applies what was forced to the handle of the URL name. False with *error set when the library
-// refuses a setting.
+// Applies the options of forceHttpOptions() to the handle of the URL name. Returns false with
+// *error set if the library refuses a setting.
 bool applyHttpOptions(int handle, const std::string& name, std::string* error);
 
-// Whether only addresses of IP version 4 are used.
+// True if only addresses of IP version 4 are used.
 bool usesOnlyIpv4();
 
 }  // namespace tools

@@ -20,7 +20,7 @@ struct InfoOptions {
 
 struct Facts {
   std::string name;
-  long long size = -1;  // -1: nobody knows
+  long long size = -1;  // -1: unknown
   bool seekable = false;
   int capacity = 0;
   int buffered = 0;
@@ -102,7 +102,7 @@ std::string asText(const Facts& facts) {
          humanBytes(facts.buffered) + " held\n" + (facts.http ? httpText(facts) : "");
 }
 
-// Reads one byte: the size alone cannot tell an empty resource from a broken one.
+// Reads one byte: the size alone cannot distinguish an empty resource from a broken one.
 int probe(const Source& source) {
   char byte = 0;
   unsigned int got = 0;

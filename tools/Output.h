@@ -8,7 +8,7 @@
 
 namespace tools {
 
-// Where cat puts the bytes: standard output or a file; and, when asked, their SHA-256.
+// Writes the bytes of cat to standard output or a file, and can compute their SHA-256.
 //
 // Threads: one at a time.
 class Output {
@@ -18,12 +18,13 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  // Opens the file (created or emptied), or standard output when path is empty. digest: also
-  // compute the SHA-256. False with *error set on failure.
+  // Opens the file (created or truncated), or standard output if path is empty. digest: also
+  // computes the SHA-256. Returns false with *error set on failure.
   bool open(const std::string& path, bool digest, std::string* error);
-  // Writes all of it; waits as long as the receiver takes. False with *error set on failure.
+  // Writes all bytes; waits as long as the receiver takes. Returns false with *error set on
+  // failure.
   bool write(const char* data, unsigned int size, std::string* error);
-  // Makes sure that everything arrived. False with *error set on failure.
+  // Flushes and checks that everything was written. Returns false with *error set on failure.
   bool finish(std::string* error);
   // The SHA-256 of everything written, as 64 hexadecimal digits. Call once, after the last write.
   std::string sha256();

@@ -8,7 +8,7 @@ bool isPort(const std::string& text) {
   return text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// Whether the part between "//" and the path can be [user[:password]@]host[:port].
+// True if the part between "//" and the path can be [user[:password]@]host[:port].
 bool isAuthority(const std::string& text) {
   const std::string host = text.substr(text.rfind('@') + 1);
   const size_t begin = host.compare(0, 1, "[") == 0 ? host.find(']') : 0;

@@ -9,7 +9,7 @@ using Distance = std::string::difference_type;
 
 struct Character {
   unsigned int code;
-  // Bytes; 0 when there is no UTF-8.
+  // Bytes; 0 if it is not UTF-8.
   size_t length;
 };
 

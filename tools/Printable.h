@@ -5,16 +5,16 @@
 
 namespace tools {
 
-// A stranger's text, in UTF-8, as it may stand in a line on a terminal. Escaped with a backslash
-// are line ends (\n), tabs (\t) and backslashes (\\); other control characters and bytes that are
-// no UTF-8 (\x1b); and what a terminal could obey beyond ASCII: the controls from U+0080 on, line
-// and paragraph separators, and the marks that turn the direction of text (\u202e).
+// Makes untrusted UTF-8 text safe for one line on a terminal. Escapes with a backslash: line ends
+// (\n), tabs (\t) and backslashes (\\); other control characters and bytes that are not UTF-8
+// (\x1b); and what a terminal could interpret beyond ASCII: the controls from U+0080 on, line and
+// paragraph separators, and the marks that change the text direction (\u202e).
 std::string printable(const std::string& text);
 
-// The same in double quotes, with those inside escaped too.
+// Same in double quotes; double quotes inside are escaped too.
 std::string quoted(const std::string& text);
 
-// The character that begins at text[at], all its bytes; one byte where there is no UTF-8.
+// Returns all bytes of the character that begins at text[at]; one byte if it is not UTF-8.
 std::string characterAt(const std::string& text, size_t at);
 
 }  // namespace tools

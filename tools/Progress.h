@@ -13,23 +13,23 @@
 
 namespace tools {
 
-// A bar on the person's terminal: bytes, percent, rate, buffered ahead, time left, or that the
-// source waits. Draws itself five times a second on a thread of its own, so that a stalled source
-// is seen to stall. There is no bar without a terminal.
+// A progress bar on the user's terminal: bytes, percent, rate, buffered bytes, time left, or that
+// the source waits. A thread of its own redraws it five times a second, so that a stall is visible.
+// Without a terminal there is no bar.
 //
 // Threads: add() and tell() from any thread. The source and the screen must outlive the object.
 class Progress {
  public:
-  // total: bytes expected, or -1 when nobody knows.
+  // total: bytes expected, or -1 if unknown.
   Progress(const Screen& screen, const Source& source, long long total);
   // Draws the last state and ends the line.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // bytes more have been passed on.
+  // Counts bytes that were written to the output.
   void add(unsigned int bytes) { done_.fetch_add(bytes, std::memory_order_relaxed); }
-  // Says it in a line above the bar, which shows from now on whether the source waits.
+  // Prints text in a line above the bar; from now on the bar shows whether the source waits.
   void tell(const std::string& text, bool waits);
 
  private:

@@ -56,7 +56,7 @@ void Screen::print(const std::string& text) const {
       continue;
     }
     if (written <= 0) {
-      return;  // nobody is there to read it, and there is no other place to say so
+      return;  // there is no reader, and no other place to report it
     }
     next += written;
     left -= static_cast<size_t>(written);

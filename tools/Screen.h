@@ -5,37 +5,37 @@
 
 namespace tools {
 
-// What the person in front of the terminal sees, kept apart from what the library writes.
+// Messages to the user, kept separate from the library's log.
 //
-// The library logs to file descriptor 2. redirect() keeps that descriptor's terminal for the person
-// under a number of its own and gives descriptor 2 to a log file, or to nobody.
+// The library logs to file descriptor 2. redirect() duplicates that descriptor for the user's
+// messages, and points descriptor 2 to a log file or to /dev/null.
 //
 // Threads: print() and fail() may be called from any thread; redirect() before any other starts.
 class Screen {
  public:
-  // program: the name that its failures begin with.
+  // program: the name that error messages begin with.
   explicit Screen(std::string program = "fluvia");
   ~Screen();
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
 
-  // Sends the library's lines to logFile (created or emptied), or nowhere when it is empty. False
-  // with *error set when the file cannot be written; descriptor 2 is then as it was.
+  // Sends the library's lines to logFile (created or truncated), or discards them if it is empty.
+  // Returns false with *error set if the file cannot be written; descriptor 2 is then unchanged.
   bool redirect(const std::string& logFile, std::string* error);
 
-  // Whether the person sees a terminal.
+  // True if the user's output is a terminal.
   bool isTerminal() const;
-  // Columns of the terminal, 80 when they cannot be learnt.
+  // Columns of the terminal, 80 if unknown.
   int columns() const;
 
-  // Writes text as it is.
+  // Writes text unchanged.
   void print(const std::string& text) const;
   // Writes the program's name, the text without the passwords of URLs, and a line end.
   void fail(const std::string& text) const;
 
  private:
   const std::string program_;
-  int own_;  // descriptor of the person's standard error, ours to close
+  int own_;  // descriptor of the user's standard error; closed by this object
 };
 
 }  // namespace tools

@@ -26,7 +26,7 @@ bool isUrl(const std::string& name) {
          strncasecmp(name.c_str(), "https://", 8) == 0;
 }
 
-// "ftp" of ftp://server/file, empty for what does not begin like an address.
+// "ftp" of ftp://server/file, empty for a text that does not begin like an address.
 std::string schemeOf(const std::string& name) {
   const size_t end = name.find("://");
   if (end == std::string::npos || isalpha(static_cast<unsigned char>(name[0])) == 0) return "";
@@ -77,7 +77,7 @@ void Source::bearOutages(int seconds, Notice notice) {
 bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   if (!isReachable(name, error)) return false;
   if (!notice_) settings_.seconds = 0;
-  // Whoever has just typed a name wants to know at once that there is nothing.
+  // The user has just typed the name: report at once if it does not exist.
   settings_.firstSeconds = 0;
   settings_.bufferSize = bufferSize;
   settings_.data = this;
@@ -106,7 +106,7 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   return settingsError_.empty();
 }
 
-// Finds out what the name is; a path has to be one that can be streamed.
+// Checks that the name is a URL, or a path that can be streamed.
 bool Source::isReachable(const std::string& name, std::string* error) {
   local_ = !isUrl(name);
   name_ = name;
@@ -159,7 +159,7 @@ bool Source::seekable() const {
   if (moved == FVFR_SEEK_REFUSED) {
     return false;
   }
-  // An empty file refuses every seek; there is nowhere to go, so nothing is out of reach.
+  // An empty file refuses every seek; it has only one offset, so all of them can be reached.
   return moved != FVFR_OK || x_fluvia_file_seek(handle(), 0, &now) == FVFR_OK;
 }
 

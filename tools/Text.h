@@ -5,11 +5,11 @@
 
 namespace tools {
 
-// "512 B", "1.5 KiB", "2.0 GiB": a number of bytes for people.
+// A number of bytes for display: "512 B", "1.5 KiB", "2.0 GiB".
 std::string humanBytes(double bytes);
-// "0:07", "12:34", "1:02:03": whole seconds for people; "-:--" for a negative number.
+// Whole seconds for display: "0:07", "12:34", "1:02:03"; "-:--" for a negative number.
 std::string humanTime(long long seconds);
-// The text as a JSON string, quotes included. Bytes above 127 are passed on as they are.
+// The text as a JSON string with quotes. Bytes above 127 are not changed.
 std::string jsonString(const std::string& text);
 
 }  // namespace tools

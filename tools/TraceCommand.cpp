@@ -22,7 +22,7 @@ struct TraceOptions {
   std::string output;
 };
 
-// Feeds all of the file to the reader. False with errno set.
+// Feeds the whole file to the reader. Returns false with errno set.
 bool readAll(int file, LogReader* reader) {
   std::vector<char> buffer(1 << 18);
   for (;;) {

@@ -8,10 +8,10 @@
 
 namespace tools {
 
-// Adds "trace": a log of the library as an HTML page.
+// Adds "trace": shows a log of the library as an HTML page.
 void addTrace(CLI::App& app, Command* chosen);
 
-// Writes the page to an open output and ends that. False with *error set on failure.
+// Writes the page to an open output and finishes it. Returns false with *error set on failure.
 bool writePage(const std::string& page, Output* output, std::string* error);
 
 }  // namespace tools

@@ -13,7 +13,7 @@
 namespace tools {
 namespace {
 
-// A body becomes a tree in memory, many times its size: beyond this it is no response.
+// A body becomes a tree in memory, many times its size: a larger one is not a response.
 const size_t kMaxBody = size_t{64} << 20;
 const unsigned int kReadSize = 65536;
 // Room for a million small nodes.

@@ -5,7 +5,7 @@
 
 namespace tools {
 
-// Adds "tree": an XML or JSON body as the library's readers understand it.
+// Adds "tree": shows an XML or JSON body as the library's readers parse it.
 void addTree(CLI::App& app, Command* chosen);
 
 }  // namespace tools

@@ -10,9 +10,10 @@ namespace {
 
 const char kByteOrderMark[] = "\xEF\xBB\xBF";
 const char kBlanks[] = " \t\r\n\f\v";
-// Output is handed on when there is so much of it.
+// Output is passed on in pieces of at least this size.
 const size_t kPiece = 65536;
-// Deeper nodes are not indented further: the text would grow by the square of the depth.
+// Deeper nodes are not indented further: otherwise the text would grow with the square of the
+// depth.
 const int kMaxIndent = 40;
 
 bool isBlank(const std::string& text) {
@@ -26,7 +27,7 @@ std::string lineOf(const webs::TreeNode& node) {
     line += " @" + printable(attribute->first) + "=" + quoted(attribute->second);
   }
   const std::string& value = node.getValue();
-  // Between elements there is often nothing but their indentation.
+  // Between elements there is often only their indentation.
   if (value.empty() || (node.numberOfElem() > 0 && isBlank(value))) return line;
   return line + " = " + (node.getLeafFlag() ? quoted(value) : printable(value));
 }
@@ -53,7 +54,7 @@ std::string jsonReason(int result) {
   }
 }
 
-// With where it is, counted from 0, and what stands there.
+// Describes the problem with its offset, counted from 0, and the text there.
 std::string jsonProblem(int result, const std::string& body, int offset) {
   if (result == 0) return "";
   std::string text = jsonReason(result) + ", at byte " + std::to_string(offset);
@@ -66,8 +67,8 @@ bool begins(const std::string& body, const std::string& with) {
   return body.compare(0, with.size(), with) == 0;
 }
 
-// Whether the first character that is not blank is '<', in UTF-16; low is where the lower byte of a
-// character stands.
+// True if the first character that is not blank is '<', in UTF-16; low is the index of a
+// character's lower byte.
 bool isWideXml(const std::string& body, size_t low) {
   for (size_t at = 2; at + 1 < body.size(); at += 2) {
     if (body[at + 1 - low] != 0) return false;
@@ -81,7 +82,7 @@ bool isWideXml(const std::string& body, size_t low) {
 }  // namespace
 
 BodyKind kindOf(const std::string& body) {
-  // Without a mark, XML in UTF-16 has to begin with '<'.
+  // Without a mark, XML in UTF-16 must begin with '<'.
   if (begins(body, "\xFF\xFE") && isWideXml(body, 0)) return BodyKind::kXml;
   if (begins(body, "\xFE\xFF") && isWideXml(body, 1)) return BodyKind::kXml;
   if (begins(body, std::string("\0<", 2))) return BodyKind::kXml;
@@ -129,7 +130,7 @@ void ParsedBody::readJson(const std::string& body, long long limit) {
 
 bool ParsedBody::writeIndented(const Sink& sink) const {
   std::string text;
-  // The root of an XML tree only holds the document's element.
+  // The root of an XML tree only contains the document's element.
   const bool rootShown = !root_->getKey().empty();
   int depth = rootShown ? 0 : -1;
   const webs::TreeNode* stoppedAt = walkTree(

@@ -13,32 +13,32 @@ namespace tools {
 
 enum class BodyKind { kXml, kJson };
 
-// XML when the first character that is not blank is '<', behind a byte order mark if there is one,
-// also in UTF-16. JSON otherwise.
+// XML if the first character that is not blank is '<', after an optional byte order mark, also in
+// UTF-16. JSON otherwise.
 BodyKind kindOf(const std::string& body);
 
-// A body as the library's readers understand it.
+// A body as the library's readers parse it.
 //
 // Threads: as the readers: one thread at a time for all of them.
 class ParsedBody {
  public:
-  // Takes a piece of text; false when it cannot.
+  // Takes a piece of text; returns false on failure.
   using Sink = std::function<bool(const char* text, size_t size)>;
 
-  // Reads the whole body, at most INT_MAX bytes, with the reader of its kind. The tree may take
+  // Parses the whole body, at most INT_MAX bytes, with the reader for its kind. The tree may use
   // limit bytes as the reader counts them; 0 for no limit.
   explicit ParsedBody(const std::string& body, long long limit = 0);
 
   BodyKind kind() const { return kind_; }
-  // What is wrong with the body, or an empty text. The tree is there as far as it was built.
+  // The error in the body, or an empty text. The tree has what was built before the error.
   const std::string& error() const { return error_; }
-  // Whether what is wrong is that the tree exceeds the limit.
+  // True if the error is that the tree exceeds the limit.
   bool isTooLarge() const { return full_; }
-  // The tree, one node a line: key, attributes as @name="value", value after "="; see printable().
-  // Returns false when the sink did; that is the last it gets.
+  // Writes the tree, one node per line: key, attributes as @name="value", value after "="; see
+  // printable(). Returns false as soon as the sink does.
   bool writeIndented(const Sink& sink) const;
   std::string indented() const;
-  // The reader's own text of the tree. Valid until the next call.
+  // The tree as the reader itself writes it. Valid until the next call.
   const std::vector<unsigned char>& written() const;
 
  private:

@@ -1,6 +1,6 @@
-// Writes a file that looks like a broadcast recording: MPEG transport stream packets of 188 bytes
-// with sync bytes, a few streams with their continuity counters, and payloads without pattern. The
-// same bytes every time.
+// Writes a file that resembles a broadcast recording: MPEG transport stream packets of 188 bytes
+// with sync bytes, a few streams with their continuity counters, and payloads without a pattern.
+// The bytes are the same every time.
 #include <array>
 #include <cerrno>
 #include <cstdio>

@@ -27,7 +27,8 @@ std::string numbered(const std::string& name, int number) {
   return name.substr(0, dot) + suffix + name.substr(dot);
 }
 
-// By the status of the transfer: the library's code for a silent server is that of a missing file.
+// Decides by the status of the transfer: the library's code for a silent server is that of a
+// missing file.
 int errnoOfStatus(int status) {
   switch (status) {
     case FVFR_DOWNLOAD_TIMEOUT:
@@ -97,7 +98,7 @@ bool MountedFiles::add(const std::string& source, std::string* error) {
     name = numbered(lastPart(file->shared.source), number);
   }
   file->name = name;
-  // Nobody reads from it: its download ends.
+  // No read uses it: its download ends.
   if (!file->seekable) file->shared.source.close();
   files_.push_back(std::move(file));
   return true;
@@ -143,7 +144,7 @@ int MountedFiles::read(const File& file, Reading* reading, char* buffer, size_t 
   const int moved = source.moveTo(offset);
   if (moved != FVFR_OK) return -errnoOf(source, moved);
   size_t done = 0;
-  // All of it: to the kernel fewer bytes are the end of the file.
+  // Reads all of it: to the kernel a short read is the end of the file.
   while (done < size) {
     unsigned int got = 0;
     const auto wanted = static_cast<unsigned int>(std::min<size_t>(size - done, INT_MAX));

@@ -13,44 +13,45 @@ namespace tools {
 
 // Sources shown as the read-only files of one folder.
 //
-// Threads: add() before any other thread; the rest from any. Reads of one file take turns; whoever
-//          opens a file that cannot seek has a download of its own.
+// Threads: add() before any other thread; the rest from any. Reads of one file take turns. Each
+//          open of a file that cannot seek has its own download.
 class MountedFiles {
  public:
-  // What bytes are read from.
+  // One stream that reads use.
   struct Reading {
     Source source;
     std::mutex turn;  // held from moving the position until its bytes are read
   };
   struct File {
     std::string name;       // in the folder, without a slash
-    std::string given;      // the source's name, as it was given
-    long long size = -1;    // bytes, -1 when it cannot be learnt
-    bool seekable = false;  // else it is read from beginning to end only
-    Reading shared;         // of all who read, when it is seekable
+    std::string given;      // the source's name on the command line
+    long long size = -1;    // bytes, -1 if it cannot be determined
+    bool seekable = false;  // if not, it is read only from beginning to end
+    Reading shared;         // used by all readers if it is seekable
   };
 
-  // Before add(): outages are borne that many seconds; notice is told of them, on any thread. A
-  // read of whose thread unwanted() says so is broken off before the next try.
+  // Call before add(). Reads retry for that many seconds in an outage; notice reports outages, on
+  // any thread. A read for whose thread unwanted() returns true is aborted before the next retry.
   void bearOutages(int seconds, std::function<void(const std::string& text)> notice,
                    std::function<bool()> unwanted);
-  // Opens a source and waits for its first byte. False with *error set when it has none to give.
+  // Opens a source and waits for its first byte. Returns false with *error set if there is none.
   bool add(const std::string& source, std::string* error);
 
   const std::vector<std::unique_ptr<File>>& files() const { return files_; }
   // The file of that name, or null.
   File* find(const std::string& name) const;
 
-  // What somebody who opens the file reads from: the shared one, or for a file that cannot seek a
-  // new one, which end() closes. Null with *problem set to an errno when it cannot be opened.
+  // Returns what an open of the file reads from: the shared one, or a new one for a file that
+  // cannot seek, which end() closes. Returns null with *problem set to an errno if it cannot be
+  // opened.
   Reading* begin(File* file, int* problem);
   void end(File* file, Reading* reading);
 
-  // Reads at most size bytes at offset. Returns their number, fewer only at the end, or a negative
-  // errno. Waits for them.
+  // Reads at most size bytes at offset and waits for them. Returns their number, fewer only at the
+  // end, or a negative errno.
   static int read(const File& file, Reading* reading, char* buffer, size_t size, long long offset);
 
-  // Every read that waits ends, and so do all later ones. Waits for nothing.
+  // Ends all waiting reads and all later ones. Never waits.
   void abort();
 
  private:
@@ -62,7 +63,7 @@ class MountedFiles {
   std::vector<std::unique_ptr<File>> files_;
   std::mutex lock_;
   bool aborted_ = false;                            // guarded by lock_
-  std::vector<std::unique_ptr<Reading>> readings_;  // those that are not shared; guarded by lock_
+  std::vector<std::unique_ptr<Reading>> readings_;  // not shared; guarded by lock_
 };
 
 }  // namespace tools

@@ -69,7 +69,7 @@ int readFolder(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, stru
   return 0;
 }
 
-// A file that cannot seek is read from beginning to end, past the kernel's cache.
+// A file that cannot seek is read from beginning to end and bypasses the kernel's cache.
 int openFile(const char* path, struct fuse_file_info* info) {
   tools::MountedFiles::File* file = fileAt(path);
   if (file == nullptr) return -ENOENT;
@@ -109,14 +109,14 @@ void* begin(struct fuse_conn_info*, struct fuse_config*) {
   return &mounted();
 }
 
-// The ends of the program: signals, and the folder's being unmounted. The session ends as soon as
-// its threads are back, so those that wait for a server are broken off, by a thread: a handler may
-// not.
+// The ends of the program: signals, and the unmounting of the folder. The session ends when its
+// threads have returned, so reads that wait for a server are aborted. A thread does that, because a
+// signal handler must not.
 class Signals {
  public:
   Signals(struct fuse* fuse, tools::MountedFiles* files) : files_(files) {
     fuse_ = fuse;
-    // They are for the main thread, which they wake.
+    // The signals are for the main thread, which they wake.
     sigset_t blocked;
     sigset_t before;
     sigfillset(&blocked);
@@ -148,8 +148,8 @@ class Signals {
     errno = before;
   }
   static void tell() { eventfd_write(event_, 1); }
-  // Also when the folder is unmounted, of which the kernel's end of the device tells; what still
-  // waits then is what the kernel had asked for in advance.
+  // Also runs when the folder is unmounted, which the kernel's end of the device reports. Reads
+  // that still wait then are the kernel's read-ahead.
   void run() {
     struct pollfd watched[2] = {{event_, POLLIN, 0},
                                 {fuse_session_fd(fuse_get_session(fuse_)), 0, 0}};
@@ -210,7 +210,7 @@ int run(const std::vector<std::string>& sources, const std::string& folder, cons
   clock_gettime(CLOCK_REALTIME, &mount.since);
   if (!mount.screen.redirect(log, &error)) return fail(mount, kExitUsage, error);
   tools::forceHttpOptions(&http, &mount.screen);
-  // A program that is killed waits for the answer to its read.
+  // A killed program waits for the reply to its read.
   mount.files.bearOutages(
       reopen, [&mount](const std::string& text) { mount.screen.fail(text); },
       [] { return fuse_interrupted() != 0; });

@@ -7,12 +7,12 @@
 
 namespace tools {
 
-// What the library makes of a connection, as its log tells: the library's numbers below 0,
-// libcurl's from 0 on. Tools see only the public header; the tests check that the library has the
-// same.
+// The library's result of a connection, as its log shows it: the library's numbers below 0,
+// libcurl's from 0 on. Tools include only the public header; the tests check that the library has
+// the same numbers.
 enum RunResult {
   RUN_STALLED = -2,  // no byte for too long
-  RUN_BROKEN = -1,   // a reader gave up while no byte came
+  RUN_BROKEN = -1,   // aborted at a reader's request while no byte came
   RUN_COMPLETE = 0,
   RUN_UNKNOWN_HOST = 6,
   RUN_NOT_CONNECTED = 7,
@@ -31,10 +31,10 @@ enum RunResult {
 
 // Sets outcome and why of a connection that has ended, from its code and status.
 void explainEnd(Connection* connection);
-// Corrects them by what the HTTP producer made of the end: RUN_STALLED and RUN_BROKEN are ends that
-// it chose itself.
+// Corrects them by the HTTP producer's result: with RUN_STALLED and RUN_BROKEN the producer itself
+// ended the connection.
 void explainResult(int result, Connection* connection);
-// What a stream event is called; empty for a number that is none.
+// Name of a stream event; empty for an unknown number.
 std::string eventName(int event);
 
 }  // namespace tools

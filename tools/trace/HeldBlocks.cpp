@@ -7,7 +7,7 @@ namespace tools {
 
 void HeldBlocks::set(int block, const Span& span) {
   const auto known = blocks_.find(block);
-  // A block that fills, as most do.
+  // The common case: a block that fills.
   if (known != blocks_.end() && known->second.begin == span.begin &&
       known->second.end >= span.begin && span.end >= known->second.end) {
     cover({known->second.end, span.end}, 1);
@@ -55,7 +55,7 @@ const Span* HeldBlocks::find(int block) const {
 std::vector<Span> HeldBlocks::stretches(size_t most) const {
   std::vector<Span> told;
   if (stretches_.empty() || most == 0) return told;
-  std::vector<long long> after;  // offsets at which the gaps end that are kept: the widest
+  std::vector<long long> after;  // offsets at which the kept gaps end: the widest ones
   for (auto gap = gaps_.rbegin(); gap != gaps_.rend() && after.size() + 1 < most; ++gap) {
     after.push_back(gap->second);
   }
@@ -71,7 +71,7 @@ std::vector<Span> HeldBlocks::stretches(size_t most) const {
   return told;
 }
 
-// One block more or less holds that span.
+// One block more or less (by) contains that span.
 void HeldBlocks::cover(const Span& span, int by) {
   if (span.end <= span.begin) return;
   const auto first = edgeAt(span.begin);
@@ -95,14 +95,14 @@ std::map<long long, int>::iterator HeldBlocks::edgeAt(long long offset) {
   return depth_.emplace(offset, depth).first;
 }
 
-// Where as many blocks hold the bytes before as behind, there is no edge.
+// There is no edge where equally many blocks contain the bytes before and after.
 void HeldBlocks::dropEdge(long long offset) {
   const auto edge = depth_.find(offset);
   const int before = edge == depth_.begin() ? 0 : std::prev(edge)->second;
   if (edge->second == before) depth_.erase(edge);
 }
 
-// The span is held now.
+// Adds the span to the stretches.
 void HeldBlocks::join(const Span& span) {
   Span whole = span;
   auto next = stretches_.upper_bound(span.begin);
@@ -116,7 +116,7 @@ void HeldBlocks::join(const Span& span) {
   addStretch(whole.begin, whole.end);
 }
 
-// Of the span, which was held, what no block holds any more is cut out.
+// Removes from the stretches the part of the span that no block contains any more.
 void HeldBlocks::cut(const Span& span) {
   const auto last = depth_.find(span.end);
   for (auto edge = depth_.find(span.begin); edge != last; ++edge) {

@@ -13,28 +13,28 @@
 
 namespace tools {
 
-// What the blocks of a buffer hold together. A log changes a block in every other line and a buffer
-// has thousands of them, so the stretches are kept joined: a change costs what it changes and the
-// logarithm of the rest.
+// The union of the spans of a buffer's blocks. A log changes a block in every other line and a
+// buffer has thousands of them, so the stretches are kept merged: a change costs time proportional
+// to what it changes, and the logarithm of the rest.
 //
-// Invariant: stretches_ are apart and not empty, and cover the offsets at which depth_ is above 0;
-//            gaps_ has the gap before each stretch but the first.
+// Invariant: stretches_ are disjoint and not empty, and cover the offsets at which depth_ is above
+//            0; gaps_ has the gap before each stretch but the first.
 class HeldBlocks {
  public:
-  // The block's span from now on; an empty one holds nothing, but its beginning is known.
+  // Sets the block's span. An empty span has no bytes, but its beginning is known.
   void set(int block, const Span& span);
   void erase(int block);
   void clear();
-  // A list of blocks with their spans: the others are gone, but for those that begin at 0, which it
-  // may leave out.
+  // Replaces all blocks by this list. Other blocks that begin at 0 stay, because a list may omit
+  // them.
   void replace(const std::map<int, Span>& blocks);
 
-  // The block's span; null when it is not known.
+  // The block's span; null if it is not known.
   const Span* find(int block) const;
-  // The stretches in order. Beyond most those that are nearest to each other are told as one.
+  // The stretches in order, at most most: the ones nearest to each other are merged.
   std::vector<Span> stretches(size_t most) const;
 
-  // How many entries were looked at: the work that was done.
+  // Number of entries visited: a measure of the work done.
   long long looks() const { return looks_; }
 
  private:
@@ -49,8 +49,8 @@ class HeldBlocks {
   std::map<long long, long long>::iterator dropStretch(std::map<long long, long long>::iterator it);
 
   std::map<int, Span> blocks_;      // by the block's number
-  std::set<int> notAtZero_;         // those of blocks_ that begin elsewhere
-  std::map<long long, int> depth_;  // blocks that hold the bytes from here to the next entry
+  std::set<int> notAtZero_;         // blocks of blocks_ that begin elsewhere
+  std::map<long long, int> depth_;  // number of blocks with these bytes, up to the next entry
   std::map<long long, long long> stretches_;  // end by beginning
   std::set<Gap> gaps_;
   mutable long long looks_ = 0;

@@ -11,14 +11,14 @@ constexpr size_t kMostConnections = 1000;
 constexpr size_t kMostWaits = 1000;
 constexpr size_t kMostHappenings = 1000;
 constexpr size_t kMostPauses = 1000;
-// More stretches than this are drawn as one where they are nearest.
+// If there are more stretches than this, the nearest ones are drawn as one.
 constexpr size_t kMostStretches = 12;
-// Closed handles of a resource beyond these share the last one's curve.
+// Closed handles of a resource beyond this number share the last one's curve.
 constexpr size_t kMostReaders = 40;
-// Waits that are nearer to each other than this, and than they are long, are one to a person
-// (seconds).
+// Waits that are nearer to each other than this (seconds), and than they are long, look like one
+// and are merged.
 constexpr double kOneWait = 0.02;
-// A connection that has brought nothing for so long is called silent (seconds).
+// A connection that has delivered nothing for this long (seconds) is called silent.
 constexpr double kSilence = 0.25;
 
 }  // namespace
@@ -130,7 +130,7 @@ void Lane::keepWait(const Wait& wait) {
   if (waits_.size() > kMostWaits) dropShortWaits();
 }
 
-// The last one may still grow and stays.
+// The last one may still grow and is kept.
 void Lane::dropShortWaits() {
   size_t limit = kMostWaits;
   while (waits_.size() > limit) {
@@ -146,7 +146,7 @@ void Lane::dropShortWaits() {
   }
 }
 
-// What the connection did since the last mark, for somebody who waits.
+// State of the connection since the last mark, for a waiting reader.
 Wait::Share Lane::shareOf(const Wait& wait, double time) const {
   if (phase_ == Phase::kNone) return Wait::kNoConnection;
   if (phase_ == Phase::kAsked) return Wait::kNoAnswer;
@@ -156,7 +156,7 @@ Wait::Share Lane::shareOf(const Wait& wait, double time) const {
   return elsewhere ? Wait::kElsewhere : Wait::kFlowing;
 }
 
-// Counts the time since the last mark for everybody who waits.
+// Counts the time since the last mark for every waiting reader.
 void Lane::mark(double time) {
   for (Reader& reader : readers_) {
     if (!reader.waiting) continue;
@@ -214,7 +214,7 @@ void Lane::writerGoesOn(double time) {
   }
   if (connected_) connections_.back().heldBack += time - pausedSince_;
   pausedSince_ = -1;
-  lastData_ = time;  // the pause was ours, not the server's silence
+  lastData_ = time;  // the library caused the pause, not a silent server
 }
 
 void Lane::connect(double time, const Connection& connection) {
@@ -232,7 +232,7 @@ void Lane::connect(double time, const Connection& connection) {
 void Lane::answered(double time, long long status) {
   Connection* connection = running();
   if (connection == nullptr || status <= 0) return;
-  // A line of each header; the first ones of a redirection have its status.
+  // This is logged for each header line; after a redirection the first ones have its status.
   if (connection->status != status) mark(time);
   connection->status = status;
 }
@@ -259,7 +259,7 @@ void Lane::disconnected(double time, int code, long long status, long long behin
   connection->end = time;
   connection->code = code;
   if (status > 0) connection->status = status;
-  // What libcurl counted is more when lines of pieces are missing.
+  // libcurl's count is higher if lines of pieces are missing.
   if (behind >= connection->from) {
     connection->got = std::max(connection->got, behind - connection->from);
     connection->gotKnown = true;
@@ -272,7 +272,7 @@ void Lane::disconnected(double time, int code, long long status, long long behin
   }
 }
 
-// What came of the run may say more than libcurl's code: that the library gave up, for example.
+// The result of the run may say more than libcurl's code: for example that the library aborted it.
 void Lane::runResult(int result) {
   if (connections_.empty() || connections_.back().end < 0) return;
   explainResult(result, &connections_.back());

@@ -11,48 +11,48 @@
 
 namespace tools {
 
-// A connection that is further behind does not come to what is waited for (bytes). As in the
-// library: the tests check it.
+// A connection that is further behind than this (bytes) does not deliver what a reader waits for.
+// Same as in the library: the tests check it.
 constexpr long long kReadAheadMargin = 65536;
 
 // One connection, or one run over a local file. Times are seconds since the log's first line, sizes
-// bytes; -1: the log does not tell.
+// bytes; -1: not in the log.
 struct Connection {
   enum class Outcome { kRunning, kComplete, kEndedByUs, kFailed };
 
   double begin = 0;
   double firstByte = -1;
   double end = -1;
-  long long from = 0;     // first byte asked
-  long long last = 0;     // last byte asked, 0: to the end
-  bool ranged = true;     // whether a Range was sent
+  long long from = 0;     // first byte requested
+  long long last = 0;     // last byte requested, 0: to the end
+  bool ranged = true;     // true if a Range was sent
   long long status = -1;  // HTTP's
   long long got = 0;
-  bool gotKnown = false;  // got counts what came
+  bool gotKnown = false;  // got is the number of bytes received
   int code = -1;          // libcurl's
-  int event = -1;         // STREAM_*; -1 when none was told
+  int event = -1;         // STREAM_*; -1 if none was logged
   Outcome outcome = Outcome::kRunning;
   std::string address;
-  std::string why;      // how it ended, for people
+  std::string why;      // how it ended, for display
   double heldBack = 0;  // seconds for which there was no room in the buffer
 };
 
 // A stretch of time in which a reader waited.
 struct Wait {
-  // What the connection did meanwhile.
+  // State of the connection during the wait.
   enum Share { kNoConnection, kNoAnswer, kSilent, kElsewhere, kFlowing, kShares };
 
   double begin = 0;
   double end = 0;
-  double waited = 0;  // seconds; less than end - begin where several waits were made one
+  double waited = 0;  // seconds; less than end - begin if several waits were merged
   int handle = 0;
   long long offset = -1;  // of the first byte waited for
   bool afterSeek = false;
-  int endedConnection = -1;  // index of one that ended meanwhile
+  int endedConnection = -1;  // index of a connection that ended meanwhile
   std::array<double, kShares> shares{};
 };
 
-// Something that happened at one moment.
+// An event at one moment.
 struct Happening {
   enum class Kind { kOpen, kClose, kSeek, kRestart, kProblem, kEnd, kAbort, kNote };
   double time = 0;
@@ -61,7 +61,7 @@ struct Happening {
   int times = 1;
 };
 
-// What the log tells of one resource: what its buffer held, where its writer and its readers were,
+// The log of one resource: the contents of its buffer, the positions of its writer and its readers,
 // its connections, waits and events. All times are seconds since the log's first line and do not
 // decrease from call to call.
 class Lane {
@@ -74,7 +74,7 @@ class Lane {
     bool sought = false;  // since its last read
     bool waiting = false;
     Wait wait;          // while waiting
-    double marked = 0;  // until when wait.shares counts
+    double marked = 0;  // wait.shares is counted up to here
   };
   struct Pause {
     double begin = 0;
@@ -101,7 +101,7 @@ class Lane {
   void writerWaits(double time);
   void writerGoesOn(double time);
 
-  // Connections; those that speak of the running one are ignored without one.
+  // Connections; calls about the running connection are ignored if there is none.
   void connect(double time, const Connection& connection);
   void answered(double time, long long status);
   void address(const std::string& text);
@@ -113,7 +113,7 @@ class Lane {
 
   void happened(double time, Happening::Kind kind, const std::string& text);
   void learntSize(long long size);
-  // The log is over.
+  // The log has ended.
   void finish(double time);
 
   const std::string& name() const { return name_; }
@@ -126,13 +126,13 @@ class Lane {
   const std::vector<Wait>& waits() const { return waits_; }
   const std::vector<Pause>& pauses() const { return pauses_; }
   const std::vector<Happening>& happenings() const { return happenings_; }
-  // What was left out for the page's sake: waits too short to draw, with their seconds, ...
+  // What the page omits: waits too short to draw, with their seconds, ...
   long long shortWaits() const { return shortWaits_; }
   double shortWaited() const { return shortWaited_; }
-  // ... connections and events beyond what a page holds.
+  // ... connections and events beyond the page's limit.
   long long moreConnections() const { return moreConnections_; }
   long long moreHappenings() const { return moreHappenings_; }
-  // Whether anybody has it open.
+  // True if a handle has it open.
   bool inUse() const;
 
  private:
@@ -154,12 +154,12 @@ class Lane {
   ThinCurve heads_{3000};
   ThinHoldings holdings_;
   std::vector<Connection> connections_;
-  bool connected_ = false;  // the last of connections_ is under way
+  bool connected_ = false;  // the last of connections_ is active
   Phase phase_ = Phase::kNone;
   double lastData_ = 0;
   long long head_ = 0;
   std::vector<Wait> waits_;
-  double shortest_ = 0.0005;  // seconds of a wait that is kept
+  double shortest_ = 0.0005;  // shortest wait that is kept, in seconds
   std::vector<Pause> pauses_;
   double pausedSince_ = -1;
   std::vector<Happening> happenings_;

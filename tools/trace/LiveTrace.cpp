@@ -13,7 +13,7 @@
 namespace tools {
 namespace {
 
-// A log that cannot be written does not end the trace: its file was told to be writable before.
+// A failed write does not end the trace: the log's file was writable when it was opened.
 void passOn(int file, const char* data, size_t size) {
   while (size != 0) {
     const ssize_t written = write(file, data, size);
@@ -76,7 +76,7 @@ void LiveTrace::readAll() {
   }
 }
 
-// Descriptor 2 was the only end that is written: the reading thread comes to its end.
+// Descriptor 2 was the only write end: the reading thread now reaches the end of the pipe.
 void LiveTrace::giveBack() {
   if (before_ < 0) {
     return;

@@ -10,10 +10,10 @@
 
 namespace tools {
 
-// The trace of this very process: reads what the library writes to descriptor 2 while it runs, and
-// passes it on to where that descriptor led before.
+// The trace of this process: reads what the library writes to descriptor 2 while it runs, and
+// forwards it to the descriptor's old target.
 //
-// Threads: begin() and finish() by one; a thread of its own reads in between.
+// Threads: begin() and finish() on one thread; a thread of its own reads in between.
 class LiveTrace {
  public:
   LiveTrace();
@@ -21,10 +21,10 @@ class LiveTrace {
   LiveTrace(const LiveTrace&) = delete;
   LiveTrace& operator=(const LiveTrace&) = delete;
 
-  // Opens the page's file and takes descriptor 2 over. False with *error set on failure.
+  // Opens the page's file and redirects descriptor 2. Returns false with *error set on failure.
   bool begin(const std::string& output, std::string* error);
-  // Gives descriptor 2 back and writes the page. Call when nothing is streamed any more, once.
-  // False with *error set on failure.
+  // Restores descriptor 2 and writes the page. Call it once, after all streams are closed. Returns
+  // false with *error set on failure.
   bool finish(const std::string& title, std::string* error);
 
  private:
@@ -34,8 +34,8 @@ class LiveTrace {
   Output page_;
   TraceStory story_;
   LogReader reader_;
-  int before_ = -1;  // where descriptor 2 led
-  int pipe_ = -1;    // the end that is read
+  int before_ = -1;  // the old target of descriptor 2
+  int pipe_ = -1;    // the read end
   std::thread thread_;
 };
 

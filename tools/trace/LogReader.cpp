@@ -11,14 +11,14 @@ constexpr char kEndOfHead[] = "]-------";
 constexpr size_t kLongestLine = 65536;
 constexpr size_t kMostOpen = 16;
 constexpr size_t kLongestJoined = 4096;
-// How often texts without a line end between them are tried to be told apart. A log with heads
-// among much that is nobody's would keep the program busy with what nobody wrote.
+// Limit of the attempts to separate texts that no line end separates. Without it, a log with heads
+// among much other output would keep the program busy with that output.
 constexpr long long kFirstTries = 65536;
 constexpr long long kTriesOfALine = 16;
-// Lines after which nobody expects the text of a head any more.
+// After this many lines the text of a head is no longer expected.
 constexpr long long kPatience = 64;
 
-// Takes digits and the separator behind them from the front.
+// Takes digits and the separator after them from the front.
 bool takeDigits(std::string_view* text, const char* separator, long long* number) {
   size_t digits = 0;
   *number = 0;
@@ -112,7 +112,7 @@ void LogReader::takeLine(std::string_view line) {
   }
 }
 
-// The text behind a head is its own, or that of a thread whose head came before, or both.
+// The text after a head is its own, or that of a thread whose head came before, or both.
 void LogReader::takeText(const Head& own, std::string_view text) {
   const Rules rules = rulesOf(own.function);
   if (!text.empty() && tell(own, rules, text)) return;
@@ -122,16 +122,16 @@ void LogReader::takeText(const Head& own, std::string_view text) {
   }
   if (open_.empty() && torn_ != lineNumber_) return;
   keepOpen(own);
-  // When nothing fits, the text is its own and of no interest.
+  // If nothing matches, the text is its own and not relevant.
   if (!tellJoined(text) && rules.first != rules.second) open_.pop_back();
 }
 
-// Two texts without a line end between them, of two heads that are open; or one of them behind or
-// before something else.
+// Two texts without a line end between them, of two open heads; or one of them after or before
+// other text.
 bool LogReader::tellJoined(std::string_view text) {
   if (open_.empty() || text.size() > kLongestJoined) return false;
   if (counts_.tries > kFirstTries + kTriesOfALine * counts_.lines) return false;
-  // Nearly all cuts of a text that is nobody's fail here.
+  // Rejects nearly all splits of a text that is not the library's.
   Beginnings any;
   for (const Head& head : open_) any |= head.beginnings;
   for (size_t cut = 1; cut < text.size(); ++cut) {
@@ -161,7 +161,7 @@ bool LogReader::tellOpenHead(std::string_view text) {
   for (auto head = open_.begin(); head != open_.end(); ++head) {
     if (!mayBegin(head->beginnings, text)) continue;
     const auto isSame = [&](const Head& other) { return other.rules == head->rules; };
-    if (std::any_of(open_.begin(), head, isSame)) continue;  // it said no for this one, too
+    if (std::any_of(open_.begin(), head, isSame)) continue;  // the same rules did not match
     ++counts_.tries;
     if (tell(*head, head->rules, text)) {
       open_.erase(head);
@@ -171,7 +171,7 @@ bool LogReader::tellOpenHead(std::string_view text) {
   return false;
 }
 
-// A thread writes one line after the other: the text of a head has come before its next head.
+// A thread writes one line after the other: the text of a head comes before its next head.
 void LogReader::closeHeads(long thread) {
   const auto isOf = [thread](const Head& head) { return head.thread == thread; };
   open_.erase(std::remove_if(open_.begin(), open_.end(), isOf), open_.end());

@@ -10,37 +10,37 @@
 
 namespace tools {
 
-// A fact of the log with when and where it was written.
+// A fact of the log, with its time and thread.
 struct LogEntry {
   double seconds = 0;  // of the monotonic clock, whole milliseconds
-  double origin = 0;   // the same of the log's first line
+  double origin = 0;   // same for the log's first line
   long thread = 0;
   LogFact fact;
 };
 
-// Finds the library's lines in whatever else there is: libcurl's lines, those of other programs,
-// halves of lines. A line of the library is written in pieces, so that those of two threads may
-// stand in each other; they are put together again by the functions' names.
+// Finds the library's lines among other output: libcurl's lines, those of other programs, partial
+// lines. The library writes a line in pieces, so lines of two threads may be interleaved; they are
+// reassembled by the functions' names.
 //
-// Threads: one at a time. Memory: what one line takes, at most 64 KiB, and a few of its like.
+// Threads: one at a time. Memory: for one line, at most 64 KiB, and a few more of the same kind.
 class LogReader {
  public:
   using Sink = std::function<void(const LogEntry&)>;
 
-  // What was met, for the reader of the page.
+  // Statistics of the input, for the reader of the page.
   struct Counts {
     long long bytes = 0;
     long long lines = 0;    // of the library
-    long long foreign = 0;  // of anybody else, or cut
-    long long mixed = 0;    // that stood in each other
-    long long tries = 0;    // texts that were compared with what a head without its own may say
+    long long foreign = 0;  // of other programs, or truncated
+    long long mixed = 0;    // interleaved with another line
+    long long tries = 0;    // texts that were compared with the texts of a head without one
   };
 
   // sink is called with every recognised entry, in the order of the log.
   explicit LogReader(Sink sink) : sink_(std::move(sink)) {}
 
   void feed(const char* data, size_t size);
-  // The log is over; a last line need not have an end.
+  // The log has ended; the last line may lack its line end.
   void finish();
   const Counts& counts() const { return counts_; }
 
@@ -50,8 +50,8 @@ class LogReader {
     double seconds = 0;
     long thread = 0;
     std::string function;
-    long long line = 0;  // of the log, counted, when it came
-    // Of its function, once it is kept.
+    long long line = 0;  // number of the log's line that it came with
+    // Rules of its function, set once the head is kept.
     Rules rules;
     Beginnings beginnings;
   };
@@ -67,11 +67,11 @@ class LogReader {
 
   Sink sink_;
   Counts counts_;
-  std::string partial_;    // a line whose end has not come
-  bool overlong_ = false;  // the line is longer than that: its rest is skipped
-  std::deque<Head> open_;  // heads whose text has not come
+  std::string partial_;    // a line whose end has not arrived
+  bool overlong_ = false;  // the line is longer than the limit: the rest is skipped
+  std::deque<Head> open_;  // heads whose text has not arrived
   long long lineNumber_ = 0;
-  long long torn_ = -1;  // the last line with a head whose text did not follow
+  long long torn_ = -1;  // the last line with a head that its text did not follow
   double origin_ = -1;   // seconds of the first line
 };
 

@@ -8,9 +8,8 @@
 
 namespace tools {
 
-// A text as a function logs it. In the pattern %d stands for a number, %p for a word, %s for
-// anything up to the last place where the rest fits, %* for whatever follows; a space for any
-// number of them.
+// A text as a function logs it. In the pattern %d is a number, %p a word, %s any text up to the
+// last place where the rest matches, %* any rest; a space is any number of spaces.
 struct Rule {
   std::string_view function;
   std::string_view pattern;
@@ -107,7 +106,8 @@ void skipSpaces(std::string_view* text) {
   while (!text->empty() && text->front() == ' ') text->remove_prefix(1);
 }
 
-// Takes a number with its sign from the front. A longer one than any offset fits no pattern.
+// Takes a number with its sign from the front. A number with more digits than any offset does not
+// match.
 bool takeNumber(std::string_view* text, long long* number) {
   std::string_view rest = *text;
   skipSpaces(&rest);
@@ -128,7 +128,7 @@ bool takeNumber(std::string_view* text, long long* number) {
 
 bool fits(std::string_view pattern, std::string_view text, LogFact* fact, size_t numbers);
 
-// %s: as long as the rest of the pattern still fits, so that a name may contain anything.
+// %s: as long as the rest of the pattern still matches, so that a name may contain anything.
 bool fitsAnything(std::string_view pattern, std::string_view text, LogFact* fact, size_t numbers) {
   for (size_t length = text.size() + 1; length-- > 0;) {
     if (fits(pattern, text.substr(length), fact, numbers)) {

@@ -8,8 +8,8 @@
 
 namespace tools {
 
-// What a line of the library's log tells, as far as a picture needs it. The values that come with
-// it stand behind, in the order of LogFact::values; "text" is LogFact::text.
+// The meaning of a line of the library's log, as far as the page needs it. The comments list the
+// values, in the order of LogFact::values; "text" is LogFact::text.
 enum class LogWord {
   kOpenBegin,      // text: the name
   kOpenEnd,        // handle
@@ -63,24 +63,24 @@ enum class LogWord {
   kThreadEnds,     //
 };
 
-// A recognised line: its word and what stands in it.
+// A recognised line: its word and its values.
 struct LogFact {
   LogWord word = LogWord::kThreadEnds;
   std::array<long long, 6> values{};
   std::string_view text;  // points into the line
 };
 
-// The texts that are known of a function, [first, second). Twins of the entry points
-// ("c_fluvia_...") count as the function that they are twins of.
+// The known texts of a function, [first, second). Twins of the entry points ("c_fluvia_...") use
+// the rules of the function that they are twins of.
 struct Rule;
 using Rules = std::pair<const Rule*, const Rule*>;
 Rules rulesOf(std::string_view function);
 
-// Whether function, or who has these rules, logs such a text; *fact is set when it does.
+// True if function, or the function with these rules, logs such a text; then sets *fact.
 bool recognise(std::string_view function, std::string_view text, LogFact* fact);
 bool recognise(const Rules& rules, std::string_view text, LogFact* fact);
 
-// The characters with which such texts begin.
+// The characters that such texts begin with.
 using Beginnings = std::bitset<256>;
 Beginnings beginningsOf(const Rules& rules);
 inline bool mayBegin(const Beginnings& beginnings, std::string_view text) {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kReplacement[] = "\xEF\xBF\xBD";
 
-// Bytes of the UTF-8 sequence at the front of text; 0 when there is none.
+// Bytes of the UTF-8 sequence at the front of text; 0 if there is none.
 size_t sequenceLength(const unsigned char* text, size_t size) {
   const unsigned char first = text[0];
   const size_t length = first < 0x80   ? 1
@@ -26,7 +26,7 @@ size_t sequenceLength(const unsigned char* text, size_t size) {
   return overlong || outside ? 0 : length;
 }
 
-// Calls take with each character's bytes, the replacement for what is none.
+// Calls take with the bytes of each character, or with the replacement for invalid bytes.
 template <typename Take>
 void eachCharacter(const std::string& text, Take take) {
   for (size_t at = 0; at < text.size();) {

@@ -7,15 +7,15 @@
 
 namespace tools {
 
-// A stranger's text as HTML shows it: nothing in it is markup, bytes that are no UTF-8 and control
-// characters are shown as U+FFFD.
+// Untrusted text as HTML: markup is escaped; bytes that are not UTF-8 and control characters become
+// U+FFFD.
 std::string htmlText(const std::string& text);
-// The same as a JSON string, quotes included, that may stand in a script element.
+// Same as a JSON string with quotes, safe inside a script element.
 std::string scriptString(const std::string& text);
-// A name without the user and password that a URL may carry.
+// A name without the user and password of a URL.
 std::string withoutPassword(const std::string& name);
 
-// "1.50 s", "12 ms": a stretch of time; "12.345": a moment on the axis, in seconds.
+// "1.50 s", "12 ms": a duration; "12.345": a moment on the axis, in seconds.
 std::string shownSeconds(double seconds);
 std::string shownMoment(double seconds);
 // "3.5 MiB": an offset or a size.
@@ -25,8 +25,8 @@ std::string shownRange(const Connection& connection);
 // How a connection ended, with the codes.
 std::string shownEnd(const Connection& connection);
 
-// Why a reader waited, in one sentence, from what its connection did meanwhile; and the same in two
-// or three words.
+// Why a reader waited, in one sentence, by the state of its connection meanwhile; and the same in
+// two or three words.
 std::string whyWaited(const Lane& lane, const Wait& wait);
 std::string whyWaitedShortly(const Wait& wait);
 

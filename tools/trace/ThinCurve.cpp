@@ -17,7 +17,7 @@ bool same(const std::vector<Span>& one, const std::vector<Span>& other) {
 
 void ThinCurve::add(double time, long long value) {
   const size_t size = points_.size();
-  // Of a level stretch its two ends are enough.
+  // A level stretch needs only its two ends.
   if (size >= 2 && points_[size - 1].value == value && points_[size - 2].value == value) {
     points_[size - 1].time = time;
     return;
@@ -25,7 +25,7 @@ void ThinCurve::add(double time, long long value) {
   points_.push_back({time, value});
   if (points_.size() <= most_) return;
   thin();
-  // With room for a while, or the work would be done again for each point.
+  // Leaves room for a while, so that this work is not repeated for each point.
   while (points_.size() > most_ - most_ / 4) {
     step_ *= 2;
     thin();

@@ -12,9 +12,9 @@ struct Span {
   long long end = 0;
 };
 
-// A value over time that keeps its shape and not its length: time is cut into columns, and of each
-// column at most the first, the lowest, the highest and the last value stay. When there are too
-// many points the columns become twice as wide.
+// A value over time with a limited number of points that keeps its shape. Time is divided into
+// columns; each column keeps at most its first, lowest, highest and last value. If there are too
+// many points, the columns become twice as wide.
 class ThinCurve {
  public:
   struct Point {
@@ -28,7 +28,7 @@ class ThinCurve {
   // Times do not decrease; values are 0 or more, or kBreak.
   void add(double time, long long value);
   const std::vector<Point>& points() const { return points_; }
-  // Seconds of a column: how exactly times are kept.
+  // Width of a column in seconds: the precision of times.
   double step() const { return step_; }
 
  private:
@@ -39,7 +39,8 @@ class ThinCurve {
   std::vector<Point> points_;
 };
 
-// What a buffer held, column by column, thinned in the same way: the last state of a column stays.
+// The contents of a buffer, column by column, thinned in the same way: each column keeps its last
+// state.
 class ThinHoldings {
  public:
   struct Column {
@@ -49,7 +50,7 @@ class ThinHoldings {
 
   explicit ThinHoldings(size_t mostColumns = 2000) : most_(mostColumns) {}
 
-  // Times do not decrease; spans are sorted and apart.
+  // Times do not decrease; spans are sorted and disjoint.
   void add(double time, std::vector<Span> held);
   const std::vector<Column>& columns() const { return columns_; }
 

@@ -12,11 +12,11 @@ namespace {
 
 using Outcome = Connection::Outcome;
 
-// Waits that a table and the summary tell of, over all resources.
+// Waits that the table and the summary list, over all resources.
 constexpr size_t kToldWaits = 12;
 constexpr size_t kToldConnections = 1000;
 
-// In the order of the page: who waited longest first, those without a byte last.
+// In the order of the page: the one with the longest waits first, those without a byte last.
 using Lanes = std::vector<const Lane*>;
 
 double waitedIn(const Lane& lane) {
@@ -81,7 +81,7 @@ const char* kindName(Happening::Kind kind) {
   return "note";
 }
 
-// [1,2,3] of what each gives for the items.
+// Returns "[1,2,3]" of the results of each for the items.
 template <typename Items, typename Each>
 std::string list(const Items& items, Each each) {
   std::string text = "[";
@@ -92,7 +92,7 @@ std::string list(const Items& items, Each each) {
   return text + "]";
 }
 
-// Time and value in turn.
+// Time and value alternate.
 std::string curve(const ThinCurve& thin) {
   return list(thin.points(), [](const ThinCurve::Point& point) {
     return milliseconds(point.time) + "," + std::to_string(point.value);

@@ -8,12 +8,12 @@
 
 namespace tools {
 
-// The page that shows a story: one HTML file that needs nothing beside itself. title is whose log
-// it is. Its size is bounded whatever the log's was: a few MiB at most.
+// The page that shows a story: one self-contained HTML file. title names the log. The page has a
+// limited size, a few MiB at most, whatever the size of the log.
 std::string tracePage(const std::string& title, const TraceStory& story,
                       const LogReader::Counts& counts);
 
-// The page's style and program, made from page.css and page.js.
+// The page's style and script, generated from page.css and page.js.
 extern const char kPageStyle[];
 extern const char kPageProgram[];
 

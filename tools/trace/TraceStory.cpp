@@ -10,7 +10,7 @@ namespace {
 constexpr size_t kMostLanes = 24;
 constexpr size_t kMostThreads = 4096;
 constexpr size_t kMostRequests = 1024;
-// A clock that goes back by more than this is another one (seconds): the lines of threads that
+// A clock that goes back by more than this (seconds) is a different one: lines of threads that
 // write at the same time are out of order by much less.
 constexpr double kOtherClock = 1;
 
@@ -31,7 +31,7 @@ double TraceStory::timeOf(const LogEntry& entry) {
   return now_;
 }
 
-// Lines of another process follow: nothing that was known of threads and handles holds.
+// Lines of another process follow: the known state of threads and handles is no longer valid.
 void TraceStory::newRun() {
   for (Lane& lane : lanes_) {
     while (lane.inUse()) {
@@ -94,7 +94,7 @@ void TraceStory::take(const LogEntry& entry) {
   timeOf(entry);
   Thread& thread = threadOf(entry.thread);
   const LogFact& fact = entry.fact;
-  // Whoever logs anything else does not wait any more.
+  // A thread that logs anything else no longer waits.
   if (fact.word != LogWord::kWaitGoesOn && thread.lane != nullptr && thread.handle != 0) {
     thread.lane->endWait(now_, thread.handle);
   }
@@ -110,7 +110,7 @@ void TraceStory::take(const LogEntry& entry) {
   if (thread.home == nullptr && thread.handle == 0) thread.lane = nullptr;
 }
 
-// The entry points, by which a thread's lines belong to a handle.
+// The entry points, which assign a thread's lines to a handle.
 bool TraceStory::takeCall(const LogFact& fact, long number, Thread& thread) {
   const auto& value = fact.values;
   switch (fact.word) {
@@ -121,7 +121,7 @@ bool TraceStory::takeCall(const LogFact& fact, long number, Thread& thread) {
       openedBy(thread, value[0]);
       return true;
     case LogWord::kCloseBegin:
-      // At once: what the close itself logs comes when the handle is gone for its caller.
+      // At once: when the close itself logs, the caller has no handle any more.
       if (Lane* lane = laneOfHandle(static_cast<int>(value[0]))) {
         lane->closed(now_, static_cast<int>(value[0]));
       }
@@ -208,7 +208,7 @@ bool TraceStory::takeAsync(const LogFact& fact, long number, Thread& thread) {
 
 void TraceStory::endAsync(const LogFact& fact, Thread& thread) {
   const int handle = thread.handle;
-  // By its number; a read that is over before its number was logged by its handle.
+  // By its number; a read that ends before its number is logged, by its handle.
   auto over = std::find_if(requests_.begin(), requests_.end(),
                            [&](const Request& request) { return request.id == fact.values[0]; });
   if (over == requests_.end()) {
@@ -233,7 +233,7 @@ bool TraceStory::takeReader(const LogFact& fact, Thread& thread) {
       thread.lookedFor = true;
       return true;
     case LogWord::kQueueRead:
-      // Not of the look at whether the stream can seek, which reads, too.
+      // Not the read that checks whether the stream can seek.
       if (thread.lookedFor) {
         lane.readerMovedBy(now_, thread.handle, value[0]);
         thread.lookedFor = false;
@@ -290,7 +290,7 @@ bool TraceStory::takeWriter(const LogFact& fact, Thread& thread) {
   }
 }
 
-// Between its two rules a dump lists the blocks.
+// A dump lists the blocks between its two rules.
 bool TraceStory::takeDump(const LogFact& fact, Thread& thread) {
   const auto& value = fact.values;
   switch (fact.word) {
@@ -360,7 +360,7 @@ bool TraceStory::takeConnection(const LogFact& fact, Thread& thread) {
   }
 }
 
-// What makes a thread the worker of a resource.
+// The lines that make a thread the worker of a resource.
 bool TraceStory::takeOthers(const LogFact& fact, long number, Thread& thread) {
   switch (fact.word) {
     case LogWord::kRunOfUrl:
@@ -374,7 +374,7 @@ bool TraceStory::takeOthers(const LogFact& fact, long number, Thread& thread) {
       thread.next.ranged = false;
       return true;
     case LogWord::kGetBegin:
-      // The name asked for may differ from the resource's: of a page behind a redirection, say.
+      // The requested name may differ from the resource's, for example after a redirection.
       if (thread.lane == nullptr) thread.lane = thread.home = laneNamed(std::string(fact.text));
       if (thread.lane == nullptr) return true;
       thread.next.from = fact.values[0];

@@ -11,27 +11,27 @@
 
 namespace tools {
 
-// Who did what: turns the entries of a log into lanes, one a resource. The lines name a thread and
-// seldom more, so that it follows each thread: through the calls on a handle, through the runs of a
-// resource's worker, through an asynchronous read in the engine.
+// Assigns the entries of a log to lanes, one per resource. The lines name a thread and rarely more,
+// so this follows each thread: through the calls on a handle, through the runs of a resource's
+// worker, through an asynchronous read in the engine.
 //
-// What it has to assume: one process writes the log; an asynchronous read that an engine thread
-// begins is the oldest one of its size that was asked for; bytes of a local file belong to the only
-// local resource in use (with several they are not shown).
+// It assumes: one process writes the log; an asynchronous read that an engine thread begins is the
+// oldest one of its size that was issued; bytes of a local file belong to the only local resource
+// in use (with several they are not shown).
 class TraceStory {
  public:
   void take(const LogEntry& entry);
-  // The log is over.
+  // The log has ended.
   void finish();
 
   const std::list<Lane>& lanes() const { return lanes_; }
   // Seconds from the first line to the last.
   double duration() const { return now_; }
-  // Entries that belong to no resource that is known.
+  // Entries that belong to no known resource.
   long long homeless() const { return homeless_; }
-  // Resources beyond what a page holds.
+  // Resources beyond the page's limit.
   long long moreLanes() const { return moreLanes_; }
-  // Whether lines of the levels 2 and 3 were there.
+  // True if there were lines of the levels 2 and 3.
   bool hasTracing() const { return hasTracing_; }
   bool hasDumps() const { return hasDumps_; }
 
@@ -42,19 +42,19 @@ class TraceStory {
     int handle = 0;        // of the call
     long long target = 0;  // of a seek
     bool lookedFor = false;
-    bool issuing = false;  // it asks for an asynchronous read
-    Connection next;       // what the log told before the connection began
+    bool issuing = false;  // it issues an asynchronous read
+    Connection next;       // what the log has shown before the connection began
     bool dumping = false;
     int dumpLines = 0;
     std::map<int, Span> dump;
   };
-  // An asynchronous read that was asked for and is not over.
+  // An asynchronous read that was issued and has not ended.
   struct Request {
     int handle = 0;
     long long bytes = 0;
     long long id = 0;  // 0: not known yet
     bool started = false;
-    long thread = 0;  // that asked
+    long thread = 0;  // the thread that issued it
   };
 
   double timeOf(const LogEntry& entry);
@@ -76,13 +76,13 @@ class TraceStory {
   bool takeOthers(const LogFact& fact, long number, Thread& thread);
   void openedBy(Thread& thread, long long handle);
 
-  std::list<Lane> lanes_;  // in order of appearance; pointers stay
+  std::list<Lane> lanes_;  // in order of appearance; pointers stay valid
   std::map<std::string, Lane*> byName_;
   std::map<int, Lane*> byHandle_;
   std::map<long, Thread> threads_;
   std::list<Request> requests_;
   bool begun_ = false;
-  double first_ = 0;  // the clock when the axis begins
+  double first_ = 0;  // the clock at the beginning of the axis
   double now_ = 0;    // seconds on the axis
   long long homeless_ = 0;
   long long moreLanes_ = 0;
