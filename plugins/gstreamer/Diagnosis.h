@@ -5,15 +5,15 @@
 
 #include "SourceReader.h"
 
-// Why a source failed: its kind, in words for a person, and the status of 400 and above that a
-// server answered.
+// Why a source failed: the kind of failure, a text for the user, and the HTTP status of 400 and
+// above that the server returned.
 struct Diagnosis {
   SourceFailure failure;
   std::string text;
   int httpStatus = 0;
 };
 
-// What an open handle on a path or a URL says of its failure; handle 0 is a name that the library
+// Explains the failure of an open handle on a path or a URL; handle 0 is a name that the library
 // refused. Never waits for the library.
 Diagnosis diagnose(const std::string& name, int handle);
 

@@ -17,22 +17,22 @@ GST_DEBUG_CATEGORY_STATIC(fluvia_src_debug);
 
 namespace {
 
-// What an element holds. lock guards all of it and is held for moments only: the reader does the
-// waiting, on a share of its own.
+// The state of an element. lock guards all of it and is held only briefly: the reader does the
+// waiting, and its callers hold it by a shared pointer of their own.
 struct Content {
   std::mutex lock;
   ElementSettings settings;
-  // What the first element of an adaptive stream was set to; the defaults in that one.
+  // Settings of the first element of an adaptive stream; the defaults in that element itself.
   SourceSettings inherited;
   bool inherits = false;
   std::shared_ptr<SourceReader> reader;
-  // What the reader was opened with.
+  // The settings that the reader was opened with.
   SourceSettings opened;
   bool openedWithMessages = false;
-  // What is pushed: where it began, and where it goes on.
+  // Push mode: where pushing began, and where it continues.
   guint64 pushedFrom = 0;
   guint64 pushedTo = 0;
-  // The last seek: the number of its event, and to which bytes.
+  // The last seek: the number of its event, and its bytes.
   guint32 seekNumber = 0;
   gint64 seekFrom = -1;
   gint64 seekTo = -1;
@@ -72,7 +72,7 @@ std::shared_ptr<SourceReader> readerOf(gpointer object) {
   return content.reader;
 }
 
-// The source is opened with its settings, so they hold from the next start on.
+// A source is opened with its settings, so they apply from the next start on.
 void setProperty(GObject* object, guint property, const GValue* value, GParamSpec* spec) {
   Content& content = contentOf(object);
   const std::lock_guard<std::mutex> guard(content.lock);
@@ -91,7 +91,7 @@ void getProperty(GObject* object, guint property, GValue* value, GParamSpec* spe
 
 // ---- Opening and closing -----------------------------------------------------------------------
 
-// The absolute path or the URL with a scheme in small letters: what the library wants.
+// The form that the library needs: the absolute path, or the URL with a lower-case scheme.
 std::string openable(const std::string& location) {
   const std::string name = locationOfUri(uriOfLocation(location));
   return name.empty() ? location : name;
@@ -112,7 +112,7 @@ std::shared_ptr<SourceReader> openReader(GstBaseSrc* base, const std::string& na
   return reader;
 }
 
-// Whether the reader that was kept reads what a new one would.
+// True if the kept reader reads the same as a new one would.
 bool canBeKept(const Content& content, const std::string& name) {
   return content.reader != nullptr && content.reader->name() == name &&
          content.opened == withInherited(content.settings, content.inherited) &&
@@ -121,7 +121,7 @@ bool canBeKept(const Content& content, const std::string& name) {
 }
 
 // A reader is kept from the first start until NULL: scheduling queries start and stop an element to
-// learn whether it has random access, and should not open the source twice.
+// find out whether it has random access, and must not open the source twice.
 gboolean start(GstBaseSrc* base) {
   Content& content = contentOf(base);
   {
@@ -129,7 +129,8 @@ gboolean start(GstBaseSrc* base) {
     if (!content.settings.location.empty()) {
       const std::string name = openable(content.settings.location);
       if (!canBeKept(content, name)) {
-        // First the old one goes: the new one waits for its close then, and shares nothing with it.
+        // Destroys the old one first: the new one then waits for its close, and shares nothing with
+        // it.
         content.reader.reset();
         content.reader = openReader(base, name, content);
       }
@@ -213,8 +214,8 @@ gboolean getSize(GstBaseSrc* base, guint64* size) {
   return TRUE;
 }
 
-// A source that is known only after its start, tells its length then: demuxers that are pushed
-// would take it for one that cannot seek.
+// A source that becomes known only after its start reports its length then: otherwise pushed
+// demuxers would take it for one that cannot seek.
 void tellSize(GstBaseSrc* base) {
   guint64 size = 0;
   if (!getSize(base, &size)) return;
@@ -234,9 +235,9 @@ bool isPushed(GstBaseSrc* base) {
   return GST_PAD_MODE(GST_BASE_SRC_PAD(base)) == GST_PAD_MODE_PUSH;
 }
 
-// How much of a piece has to be there. Whoever pulls waits for all of it. What is pushed need not:
-// a picture is shown as soon as its last byte has come, so pieces begin small after a start or a
-// seek, and nothing waits for more than a sixteenth of what came since.
+// Minimum size of a piece. In pull mode the caller waits for all of it. In push mode it need not: a
+// picture is shown as soon as its last byte has come. So pieces are small after a start or a seek,
+// and no piece waits for more than a sixteenth of what came since.
 guint leastPiece(GstBaseSrc* base, guint64 offset, guint length) {
   if (!isPushed(base)) return length;
   Content& content = contentOf(base);
@@ -252,8 +253,8 @@ void notePushed(GstBaseSrc* base, guint64 end) {
   content.pushedTo = end;
 }
 
-// A playlist that was pushed to its end is let go: whoever asks for it again wants to know what it
-// says then, and would share what is held of it.
+// Releases a playlist that was pushed to its end: the next reader of it needs its current content,
+// and would otherwise share what is buffered.
 void releasePlaylist(GstBaseSrc* base, SourceReader* reader, guint64 end) {
   const SourceFacts facts = reader->facts();
   if (!isPushed(base) || facts.medium != Medium::kPlaylist) return;
@@ -294,9 +295,9 @@ GstFlowReturn create(GstBaseSrc* base, guint64 offset, guint length, GstBuffer**
 
 // ---- Events ------------------------------------------------------------------------------------
 
-// A pipeline of several sinks sends a seek by each of them. A demuxer that passes all of them on
-// has forgotten the time of the seek when the same segment comes a second time, and shows the key
-// frame before it.
+// A pipeline with several sinks sends a seek from each of them. If a demuxer passes all of them on,
+// it has forgotten the time of the seek when the same segment comes a second time, and shows the
+// key frame before it.
 bool isRepeated(GstBaseSrc* base, GstEvent* event) {
   gint64 from = 0;
   gint64 to = 0;
@@ -319,8 +320,8 @@ gboolean takeEvent(GstBaseSrc* base, GstEvent* event) {
 
 // ---- Queries -----------------------------------------------------------------------------------
 
-// The amount that is held ahead, in bytes and per cent. A query that names a format of time or
-// frames is for others to answer.
+// Reports the amount that is buffered ahead, in bytes and per cent. Queries in a format of time or
+// frames are for other elements.
 gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   GstFormat format = GST_FORMAT_UNDEFINED;
   gst_query_parse_buffering_range(query, &format, nullptr, nullptr, nullptr);
@@ -354,9 +355,9 @@ gboolean answerBuffering(GstBaseSrc* base, GstQuery* query) {
   return TRUE;
 }
 
-// Whether a source that could be pulled is pushed. A demuxer that pulls reads indexes and ends of
-// files before it plays, each by a request of its own, and waits for whole pieces: with media that
-// it seeks as exactly without, that time is the viewer's.
+// True if a source that could be pulled is pushed. A pulling demuxer reads indexes and ends of
+// files before it plays, each with a request of its own, and waits for whole pieces. For media that
+// it seeks as exactly in push mode, that only makes the viewer wait.
 bool prefersPush(GstBaseSrc* base) {
   Access access = Access::kAuto;
   {
@@ -370,8 +371,8 @@ bool prefersPush(GstBaseSrc* base) {
   return medium == Medium::kIndexed || medium == Medium::kPlaylist;
 }
 
-// The answer to scheduling queries leaves GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED out, wanted: with
-// it demuxers are fed by pushing, through a buffer beside ours, and seek less exactly.
+// The answer to scheduling queries omits GST_SCHEDULING_FLAG_BANDWIDTH_LIMITED. This is
+// intentional: with it demuxers are pushed, through a second buffer, and seek less exactly.
 gboolean answerScheduling(GstBaseSrc* base, GstQuery* query) {
   GstQuery* possible = gst_query_new_scheduling();
   // Starts the source and waits until it is known, so that its medium is known too.

@@ -6,9 +6,9 @@
 
 // fluviasrc: a GStreamer source that reads through the library.
 //
-// A resource that seeks offers random access, so that demuxers pull what they want; another is
-// pushed. No state change, seek or query waits for the library: reads are broken off by unlock, and
-// a source that is not known startup-wait milliseconds after its opening is pushed at first.
+// A seekable resource offers random access, so demuxers pull what they need; other resources are
+// pushed. No state change, seek or query waits for the library: unlock aborts reads. A source that
+// is not known startup-wait milliseconds after its opening is pushed at first.
 //
 // Threads: as every element.
 G_BEGIN_DECLS

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A track of fragments has no table of samples, and is a few hundred bytes.
+// A fragmented track has no table of samples, and is a few hundred bytes long.
 constexpr long long kTrackWithoutSamples = 16384;
 
 long long numberAt(const std::string& bytes, size_t at, int count) {
@@ -35,7 +35,7 @@ constexpr long long kSegment = 0x18538067;
 constexpr long long kSeekHead = 0x114D9B74;
 constexpr long long kVoid = 0xEC;
 constexpr long long kChecksum = 0xBF;
-// The element that says which other one is told of, with the id of the cues as its content.
+// The element that refers to another one, with the id of the cues as its content.
 const std::string kSeeksCues = "\x53\xAB\x84\x1C\x53\xBB\x6B";
 
 struct Element {
@@ -44,7 +44,7 @@ struct Element {
   long long size = 0;
 };
 
-// Bytes of the number that begins with this byte; 9 for none.
+// Bytes of the number that begins with this byte; 9 if it is invalid.
 int lengthOf(unsigned char first) {
   int length = 1;
   while (length <= 8 && (first & (0x100 >> length)) == 0) ++length;
@@ -64,7 +64,7 @@ bool elementAt(const std::string& bytes, size_t at, Element* element) {
   return true;
 }
 
-// Without cues a demuxer that is pushed cannot seek, while one that pulls finds its way.
+// Without cues a pushed demuxer cannot seek, but a pulling one can.
 Head lookAtMatroska(const std::string& bytes) {
   Element element;
   if (!elementAt(bytes, 0, &element) || element.size > static_cast<long long>(bytes.size())) {
@@ -99,7 +99,7 @@ struct Box {
   long long end = 0;
 };
 
-// The box at an offset of the file. False when its header is not held, or is none.
+// Finds the box at an offset of the file. False if its header is not in bytes, or not valid.
 bool boxAt(const std::string& bytes, long long at, Box* box) {
   if (at + kBoxHeader > static_cast<long long>(bytes.size())) return false;
   const size_t begin = static_cast<size_t>(at);
@@ -120,12 +120,12 @@ bool isOneOf(const std::string& type, std::initializer_list<const char*> types) 
 
 Head unknownUpTo(const std::string& bytes, long long at) {
   Head head;
-  // A header that is held and makes no sense leaves nothing to wait for.
+  // If a complete header is not valid, there is nothing to wait for.
   if (at + kBoxHeader > static_cast<long long>(bytes.size())) head.wanted = at + kBoxHeader;
   return head;
 }
 
-// A movie whose fragments follow says so among its tracks. Pushed demuxers refuse to seek in it.
+// A movie with fragments says so among its tracks. Pushed demuxers refuse to seek in it.
 Head lookAtMovie(const std::string& bytes, const Box& movie) {
   Head head;
   long long at = movie.body;

@@ -3,27 +3,26 @@
 
 #include <string>
 
-// What the beginning of a resource says of it, as far as that decides how it is delivered.
+// Kind of a resource, as far as it determines how the resource is delivered.
 enum class Medium {
   kOther,
-  // Files that a demuxer which is pushed plays and seeks exactly, because one index says where
-  // everything is: Matroska or WebM that tells where its cues are, MP4 or QuickTime without
-  // fragments.
+  // Files that a pushed demuxer plays and seeks exactly, because one index has all positions:
+  // Matroska or WebM that states where its cues are, MP4 or QuickTime without fragments.
   kIndexed,
-  // MP4 of fragments. Its demuxer, when it pulls, looks at the next fragment before it takes the
-  // pictures and the sound of one, which stand apart.
+  // Fragmented MP4. Its pulling demuxer reads the next fragment's head before it takes the pictures
+  // and the sound of one, which are stored apart.
   kFragments,
-  // A text that names other resources: an HLS playlist, an XML manifest.
+  // A text that refers to other resources: an HLS playlist, an XML manifest.
   kPlaylist
 };
 
 struct Head {
   Medium medium = Medium::kOther;
-  // Bytes from the beginning that are needed to say more; 0 when this is the answer.
+  // Bytes from the beginning that are needed for a better answer; 0 if this one is final.
   long long wanted = 0;
 };
 
-// Looks at the first bytes of a resource.
+// Determines the kind of a resource from its first bytes.
 Head lookAtHead(const std::string& bytes);
 
 #endif  // FLUVIAFS_PLUGINS_GSTREAMER_HEAD_H_

@@ -7,32 +7,32 @@
 #include <string>
 
 // The names of the process whose handles are being closed. Opening such a name waits inside the
-// library and holds up all its other calls, so a worker waits here first.
+// library and blocks all other calls, so a worker waits here first.
 //
 // Threads:   any.
-// Invariant: a name stands here once for each worker that has entered it and was told to quit, or
-//            has begun to close its handle, until that is closed. Nobody waits for a worker that
+// Invariant: a name is listed once for each worker that has entered it and was told to quit, or has
+//            begun to close its handle, until that handle is closed. No worker waits for one that
 //            never entered.
 class Leaving {
  public:
-  // What a worker is to the name it reads.
+  // State of a worker for the name that it reads.
   struct Stay {
     bool entered = false;  // it may have a handle
-    bool over = false;     // it was told to quit
-    bool counted = false;  // the name stands here for it
+    bool over = false;     // it was asked to quit
+    bool counted = false;  // the name is listed for it
   };
 
-  // The one of the process. Never destroyed: workers may outlive main().
+  // The instance of the process. Never destroyed: workers may outlive main().
   static Leaving& instance();
 
-  // Waits until no other worker is closing a handle of that name. Ended by quit() of the same stay;
-  // returns false then, and the name must not be opened.
+  // Waits until no other worker is closing a handle of that name. quit() of the same stay ends the
+  // wait: it then returns false, and the name must not be opened.
   bool enter(const std::string& name, Stay* stay);
-  // Tells that the worker of this stay was told to quit. Never waits.
+  // Reports that the worker of this stay was asked to quit. Never waits.
   void quit(const std::string& name, Stay* stay);
-  // Tells that the worker is about to close its handle, though nobody told it to quit. Never waits.
+  // Reports that the worker is about to close its handle without being asked to quit. Never waits.
   void close(const std::string& name, Stay* stay);
-  // Tells that the worker has no handle on that name any more, and will open none. Never waits.
+  // Reports that the worker has no handle on that name any more, and opens none. Never waits.
   void leave(const std::string& name, Stay* stay);
 
  private:

@@ -21,7 +21,7 @@ std::string taken(char* text) {
   return copy;
 }
 
-// The library knows the schemes of URLs in small letters only.
+// The library accepts the schemes of URLs only in lower case.
 std::string withSmallScheme(std::string url) {
   for (size_t i = 0; i < url.find(':'); ++i) url[i] = g_ascii_tolower(url[i]);
   return url;

@@ -3,13 +3,13 @@
 
 #include <string>
 
-// Between the URIs of players and the names that the library opens.
+// Converts between the URIs of players and the names that the library opens.
 
-// The library's name for a URI: "fluvia+http://..." and "fluvia+https://..." without the prefix,
-// http and https as they are, "fluvia+file:///path" as the path, unescaped. Empty for others.
+// Returns the library's name for a URI: "fluvia+http://..." and "fluvia+https://..." without the
+// prefix, http and https unchanged, "fluvia+file:///path" as the path, unescaped. Empty for others.
 std::string locationOfUri(const std::string& uri);
 
-// The reverse; a location that is such a URI itself is taken for what it names, anything else for a
+// The reverse. A location that is such a URI itself stands for what it names; anything else is a
 // path. Empty for an empty location.
 std::string uriOfLocation(const std::string& location);
 

@@ -1,10 +1,10 @@
 #ifndef FLUVIAFS_PLUGINS_GSTREAMER_PAUSEPOINT_H_
 #define FLUVIAFS_PLUGINS_GSTREAMER_PAUSEPOINT_H_
 
-// Named places where a test can hold a worker of the element. Compiled only into builds with
-// FLUVIA_PAUSE_POINTS; elsewhere the macro leaves no code. The library's own are hidden in it.
+// Named places where a test can hold a worker of the element. Only builds with FLUVIA_PAUSE_POINTS
+// compile them; elsewhere the macro generates no code. The library does not export its own ones.
 #if defined(FLUVIA_PAUSE_POINTS)
-// Defined by a test program that holds threads, by nobody else.
+// Defined only by test programs that hold threads.
 extern "C" __attribute__((weak)) void fluvia_src_pause_point(const char* name);
 
 #define FLUVIA_SRC_PAUSE_POINT(name)                                     \

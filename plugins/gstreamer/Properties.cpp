@@ -19,7 +19,7 @@ enum Property {
   kAccess
 };
 
-// A pointer into settings, constant as those are.
+// A pointer into settings; const if they are.
 template <typename Settings>
 auto textOf(Settings& settings, guint property) -> decltype(&settings.location) {
   switch (property) {

@@ -10,59 +10,59 @@
 
 #include "Head.h"
 
-// What a source is opened with. Empty texts, 0 and -1 leave the library's own choice.
+// Settings to open a source with. Empty texts, 0 and -1 keep the library's default.
 struct SourceSettings {
   int bufferSize = FVFR_DEFAULT_BUFFER;  // bytes
   std::string userAgent;
   std::string proxy;
   std::string cookie;
-  std::string authorities;  // a file of PEM certificates, or a folder of them
+  std::string authorities;  // a file or a directory of PEM certificates
   std::string certificate;  // the client's certificate and its key, PEM files
   std::string key;
-  long long speed = 0;  // bytes per second, 0 for no cap
+  long long speed = 0;  // bytes per second, 0 for no limit
   int featureFlag = -1;
-  int reopen = FLUVIA_OUTAGE_SECONDS;  // seconds for which an outage is borne, 0: none is
+  int reopen = FLUVIA_OUTAGE_SECONDS;  // seconds of retries in an outage, 0: none
 
   bool operator==(const SourceSettings& other) const;
 };
 
-// What is known of a source.
+// What is known about a source.
 struct SourceFacts {
-  bool known = false;              // the first byte is there, or will never be
-  bool failed = false;             // it will never be
+  bool known = false;              // the first byte has come, or never will
+  bool failed = false;             // it never will
   bool seekable = false;           // any offset can be reached
-  long long size = -1;             // bytes, -1 when it cannot be learnt
-  Medium medium = Medium::kOther;  // of a file only whether it is a playlist
+  long long size = -1;             // bytes, -1 if it cannot be determined
+  Medium medium = Medium::kOther;  // for a file only whether it is a playlist
 };
 
-// How much is held ahead of the last read.
+// How much is buffered ahead of the last read.
 struct SourceLevels {
   long long buffered = 0;  // bytes
   long long wanted = 0;    // bytes that count as full: the buffer, or less near the end
   long long speed = 0;     // bytes per second
 };
 
-// That a reader waits for its server to come back, or goes on.
+// A reader waits for its server to come back, or continues.
 struct SourceOutage {
   bool waits = false;
-  std::string why;        // of the failure, in words; empty when it goes on
+  std::string why;        // reason of the failure, as text; empty when it continues
   long milliseconds = 0;  // until the name is opened again
-  long long offset = 0;   // of the byte that is wanted
+  long long offset = 0;   // of the next byte to read
 };
 
 enum class SourceFailure { kNone, kNotFound, kNotAuthorized, kNotAvailable, kTimeout, kOther };
 
-// Reads one source of the library on a thread of its own, so that whoever asks can leave at once,
+// Reads one source of the library on a thread of its own, so that the caller can return at once
 // whatever the library waits for.
 //
-// Threads:   every method from any thread. No method waits for the library, except as it says.
-// Ownership: the thread outlives the object until the library has given the handle back.
+// Threads:   every method from any thread. No method waits for the library, unless it says so.
+// Ownership: the thread outlives the object until the library has closed the handle.
 // Invariant: one request is outstanding at a time. It is asynchronous, because only a request with
-//            a number of its own can be broken off while another handle of the same resource reads.
+//            a number of its own can be aborted while another handle of the same resource reads.
 class SourceReader {
  public:
-  // How far a reader may be ahead of what has arrived without the library asking the server anew
-  // (bytes). As in the library: the tests check it.
+  // How far (bytes) a reader may be ahead of what has arrived before the library sends a new
+  // request. Same as in the library: the tests check it.
   static constexpr long long kReadAheadMargin = 65536;
   enum class Outcome { kDone, kEnd, kInterrupted, kFailed };
   struct Piece {
@@ -70,13 +70,13 @@ class SourceReader {
     unsigned int size = 0;
   };
 
-  // Told on the reader's thread, with no lock held.
+  // Called on the reader's thread, with no lock held.
   using OutageObserver = std::function<void(const SourceOutage& outage)>;
 
-  // Begins to open an absolute path or a URL and to fetch its first byte.
+  // Starts to open an absolute path or a URL and to fetch its first byte.
   SourceReader(const std::string& name, const SourceSettings& settings,
                OutageObserver outages = nullptr);
-  // Begins to close it. Waits for nothing.
+  // Starts to close it. Never waits.
   ~SourceReader();
   SourceReader(const SourceReader&) = delete;
   SourceReader& operator=(const SourceReader&) = delete;
@@ -84,36 +84,37 @@ class SourceReader {
   const std::string& name() const { return name_; }
 
   // Waits until the source is known, at most until that many milliseconds after it was opened, and
-  // no longer than until interrupt().
+  // not beyond an interrupt().
   SourceFacts waitForFacts(int milliseconds);
   SourceFacts facts() const;
 
   // Reads size bytes at offset, fewer only at the end. Waits for them, also while the server is
-  // away (settings.reopen); ended by interrupt().
+  // away (settings.reopen); interrupt() ends the wait.
   Outcome read(long long offset, unsigned int size, Piece* piece) {
     return read(offset, size, size, piece);
   }
-  // The same for what has arrived, at least least bytes and at most most.
+  // Same, for the bytes that have arrived: at least least bytes and at most most.
   Outcome read(long long offset, unsigned int least, unsigned int most, Piece* piece);
-  // Closes the source once its reads are done, as far as anybody else is concerned: who opens the
-  // name next gets what the server has then. A read opens it again, for the same bytes or none.
+  // Closes the source once its reads are done. To other callers it is closed at once: the next open
+  // of the name gets what the server has then. A read opens it again and returns the same bytes or
+  // none.
   void release();
   bool isReleased() const;
-  // Makes a read that waits, and those to come, return kInterrupted until resume().
+  // Makes waiting and later reads return kInterrupted until resume().
   void interrupt();
   void resume();
 
-  // The levels now, or when the library is busy those of a moment ago. Waits 50 ms at most.
+  // The current levels, or recent ones if the library is busy. Waits at most 50 ms.
   SourceLevels levels();
-  // Called with the levels ten times a second on the reader's thread, with no lock held, and once
-  // with ended when the source has failed or is being closed. Set before the first read.
+  // Called with the levels ten times a second on the reader's thread, with no lock held. Called
+  // once with ended when the source has failed or is being closed. Set it before the first read.
   using Observer = std::function<void(const SourceLevels& levels, bool ended)>;
   void observe(Observer observer);
 
-  // Why the source failed, and in words.
+  // Why the source failed, as a code and as text.
   SourceFailure failure() const;
   std::string explanation() const;
-  // The status that the server answered when it failed, of 400 and above; 0 when it was another
+  // The HTTP status of 400 and above that the server returned when it failed; 0 for another
   // failure.
   int httpStatus() const;
 

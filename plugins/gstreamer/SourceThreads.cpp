@@ -7,7 +7,7 @@
 
 namespace {
 
-// Longer than the segments of adaptive streams: from one source to the next the thread stays.
+// Longer than the segments of adaptive streams: the thread is kept from one source to the next.
 constexpr std::chrono::seconds kPatience(15);
 
 }  // namespace

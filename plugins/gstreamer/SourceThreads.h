@@ -6,21 +6,21 @@
 #include <functional>
 #include <mutex>
 
-// The threads behind the readers of the process. One that has done its work waits a while for the
-// next reader's: an adaptive stream opens hundreds of short sources, one after the other.
+// The threads of the readers of the process. A thread that has finished its work waits a while for
+// the next reader's: an adaptive stream opens hundreds of short sources in sequence.
 //
 // Threads:   any.
-// Invariant: work that was taken is begun at once: no work waits for another's end.
+// Invariant: accepted work begins at once: no work waits for the end of other work.
 class SourceThreads {
  public:
-  // How many wait at most: the pictures, the sound and the playlist of one stream.
+  // The most threads that wait: the pictures, the sound and the playlist of one stream.
   static constexpr unsigned int kKept = 3;
 
-  // The ones of the process. Never destroyed: work may outlive main().
+  // The instance of the process. Never destroyed: work may outlive main().
   static SourceThreads& instance();
 
-  // Does the work on a thread of its own, soon. Never waits. False when there is no thread to be
-  // had; the work is not done then.
+  // Runs the work on a thread of its own. Never waits. Returns false if no thread is available; the
+  // work is then not run.
   bool run(std::function<void()> work);
 
  private:

@@ -13,19 +13,19 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery(100);
 constexpr std::chrono::milliseconds kLevelsWait(50);
-// A break of another handle meets every read of a resource whose size is not known yet.
+// An abort of another handle meets every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
-// A fragment's head, the next one's, the pictures, the sound, the pictures again: what a demuxer
-// that pulls would start anew for.
+// A fragment's head, the next one's, the pictures, the sound, the pictures again: the restarts that
+// a pulling demuxer causes per fragment.
 constexpr int kRestartsInAFragment = 4;
-// What a transfer that is given up has on its way still takes the line's time.
+// Data in flight of an aborted transfer still uses the line for this long.
 constexpr std::chrono::milliseconds kOnItsWay(50);
-// A shorter time tells no speed.
+// A shorter time is too short to measure a speed.
 constexpr std::chrono::milliseconds kWorthMeasuring(5);
-// Before there is another one: 10 Mbit/s, in bytes a second.
+// Used before the first measurement: 10 Mbit/s, in bytes per second.
 constexpr double kAssumedSpeed = 1250000;
-// Of the head, and at most half of the buffer: the beginning has to stay in it.
+// Limit of the head, besides half of the buffer: the beginning must stay buffered.
 constexpr long long kMostOfHead = 262144;
 
 }  // namespace
@@ -56,7 +56,7 @@ void SourceReader::Worker::giveUp() {
   fail("open", {SourceFailure::kOther, "no thread can be started"});
 }
 
-// Before anybody can know that all was read, so that nobody shares what is held of it.
+// Runs before any thread can know that everything was read, so that none shares what is buffered.
 void SourceReader::Worker::release() {
   Leaving::instance().close(name_, &stay_);
   const std::lock_guard<std::mutex> guard(lock_);
@@ -178,7 +178,7 @@ void SourceReader::Worker::applySettings() {
   if (settings_.featureFlag >= 0) x_fluvia_file_set_featureflag(handle_, settings_.featureFlag);
 }
 
-// Reads the first bytes, after which neither size nor seek waits, and goes back to the beginning.
+// Reads the first bytes, after which neither size nor seek waits, and returns to the beginning.
 void SourceReader::Worker::learn() {
   SourceFacts facts;
   const Outcome outcome = learnHead(&facts.medium);
@@ -214,7 +214,7 @@ SourceReader::Outcome SourceReader::Worker::learnHead(Medium* medium) {
     bytes.append(piece.data.get(), piece.size);
     head = lookAtHead(bytes);
     *medium = head.medium;
-    // A stream that cannot seek is pushed, whatever it is, and in a file a demuxer may roam.
+    // A stream that cannot seek is always pushed, and in a local file a demuxer may seek freely.
     if (local_ && *medium != Medium::kPlaylist) *medium = Medium::kOther;
     if (local_ || outage_.seekable == 0) return outcome;
   }
@@ -246,7 +246,7 @@ void SourceReader::Worker::serve() {
 bool SourceReader::Worker::closeReleased(Lock& held) {
   if (!released_ || handle_ == 0) return false;
   held.unlock();
-  // A read opens it again as after an outage, and without a pause.
+  // A read opens it again as after an outage, but without a pause.
   hold_ = Hold::kLost;
   nextTry_ = Clock::now();
   closeHandle();
@@ -305,7 +305,7 @@ unsigned int SourceReader::Worker::sizeNow(const Span& span) const {
   return std::min(span.most, std::max(span.least, static_cast<unsigned int>(held)));
 }
 
-// Whether a read at offset needs a request of its own to a server.
+// True if a read at offset needs a new request to a server.
 bool SourceReader::Worker::isFar(long long offset) {
   if (local_ || offset == position_ || offset == 0) return false;
   const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
@@ -313,8 +313,9 @@ bool SourceReader::Worker::isFar(long long offset) {
   return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
 }
 
-// Whether the running transfer brings offset sooner than a request of its own would, counting those
-// that whoever steps back from there would need. What lies between has to stay held meanwhile.
+// True if the running transfer delivers offset sooner than a new request would, counting the
+// requests that a demuxer would need to step back from there. Everything in between must stay
+// buffered meanwhile.
 bool SourceReader::Worker::isSoonThere(long long offset) {
   const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
   const Seconds most = (restart_ + kOnItsWay) * restartsSaved_;
@@ -323,7 +324,7 @@ bool SourceReader::Worker::isSoonThere(long long offset) {
   return static_cast<double>(offset - arrived) < brings;
 }
 
-// The best speed so far, in bytes a second. That of the library counts a connection's beginning.
+// The best speed so far, in bytes per second. The library's figure includes the time to connect.
 double SourceReader::Worker::speedUpTo(long long arrived) {
   const Seconds passed = Clock::now() - since_;
   if (passed >= kWorthMeasuring && arrived > from_) {
@@ -332,14 +333,14 @@ double SourceReader::Worker::speedUpTo(long long arrived) {
   return bestSpeed_ > 0 ? bestSpeed_ : kAssumedSpeed;
 }
 
-// A transfer has begun with the read that ended now.
+// The read that has just ended began a transfer.
 void SourceReader::Worker::noteBeginning() {
   since_ = Clock::now();
   from_ = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
 }
 
-// Lets the running transfer go on up to offset, by reading a byte here and there close behind it.
-// Failures are left for the read at offset to meet.
+// Lets the running transfer continue up to offset by reading single bytes close behind it. Failures
+// are left for the read at offset.
 SourceReader::Outcome SourceReader::Worker::runOn(long long offset, unsigned long long ticket) {
   while (isFar(offset)) {
     const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
@@ -357,16 +358,15 @@ SourceReader::Outcome SourceReader::Worker::restartAt(long long offset, unsigned
   return stepsBack_ ? runUp(offset, ticket) : Outcome::kDone;
 }
 
-// Some demuxers pull a picture and then the sound that stands a little before it. A request that
-// begins at the picture is given up for one at the sound, so once that was seen requests begin
-// early.
+// Some demuxers pull a picture and then the sound stored a little before it. A request that begins
+// at the picture would be aborted for one at the sound, so requests begin early once this was seen.
 void SourceReader::Worker::noteFar(long long offset) {
   if (offset < lastFar_ && lastFar_ - offset <= SourceReader::kReadAheadMargin) stepsBack_ = true;
   lastFar_ = offset;
 }
 
-// Begins a request a block before offset; the read there is then near enough to be served by it.
-// Failures are left for that read to meet.
+// Starts a request one block before offset, near enough to serve the read at offset. Failures are
+// left for that read.
 SourceReader::Outcome SourceReader::Worker::runUp(long long offset, unsigned long long ticket) {
   const long long begin = offset / FVFR_BUFFER_BLOCK * FVFR_BUFFER_BLOCK - FVFR_BUFFER_BLOCK;
   if (begin < 0 || !moveTo(begin)) return Outcome::kDone;
@@ -411,8 +411,8 @@ SourceReader::Outcome SourceReader::Worker::fetchOnce(unsigned int size, unsigne
   return abandoned(ticket) ? Outcome::kInterrupted : Outcome::kFailed;
 }
 
-// Until the buffer is ours again. An abandoned request is broken off once: it has a number of its
-// own, so that the break cannot come too early or meet another one.
+// Waits until the library no longer uses the buffer. An abandoned request is aborted once: it has a
+// number of its own, so the abort cannot come too early or meet another request.
 void SourceReader::Worker::waitForCompletion(Lock& held, int request, unsigned long long ticket) {
   bool broken = false;
   while (pending_) {
@@ -427,7 +427,7 @@ void SourceReader::Worker::waitForCompletion(Lock& held, int request, unsigned l
   }
 }
 
-// A request that is aborted in the queue is called back twice; both calls come before the abort
+// A request that is aborted in the queue is called back twice. Both calls come before the abort
 // returns, and so before the next request.
 void SourceReader::Worker::completed(int /*request*/, void* worker, int status, int readBytes) {
   Worker* self = static_cast<Worker*>(worker);
@@ -462,8 +462,8 @@ void SourceReader::Worker::waitOrLook(Lock& held) {
   }
 }
 
-// The library learns the length of a stream that nobody stated when all of it has arrived. It does
-// not wait here: it answers what it knows.
+// If no response stated the length of a stream, the library knows it when everything has arrived.
+// This call does not wait: the library returns what it knows.
 long long SourceReader::Worker::endOf(const SourceFacts& facts) const {
   if (facts.size >= 0) return facts.size;
   const long long learnt = x_fluvia_file_size(handle_);

@@ -19,7 +19,7 @@ class SourceReader::Worker {
  public:
   Worker(const std::string& name, const SourceSettings& settings, OutageObserver outages);
 
-  // What a read wants: from offset on at least least bytes, at most most.
+  // A read needs at least least bytes from offset on, and takes at most most.
   struct Span {
     long long offset = 0;
     unsigned int least = 0;
@@ -29,7 +29,7 @@ class SourceReader::Worker {
   // Opens, serves requests until quit(), closes.
   void run();
   void quit();
-  // There is no thread to run on: the source has failed.
+  // No thread is available: the source has failed.
   void giveUp();
 
   SourceFacts waitForFacts(int milliseconds);
@@ -49,21 +49,22 @@ class SourceReader::Worker {
   using Clock = std::chrono::steady_clock;
   using Seconds = std::chrono::duration<double>;
 
-  // The ticket of the first read, which only quit() ends.
+  // The ticket of the first read; only quit() ends that one.
   static constexpr unsigned long long kLearning = 0;
 
   bool openHandle();
   void applySettings();
   void learn();
-  // The bytes of the head, as far as they are worth waiting for.
+  // Reads the bytes of the head that are worth waiting for.
   Outcome learnHead(Medium* medium);
   void serve();
   void closeHandle();
-  // Closes the handle if that is wanted and nobody reads. False when there is nothing to do.
+  // Closes the handle if that was requested and no read runs. Returns false if there is nothing to
+  // do.
   bool closeReleased(Lock& held);
-  // A read that outlives outages of the server.
+  // Reads and survives outages of the server.
   Outcome fetch(const Span& span, unsigned long long ticket, Piece* piece);
-  // The same on the present handle, tried again when somebody else's abort met it.
+  // Same on the current handle; retries if an abort of another handle met the read.
   Outcome fetchHere(const Span& span, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   unsigned int sizeNow(const Span& span) const;
@@ -84,24 +85,25 @@ class SourceReader::Worker {
   void fail(const std::string& action, const Diagnosis& why);
 
   // Outages (SourceWorkerOutage.cpp).
-  // The handle has failed: closes it to open its name again later. False when the failure is final.
+  // The handle has failed: closes it to open its name again later. False if the failure is final.
   bool lose(long long offset);
-  // Waits until it is time, opens the name again and moves to offset. kDone: a read may go on.
+  // Waits until the next retry, opens the name again and moves to offset. kDone: a read may
+  // continue.
   Outcome comeBack(long long offset, unsigned long long ticket);
   Outcome waitForTheNextTry(unsigned long long ticket);
   Outcome reopen();
-  // Reads the first byte of the new handle, and compares the resource with the one before.
+  // Reads the first byte of the new handle, and compares the resource with the previous one.
   Outcome prove(unsigned long long ticket);
-  // Moves the new handle there; one that cannot seek reads all up to there.
+  // Moves the new handle to offset; if it cannot seek, reads everything up to there.
   Outcome returnTo(long long offset, unsigned long long ticket);
   void endOutage(long long offset);
-  // Ends the source for good.
+  // Ends the source permanently.
   Outcome end(const Diagnosis& why);
   Outcome endAsChanged();
-  // Waits on the condition, but looks at the levels when somebody wants to know them.
+  // Waits on the condition, but updates the levels when a caller asks for them.
   void waitOrLook(Lock& held);
   void look(Lock& held);
-  // Where the source ends, -1 when that is not known. Called when its first byte is there.
+  // Where the source ends, -1 if unknown. Call after its first byte has come.
   long long endOf(const SourceFacts& facts) const;
   void tellEnd();
   static void completed(int request, void* worker, int status, int readBytes);
@@ -115,37 +117,37 @@ class SourceReader::Worker {
 
   // The worker's thread only.
   int handle_ = 0;
-  // What the handle is good for: kLost is closed to be opened again, kUnproven was opened again and
-  // has given no byte, kFinal will never give one.
+  // State of the handle. kLost: closed, to be opened again. kUnproven: opened again, no byte yet.
+  // kFinal: will never deliver one.
   enum class Hold { kUsual, kLost, kUnproven, kFinal };
   Hold hold_ = Hold::kUsual;
   FluviaOutage outage_;
   Clock::time_point nextTry_;
   const OutageObserver outages_;
   long long position_ = 0;
-  long long lastFar_ = 0;  // where the last request of its own was asked for
+  long long lastFar_ = 0;  // offset of the last read that needed a request of its own
   bool stepsBack_ = false;
-  Clock::duration restart_{0};  // how long the first request took to its first bytes
+  Clock::duration restart_{0};  // time from the first request to its first bytes
   int restartsSaved_ = 1;
-  // Since when the present transfer runs, from which byte, and the best speed of all so far.
+  // When the current transfer began, its first byte, and the best speed of all transfers so far.
   Clock::time_point since_;
   long long from_ = 0;
   double bestSpeed_ = 0;
 
-  std::mutex turn_;  // held by the one whose read is served
+  std::mutex turn_;  // held by the caller whose read is served
   mutable std::mutex lock_;
   std::condition_variable changed_;
   bool quitting_ = false;
   bool interrupted_ = false;
   bool released_ = false;
-  bool without_ = false;  // there is no thread
+  bool without_ = false;  // no thread is available
   SourceFacts facts_;
   SourceFailure failure_ = SourceFailure::kNone;
   std::string explanation_;
   int httpStatus_ = 0;
 
-  // The request: wanted by the reader under a ticket, answered under the same. A ticket that is no
-  // longer the newest is abandoned.
+  // The request: the reader makes it under a ticket, and the worker answers it under the same one.
+  // A ticket that is not the newest any more is abandoned.
   unsigned long long ticket_ = 0;
   unsigned long long answered_ = 0;
   bool requested_ = false;
@@ -153,12 +155,12 @@ class SourceReader::Worker {
   Outcome outcome_ = Outcome::kInterrupted;
   Piece piece_;
 
-  // The library's request under way.
+  // The outstanding request to the library.
   bool pending_ = false;
   int status_ = 0;
   int readBytes_ = 0;
 
-  // Levels and who wants them.
+  // The levels, and the requests for them.
   SourceLevels levels_;
   bool lookWanted_ = false;
   unsigned int looks_ = 0;

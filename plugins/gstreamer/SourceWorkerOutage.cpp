@@ -1,4 +1,4 @@
-// How a reader outlives an outage of its server: by the rules of fluvia_outage.h.
+// How a reader survives an outage of its server, by the rules of fluvia_outage.h.
 #include <algorithm>
 #include <string>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-// What is read and dropped at a time.
+// Bytes that are read and dropped at a time.
 constexpr long long kSkipped = 65536;
 
 template <typename TimePoint>
@@ -47,7 +47,7 @@ SourceReader::Outcome SourceReader::Worker::comeBack(long long offset, unsigned 
       return outcome;
     }
     if (outcome == Outcome::kInterrupted) {
-      // Who asks next has all of the time again, and a try at once.
+      // The next caller has the full time again, and a retry at once.
       outage_.since = -1;
       outage_.tries = 0;
       nextTry_ = Clock::now();

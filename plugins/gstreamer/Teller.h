@@ -6,7 +6,8 @@
 #include "BufferingWatch.h"
 #include "SourceReader.h"
 
-// Posts messages of an element, which may go at any time, the reader's thread later.
+// Posts messages of an element later, from the reader's thread. The element may be destroyed at any
+// time.
 //
 // Threads: any.
 class Teller {
@@ -16,7 +17,7 @@ class Teller {
   Teller(const Teller&) = delete;
   Teller& operator=(const Teller&) = delete;
 
-  // Posts what make gives for the element; asks it for nothing when the element is gone.
+  // Posts what make returns for the element; does not call make if the element is gone.
   template <typename Make>
   void post(Make make) {
     GstElement* element = static_cast<GstElement*>(g_weak_ref_get(&element_));
@@ -29,7 +30,7 @@ class Teller {
   GWeakRef element_;
 };
 
-// Posts what a BufferingWatch finds worth telling.
+// Posts the percentages of a BufferingWatch.
 //
 // Threads: one at a time.
 class BufferingTeller {
@@ -56,8 +57,8 @@ class OutageTeller {
   Teller teller_;
 };
 
-// Posts why a source has failed, with the status that a server answered, by which the demuxers of
-// adaptive streams decide whether to try again, and which segment.
+// Posts why a source has failed, with the HTTP status of the server. Demuxers of adaptive streams
+// use it to decide whether to retry, and which segment.
 void postFailure(GstElement* element, const SourceReader& reader);
 
 #endif  // FLUVIAFS_PLUGINS_GSTREAMER_TELLER_H_

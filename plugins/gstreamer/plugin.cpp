@@ -4,8 +4,8 @@
 
 namespace {
 
-// Only who asks for fluvia+http, fluvia+https or fluvia+file gets this element; with a rank above
-// that of the usual source of http and https it would take those too.
+// Only requests for fluvia+http, fluvia+https or fluvia+file get this element. With a rank above
+// that of the usual source of http and https it would get those too.
 gboolean registerElements(GstPlugin* plugin) {
   return gst_element_register(plugin, "fluviasrc", GST_RANK_NONE, FLUVIA_TYPE_SRC);
 }
