@@ -1,9 +1,10 @@
-/* Copies a file or URL to standard output with asynchronous reads:
+/*
+ * Copies a file or URL to standard output with asynchronous reads:
  *
  *   async_chain SRC >COPY
  *
- * Requests that are outstanding together begin at the same position, so each one is asked for from
- * the callback of the one before.
+ * Outstanding requests begin at the same position, so each one is issued from the callback of the
+ * previous one.
  */
 #include <fluviafs.h>
 #include <pthread.h>
@@ -68,7 +69,7 @@ int main(int argc, char** argv) {
   }
   pthread_mutex_unlock(&copy.lock);
 
-  /* Waits for the last callback to return: nothing of the library uses copy afterwards. */
+  /* Waits for the last callback to return: after that the library does not use copy any more. */
   x_fluvia_file_close(copy.handle);
   if (copy.failed || fflush(stdout) != 0) {
     fprintf(stderr, "%s: gave up\n", argv[1]);

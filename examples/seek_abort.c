@@ -1,8 +1,9 @@
-/* What a player does when the viewer jumps about: seeks, reads, and takes back what it asked for.
+/*
+ * What a player does when the viewer seeks around: seeks, reads, and cancels requests.
  *
  *   seek_abort SRC
  *
- * Reads the last bytes, the middle and the beginning of SRC, then asks for a read and aborts it.
+ * Reads the last bytes, the middle and the beginning of SRC, then issues a read and aborts it.
  */
 #include <fluviafs.h>
 #include <pthread.h>
@@ -13,7 +14,7 @@ struct request {
   pthread_cond_t changed;
   int calls;     /* guarded by lock */
   int status;    /* guarded by lock; of the first call */
-  char data[64]; /* the library's until a callback came or close returned */
+  char data[64]; /* in use by the library until a callback came or close returned */
 };
 
 /* An abort may call back twice, so the request must live until close has returned. */
@@ -56,7 +57,7 @@ static int ask_and_abort(int handle, struct request* request) {
   if (result != FVFR_OK) {
     return result;
   }
-  /* Aborted or, when it was quicker than the abort, done: the callback comes either way. */
+  /* Aborted or, if the read was faster than the abort, done: the callback comes in both cases. */
   pthread_mutex_lock(&request->lock);
   while (request->calls == 0) {
     pthread_cond_wait(&request->changed, &request->lock);

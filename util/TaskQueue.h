@@ -54,7 +54,7 @@ class TaskQueue : public Semaphore {
   // empty afterwards.
   int putPrepared(PreparedTask* prepared, TaskCallback callback, void* arg, void* sender)
       EXCLUDES(this);
-  // Frees a reserved task that was not needed.
+  // Returns a reserved task that was not needed to the free list.
   void giveBack(PreparedTask* prepared) EXCLUDES(this);
   // Takes the oldest task, waiting for one. finished (may be null) is free for reuse from now on.
   // Returns null only after setExiting(), when nothing is pending.

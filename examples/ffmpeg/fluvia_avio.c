@@ -23,13 +23,15 @@ struct FluviaAvio {
   AVIOContext* context;
   FluviaParts* parts;
   const char* problem; /* of the source itself; null: ask the stream */
-  /* What the player or FFmpeg had set. */
+  /* The functions that the player or FFmpeg had set. */
   OpenContext openOther;
   CloseContext closeOther;
   AVIOInterruptCB interruptOther;
 };
 
-/* By the status of the transfer: the library's codes call a silent server not found. */
+/*
+ * Decides by the status of the transfer: the library's codes report a silent server as not found.
+ */
 static int errorOfStatus(int status) {
   switch (status) {
     case FVFR_DOWNLOAD_TIMEOUT:
@@ -152,8 +154,7 @@ int fluvia_avio_connect(FluviaAvio* source) {
 
 AVIOContext* fluvia_avio_context(FluviaAvio* source) { return source->context; }
 
-/* ---- What a demuxer opens ---------------------------------------------------------------------
- */
+/* ---- What a demuxer opens ------------------------------------------------------------------ */
 
 /* The demuxer's outer context reads from ours. */
 static FluviaAvio* sourceOf(const AVFormatContext* format) { return format->pb->opaque; }
@@ -172,7 +173,9 @@ static int closeNested(AVFormatContext* format, AVIOContext* context) {
   return fluvia_parts_close(context) ? 0 : sourceOf(format)->closeOther(format, context);
 }
 
-/* FFmpeg asks this between its waits: without it the demuxer would go on to the next segment. */
+/*
+ * FFmpeg calls this between its waits: otherwise the demuxer would continue with the next segment.
+ */
 static int isUnwanted(void* opaque) {
   FluviaAvio* source = opaque;
   if (fluvia_parts_is_aborted(source->parts)) return 1;
@@ -193,7 +196,7 @@ static int prepare(FluviaAvio* source, AVFormatContext* format) {
   return format->protocol_whitelist == NULL ? AVERROR(ENOMEM) : 0;
 }
 
-/* Which demuxer, where the player has not chosen one. */
+/* Selects the demuxer if the player has not. */
 static int findInput(FluviaAvio* source, AVFormatContext* format) {
   int result = 0;
   if (format->iformat == NULL) {
@@ -207,8 +210,8 @@ static int findInput(FluviaAvio* source, AVFormatContext* format) {
 }
 
 /*
- * Asks the HLS demuxer not to use connections of FFmpeg's again, which it would take ours for, and
- * to open each segment before it reads the one in front of it.
+ * Makes the HLS demuxer not reuse FFmpeg's own connections, which it would take ours for, and open
+ * each segment before it reads the previous one.
  */
 static int setOptions(AVDictionary** options) {
   const int result = av_dict_set(options, "http_persistent", "0", 0);

@@ -11,12 +11,12 @@ enum { kBlock = 16, kPiece = 32768, kKeyBits = 128 };
 struct FluviaDecrypt {
   struct AVAES* aes;
   uint8_t iv[kBlock];
-  uint8_t secret[kPiece]; /* as it comes from the source */
+  uint8_t secret[kPiece]; /* encrypted bytes from the source */
   int secretSize;
   uint8_t open[kPiece];
   int openAt;
   int openSize;
-  int ended; /* the last block, which has the padding, is open */
+  int ended; /* the last block, which has the padding, is decrypted */
 };
 
 static int hexDigit(char c) {
@@ -49,7 +49,7 @@ FluviaDecrypt* fluvia_decrypt_new(const char* key, const char* iv) {
   return made;
 }
 
-/* Takes the padding off the last block: so many bytes as each of them says. */
+/* Removes the padding of the last block: each of its bytes holds its length. */
 static int cutPadding(FluviaDecrypt* decrypt) {
   const int padding = decrypt->open[decrypt->openSize - 1];
   const int right = padding >= 1 && padding <= kBlock;
@@ -57,7 +57,9 @@ static int cutPadding(FluviaDecrypt* decrypt) {
   return right ? 0 : AVERROR_INVALIDDATA;
 }
 
-/* Opens the whole blocks that are there; the last one waits until it is known whether it is. */
+/*
+ * Decrypts the whole blocks that have arrived; the last one waits until it is known to be the last.
+ */
 static int openBlocks(FluviaDecrypt* decrypt) {
   int blocks = decrypt->secretSize / kBlock;
   const int rest = decrypt->secretSize % kBlock;

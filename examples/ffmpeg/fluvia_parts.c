@@ -16,28 +16,28 @@
 
 enum { kContextBuffer = 32768, kMissingPauseMs = 500, kMostKept = 8, kProblemRoom = 256 };
 
-/* What connecting takes at most, on a line that is far, and the bytes that are waited for then. */
+/* The most that connecting takes on a long line, and the bytes that are waited for meanwhile. */
 enum { kConnectMs = 300, kMostSoon = 1 << 20 };
 
 typedef struct Part {
-  struct Part* next; /* of those that are open, under the lock */
+  struct Part* next; /* next open part, guarded by the lock */
   FluviaParts* parts;
-  char* name; /* the library's */
+  char* name; /* the library's name */
   int local;
   int ranged;
-  long long begin;      /* where position 0 is in the resource */
-  long long end;        /* -1: the resource's */
-  FluviaStream* stream; /* null until bytes are wanted; other threads look at it under the lock */
+  long long begin;      /* offset of position 0 in the resource */
+  long long end;        /* -1: the resource's end */
+  FluviaStream* stream; /* null until bytes are needed; other threads read it under the lock */
   int connected;
   int reading; /* its first read has begun */
   int ended;
-  int error;          /* what every later read gives; 0: none */
+  int error;          /* the result of every later read; 0: none */
   struct Part* after; /* the demuxer reads it when this one has ended; may be null */
   FluviaDecrypt* decrypt;
   AVIOContext* context;
 } Part;
 
-/* The stream of a resource whose last range was closed: the next one goes on in its buffer. */
+/* The stream of a resource whose last range was closed: the next range continues in its buffer. */
 typedef struct Kept {
   char* name;
   FluviaStream* stream;
@@ -49,11 +49,11 @@ struct FluviaParts {
   char* first;
   Kept kept[kMostKept];
   unsigned int closings;
-  Part* ahead; /* opened while another one was not yet at its end, and not read yet */
+  Part* ahead; /* opened before another part was at its end, and not read yet */
   int missing;
   char problem[kProblemRoom];
 
-  pthread_mutex_t lock; /* guards what is below */
+  pthread_mutex_t lock; /* guards the fields below */
   pthread_cond_t changed;
   Part* open;
   int aborted;
@@ -82,7 +82,7 @@ FluviaParts* fluvia_parts_new(const char* first, const FluviaStreamSettings* set
     return NULL;
   }
   parts->settings = *settings;
-  /* A playlist that is loaded again is not to come from the stream of the first time. */
+  /* A playlist that is loaded again must not come from the stream of the first time. */
   parts->settings.isolated = 1;
   return parts;
 }
@@ -94,7 +94,7 @@ int fluvia_parts_is_aborted(FluviaParts* parts) {
   return aborted;
 }
 
-/* Waits that long; returns 0 when aborted before. */
+/* Waits that long; returns 0 if it was aborted before. */
 static int rest(FluviaParts* parts, int ms) {
   struct timespec until;
   int result = 0;
@@ -111,8 +111,7 @@ static int rest(FluviaParts* parts, int ms) {
   return !aborted;
 }
 
-/* ---- The stream of a part ---------------------------------------------------------------------
- */
+/* ---- The stream of a part ------------------------------------------------------------------ */
 
 static void setStream(Part* part, FluviaStream* stream) {
   pthread_mutex_lock(&part->parts->lock);
@@ -138,7 +137,7 @@ static int isOfFirstHost(const Part* part) {
          strncmp(part->name, part->parts->first, length) == 0;
 }
 
-/* A stream that was kept for the name, or null; the one that stands at the offset if there is. */
+/* A kept stream of that name, or null; preferably one whose position is the offset. */
 static FluviaStream* takeKept(FluviaParts* parts, const char* name, long long offset) {
   Kept* found = NULL;
   for (int i = 0; i < kMostKept; ++i) {
@@ -158,7 +157,7 @@ static void dropKept(Kept* kept) {
   av_freep(&kept->name);
 }
 
-/* Keeps the stream of a part that is being closed, instead of the one that was kept longest. */
+/* Keeps the stream of a part that is being closed, and drops the one that was kept longest. */
 static void keepStream(Part* part) {
   FluviaParts* parts = part->parts;
   Kept* place = &parts->kept[0];
@@ -179,7 +178,7 @@ static int takeStream(Part* part) {
   FluviaStream* stream = part->ranged ? takeKept(part->parts, part->name, part->begin) : NULL;
   if (stream == NULL) {
     FluviaStreamSettings settings = part->parts->settings;
-    /* The server has answered before: it is no mistyped name. */
+    /* The server has responded before: the name is not mistyped. */
     if (isOfFirstHost(part)) settings.firstSeconds = settings.seconds;
     if (fluvia_stream_open(&stream, part->name, &settings) != FVFR_OK) return AVERROR(ENOMEM);
   }
@@ -187,7 +186,7 @@ static int takeStream(Part* part) {
   return 0;
 }
 
-/* Names it without its folder, and without what a query or a password may tell. */
+/* Names it without its folder, and without what a query or a password may reveal. */
 static int noteMissing(Part* part, int error, const char* why) {
   FluviaParts* parts = part->parts;
   const size_t length = strcspn(part->name, "?#");
@@ -201,7 +200,7 @@ static int noteMissing(Part* part, int error, const char* why) {
   return error;
 }
 
-/* Of a result that is an error. */
+/* Handles a result that is an error. */
 static int failed(Part* part, int result) {
   const int error = fluvia_avio_error(part->stream, result);
   if (error == AVERROR_EXIT) return error;
@@ -209,8 +208,8 @@ static int failed(Part* part, int result) {
 }
 
 /*
- * Connects and goes to the part's first byte. What a server does not have is asked for once more:
- * of many that share a name one may not yet have a segment that its neighbour has announced.
+ * Connects and moves to the part's first byte. Retries once if a server does not have the resource:
+ * one of several servers with the same name may not yet have a segment that another has announced.
  */
 static int connectPart(Part* part) {
   if (part->connected || part->error < 0) return part->error;
@@ -233,12 +232,11 @@ static int connectPart(Part* part) {
   return 0;
 }
 
-/* ---- Reading ahead ----------------------------------------------------------------------------
- */
+/* ---- Reading ahead ------------------------------------------------------------------------- */
 
 /*
- * Whether all bytes of the part have arrived, or will while the next part connects. Sooner the two
- * would share the line, and this one is read first.
+ * True if all bytes of the part have arrived, or will while the next part connects. If the next
+ * part began earlier, the two would share the line, and this one is read first.
  */
 static int isAlmostHeld(const Part* part) {
   const int handle = fluvia_stream_handle(part->stream);
@@ -251,7 +249,7 @@ static int isAlmostHeld(const Part* part) {
   return missing <= FFMIN(soon, kMostSoon);
 }
 
-/* Has the part that comes next connect. */
+/* Starts to connect the part that comes next. */
 static void startNext(Part* part) {
   Part* after = part->after;
   part->after = NULL;
@@ -286,7 +284,7 @@ static void forget(Part* part) {
   pthread_mutex_unlock(&parts->lock);
 }
 
-/* Whether the demuxer has another part open that it has not read to its end. */
+/* True if the demuxer has another open part that it has not read to its end. */
 static int isBusy(FluviaParts* parts) {
   pthread_mutex_lock(&parts->lock);
   const Part* each = parts->open;
@@ -295,8 +293,7 @@ static int isBusy(FluviaParts* parts) {
   return each != NULL;
 }
 
-/* ---- The context ------------------------------------------------------------------------------
- */
+/* ---- The context --------------------------------------------------------------------------- */
 
 static int readStream(void* data, uint8_t* buffer, int size) {
   Part* part = data;
@@ -357,8 +354,7 @@ static int makeContext(Part* part) {
   return 0;
 }
 
-/* ---- Opening and closing ----------------------------------------------------------------------
- */
+/* ---- Opening and closing ------------------------------------------------------------------- */
 
 static void freePart(Part* part) {
   if (part->stream != NULL) dropStream(part);
@@ -370,8 +366,8 @@ static void freePart(Part* part) {
 }
 
 /*
- * The library's name for an address. A local one is spelt differently from the first resource's:
- * handles share a stream by the spelling, and a local playlist may have grown.
+ * The library's name for an address. A local name is spelt differently from the first resource's:
+ * handles with the same spelling share a stream, and a local playlist may have grown.
  */
 static char* nameOf(const FluviaParts* parts, const char* address, int* local) {
   *local = 0;
@@ -379,7 +375,7 @@ static char* nameOf(const FluviaParts* parts, const char* address, int* local) {
     return av_strdup(address);
   }
   av_strstart(address, "file:", &address);
-  /* What comes from elsewhere names no files of this machine. */
+  /* A remote resource must not refer to local files. */
   if (address[0] != '/' || parts->first[0] != '/') return NULL;
   *local = 1;
   return av_asprintf("/.%s", address);
@@ -398,7 +394,7 @@ static int makeDecrypt(Part* part, const AVDictionary* options) {
   return part->decrypt == NULL ? AVERROR(EINVAL) : 0;
 }
 
-/* A part that is in no list yet. */
+/* Creates a part that is in no list yet. */
 static int makePart(FluviaParts* parts, Part** part, const char* address,
                     const AVDictionary* options) {
   Part* made = av_mallocz(sizeof *made);
@@ -410,7 +406,7 @@ static int makePart(FluviaParts* parts, Part** part, const char* address,
       av_strstart(address, "crypto+", &address) || av_strstart(address, "crypto:", &address);
   made->name = nameOf(parts, address, &made->local);
   if (made->name == NULL) return AVERROR(EPERM);
-  /* FFmpeg's own access to files takes no range: the demuxer seeks in them. */
+  /* FFmpeg's own access to files ignores ranges: the demuxer seeks in them. */
   if (!made->local) {
     made->begin = optionOf(options, "offset", 0);
     made->end = optionOf(options, "end_offset", -1);

@@ -1,9 +1,8 @@
 /*
- * What a demuxer opens beside the first resource: playlists, keys, initialisation pieces, segments.
- * Part of fluvia_avio.h.
+ * What a demuxer opens besides the first resource: playlists, keys, initialisation pieces,
+ * segments. Part of fluvia_avio.h.
  *
- * Threads: fluvia_parts_abort() and _is_aborted() from any thread, the rest on the one that
- * demuxes.
+ * Threads: fluvia_parts_abort() and _is_aborted() from any thread, the rest on the demuxing thread.
  */
 #ifndef FLUVIA_PARTS_H_
 #define FLUVIA_PARTS_H_
@@ -16,32 +15,35 @@
 typedef struct FluviaParts FluviaParts;
 
 /*
- * Of the resource of that name, with the settings that it was opened with. Null when memory runs
- * out.
+ * The parts of the resource of that name, with the settings that it was opened with. Null if memory
+ * runs out.
  */
 FluviaParts* fluvia_parts_new(const char* first, const FluviaStreamSettings* settings);
 
 /*
- * Opens an address as FFmpeg's io_open asks for it: http, https, and for a local first resource a
- * local path; with "crypto:" or "crypto+" before it and the options "key" and "iv" what is there is
- * decrypted. Of http the options "offset" and "end_offset" take a range, whose first byte is
- * position 0. Returns 0 or an AVERROR code: AVERROR(EPERM) for an address that is none of these.
+ * Opens an address as FFmpeg's io_open requests it: http, https, and a local path if the first
+ * resource is local. With "crypto:" or "crypto+" before it and the options "key" and "iv" the
+ * content is decrypted. For http the options "offset" and "end_offset" select a range, whose first
+ * byte is position 0. Returns 0 or an AVERROR code: AVERROR(EPERM) for any other address.
  */
 int fluvia_parts_open(FluviaParts* parts, AVIOContext** context, const char* address,
                       const AVDictionary* options);
 
-/* Closes a context that fluvia_parts_open() made; returns 0, and does nothing, for another one. */
+/* Closes a context of fluvia_parts_open() and returns 1; does nothing and returns 0 for others. */
 int fluvia_parts_close(AVIOContext* context);
 
-/* How many could not be opened or read to their end, and why the last one of them. */
+/*
+ * The number of parts that could not be opened or read to their end, and why the last one could
+ * not.
+ */
 int fluvia_parts_missing(const FluviaParts* parts);
 const char* fluvia_parts_problem(const FluviaParts* parts);
 
-/* What waits returns AVERROR_EXIT, and so does everything later. Waits for nothing. */
+/* Waiting calls return AVERROR_EXIT, and so do all later ones. Never waits. */
 void fluvia_parts_abort(FluviaParts* parts);
 int fluvia_parts_is_aborted(FluviaParts* parts);
 
-/* Makes *parts null, once the demuxer has closed all it had open. Null is none. */
+/* Call it after the demuxer has closed everything. Sets *parts to null. Does nothing for null. */
 void fluvia_parts_free(FluviaParts** parts);
 
 /* The AVERROR code for a result of a stream. */

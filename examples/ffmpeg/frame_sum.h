@@ -5,10 +5,10 @@
 #include <libavutil/frame.h>
 #include <stdint.h>
 
-/* An MD5 and the end of the line. */
+/* Prints an MD5 and the end of the line. */
 void frame_sum_print(const uint8_t digest[16]);
 
-/* That of a picture's or a sound's samples. Returns 0 or an AVERROR code. */
+/* Print the MD5 of a picture's or a sound's samples. Return 0 or an AVERROR code. */
 int frame_sum_picture(const AVFrame* frame);
 int frame_sum_sound(const AVFrame* frame);
 

@@ -4,16 +4,19 @@
  *   frames [--plain] [--ca FILE] [--user-agent NAME] [--reopen SECONDS] [--seeks N]
  *          [--byte-seeks N] [--seed N] [--timing] [--waits] [--paced] [--adapt] SOURCE
  *
- * A line is the stream's kind and number, the frame's time in its stream's units and the MD5 of its
- * picture or samples. --plain reads with FFmpeg's own file and HTTP access instead, to compare.
- * --reopen sets how long an outage is borne (0: not at all). --seeks goes to N random times and
- * prints the first picture (or sound) at or after each;
- * --byte-seeks goes to N random bytes and prints the packet found there. --timing prints to
- * standard error how many milliseconds the first frame and each seek took; --waits reads all,
- * decodes nothing, and prints there the longest wait for a packet; --paced does so in the time of
- * the medium, and prints how long a viewer would have seen it stand still. --adapt plays one rate
- * of a medium that has several: after every 50 pictures the highest that three quarters of the
- * speed suffice for.
+ * Each line has the stream's kind and number, the frame's time in its stream's units and the MD5 of
+ * its picture or samples.
+ *
+ *   --plain       reads with FFmpeg's own file and HTTP access instead, to compare
+ *   --reopen      how many seconds to retry in an outage (0: not at all)
+ *   --seeks       seeks to N random times and prints the first picture (or sound) at or after each
+ *   --byte-seeks  seeks to N random bytes and prints the packet found there
+ *   --timing      prints to standard error how many milliseconds the first frame and each seek took
+ *   --waits       reads everything, decodes nothing, and prints there the longest wait for a packet
+ *   --paced       like --waits at the pace of the medium; prints how long a viewer would have seen
+ *                 it stand still
+ *   --adapt       plays one rate of a medium that has several: after every 50 pictures the highest
+ *                 one that three quarters of the speed suffice for
  */
 #include <fluviafs.h>
 #include <libavcodec/avcodec.h>
@@ -59,11 +62,11 @@ typedef struct Pace {
 
 typedef struct Adapt {
   int on;
-  int program; /* that is played */
+  int program; /* the one that is played */
   int pictures;
   long long bytes;
   double waited;            /* milliseconds for them */
-  int begins[kMostStreams]; /* the stream has just been chosen: no key picture yet */
+  int begins[kMostStreams]; /* the stream has just been selected: no key picture yet */
 } Adapt;
 
 typedef struct Player {
@@ -100,7 +103,7 @@ static int fail(const char* what, int error) {
   return error;
 }
 
-/* In the source's own words, where it has some. */
+/* Uses the source's own text, if it has one. */
 static int failSource(const Player* player, const char* what, int error) {
   if (player->source != NULL && fluvia_avio_problem(player->source)[0] != '\0') {
     fprintf(stderr, "frames: %s\n", fluvia_avio_problem(player->source));
@@ -108,7 +111,7 @@ static int failSource(const Player* player, const char* what, int error) {
   return fail(what, error);
 }
 
-/* What the demuxer went on without. */
+/* Prints what the demuxer has skipped. */
 static int tellMissing(const Player* player) {
   const int missing = player->source == NULL ? 0 : fluvia_avio_missing(player->source);
   if (missing == 0) return 0;
@@ -128,7 +131,7 @@ static int printFrame(Player* player, int stream) {
   return video ? frame_sum_picture(frame) : frame_sum_sound(frame);
 }
 
-/* Prints what the decoder of a stream has ready. */
+/* Prints the frames that the decoder of a stream has ready. */
 static int drain(Player* player, int stream) {
   for (;;) {
     int result = avcodec_receive_frame(player->decoders[stream], player->frame);
@@ -143,14 +146,15 @@ static int drain(Player* player, int stream) {
 static int decode(Player* player, const AVPacket* packet, int stream) {
   if (stream >= kMostStreams || player->decoders[stream] == NULL) return 0;
   const int result = avcodec_send_packet(player->decoders[stream], packet);
-  /* Damaged data is the medium's matter: players go on. */
+  /* Damaged data is the medium's fault: players continue. */
   if (result < 0 && result != AVERROR_INVALIDDATA) return fail("decode", result);
   return drain(player, stream);
 }
 
 /*
- * Rests until the packet's time is near, or notes how late it is: the medium then stands still.
- * What players keep decoded is in hand, from the beginning and again after each stall.
+ * Sleeps until the packet's time is near, or measures how late it is: the medium then stands still.
+ * The decoded frames that players keep are available, from the beginning and again after each
+ * stall.
  */
 static void keepPace(Player* player) {
   Pace* pace = &player->pace;
@@ -179,7 +183,7 @@ static long long rateOf(const Player* player, int program) {
   return rate == NULL ? 0 : atoll(rate->value);
 }
 
-/* Only the streams of that program are fetched from now on. */
+/* From now on only the streams of that program are fetched. */
 static int chooseProgram(Player* player, int program) {
   int result = 0;
   for (int i = 0; i < (int)player->format->nb_streams && i < kMostStreams; ++i) {
@@ -203,7 +207,7 @@ static int chooseProgram(Player* player, int program) {
   return result;
 }
 
-/* Notes a packet that took so long, and chooses anew after every 50 pictures. */
+/* Counts a packet that took so long, and selects again after every 50 pictures. */
 static int adapt(Player* player, double waited) {
   Adapt* state = &player->adapt;
   state->bytes += player->packet->size;
@@ -225,7 +229,7 @@ static int adapt(Player* player, double waited) {
   return best == state->program ? 0 : chooseProgram(player, best);
 }
 
-/* Whether a packet is to be left out: its stream has been chosen amid a group of pictures. */
+/* True if a packet must be skipped: its stream was selected amid a group of pictures. */
 static int isHeadless(Player* player, const AVPacket* packet) {
   if (packet->stream_index >= kMostStreams || !player->adapt.on) return 0;
   int* begins = &player->adapt.begins[packet->stream_index];
@@ -245,12 +249,12 @@ static int readPacket(Player* player) {
   return result < 0 || !player->adapt.on ? result : adapt(player, wait);
 }
 
-/* Decodes to the end, or to the first frame that was wanted. */
+/* Decodes to the end, or to the first frame that was asked for. */
 static int play(Player* player) {
   int result = 0;
   while (!(player->once && player->found)) {
     result = readPacket(player);
-    /* To some demuxers a failed read is the end. */
+    /* Some demuxers take a failed read for the end. */
     if (result == AVERROR_EOF && player->format->pb->error < 0) result = player->format->pb->error;
     if (result == AVERROR_EOF) break;
     if (result < 0) return failSource(player, "read", result);
@@ -367,7 +371,7 @@ static int seekTimes(Player* player, const Options* options) {
   const int64_t start = stream->start_time == AV_NOPTS_VALUE ? 0 : stream->start_time;
   const int64_t length = av_rescale_q(player->format->duration, AV_TIME_BASE_Q, stream->time_base);
   for (int i = 0; i < options->seeks; ++i) {
-    /* The last tenth may be left by a container that knows its length only roughly. */
+    /* A container may know its length only roughly, so the last tenth is not used. */
     player->wanted = start + (int64_t)(randomFraction(&seed) * 0.9 * (double)length);
     player->found = 0;
     player->once = 1;

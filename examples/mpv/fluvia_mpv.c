@@ -12,23 +12,23 @@ enum { kMostRead = 1 << 20, kStartWaitMs = 1000 };
 
 /*
  * While the player opens a stream it cannot be stopped: it asks whether the stream seeks, and only
- * then says by which function it cancels. So a thread waits for the first byte, and the player for
- * a second at most.
+ * then passes the function that cancels. So a thread waits for the first byte, and the player waits
+ * for a second at most.
  */
 typedef struct Source {
-  struct Source* next; /* of those that are open, under sourcesLock */
+  struct Source* next; /* next open source, guarded by sourcesLock */
   uintptr_t number;
-  FluviaStream* stream; /* the connector's until it is joined */
+  FluviaStream* stream; /* owned by the connector until it is joined */
   pthread_t connector;
-  int connecting; /* the connector is to be joined */
+  int connecting; /* the connector must be joined */
   pthread_mutex_t lock;
   pthread_cond_t changed;
   int known; /* the connector has finished */
 } Source;
 
 /*
- * The player may cancel a stream while it closes it, and a moment later: cookies are numbers that
- * are never given twice, and cancel() looks whether there is still a source of that number.
+ * The player may cancel a stream while it closes it, and shortly after. So cookies are numbers that
+ * are never reused, and cancel() checks whether a source of that number still exists.
  */
 static pthread_mutex_t sourcesLock = PTHREAD_MUTEX_INITIALIZER;
 static Source* sources;
@@ -43,14 +43,14 @@ static void* addSource(Source* source) {
   return (void*)source->number;
 }
 
-/* Where the pointer to the source is kept; null when it has been closed. Under sourcesLock. */
+/* The link that points to the source; null if it has been closed. Requires sourcesLock. */
 static Source** placeOf(const void* cookie) {
   Source** place = &sources;
   while (*place != NULL && (*place)->number != (uintptr_t)cookie) place = &(*place)->next;
   return *place == NULL ? NULL : place;
 }
 
-/* For the calls that are made before the close. */
+/* For calls that come before the close. */
 static Source* sourceOf(const void* cookie) {
   pthread_mutex_lock(&sourcesLock);
   Source* source = *placeOf(cookie);
@@ -68,7 +68,7 @@ static void* connectStream(void* data) {
   return NULL;
 }
 
-/* Waits a moment until it is known whether the stream seeks. */
+/* Waits up to a second until it is known whether the stream seeks. */
 static int isKnownSoon(Source* source) {
   struct timespec until;
   int result = 0;
@@ -83,7 +83,7 @@ static int isKnownSoon(Source* source) {
   return known;
 }
 
-/* The stream, connected or failed; waits for that, and an abort ends the wait. */
+/* Returns the stream, connected or failed. Waits for that; an abort ends the wait. */
 static FluviaStream* streamOf(Source* source) {
   if (source->connecting) pthread_join(source->connector, NULL);
   source->connecting = 0;
@@ -99,8 +99,9 @@ static int64_t readBytes(void* cookie, char* buffer, uint64_t size) {
 }
 
 /*
- * The player begins with a seek to 0, to learn whether the stream seeks at all. A server that takes
- * longer is taken for one that can: a film that could not seek would not be played at all.
+ * The player begins with a seek to 0, to find out whether the stream seeks at all. A stream that
+ * takes longer to connect is taken for a seekable one: otherwise mpv would not play the film at
+ * all.
  */
 static int64_t seekTo(void* cookie, int64_t offset) {
   Source* source = sourceOf(cookie);

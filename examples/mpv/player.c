@@ -23,7 +23,7 @@ typedef struct Options {
   int headless;
   const char* frames;
   int reopen; /* seconds */
-  int failed; /* a stream has: to mpv that is its end; read when its threads are gone */
+  int failed; /* a stream has failed (to mpv, ended); read after the streams' threads have ended */
   const char* authorities;
   const char* source;
 } Options;
@@ -66,7 +66,7 @@ static void configure(mpv_handle* player, const Options* options) {
   }
 }
 
-/* Until the source ends, or the viewer does. What a playlist names is played one by one. */
+/* Until the source or the viewer ends it. The entries of a playlist are played one by one. */
 static int watch(mpv_handle* player) {
   int started = 0;
   int failed = 0;

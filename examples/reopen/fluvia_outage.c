@@ -9,7 +9,7 @@
 static const long kPauses[] = {0, 500, 1000, 2000, 4000, 5000}; /* milliseconds */
 enum { kPauseCount = sizeof kPauses / sizeof kPauses[0], kHeaderRoom = 8192, kMark = 32 };
 
-/* Makes fragments differ in the whole process. */
+/* Makes fragments unique in the process. */
 static pthread_mutex_t openingsLock = PTHREAD_MUTEX_INITIALIZER;
 static unsigned int openings;
 
@@ -54,7 +54,7 @@ int fluvia_outage_is_same(const FluviaOutage* outage, int handle) {
   if (!outage->known) return 1;
   const long long size = sizeOf(handle);
   if (size != outage->size) {
-    /* The size of a stream that cannot seek may also have been learnt from its end. */
+    /* The size of a stream that cannot seek may have become known only at its end. */
     if (size >= 0 && outage->size >= 0) return 0;
     if (outage->seekable || fluvia_outage_can_seek(handle)) return 0;
   }
@@ -63,8 +63,8 @@ int fluvia_outage_is_same(const FluviaOutage* outage, int handle) {
 }
 
 /*
- * The library gives 404 for an answer without a body as well. If its headers never came to their
- * end, the connection broke: the server has not said that there is nothing.
+ * The library also returns 404 for a response without a body. If its headers are incomplete, the
+ * connection broke: the server has not reported a missing resource.
  */
 static int isCutAnswer(int handle) {
   static const char end[] = "\r\n\r\n";

@@ -10,26 +10,26 @@
 enum { kBreakAgainMs = 5, kProblemRoom = 160, kSkipPiece = 65536 };
 
 struct FluviaStream {
-  /* The thread that reads. */
+  /* Only for the reading thread. */
   char* name;
   FluviaStreamSettings settings;
   FluviaOutage outage;
-  int connected; /* the first byte was there, or the end */
-  int started;   /* it was asked for in advance */
-  char early;    /* where it goes then, until the handle is closed */
+  int connected; /* the first byte has come, or the end */
+  int started;   /* the first byte was requested in advance */
+  char early;    /* its buffer then, until the handle is closed */
   int seekable;
   long long size;
   long long position;
-  int final; /* the result that everything has from now on; 0: none */
+  int final; /* the result of every call from now on; 0: none */
   int status;
   char problem[kProblemRoom];
 
-  pthread_mutex_t lock; /* guards what is below */
+  pthread_mutex_t lock; /* guards the fields below */
   pthread_cond_t changed;
   int handle;   /* 0: none */
-  int inside;   /* a call of the library that may wait is under way */
+  int inside;   /* a call of the library that may wait is running */
   int breaking; /* the breaker calls the library with handle, which stays open meanwhile */
-  int aborted;  /* for good */
+  int aborted;  /* permanently */
   int hasBreaker;
   pthread_t breaker;
 };
@@ -96,10 +96,9 @@ int fluvia_stream_open(FluviaStream** stream, const char* name,
   return result;
 }
 
-/* ---- Breaking off ------------------------------------------------------------------------------
- */
+/* ---- Aborting ------------------------------------------------------------------------------ */
 
-/* Before and after every call that may wait. enter() fails once the stream was aborted. */
+/* Around every call that may wait. enter() fails once the stream was aborted. */
 static int enter(FluviaStream* stream) {
   pthread_mutex_lock(&stream->lock);
   const int allowed = !stream->aborted;
@@ -117,7 +116,7 @@ static int leave(FluviaStream* stream) {
   return !aborted;
 }
 
-/* Breaks the read off, again and again: it may not yet have begun to wait. */
+/* Aborts the read repeatedly: it may not have begun to wait yet. */
 static void* breakOff(void* data) {
   FluviaStream* stream = data;
   pthread_mutex_lock(&stream->lock);
@@ -136,8 +135,8 @@ static void* breakOff(void* data) {
 }
 
 /*
- * On a thread of its own, because an abort in the library can wait, for instance for an open of the
- * same name elsewhere.
+ * Runs on a thread of its own, because an abort in the library can wait, for instance for an open
+ * of the same name elsewhere.
  */
 void fluvia_stream_abort(FluviaStream* stream) {
   pthread_mutex_lock(&stream->lock);
@@ -163,7 +162,7 @@ static void dropHandle(FluviaStream* stream) {
   if (handle > 0) x_fluvia_file_close(handle);
 }
 
-/* Waits that long. 0 when the stream was aborted before. */
+/* Waits that long. Returns 0 if the stream was aborted before. */
 static int rest(FluviaStream* stream, long ms) {
   const struct timespec until = timeAt(nowMs() + ms);
   int result = 0;
@@ -176,8 +175,7 @@ static int rest(FluviaStream* stream, long ms) {
   return !aborted;
 }
 
-/* ---- Reading -----------------------------------------------------------------------------------
- */
+/* ---- Reading ------------------------------------------------------------------------------- */
 
 static void notify(const FluviaStream* stream, FluviaStreamNotice notice, const char* text) {
   if (stream->settings.notice != NULL) stream->settings.notice(notice, text, stream->settings.data);
@@ -191,7 +189,7 @@ static int readHandle(FluviaStream* stream, char* buffer, unsigned int size, uns
   return leave(stream) || *got > 0 ? result : FLUVIA_STREAM_ABORTED;
 }
 
-/* Reads up to the position and drops the bytes, where the library cannot seek there. */
+/* Reads up to the position and drops the bytes, if the library cannot seek there. */
 static int skip(FluviaStream* stream) {
   char* dropped = malloc(kSkipPiece);
   int result = dropped == NULL ? FVFR_FAILED : FVFR_OK;
@@ -231,8 +229,8 @@ static void goOn(FluviaStream* stream) {
 }
 
 /*
- * Reads the first byte of a new handle: its failure has a code, which that of a size has not. Then
- * compares with what was there before, and goes to the position.
+ * Reads the first byte of a new handle: a failed read has a code, a failed size query has none.
+ * Then compares the resource with the previous one, and moves to the position.
  */
 static int learn(FluviaStream* stream) {
   char first = 0;
@@ -270,7 +268,7 @@ static void noteProblem(FluviaStream* stream, int result) {
   fluvia_outage_explain(stream->handle, stream->problem, sizeof stream->problem);
 }
 
-/* Whether another try may help. */
+/* True if a retry may help. */
 static int isFailure(int result) {
   return result != FVFR_OK && result != FVFR_SEEK_REFUSED && result != FLUVIA_STREAM_ABORTED &&
          result != FLUVIA_STREAM_CHANGED;
@@ -280,8 +278,10 @@ static int isWanted(const FluviaStream* stream) {
   return stream->settings.unwanted == NULL || !stream->settings.unwanted(stream->settings.data);
 }
 
-/* The handle has failed with that result: opens the resource anew until one stands at the position,
- * or gives up. */
+/*
+ * The handle has failed with that result: opens the resource again until a handle is at the
+ * position, or the failure is final.
+ */
 static int recover(FluviaStream* stream, int result) {
   char text[kProblemRoom + 64];
   while (isFailure(result)) {
@@ -302,7 +302,7 @@ static int recover(FluviaStream* stream, int result) {
   return result;
 }
 
-/* Connecting reads the byte again, out of the buffer. */
+/* Connecting reads the byte again, from the buffer. */
 static void dropEarly(int request, void* data, int status, int got) {
   (void)request;
   (void)data;
@@ -320,7 +320,7 @@ void fluvia_stream_start(FluviaStream* stream) {
 int fluvia_stream_connect(FluviaStream* stream) {
   if (!leave(stream)) return FLUVIA_STREAM_ABORTED;
   if (stream->final != FVFR_OK) return stream->final;
-  /* A call that was not wanted any more has left no handle. */
+  /* A call that unwanted() ended has left no handle. */
   if (stream->handle == 0) return recover(stream, reopen(stream));
   return stream->connected ? FVFR_OK : recover(stream, learn(stream));
 }
@@ -350,7 +350,7 @@ int fluvia_stream_seek(FluviaStream* stream, long long offset) {
   const int again = !stream->seekable && offset != stream->position;
   stream->position = offset;
   if (!again) return FVFR_OK;
-  /* The library would say yes, and give the bytes of another place. */
+  /* The library would return success, and the bytes of another place. */
   dropHandle(stream);
   return recover(stream, reopen(stream));
 }

@@ -14,7 +14,7 @@ void Catalogue::processResult() {
   }
 }
 
-// The list is a document of its own, that the envelope holds as text.
+// The list is a separate document, which the envelope contains as text.
 void Catalogue::readItems(const std::string& list) {
   webs::XMLReader document;
   document.initialize();

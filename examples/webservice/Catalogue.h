@@ -7,10 +7,10 @@
 #include "webs/MethodResponse.h"
 #include "webs/XMLReader.h"
 
-// The answer of a media server to "browse": a SOAP envelope around a list of items, or a fault.
+// The response of a media server to "browse": a SOAP envelope around a list of items, or a fault.
 //
-// After a call: success with the items, or errorCode and errorMsg from the fault. An answer that is
-// neither has the code "malformed".
+// After a call: success with the items, or errorCode and errorMsg from the fault. Any other
+// response sets the code "malformed".
 class Catalogue : public webs::MethodResponse {
  public:
   struct Item {

@@ -59,7 +59,7 @@ Answer answerTo(const std::string& request) {
   return {"404 Not Found", "text/plain", "nothing here\n"};
 }
 
-// In small pieces, as bodies come from a network.
+// In small pieces, as bodies arrive from a network.
 void sendAll(int connection, const std::string& text) {
   const size_t piece = 300;
   size_t sent = 0;

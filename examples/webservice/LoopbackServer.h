@@ -19,7 +19,7 @@ class LoopbackServer {
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-  // Whether it listens.
+  // True if it listens.
   bool isUp() const { return port_ != 0; }
   // "http://127.0.0.1:port".
   std::string address() const;

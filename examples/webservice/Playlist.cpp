@@ -2,7 +2,7 @@
 
 Playlist::Playlist() { initialize(&reader_); }
 
-// Keys hold the quotes that they have in the text.
+// Keys include the quotes that they have in the text.
 void Playlist::processResult() {
   entries_.clear();
   webs::TreeNode* list = reader_.findElem("\"entries\"", true);

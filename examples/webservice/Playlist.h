@@ -9,8 +9,8 @@
 
 // A playlist as JSON: {"status":"ok","entries":[{"title":..,"url":..,"seconds":..},..]}.
 //
-// After a call: success with the entries, or errorCode and errorMsg, which the service names "code"
-// and "message". A text that is neither has the code "malformed".
+// After a call: success with the entries, or errorCode and errorMsg, which the service calls "code"
+// and "message". Any other text sets the code "malformed".
 class Playlist : public webs::MethodResponse {
  public:
   struct Entry {

@@ -9,12 +9,12 @@ ServiceCall::ServiceCall(webs::MethodResponse* response, const std::string& base
 }
 
 int ServiceCall::call(const Parameters& parameters) {
-  // The session appends the parameters as they are: the "?" and the encoding are ours.
+  // The session appends the parameters unchanged: this function adds the "?" and the encoding.
   for (const auto& [name, value] : parameters) {
     session_.pushParam(name, percentEncoded(value), webs::VALUE_STRING);
   }
-  // The transfer calls neither of the two around it: reset() has the response made ready, and
-  // finishReceive() ends the document and has it interpreted.
+  // The transfer does not call the response itself: reset() prepares the response, and
+  // finishReceive() ends the document and interprets it.
   session_.reset();
   const int result = session_.executeGet(base_ + "?", 0, 0, 0);
   response_->finishReceive();

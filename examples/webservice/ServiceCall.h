@@ -8,9 +8,9 @@
 #include "webs/MethodRequest.h"
 #include "webs/MethodResponse.h"
 
-// One call of a web service: a GET whose answer ends up in a response.
+// One call of a web service: a GET whose body is parsed into a response.
 //
-// Threads:   call() waits for the whole answer on the caller's thread.
+// Threads:   call() waits for the whole body on the caller's thread.
 // Ownership: the response is not owned and must outlive the call.
 class ServiceCall {
  public:
@@ -18,8 +18,8 @@ class ServiceCall {
 
   ServiceCall(webs::MethodResponse* response, const std::string& base);
 
-  // Gets base?name=value&... Returns 0, or what the session says went wrong; the response has
-  // interpreted the answer in both cases, because services explain their errors in the body.
+  // Gets base?name=value&... Returns 0, or the session's error. In both cases the response has
+  // interpreted the body, because services explain their errors there.
   int call(const Parameters& parameters);
 
  private:
@@ -28,7 +28,7 @@ class ServiceCall {
   webs::MethodRequest session_;
 };
 
-// The text as it may stand in a query: everything but letters, digits and "-._~" as %XX.
+// Encodes the text for a query: everything but letters, digits and "-._~" becomes %XX.
 std::string percentEncoded(const std::string& text);
 
 #endif  // FLUVIAFS_EXAMPLES_WEBSERVICE_SERVICECALL_H_

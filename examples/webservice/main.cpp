@@ -1,5 +1,5 @@
-// Asks two web services, one that answers in XML and one in JSON, and prints what they say. The
-// services stand on loopback; see LoopbackServer.h.
+// Calls two web services, one that responds in XML and one in JSON, and prints the results. The
+// services run on loopback; see LoopbackServer.h.
 #include <cstdio>
 
 #include "Catalogue.h"
@@ -26,7 +26,7 @@ void browse(const std::string& server, const std::string& object) {
   }
 }
 
-// One service, asked again and again through one session.
+// One service, called repeatedly through one session.
 void playlists(const std::string& server) {
   Playlist playlist;
   ServiceCall service(&playlist, server + "/playlist");

@@ -33,7 +33,7 @@ class LogReader {
     long long lines = 0;    // of the library
     long long foreign = 0;  // of other programs, or truncated
     long long mixed = 0;    // interleaved with another line
-    long long tries = 0;    // texts that were compared with the texts of a head without one
+    long long tries = 0;    // comparisons of a text with what a head may log
   };
 
   // sink is called with every recognised entry, in the order of the log.
