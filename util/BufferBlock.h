@@ -10,7 +10,7 @@ namespace util {
 // Fixed-capacity byte block that holds one contiguous stretch of a stream.
 //
 // Threads:   not locked; used by one owner at a time under the owner's lock.
-// Ownership: belongs to whoever popped it from a pool until it is pushed back.
+// Ownership: belongs to the caller that popped it from a pool until it is pushed back.
 // Invariant: 0 <= payload <= data.size(); data[0] is stream byte beginningSeqNum.
 class BufferBlock {
  public:
@@ -41,7 +41,7 @@ class BufferBlock {
   unsigned int sizeOfFree() const { return size() - payload; }
   unsigned int payloadSize() const { return payload; }
   unsigned int size() const { return static_cast<unsigned int>(data.size()); }
-  // First stream offset that is not held: beginningSeqNum + payload.
+  // First stream offset that is not buffered: beginningSeqNum + payload.
   long long end() const { return beginningSeqNum + payload; }
   // Beginning and payload are both 0: nothing of the stream was put here.
   bool isUnused() const { return beginningSeqNum == 0 && payload == 0; }

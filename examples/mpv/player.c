@@ -1,4 +1,4 @@
-/* Plays a file or URL with libmpv, through the library; kUsage tells how. */
+/* Plays a file or URL with libmpv, through the library; kUsage describes the options. */
 #include <fluviafs.h>
 #include <stdio.h>
 #include <stdlib.h>

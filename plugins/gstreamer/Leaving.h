@@ -10,9 +10,9 @@
 // library and blocks all other calls, so a worker waits here first.
 //
 // Threads:   any.
-// Invariant: a name is listed once for each worker that has entered it and was told to quit, or has
-//            begun to close its handle, until that handle is closed. No worker waits for one that
-//            never entered.
+// Invariant: a name is listed once for each worker that has entered it and was asked to quit, or
+//            has begun to close its handle, until that handle is closed. No worker waits for one
+//            that never entered.
 class Leaving {
  public:
   // State of a worker for the name that it reads.
