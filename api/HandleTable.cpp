@@ -12,7 +12,7 @@ constexpr int kNoHandle = -1;
 
 util::NeverDestroyed<HandleTable> handles;
 
-// Deletes a file object that got no handle. Its shared file keeps the reference. Intentional.
+// Releases a file object that got no handle. Its shared file keeps the reference. Intentional.
 class OwnedFile {
  public:
   explicit OwnedFile(int bufferSize) : file_(new webs::FluviaFile(bufferSize)) {}

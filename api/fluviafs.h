@@ -24,9 +24,9 @@
  * @endcode
  *
  * @section handles Handles
- * A handle is a number from 1 to FVFR_MAX_HANDLES. Open returns the lowest free one; a closed
- * handle is reused at once. "Out of range" below means any other number. "Not open" means a number
- * in that range that was never opened or has been closed.
+ * A handle is a number from 1 to FVFR_MAX_HANDLES. Open returns the lowest free one; a number is
+ * free again as soon as its handle has been closed. "Out of range" below means any other number.
+ * "Not open" means a number in that range that was never opened or has been closed.
  *
  * Each handle has its own read position. Handles opened with the same text (byte for byte) share
  * one stream and one buffer. Their reads take turns, and a read that waits delays the other handles

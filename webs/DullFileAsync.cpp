@@ -76,8 +76,7 @@ int DullFile::cancelRead(int requestId, FluviaFile* reader) {
   return util::CALL_OK;
 }
 
-// --- aborts
-// ---------------------------------------------------------------------------------------
+// --- aborts --------------------------------------------------------------------------------------
 //
 // Every read and probe has a number, assigned under readLock before it enters the buffer. An abort
 // names all numbers assigned so far: a probe that came later than the aborted read may be ahead of

@@ -123,7 +123,7 @@ int MethodRequest::evaluate(long long start, Outcome* outcome) {
   // body. A piece that the receiver refused keeps its code: it was cancelled already.
   const bool stopped = !active;
   if (stopped && outcome->code != CURLE_WRITE_ERROR) outcome->code = CURLE_ABORTED_BY_CALLBACK;
-  // Not as a cancelled transfer: nothing follows one, and readers would wait for ever.
+  // Not reported as cancelled: nothing follows a cancelled transfer, and readers would wait.
   if (!stopped && callbackFailed) outcome->code = CURLE_OUT_OF_MEMORY;
 
   if (!stopped && nobodyAnswered(outcome->code)) TransferShare::instance().distrustNames();

@@ -30,7 +30,7 @@ class TransferShare {
 
   // A connection failed: the next transfer of any session resolves its name again.
   void distrustNames() { distrusted_ = true; }
-  // True for that transfer, once.
+  // Returns true once after distrustNames(): to the transfer that must resolve its name again.
   bool takeDistrust() { return distrusted_ && distrusted_.exchange(false); }
 
  private:
