@@ -14,8 +14,8 @@ namespace webs {
 
 class DullFile;
 
-// Bytes. A stream that cannot seek may be moved forward by at most this many, and back only into
-// this many at its beginning.
+// A stream that cannot seek may be moved forward by at most this many bytes, and back only into
+// this many bytes at its beginning.
 constexpr long long kSeekSpan = 0x100000;
 
 // One handle: a read position of its own on a shared file.
