@@ -34,7 +34,7 @@ await "ARM transfers, large files"
 # 510 threads with stacks of 8 MiB would take all 4 GiB of addresses.
 stack_limit=$(ulimit -S -s)
 ulimit -S -s 512
-export FLUVIA_MODEL_FACTOR=0.5 FLUVIA_PATIENCE=5
+export FLUVIA_MODEL_FACTOR=0.25 FLUVIA_PATIENCE=5
 # Left out: what starts its own program again, and what limits its own memory, neither of which the
 # emulator can do.
 run_ctest armv7-ubsan -L "^($(IFS='|' && echo "${ARM_TESTS[*]}"))\$" \
