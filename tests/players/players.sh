@@ -717,7 +717,7 @@ readme_recipes() {
     esac
     timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
     count=$((count + 1))
-  done < <(sed -n '/^## Use it in your player/,/^## The interface/s/^    //p' "$here/../../README.md")
+  done < <(sed -n '/^## Use it in your player/,/^## More/s/^    //p' "$here/../../README.md")
   [ "$count" -eq 5 ] || fail "the README has not 5 recipes but $count"
 }
 
