@@ -18,22 +18,31 @@ def panel(title, values, left):
         yield f'<text x="{left + LEFT + width + 6:.1f}" y="{y + 12}">{value:.4g}</text>'
 
 
-def bars(workload, peers, figures):
-    """A picture of a workload: a panel for each (title, name, factor) of figures."""
+def bars(peers, figures):
+    """A workload's panels, one for each (title, name, factor) of figures."""
     good = {peer: row for peer, row in peers.items() if row is not None}
-    return panels(workload, [(title, [(peer, row[name] * factor) for peer, row in good.items()
-                                      if name in row]) for title, name, factor in figures])
+    return [(title, [(peer, row[name] * factor) for peer, row in good.items() if name in row])
+            for title, name, factor in figures]
 
 
-def panels(heading, shown):
-    """A picture of [(title, [(peer, value)])], a panel each."""
-    width = (LEFT + WIDTH) * len(shown)
-    height = 64 + max([1, *(len(values) for _, values in shown)]) * (BAR + GAP)
+def height_of(panels):
+    return 64 + max([1, *(len(values) for _, values in panels)]) * (BAR + GAP)
+
+
+def sheet(rows):
+    """A picture of [(heading, [(title, [(peer, value)])])]: a row each, of a panel each."""
+    width = (LEFT + WIDTH) * max([1, *(len(panels) for _, panels in rows)])
+    height = sum(height_of(panels) for _, panels in rows)
     lines = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
              f'viewBox="0 0 {width} {height}">',
              '<style>text{font:12px sans-serif;fill:#222}.head{font-weight:bold}</style>',
-             f'<rect width="{width}" height="{height}" fill="#fff"/>',
-             f'<text x="12" y="20" class="head">{escape(heading)}</text>']
-    for index, (title, values) in enumerate(shown):
-        lines += panel(title, values, index * (LEFT + WIDTH))
+             f'<rect width="{width}" height="{height}" fill="#fff"/>']
+    top = 0
+    for heading, panels in rows:
+        lines += [f'<g transform="translate(0 {top})">',
+                  f'<text x="12" y="20" class="head">{escape(heading)}</text>']
+        for index, (title, values) in enumerate(panels):
+            lines += panel(title, values, index * (LEFT + WIDTH))
+        lines.append("</g>")
+        top += height_of(panels)
     return "\n".join([*lines, "</svg>"]) + "\n"

@@ -1,6 +1,5 @@
 """Tables, ratios and plots of what bench/run measured."""
 import os
-import re
 from statistics import median
 
 import plot
@@ -209,14 +208,7 @@ def heading(measured, folder):
         yield "- A quick run, of few operations: it shows that everything works, not how fast."
 
 
-def reasons(folder):
-    """What is known of the goals that a run may miss, as it was written down."""
-    with open(os.path.join(BENCH, "reasons.md"), encoding="utf-8") as file:
-        text = file.read().rstrip().replace("](../docs/", f"]({link('docs', folder)}/")
-    return ["", "## What holds those that are missed", "", text]
-
-
-def play_picture(table, folder):
+def play_panels(table):
     """CPU seconds a minute by reads of 32 KiB over http, a panel a rate."""
     panels = []
     for rate in PLAY_RATES:
@@ -224,29 +216,34 @@ def play_picture(table, folder):
         values = [(peer, figures["minute"]) for peer, figures in peers.items() if figures is not None]
         if values:
             panels.append((f"{rate} Mbit/s", values))
-    if not panels:
-        return []
-    with open(os.path.join(folder, "plots", "play.svg"), "w", encoding="utf-8") as file:
-        file.write(plot.panels("CPU seconds a minute of playing, http, reads of 32 KiB", panels))
-    return ["", "## Playing", "", "![CPU seconds a minute of playing](plots/play.svg)"]
+    return panels
+
+
+def pictures(table, folder):
+    """One sheet of bars for all workloads, and a picture for all playings."""
+    bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
+            if key in ("wall", "cpu", "p50_us")]
+    rows = [(workload, plot.bars(peers, bars)) for workload, peers in table.items()
+            if not workload.startswith("play ")]
+    playing = play_panels(table)
+    os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
+    if rows:
+        with open(os.path.join(folder, "plots", "workloads.svg"), "w", encoding="utf-8") as file:
+            file.write(plot.sheet(rows))
+        yield from ("", "[All workloads as bars](plots/workloads.svg)")
+    if playing:
+        with open(os.path.join(folder, "plots", "play.svg"), "w", encoding="utf-8") as file:
+            file.write(plot.sheet([("CPU seconds a minute of playing, http, reads of 32 KiB", playing)]))
+        yield from ("", "![CPU seconds a minute of playing](plots/play.svg)")
 
 
 def write(measured, folder):
     table = medians(measured)
-    lines = [*heading(measured, folder), "", "## Goals", "",
+    lines = [*heading(measured, folder), *pictures(table, folder), "", "## Goals", "",
              "The library's figure divided by the peer's, of the same run.", "", *goals(table),
-             *limits(table), *failures(measured), *reasons(folder)]
-    os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
+             *limits(table), "", f"What holds those that are missed: [reasons]({link('bench/reasons.md', folder)}).",
+             *failures(measured)]
     for workload, peers in table.items():
-        name = re.sub(r"[^a-z0-9]+", "-", workload.lower()).strip("-") + ".svg"
         lines += ["", f"## {workload}", "", *rows(peers)]
-        if workload.startswith("play "):  # one picture for all of them
-            continue
-        bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
-                if key in ("wall", "cpu", "p50_us")]
-        with open(os.path.join(folder, "plots", name), "w", encoding="utf-8") as file:
-            file.write(plot.bars(workload, peers, bars))
-        lines += ["", f"![{workload}](plots/{name})"]
-    lines += play_picture(table, folder)
     with open(os.path.join(folder, "RESULTS.md"), "w", encoding="utf-8") as file:
         file.write("\n".join(lines) + "\n")
