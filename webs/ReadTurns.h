@@ -46,8 +46,9 @@ class FluviaFile;
 // This class decides only the order: the file lock still separates the reads. A handle that is
 // alone never waits and is not recorded.
 //
-// Threads:   any. Its lock is taken before the buffer queue's feedLock, and after no other than the
-//            readLock of its file.
+// Threads:   any. Its lock is taken under the registry's lock, under the readLock of its file, or
+//            alone. Under it are taken only the queue's feedLock, the lock of the table of
+//            asynchronous reads, and a waiter's wake.
 // Ownership: readers are compared, never dereferenced. A reader is known from join() to forget().
 // Invariant: nothing but join() allocates. While a read waits and no read has the turn, the first
 //            waiter sleeps no longer than until some claim can change.
