@@ -23,6 +23,6 @@ box_seconds=${FLUVIA_BOX_SECONDS:-600}
 check "packages of the box" scripts/install-packages box arm
 check "box" scripts/box/make
 check "builds for the box" make_for_box
-check "box: interface, servers" in_box interface 5400 tests/box/interface
-check "box: stress, players" in_box ordeal $((box_seconds * 3 + 600)) tests/box/ordeal "$box_seconds"
-check "box: little memory" in_box memory 1800 tests/box/memory
+check "box: interface, servers" in_box interface 5400 tests/products/box/interface
+check "box: stress, players" in_box ordeal $((box_seconds * 3 + 600)) tests/products/box/ordeal "$box_seconds"
+check "box: little memory" in_box memory 1800 tests/products/box/memory

@@ -4,7 +4,7 @@
 # are the replay's to find: looking for them after each input takes most of the time.
 FUZZ_SECONDS=${FUZZ_SECONDS:-600}
 
-# name of the target, its folder in tests/fuzz/corpus
+# name of the target, its folder in tests/ordeal/fuzz/corpus
 FUZZ_TARGETS="XMLReaderFuzz:xml JSONReaderFuzz:json JSONPiecesFuzz:pieces ResponseHeadersFuzz:headers
 HttpAnswerFuzz:answer ApiCallsFuzz:calls"
 
@@ -16,9 +16,9 @@ make_fuzz_targets() {
 fuzz() {
   local log=build/fuzz/$1.log
   mkdir -p "build/fuzz/found/$2"
-  if "build/fuzz/tests/fuzz/$1" -max_total_time="$FUZZ_SECONDS" -timeout=60 -detect_leaks=0 \
+  if "build/fuzz/tests/ordeal/fuzz/$1" -max_total_time="$FUZZ_SECONDS" -timeout=60 -detect_leaks=0 \
     -close_fd_mask=2 -max_len=4096 -rss_limit_mb=2048 -artifact_prefix="build/fuzz/$1-" \
-    "build/fuzz/found/$2" "tests/fuzz/corpus/$2" >"$log" 2>&1; then
+    "build/fuzz/found/$2" "tests/ordeal/fuzz/corpus/$2" >"$log" 2>&1; then
     return 0
   fi
   tail -n 60 "$log"

@@ -8,7 +8,7 @@ make_fluvia() {
 
 scripts/install-packages network
 check "build fluvia" make_fluvia
-if tests/network/box.sh build/release/tools/fluvia build/release/libfluviafs.so | tee build/network.log; then
+if tests/ordeal/network/box.sh build/release/tools/fluvia build/release/libfluviafs.so | tee build/network.log; then
   told "network in a box" "$(grep -c " right " build/network.log || true)" 0 \
     "$(grep -c " skipped " build/network.log || true)"
 else

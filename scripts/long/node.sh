@@ -12,4 +12,4 @@ make_player() {
 check "packages of node" make_node
 check "build of the player" make_player
 NODE_MODULES=$PWD/build/node/node_modules check "servers of node" timeout --kill-after=10 300 \
-  tests/servers/node.sh
+  tests/products/servers/node.sh

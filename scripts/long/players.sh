@@ -36,16 +36,16 @@ measure_players() (
   server=$(mktemp -d)
   start_nginx "$server" "$out/media"
   export GST_REGISTRY=$PWD/build/release/gst-registry.bin
-  build/release/tests/players/gst-frames "file://$out/media/film.mp4" >/dev/null || code=1
+  build/release/tests/products/players/gst-frames "file://$out/media/film.mp4" >/dev/null || code=1
   if [ "$code" -eq 0 ]; then
-    tests/players/measure.py run "$PWD/build/release" "$NGINX_PORT" "$server/access.log" \
+    tests/products/players/measure.py run "$PWD/build/release" "$NGINX_PORT" "$server/access.log" \
       film.mp4 front.mp4 fragmented.mp4 film.mkv film.ts stream/film.m3u8 >"$out/players.csv" || code=1
   fi
   kill "$NGINX_PID"
   wait "$NGINX_PID" || true
   rm -rf "$server"
-  [ "$code" -eq 0 ] && tests/players/measure.py table "$out/players.csv" >"$out/players.md" &&
-    tests/players/measure.py picture "$out/players.csv" >"$out/players.svg"
+  [ "$code" -eq 0 ] && tests/products/players/measure.py table "$out/players.csv" >"$out/players.md" &&
+    tests/products/players/measure.py picture "$out/players.csv" >"$out/players.svg"
 )
 
 # Half of it as HLS, in pieces of six seconds: some with more bytes than a buffer, none with all.
@@ -71,13 +71,13 @@ measure_hls() (
   NGINX_LISTEN=ssl start_nginx "$tls" "$out/media/hls" \
     "ssl_certificate $tls/cert.pem; ssl_certificate_key $tls/key.pem;" || code=1
   if [ "$code" -eq 0 ]; then
-    tests/players/measure_hls.py run "$PWD/build/release" "$plain_port" "$NGINX_PORT" \
+    tests/products/players/measure_hls.py run "$PWD/build/release" "$plain_port" "$NGINX_PORT" \
       "$plain/access.log" film.m3u8 "$tls/cert.pem" "${FLUVIA_ROUNDS:-3}" >"$out/hls.csv" || code=1
   fi
   kill "$plain_id" "$NGINX_PID"
   wait "$plain_id" "$NGINX_PID" || true
   rm -rf "$plain" "$tls"
-  [ "$code" -eq 0 ] && tests/players/measure_hls.py table "$out/hls.csv" >"$out/hls.md"
+  [ "$code" -eq 0 ] && tests/products/players/measure_hls.py table "$out/hls.csv" >"$out/hls.md"
 )
 
 check "packages of the players" scripts/install-packages players servers

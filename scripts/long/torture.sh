@@ -13,7 +13,7 @@ make_torture() {
 torture_with() {
   local log=build/torture-$1.log
   shift
-  if build/asan/tests/torture/torture --jobs "$JOBS" "$@" | tee "$log"; then
+  if build/asan/tests/ordeal/torture/torture --jobs "$JOBS" "$@" | tee "$log"; then
     told "torture $*" "$(sed -n 's/^\([0-9]*\) runs, .*/\1/p' "$log")" 0 0
   else
     told "torture $*" 0 1 0

@@ -10,4 +10,4 @@ check "log lines" scripts/checks/log-lines
 check "commits of the figures" scripts/checks/figures
 scripts/checks/figures --notes
 check "counting of results" scripts/checks/counting
-check "mutation table" tests/mutation/mutate.py --check
+check "mutation table" tests/ordeal/mutation/mutate.py --check

@@ -16,7 +16,7 @@ both_stresses() {
   wait "$asan" && [ "$tsan_result" -eq 0 ]
 }
 
-behind "model of restarts" tests/model/check.sh
+behind "model of restarts" tests/ordeal/model/check.sh
 check "fault matrix, our column" timeout --kill-after=10 600 \
   build/release/tests/ordeal/matrix/ordeal_matrix \
   ours=build/release/tests/ordeal/matrix/ordeal_matrix_ours

@@ -31,4 +31,4 @@ behind "build armv7" make_armv7
 run_ctest asan -L players
 check "manual page of fluvia-mount" scripts/checks/manual build/asan/tools/fluvia-mount
 FLUVIA_MEDIA=$PWD/build/asan/media \
-  check "recipes of the README" tests/players/players.sh "$PWD/build/release" readme_recipes
+  check "recipes of the README" tests/products/players/players.sh "$PWD/build/release" readme_recipes

@@ -3,7 +3,7 @@
 # them; the part of ARM awaits that.
 ARM_TESTS=(util_tests webs_tests api_tests http_tests process_tests torture_tests)
 servers=()
-for test in tests/servers/*; do
+for test in tests/products/servers/*; do
   case $test in
     *.sh | *.cpp) ;;
     *) servers+=("$(basename "$test")") ;;
@@ -14,7 +14,7 @@ check "packages of the servers" scripts/install-packages servers
 await "build armv7"
 behind "build armv7-ubsan" make_arm_build armv7-ubsan "${ARM_TESTS[@]}"
 for server in "${servers[@]}"; do
-  beside "server $server" timeout --kill-after=10 120 "tests/servers/$server"
+  beside "server $server" timeout --kill-after=10 120 "tests/products/servers/$server"
 done
 for server in "${servers[@]}"; do
   await "server $server"

@@ -6,12 +6,12 @@
 
 # arm_server NAME: a test with a real server, its transfers by the emulated command line.
 arm_server() {
-  FLUVIA=build/armv7/emulated-fluvia timeout --kill-after=10 300 "tests/servers/$1"
+  FLUVIA=build/armv7/emulated-fluvia timeout --kill-after=10 300 "tests/products/servers/$1"
 }
 
 make_packages() {
   # The root that the packages are tried in is made meanwhile: one waits for servers, the other computes.
-  tests/packages/make-root &
+  tests/products/packages/make-root &
   local root=$!
   scripts/make-packages
   local result=$?

@@ -4,6 +4,6 @@
 await "make the packages"
 check "lintian, symbols" scripts/checks/packages
 check "binary interface" scripts/abi
-check "packages in a clean Debian" tests/packages/install-amd64
-check "packages for armhf" tests/packages/unpack-armhf
-check "release" tests/packages/release
+check "packages in a clean Debian" tests/products/packages/install-amd64
+check "packages for armhf" tests/products/packages/unpack-armhf
+check "release" tests/products/packages/release

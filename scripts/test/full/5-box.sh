@@ -3,4 +3,4 @@
 # emulation under this machine's kernel cannot show. What is longer is in scripts/long/box.sh.
 check "packages of the box" scripts/install-packages box
 check "box" scripts/box/make
-check "box: install, transfer, exit" scripts/arm-box --limit 900 tests/box/short
+check "box: install, transfer, exit" scripts/arm-box --limit 900 tests/products/box/short

@@ -5,4 +5,4 @@ make_trace() {
 }
 check "packages of the browser" scripts/install-packages trace
 check "build of the trace" make_trace
-check "trace in a browser" timeout --kill-after=10 180 tests/tools/trace.sh build/release
+check "trace in a browser" timeout --kill-after=10 180 tests/products/tools/trace.sh build/release

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "api/fluviafs.h"
-#include "tests/http/ApiFile.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
@@ -18,6 +17,7 @@
 #include "tests/support/SilentStderr.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
+#include "tests/unit/http/ApiFile.h"
 
 namespace {
 

@@ -8,12 +8,12 @@
 #include <cstdlib>
 
 #include "api/fluviafs.h"
-#include "tests/http/ApiFile.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
 #include "tests/support/SilentStderr.h"
 #include "tests/support/Watchdog.h"
+#include "tests/unit/http/ApiFile.h"
 
 namespace {
 std::atomic<long> clockSetBy{0};  // seconds

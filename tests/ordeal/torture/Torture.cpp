@@ -1,0 +1,408 @@
+// Fails one thing under the library at a time, each time in a process of its own, and wants every
+// call to return with a clear code, no wrong byte, nothing left behind, and the library to work
+// again afterwards.
+//
+//   torture [options]
+//     --scenario NAME   local, http, rough or cold-local, cold-http; may be repeated; default all
+//     --point NAME      allocation, thread, socket, connect, open, read, send, resolve; may be
+//                       repeated; default all
+//     --points N        at most that many numbers of each; more than that are sampled; default 500
+//     --length N        how many calls in a row fail, 0: all from that one on; default 1
+//     --only N          only that number
+//     --jobs N          processes at a time; default 2
+//     --deadline N      seconds after which a run hangs; default 90
+//     --seed N          of the sampling; default FLUVIA_SEED or 1
+//
+// rough is a server that breaks one connection off and falls silent on the next. The cold ones are
+// the first use of the library in their process; before the others it has been used once.
+// Prints a line for each point with what came out, and what was wrong. Exit code 1 when anything
+// was.
+#include <fcntl.h>
+#include <getopt.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "api/fluviafs.h"
+#include "tests/ordeal/torture/Interpose.h"
+#include "tests/ordeal/torture/Scenario.h"
+#include "tests/support/Behaviours.h"
+#include "tests/support/FaultServer.h"
+#include "tests/support/TestFiles.h"
+#include "tests/support/Watchdog.h"
+
+extern char** environ;
+
+namespace {
+
+using torture::Judge;
+using torture::Point;
+using torture::Resource;
+
+constexpr long long kSize = 300000;
+// Ten seconds of silence pass in a quarter of a second.
+constexpr int kFasterClock = 40;
+constexpr int kWrong = 3;
+
+// One run with one point, in a process of its own.
+struct Job {
+  std::string scenario;
+  Point point = Point::kNone;
+  long first = 0;
+  long length = 1;
+  std::string url;    // what is used while something fails
+  std::string plain;  // what is used before and after
+
+  bool isLocal() const { return scenario == "local" || scenario == "cold-local"; }
+  bool isCold() const { return scenario.compare(0, 5, "cold-") == 0; }
+};
+
+int wrong(const std::string& phase, const std::string& what) {
+  std::cout << "wrong " << phase << ": " << what << std::endl;
+  return kWrong;
+}
+
+int runChild(const Job& job) {
+  const torture::Spared ours;
+  const Resource plain{job.plain, kSize, false};
+  bool fileless = false;
+  if (!job.isCold()) {
+    const std::string problem = torture::useLibrary(plain, Judge::kMustPass, &fileless);
+    if (!problem.empty()) return wrong("before", problem);
+  }
+  const int threads = support::threadCount();
+  const int descriptors = support::descriptorCount();
+
+  if (!job.isLocal()) torture::setClockSpeed(kFasterClock);
+  torture::arm(job.point, job.first, job.length);
+  const std::string problem =
+      torture::useLibrary({job.url, kSize, job.isLocal()}, Judge::kMayFail, &fileless);
+  const long counted = torture::disarm();
+  torture::setClockSpeed(1);
+  std::cout << "counted " << counted << " failed " << torture::failures() << std::endl;
+  if (!problem.empty()) return wrong("during", problem);
+
+  // Workers that could not be made, or a crypto library that could not be prepared, are missing for
+  // the life of the process.
+  const Judge after = job.isCold() ? Judge::kMayFail : Judge::kMustPass;
+  bool filelessLater = false;
+  const std::string later = torture::useLibrary(plain, after, &filelessLater);
+  if (!later.empty()) return wrong("after", later);
+  if (job.isCold()) return 0;
+  if (!support::eventually([&] { return support::threadCount() <= threads; })) {
+    return wrong("after", "threads were " + std::to_string(threads) + " and are " +
+                              std::to_string(support::threadCount()));
+  }
+  const int most = descriptors + (fileless ? 1 : 0);
+  if (!support::eventually([&] { return support::descriptorCount() <= most; })) {
+    return wrong("after", "descriptors were " + std::to_string(descriptors) + " and are " +
+                              std::to_string(support::descriptorCount()));
+  }
+  return 0;
+}
+
+// The parent: makes the runs and sums them up.
+struct Options {
+  std::vector<std::string> scenarios;
+  std::vector<Point> points;
+  size_t most = 500;
+  long length = 1;
+  long only = 0;
+  unsigned int jobs = 2;
+  int deadline = 90;
+  unsigned int seed = 1;
+};
+
+struct Outcome {
+  long counted = 0;
+  long failed = 0;
+  std::string trouble;  // empty: all well
+};
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+std::string lastLines(const std::string& text, size_t bytes) {
+  if (text.size() <= bytes) return text;
+  const size_t line = text.find('\n', text.size() - bytes);
+  return line == std::string::npos ? text : text.substr(line + 1);
+}
+
+class Driver {
+ public:
+  Driver(std::string program, Options options)
+      : program_(std::move(program)), options_(std::move(options)) {
+    local_ = folder_.makePattern("resource", kSize);
+    server_.on("/plain", support::serveRanges(kSize));
+  }
+
+  bool run() {
+    for (const std::string& scenario : options_.scenarios) {
+      for (const Point point : options_.points) torturePoint(scenario, point);
+    }
+    std::cout << runs_ << " runs, " << failedCalls_ << " calls failed, " << troubles_
+              << " runs went wrong" << std::endl;
+    if (failedCalls_ == 0) std::cout << "no call was made to fail" << std::endl;
+    return troubles_ == 0 && failedCalls_ > 0;
+  }
+
+ private:
+  std::string urlOf(const std::string& scenario) {
+    if (scenario == "local" || scenario == "cold-local") return local_;
+    std::string path = "/plain";
+    if (scenario == "rough") {
+      path = "/rough-" + std::to_string(++roughs_);
+      server_.on(path,
+                 support::inTurn({support::dropAfter(kSize, 90000),
+                                  support::stallAfter(kSize, 20000), support::serveRanges(kSize)}));
+    }
+    return hostUrl(path);
+  }
+
+  // By name, so that libcurl resolves it in a thread.
+  std::string hostUrl(const std::string& path) const {
+    return std::string("http://") + torture::kHostName + ":" + std::to_string(server_.port()) +
+           path;
+  }
+
+  Job job(const std::string& scenario, Point point, long first) {
+    Job made;
+    made.scenario = scenario;
+    made.point = point;
+    made.first = first;
+    made.length = options_.length;
+    made.url = urlOf(scenario);
+    made.plain = made.isLocal() ? local_ : hostUrl("/plain");
+    return made;
+  }
+
+  // Every number that a run without a failure counts, or a sample of them.
+  std::vector<long> numbers(long counted, Point point) const {
+    std::vector<long> all;
+    for (long n = 1; n <= counted; ++n) all.push_back(n);
+    if (all.size() <= options_.most) return all;
+    std::mt19937 random(options_.seed + static_cast<unsigned int>(point));
+    std::shuffle(all.begin(), all.end(), random);
+    all.resize(options_.most);
+    std::sort(all.begin(), all.end());
+    return all;
+  }
+
+  void torturePoint(const std::string& scenario, Point point) {
+    const auto began = std::chrono::steady_clock::now();
+    const Outcome untouched = runOne(job(scenario, point, 0));
+    if (!untouched.trouble.empty()) {
+      report(scenario, point, 0, untouched);
+      return;
+    }
+    std::vector<long> todo =
+        options_.only > 0 ? std::vector<long>{options_.only} : numbers(untouched.counted, point);
+    const bool sampled = static_cast<long>(todo.size()) < untouched.counted;
+    const long troublesBefore = troubles_;
+    const long failedBefore = failedCalls_;
+    runAll(scenario, point, todo);
+    // Threads make the count differ from run to run: on until one passes untouched.
+    for (long next = untouched.counted + 1; !sampled && options_.only == 0; ++next) {
+      const Outcome outcome = runOne(job(scenario, point, next));
+      report(scenario, point, next, outcome);
+      if (outcome.failed == 0) break;
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    std::printf(
+        "%-10s %-10s %5ld calls, %4zu of them failed in turn%s, %ld failures, %ld wrong"
+        ", %.0f s\n",
+        scenario.c_str(), torture::nameOf(point), untouched.counted, todo.size(),
+        sampled ? " (sampled)" : "", failedCalls_ - failedBefore, troubles_ - troublesBefore,
+        seconds);
+    std::fflush(stdout);
+  }
+
+  void runAll(const std::string& scenario, Point point, const std::vector<long>& todo) {
+    std::atomic<size_t> next{0};
+    std::vector<std::thread> threads;
+    for (unsigned int i = 0; i < options_.jobs; ++i) {
+      threads.emplace_back([&] {
+        for (size_t at = next++; at < todo.size(); at = next++) {
+          Job one;
+          {
+            const std::lock_guard<std::mutex> guard(lock_);
+            one = job(scenario, point, todo[at]);
+          }
+          report(scenario, point, todo[at], runOne(one));
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  void report(const std::string& scenario, Point point, long number, const Outcome& outcome) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    ++runs_;
+    failedCalls_ += outcome.failed;
+    if (outcome.trouble.empty()) return;
+    ++troubles_;
+    std::cout << "WRONG: --scenario " << scenario << " --point " << torture::nameOf(point)
+              << " --only " << number << " --length " << options_.length << "\n"
+              << outcome.trouble << std::endl;
+  }
+
+  Outcome runOne(const Job& one) {
+    const std::string base = folder_.file("run-" + std::to_string(++files_));
+    const pid_t child = start(one, base);
+    Outcome outcome;
+    const int status = await(child, base);
+    const std::string said = contentsOf(base + ".out");
+    std::sscanf(said.c_str(), "counted %ld failed %ld", &outcome.counted, &outcome.failed);
+    if (status != 0) {
+      outcome.trouble = describe(status) + "\n" + said + lastLines(contentsOf(base + ".err"), 6000);
+    }
+    for (const char* end : {".out", ".err"}) unlink((base + end).c_str());
+    return outcome;
+  }
+
+  pid_t start(const Job& one, const std::string& base) {
+    std::vector<std::string> words = {program_,
+                                      "--child",
+                                      one.scenario,
+                                      torture::nameOf(one.point),
+                                      std::to_string(one.first),
+                                      std::to_string(one.length),
+                                      one.url,
+                                      one.plain};
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(&word[0]);
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    const std::string files[2] = {base + ".out", base + ".err"};
+    for (int i = 0; i < 2; ++i) {
+      posix_spawn_file_actions_addopen(&actions, i + 1, files[i].c_str(),
+                                       O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    }
+    pid_t child = -1;
+    const int failure =
+        posix_spawn(&child, program_.c_str(), &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0) {
+      std::cerr << "cannot start " << program_ << ": " << strerror(failure) << std::endl;
+      std::exit(2);
+    }
+    return child;
+  }
+
+  // The wait status; a child past its deadline shows its threads and is killed.
+  int await(pid_t child, const std::string& base) const {
+    int status = 0;
+    const bool ended = support::eventually(
+        [&] { return waitpid(child, &status, WNOHANG) == child; }, options_.deadline);
+    if (ended) return status;
+    const std::string show = "gdb -p " + std::to_string(child) +
+                             " -batch -ex 'thread apply all bt 12' >>" + base + ".out 2>&1";
+    if (std::system(show.c_str()) != 0) std::cerr << "gdb shows no stacks" << std::endl;
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    return status;
+  }
+
+  std::string describe(int status) const {
+    if (WIFSIGNALED(status)) {
+      return WTERMSIG(status) == SIGKILL
+                 ? "did not end within " + std::to_string(options_.deadline) + " s"
+                 : "signal " + std::to_string(WTERMSIG(status));
+    }
+    return "exit code " + std::to_string(WEXITSTATUS(status));
+  }
+
+  const std::string program_;
+  const Options options_;
+  support::TemporaryFolder folder_;
+  support::FaultServer server_;
+  std::string local_;
+  std::mutex lock_;
+  std::atomic<int> files_{0};
+  std::atomic<int> roughs_{0};
+  long runs_ = 0;
+  long failedCalls_ = 0;
+  long troubles_ = 0;
+};
+
+[[noreturn]] void usage() {
+  std::cerr << "usage: torture [--scenario NAME]... [--point NAME]... [--points N] [--length N]\n"
+               "               [--only N] [--jobs N] [--deadline N] [--seed N]\n";
+  std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+  static const struct option kNames[] = {{"scenario", required_argument, nullptr, 's'},
+                                         {"point", required_argument, nullptr, 'p'},
+                                         {"points", required_argument, nullptr, 'n'},
+                                         {"length", required_argument, nullptr, 'l'},
+                                         {"only", required_argument, nullptr, 'o'},
+                                         {"jobs", required_argument, nullptr, 'j'},
+                                         {"deadline", required_argument, nullptr, 'd'},
+                                         {"seed", required_argument, nullptr, 'r'},
+                                         {nullptr, 0, nullptr, 0}};
+  Options options;
+  options.seed = support::seedOr(1);
+  for (int name = 0; (name = getopt_long(argc, argv, "", kNames, nullptr)) != -1;) {
+    if (name == '?') usage();
+    const long number = std::strtol(optarg, nullptr, 10);
+    if (name == 's') options.scenarios.emplace_back(optarg);
+    if (name == 'p') options.points.push_back(torture::pointOf(optarg));
+    if (name == 'n') options.most = static_cast<size_t>(number);
+    if (name == 'l') options.length = number;
+    if (name == 'o') options.only = number;
+    if (name == 'j') options.jobs = static_cast<unsigned int>(number);
+    if (name == 'd') options.deadline = static_cast<int>(number);
+    if (name == 'r') options.seed = static_cast<unsigned int>(number);
+  }
+  if (optind < argc) usage();
+  if (options.scenarios.empty()) {
+    options.scenarios = {"local", "http", "rough", "cold-local", "cold-http"};
+  }
+  if (options.points.empty()) {
+    options.points = {Point::kThread, Point::kSocket, Point::kConnect, Point::kOpen,
+                      Point::kRead,   Point::kSend,   Point::kResolve, Point::kAllocation};
+  }
+  return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 8 && std::strcmp(argv[1], "--child") == 0) {
+    Job job;
+    job.scenario = argv[2];
+    job.point = torture::pointOf(argv[3]);
+    job.first = std::strtol(argv[4], nullptr, 10);
+    job.length = std::strtol(argv[5], nullptr, 10);
+    job.url = argv[6];
+    job.plain = argv[7];
+    return runChild(job);
+  }
+  const Options options = parse(argc, argv);
+  std::cout << "seed " << options.seed << std::endl;
+  return Driver(argv[0], options).run() ? 0 : 1;
+}

@@ -1,0 +1,37 @@
+# shellcheck shell=bash
+# Shared by what runs in the box (scripts/arm-box); to be sourced in the folder of the repository.
+set -euo pipefail
+export TMPDIR=/root
+
+# An emulated processor is about ten times slower.
+export FLUVIA_PATIENCE=10
+
+begin() {
+  echo "== $* ($(cut -d ' ' -f 1 /proc/uptime) s)"
+}
+
+# As the device's owner does it: dpkg refuses what the box has no libraries for.
+install_packages() {
+  begin install
+  dpkg --install build/packages/{libfluviafs0,fluviafs-tools}_*_armhf.deb
+  fluvia --version
+}
+
+# transfers NAME: a test with a real server, by the installed command.
+transfers() {
+  begin "transfers: $1"
+  FLUVIA=/usr/bin/fluvia "tests/products/servers/$1"
+}
+
+# tests PROGRAM [FILTER]: of the build with UBSan. None must be none.
+tests() {
+  begin "tests: $*"
+  local report=$TMPDIR/$1.xml
+  rm -f "$report"
+  "build/armv7-ubsan/tests/$1" --gtest_brief=1 \
+    --gtest_filter="${2:-*}" --gtest_output="xml:$report" 2>"$TMPDIR/$1.log" || {
+    grep -E "^\[  FAILED|Failure|runtime error" "$TMPDIR/$1.log" | head -n 40
+    return 1
+  }
+  grep -q '<testsuites tests="[1-9]' "$report"
+}

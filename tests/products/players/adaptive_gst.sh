@@ -1,0 +1,288 @@
+#!/bin/bash
+# Adaptive streams through GStreamer; adaptive_gst.sh BUILD TEST runs one. BUILD is the folder of the
+# build.
+#
+# gst_adaptive_KIND      every frame of that kind (hls_fixtures.sh), as the same player decodes it from
+#                        the local files; the server sees no other client than the library
+# gst_adaptive_https     the same of one kind, with the certificate checked
+# gst_adaptive_drops     the same of some, while every connection ends early
+# gst_adaptive_faults    the same of some, with pieces and playlists that are missing or cut once
+# gst_adaptive_restart   the same, while the server goes and comes back
+# gst_adaptive_rates     the link's rate changes: every picture is one of the three, in its place
+# gst_adaptive_live      a live stream: its last frames, all of them
+# gst_adaptive_live_long the same for 40 seconds
+# gst_adaptive_absolute  names with a host, with a raised rank
+#
+# FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
+set -euo pipefail
+
+build=$1
+name=$2
+here=$(dirname "$(realpath "$0")")
+media=${FLUVIA_MEDIA:-$build/media}/hls
+agent=fluvia-players/1
+# GStreamer keeps a list of its elements; that of the person who tests stays as it is.
+export GST_REGISTRY=$build/gst-registry.bin
+# The libraries of players keep memory until the process ends.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
+
+dir=$(mktemp -d)
+nginx_id=""
+live_id=""
+server_id=""
+link_id=""
+ca=""
+cleanup() {
+  local id
+  for id in $nginx_id $live_id; do
+    kill "$id" 2>/dev/null || true
+    wait "$id" || true
+  done
+  if [ -n "$link_id" ]; then
+    exec 5>&-
+    wait "$link_id" || true
+  fi
+  if [ -n "$server_id" ]; then
+    exec 8>&-
+    wait "$server_id" || true
+  fi
+  rm -rf "$dir"
+}
+trap cleanup EXIT
+cd "$dir"
+
+fail() {
+  echo "$name: $*" >&2
+  exit 1
+}
+
+# await SECONDS WHAT COMMAND...: until the command succeeds.
+await() {
+  local tries=$(($1 * 20)) what=$2
+  shift 2
+  until "$@"; do
+    sleep 0.05
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "$what: $(tail -5 errors)"
+  done
+}
+
+# serve FOLDER [LINES]: nginx serves it, with the file cert.pem here over https; it is at $root.
+serve() {
+  local scheme=http lines=${2:-}
+  # shellcheck disable=SC1091  # it is the one of the repository
+  . "$here/../../../scripts/nginx.sh"
+  mkdir nginx
+  if [ -e cert.pem ]; then
+    scheme=https
+    # shellcheck disable=SC2034  # start_nginx reads it
+    NGINX_LISTEN=ssl
+    lines="$lines ssl_certificate $dir/cert.pem; ssl_certificate_key $dir/key.pem;"
+  fi
+  start_nginx "$dir/nginx" "$1" "$lines" || fail "nginx does not start"
+  nginx_id=$NGINX_PID
+  root=$scheme://127.0.0.1:$NGINX_PORT/
+}
+
+stop_serving() {
+  kill "$nginx_id"
+  wait "$nginx_id" || true
+  nginx_id=""
+}
+
+# serve_with_faults [options of media-server]: the folder of all kinds, at $root.
+serve_with_faults() {
+  mkfifo input address
+  "$build/tests/products/players/media-server" "$@" "$media" <input >address 2>server.log &
+  server_id=$!
+  exec 8>input 7<address
+  read -r -t 60 root <&7 || fail "the server does not start: $(cat server.log)"
+  root=$root/
+}
+
+frames() {
+  "$build/tests/products/players/gst-frames" "$@"
+}
+
+# ours URI: what GStreamer decodes of a name of the library, into the file got.
+ours() {
+  frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" ${ca:+--ca "$ca"} \
+    --user-agent "$agent" "fluvia+$1" >got 2>errors || fail "$1: $(tail -5 errors)"
+}
+
+# The playlist of a kind.
+playlist_of() {
+  case $1 in
+    dash*) echo "$1/film.mpd" ;;
+    *) echo "$1/film.m3u8" ;;
+  esac
+}
+
+# local_frames PLAYLIST: what GStreamer decodes of the files themselves, into the file expected.
+local_frames() {
+  frames "file://$media/$1" >expected 2>errors || fail "$1 from the files: $(tail -5 errors)"
+  [ "$(grep -c '^video ' expected)" -ge 500 ] || fail "$1 has not 500 pictures but $(grep -c '^video ' expected)"
+}
+
+# same_frames KIND: what comes over $root is what comes from the files.
+same_frames() {
+  local list
+  list=$(playlist_of "$1")
+  local_frames "$list"
+  ours "$root$list"
+  cmp got expected || fail "$list: other frames than from the files"
+}
+
+# only_ours REQUESTS: so many at least came, and all of them from the library as it was set.
+only_ours() {
+  stop_serving
+  [ "$(wc -l <nginx/access.log)" -ge "$1" ] || fail "too few requests: $(cat nginx/access.log)"
+  awk -F'"' -v agent="$agent" '$6 != agent' nginx/access.log >others
+  [ ! -s others ] || fail "not by the library: $(head -3 others)"
+}
+
+kind() {
+  serve "$media"
+  same_frames "$1"
+  only_ours 2
+}
+
+https() {
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 2 -subj /CN=127.0.0.1 \
+    -addext subjectAltName=IP:127.0.0.1 2>openssl.log || fail "no certificate: $(cat openssl.log)"
+  ca=$dir/cert.pem
+  serve "$media"
+  same_frames fmp4
+  only_ours 12
+}
+
+drops() {
+  local each
+  serve_with_faults --drop 100000
+  for each in ts fmp4bytes dashlist; do same_frames "$each"; done
+}
+
+faults() {
+  serve_with_faults --missing-once ts/piece03.ts --cut-once ts/piece07.ts --cut-once ts/film.m3u8 \
+    --cut-once aes/key.ts --cut-once fmp4/begin.mp4 --cut-once bytes/film.ts --cut-once dash/film.mpd
+  local each
+  for each in ts aes fmp4 bytes dash; do same_frames "$each"; done
+}
+
+# The process of nginx that answers has sent so many bytes.
+has_sent() {
+  local worker
+  read -r worker <"/proc/$nginx_id/task/$nginx_id/children" || true
+  [ "$(sed -n 's/^wchar: //p' "/proc/$worker/io")" -gt "$1" ]
+}
+
+restart() {
+  local player code=0
+  serve "$media" "limit_rate 400k;"
+  local_frames ts/film.m3u8
+  frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --user-agent "$agent" \
+    "fluvia+${root}ts/film.m3u8" >got 2>errors &
+  player=$!
+  await 60 "it does not begin" has_sent 900000
+  stop_serving
+  await 60 "it does not notice" grep -q "trying again" errors
+  nginx -p "$dir/nginx" -e "$dir/nginx/error.log" -c "$dir/nginx/nginx.conf" 2>nginx.out &
+  nginx_id=$!
+  await_port "$NGINX_PORT" "$nginx_id" || fail "nginx does not come back: $(cat nginx.out)"
+  wait "$player" || code=$?
+  [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
+  cmp got expected || fail "other frames than from the files"
+  only_ours 11
+}
+
+# lengthen RATE: a link of that many bytes a second leads to the server; another rate is written to 5.
+lengthen() {
+  local port
+  mkfifo link-input link-port
+  "$build/tests/products/players/slow-link" "$NGINX_PORT" 20 "$1" <link-input >link-port &
+  link_id=$!
+  exec 5>link-input 4<link-port
+  read -r -t 60 port <&4 || fail "the link does not start"
+  root=http://127.0.0.1:$port/
+}
+
+# So many pieces of pictures were asked for; the server notes one when it has been sent.
+has_given() {
+  [ "$(grep -c 'rate[0-9]-[0-9]*\.ts' nginx/access.log)" -ge "$1" ]
+}
+
+# Of the log, which rate each piece had.
+rates_of_log() {
+  sed -n 's|.*/rate\([0-9]\)-\([0-9]*\)\.ts .*|\1 \2|p' nginx/access.log
+}
+
+rates() {
+  local player code=0 rate
+  for rate in 0 1 2; do
+    local_frames "rates/rate$rate.m3u8"
+    grep '^video ' expected >"expected.$rate"
+  done
+  serve "$media"
+  lengthen 100000
+  frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --user-agent "$agent" \
+    "fluvia+${root}rates/master.m3u8" >got 2>errors &
+  player=$!
+  await 60 "the first pieces do not come" has_given 3
+  echo 0 >&5
+  await 60 "the next pieces do not come" has_given 6
+  echo 400000 >&5
+  wait "$player" || code=$?
+  [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
+  [ "$(grep -c '^video ' got)" -eq "$(wc -l <expected.0)" ] || fail "$(grep -c '^video ' got) pictures"
+  # Each picture is there at its time, as one of the rates has it.
+  paste -d ' ' expected.0 expected.1 expected.2 <(grep '^video ' got) >all
+  awk '$2 != $11 || ($12 != $3 && $12 != $6 && $12 != $9) { bad = 1; print "picture " NR ": " $0 }
+    END { exit bad }' all >wrong || fail "$(head -3 wrong)"
+  rates_of_log >had
+  [ "$(cut -d ' ' -f 1 had | sort -u | wc -l)" -ge 2 ] || fail "the rate never changed: $(cat had)"
+  only_ours 12
+}
+
+# live PIECES [options of live_hls.py]: plays a live stream to its end. The pictures are those of the
+# film, of so many pieces at least, but for the last piece: the demuxer of GStreamer leaves that out.
+live() {
+  local pieces=$1 line
+  shift
+  local_frames ts/film.m3u8
+  mkdir www
+  mkfifo began
+  python3 "$here/live_hls.py" "$media/ts/film.m3u8" www "$@" >began &
+  live_id=$!
+  exec 3<began
+  read -r -t 60 line <&3 || fail "the live stream does not begin"
+  [ "$line" = live ] || fail "the live stream says: $line"
+  serve "$dir/www"
+  ours "${root}live.m3u8"
+  sed -n 's/^video .* //p' got >played
+  case "$*" in *--rounds*) cat expected expected ;; *) cat expected ;; esac | sed -n 's/^video .* //p' >whole
+  [ "$(wc -l <played)" -ge $((50 * pieces)) ] || fail "only $(wc -l <played) pictures"
+  cmp played <(head -n -50 whole | tail -n "$(wc -l <played)") || fail "other pictures"
+  only_ours $((pieces + 2))
+}
+
+# The library is the source of all http here, since its rank is the highest.
+absolute() {
+  mkdir www
+  cp -r "$media/ts" www
+  serve "$dir/www"
+  sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >www/absolute.m3u8
+  local_frames ts/film.m3u8
+  frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --prefer \
+    --user-agent "$agent" "${root}absolute.m3u8" >got 2>errors || fail "$(tail -5 errors)"
+  cmp got expected || fail "other frames than from the files"
+  only_ours 11
+}
+
+test=${name#gst_adaptive_}
+case $test in
+  https | drops | faults | restart | rates | absolute) "$test" ;;
+  live) live 3 --first 5 ;;
+  # 40 seconds, of a window of 6.
+  live_long) live 18 --rounds 2 ;;
+  *) kind "$test" ;;
+esac
