@@ -1,4 +1,4 @@
-# Debian packages by CPack: scripts/make-packages makes them.
+# Debian packages by CPack: scripts/make-debs makes them.
 option(FLUVIA_PACKAGES "Make Debian packages (cpack)" OFF)
 if(NOT FLUVIA_PACKAGES)
   return()

@@ -5,7 +5,7 @@
 BOX_TESTS=(util_tests webs_tests api_tests http_tests process_tests ordeal_stress ordeal_soak)
 
 make_for_box() {
-  scripts/make-packages armhf &&
+  scripts/make-debs armhf &&
     configure armv7 -DFLUVIA_BENCH=ON && build armv7 --target bench-ours bench-make-file &&
     configure armv7-ubsan && build armv7-ubsan --target "${BOX_TESTS[@]}"
 }
@@ -20,7 +20,7 @@ in_box() {
 }
 
 box_seconds=${FLUVIA_BOX_SECONDS:-600}
-check "packages of the box" scripts/install-packages box arm
+check "packages of the box" scripts/install-dependencies box arm
 check "box" scripts/box/make
 check "builds for the box" make_for_box
 check "box: interface, servers" in_box interface 5400 tests/products/box/interface

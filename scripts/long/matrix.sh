@@ -13,6 +13,6 @@ matrix() {
   return "${PIPESTATUS[0]}"
 }
 
-check "packages of the peers" scripts/install-packages peers
+check "packages of the peers" scripts/install-dependencies peers
 check "build matrix" make_matrix
 check "fault matrix" matrix

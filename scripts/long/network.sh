@@ -6,7 +6,7 @@ make_fluvia() {
   configure release && build release --target fluvia fluviafs
 }
 
-scripts/install-packages network
+scripts/install-dependencies network
 check "build fluvia" make_fluvia
 if tests/ordeal/network/box.sh build/release/tools/fluvia build/release/libfluviafs.so | tee build/network.log; then
   told "network in a box" "$(grep -c " right " build/network.log || true)" 0 \

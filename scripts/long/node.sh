@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Servers of node, which npm fetches: express and http-server.
 make_node() {
-  command -v npm >/dev/null || scripts/install-packages node
+  command -v npm >/dev/null || scripts/install-dependencies node
   npm install --prefix build/node --no-audit --no-fund --loglevel=error express@4 http-server@14
 }
 

@@ -4,7 +4,7 @@ make_outages() {
   configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build release
 }
 
-check "packages of the players" scripts/install-packages players
+check "packages of the players" scripts/install-dependencies players
 check "build with the players" make_outages
 check "media and references" tests/products/players/players.sh "$PWD/build/release" make_media
 for player in ffmpeg gstreamer mpv mount cat; do

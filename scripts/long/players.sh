@@ -80,7 +80,7 @@ measure_hls() (
   [ "$code" -eq 0 ] && tests/products/players/measure_hls.py table "$out/hls.csv" >"$out/hls.md"
 )
 
-check "packages of the players" scripts/install-packages players servers
+check "packages of the players" scripts/install-dependencies players servers
 check "build with the players" make_measured_players
 check "media to measure with" make_measured_media
 check "figures of the players" measure_players

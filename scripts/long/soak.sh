@@ -26,6 +26,6 @@ soak() {
   return "$result"
 }
 
-check "packages of the servers" scripts/install-packages servers
+check "packages of the servers" scripts/install-dependencies servers
 check "build soak" make_soak
 check "soak" soak

@@ -22,13 +22,13 @@ make_armv7() {
       >build/armv7/emulated-fluvia &&
     chmod +x build/armv7/emulated-fluvia
 }
-check "packages of the players" scripts/install-packages players
-check "packages for ARM" scripts/install-packages arm
+check "packages of the players" scripts/install-dependencies players
+check "packages for ARM" scripts/install-dependencies arm
 check "libraries of ARM" scripts/arm-sysroot
 check "build with the players" make_players
 check "build of the recipes" make_recipes
 behind "build armv7" make_armv7
 run_ctest asan -L players
-check "manual page of fluvia-mount" scripts/checks/manual build/asan/tools/fluvia-mount
+check "manual page of fluvia-mount" scripts/checks/program-page build/asan/tools/fluvia-mount
 FLUVIA_MEDIA=$PWD/build/asan/media \
   check "recipes of the README" tests/products/players/players.sh "$PWD/build/release" readme_recipes

@@ -13,12 +13,12 @@ make_packages() {
   # The root that the packages are tried in is made meanwhile: one waits for servers, the other computes.
   tests/products/packages/make-root &
   local root=$!
-  scripts/make-packages
+  scripts/make-debs
   local result=$?
   wait "$root" && [ "$result" -eq 0 ]
 }
 
-check "packages for packages" scripts/install-packages packages
+check "packages for the Debian packages" scripts/install-dependencies debs
 check "ARM library" scripts/checks/arm build/armv7
 check "ARM library, exported names" scripts/checks/exports build/armv7/libfluviafs.so
 await "build armv7-ubsan"

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # The documents: what is made of sources can be made, and says what the header says.
-check "packages of the documents" scripts/install-packages docs
+check "packages of the documents" scripts/install-dependencies docs
 check "pictures" scripts/pictures --check
 check "reference of the interface" scripts/reference
-check "manual pages" scripts/checks/manuals
+check "manual pages of the interface" scripts/checks/interface-pages
 check "spelling" scripts/checks/spelling
 check "subjects of the commits" scripts/checks/commits
