@@ -7,6 +7,7 @@ check "cppcheck" scripts/checks/cppcheck
 check "pages of the classes" scripts/checks/internals
 check "links of the documents" scripts/checks/links
 check "log lines" scripts/checks/log-lines
+check "texts of the trace" scripts/checks/trace-words
 check "commits of the figures" scripts/checks/figures
 scripts/checks/figures --notes
 check "counting of results" scripts/checks/counting
