@@ -13,7 +13,7 @@ add_library(fluviafs::fluviafs ALIAS fluviafs)
 # Worker threads run until the process ends: the code they run must stay mapped after dlclose().
 target_link_options(fluviafs PRIVATE -Wl,-z,nodelete)
 
-# Only the C interface is exported; the tests compare the result with api/exports.txt.
+# Only the C interface is exported; scripts/checks/exports compares the result with the list.
 set(FLUVIA_VERSION_SCRIPT ${CMAKE_CURRENT_SOURCE_DIR}/api/fluviafs.map)
 target_link_options(fluviafs PRIVATE -Wl,--version-script=${FLUVIA_VERSION_SCRIPT})
 set_target_properties(fluviafs PROPERTIES LINK_DEPENDS ${FLUVIA_VERSION_SCRIPT})
