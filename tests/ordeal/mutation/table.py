@@ -59,7 +59,7 @@ ENTRIES = [
         snippet="void JSONParser::popKeyMark() {\n  if (isTop(':')) marks.pop();",
         replacement="void JSONParser::popKeyMark() {",
         preset="debug",
-        tests="Scan|JSONReader.Nested",
+        tests="JSONParserScan|JSONReader.Nested",
     ),
     dict(
         name="trees: a key is closed with the array that is its value",
@@ -67,7 +67,7 @@ ENTRIES = [
         snippet="    closeName();\n    if (text.isAt(',')) ++text.at;",
         replacement="    if (text.isAt(',')) ++text.at;",
         preset="debug",
-        tests="Arrays/Scan",
+        tests="Arrays/JSONParserScan",
     ),
     dict(
         name="trees: names of array members stop growing",
@@ -219,7 +219,7 @@ ENTRIES = [
         snippet="    shutDownSockets();\n",
         replacement="    if (!running) shutDownSockets();\n",
         preset="debug",
-        tests="SilentTransfer",
+        tests="MethodRequestSilence",
     ),
     dict(
         name="http: a stop shuts the sockets down in a body too",
@@ -227,7 +227,7 @@ ENTRIES = [
         snippet="    shutDownSockets();\n",
         replacement="    if (lifeCount < 0) shutDownSockets();\n",
         preset="debug",
-        tests="SilentTransfer",
+        tests="MethodRequestSilence",
     ),
     dict(
         name="queue: a late start is stopped",
@@ -267,7 +267,7 @@ ENTRIES = [
         snippet="  if (all_ != nullptr) curl_share_setopt",
         replacement="  if (all_ == nullptr) curl_share_setopt",
         preset="debug",
-        tests="SharedTls.SecondResource",
+        tests="TransferShareTls.SecondResource",
     ),
     dict(
         name="share: a private key keeps its TLS sessions to itself",
@@ -275,7 +275,7 @@ ENTRIES = [
         snippet="  setOptions({Option(CURLOPT_SSLKEY, value), ownTlsSessions()});",
         replacement="  setOptions({Option(CURLOPT_SSLKEY, value)});",
         preset="debug",
-        tests="SharedTls.PrivateKeys",
+        tests="TransferShareTls.PrivateKeys",
     ),
     dict(
         name="share: a key's type keeps its TLS sessions to itself",
@@ -283,7 +283,7 @@ ENTRIES = [
         snippet="  setOptions({Option(CURLOPT_SSLKEYTYPE, value), ownTlsSessions()});",
         replacement="  setOptions({Option(CURLOPT_SSLKEYTYPE, value)});",
         preset="debug",
-        tests="SharedTls.KeyTypes",
+        tests="TransferShareTls.KeyTypes",
     ),
     dict(
         name="share: a failed connection has the name looked up anew",
@@ -307,7 +307,7 @@ ENTRIES = [
         snippet="  if (stopped && outcome->code != CURLE_WRITE_ERROR)",
         replacement="  if (stopped && outcome->code == CURLE_WRITE_ERROR)",
         preset="debug",
-        tests="SilentTlsTransfer",
+        tests="MethodRequestTlsSilence",
     ),
     dict(
         name="http: closed sockets are forgotten",
@@ -331,7 +331,7 @@ ENTRIES = [
         snippet=" || statusLine) headerLen",
         replacement=" || (statusLine && n == 0)) headerLen",
         preset="debug",
-        tests="HeaderBuffer.StartsAgain",
+        tests="MethodRequestHeaderBuffer.StartsAgain",
     ),
     dict(
         name="http: an old error number",
@@ -387,7 +387,7 @@ ENTRIES = [
         snippet="std::min(text.find('\\n', cursor), text.size());",
         replacement="text.find('\\n', cursor);\n    if (end == std::string::npos) return false;",
         preset="debug",
-        tests="HeaderAnalysis.LastLine",
+        tests="MethodRequestHeaders.LastLine",
     ),
     dict(
         name="http: a stop does not wait for the resolver",

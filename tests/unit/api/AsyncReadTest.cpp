@@ -19,7 +19,7 @@ namespace {
 
 using support::Completions;
 
-class AsyncRead : public testing::Test {
+class FileApiAsyncRead : public testing::Test {
  protected:
   int open(const std::string& path, int bufferSize = 0x200000) {
     int handle = 0;
@@ -100,7 +100,7 @@ class FullEngine {
   char bytes[kPlaces] = {};
 };
 
-TEST_F(AsyncRead, DeliversAndMovesTheOffset) {
+TEST_F(FileApiAsyncRead, DeliversAndMovesTheOffset) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[60];
   Completions done;
@@ -121,7 +121,7 @@ TEST_F(AsyncRead, DeliversAndMovesTheOffset) {
 
 // An id is free once its callback has returned. Five requests at most are with workers, which may
 // not have come to that yet when the next one is asked for.
-TEST_F(AsyncRead, IdsAreUsedAgain) {
+TEST_F(FileApiAsyncRead, IdsAreUsedAgain) {
   const int handle = open(folder.makePattern("a", 100));
   char byte = 0;
   Completions done;
@@ -132,7 +132,7 @@ TEST_F(AsyncRead, IdsAreUsedAgain) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(AsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
+TEST_F(FileApiAsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
   const int handle = open(folder.makePattern("a", 100000));
   char first[1000];
   char second[1000];
@@ -147,7 +147,7 @@ TEST_F(AsyncRead, TwoRequestsOfOneHandleStartAtTheSameOffset) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(AsyncRead, FiveHundredTwelfthRequestIsRefused) {
+TEST_F(FileApiAsyncRead, FiveHundredTwelfthRequestIsRefused) {
   char buffer[512];  // a byte for each request
   Completions done;
   FullEngine engine(folder);
@@ -170,7 +170,7 @@ TEST_F(AsyncRead, FiveHundredTwelfthRequestIsRefused) {
   EXPECT_TRUE(done.waitFor(506));
 }
 
-TEST_F(AsyncRead, AbortOfAQueuedRequestCallsBackTwice) {
+TEST_F(FileApiAsyncRead, AbortOfAQueuedRequestCallsBackTwice) {
   char byte[1];
   Completions done;
   FullEngine engine(folder);
@@ -186,7 +186,7 @@ TEST_F(AsyncRead, AbortOfAQueuedRequestCallsBackTwice) {
   EXPECT_EQ(done.count(), 2u);
 }
 
-TEST_F(AsyncRead, AbortOfAnIdThatCannotBeOneFails) {
+TEST_F(FileApiAsyncRead, AbortOfAnIdThatCannotBeOneFails) {
   const int handle = open(folder.makePattern("a", 100));
   const support::CapturedStderr captured(-1);
   EXPECT_EQ(x_fluvia_file_read_abort(handle, -1), -1);
@@ -201,7 +201,7 @@ TEST_F(AsyncRead, AbortOfAnIdThatCannotBeOneFails) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(AsyncRead, CloseAnswersEveryQueuedRequestOnce) {
+TEST_F(FileApiAsyncRead, CloseAnswersEveryQueuedRequestOnce) {
   const int handle = open(folder.makePattern("a", 100000));
   std::vector<int> ids;
   Completions done;
@@ -225,7 +225,7 @@ TEST_F(AsyncRead, CloseAnswersEveryQueuedRequestOnce) {
   EXPECT_EQ(done.count(), 20u) << "none after close";
 }
 
-TEST_F(AsyncRead, EightFarReadsOfOneFileComplete) {
+TEST_F(FileApiAsyncRead, EightFarReadsOfOneFileComplete) {
   const long long size = 40 << 20;
   const std::string path = folder.makePattern("a", size);
   std::vector<int> handles;
@@ -278,7 +278,7 @@ struct Chain {
   }
 };
 
-TEST_F(AsyncRead, CallbacksChainReadsAndCloseTheirHandle) {
+TEST_F(FileApiAsyncRead, CallbacksChainReadsAndCloseTheirHandle) {
   const std::string path = folder.makePattern("a", 300000);
   Chain chains[8];
   for (Chain& chain : chains) {
@@ -311,7 +311,7 @@ struct Meddler {
   }
 };
 
-TEST_F(AsyncRead, CallbackMayUseAndCloseAnotherHandle) {
+TEST_F(FileApiAsyncRead, CallbackMayUseAndCloseAnotherHandle) {
   const std::string path = folder.makePattern("a", 100);
   const int handle = open(path);
   for (int i = 0; i < 20; ++i) {
@@ -345,7 +345,7 @@ struct Restarter {
   }
 };
 
-TEST_F(AsyncRead, ReadStartedInBothCallsOfAnAbortCompletes) {
+TEST_F(FileApiAsyncRead, ReadStartedInBothCallsOfAnAbortCompletes) {
   FullEngine engine(folder);
   Restarter restarter;
   restarter.handle = open(folder.makePattern("a", 100));
@@ -360,7 +360,7 @@ TEST_F(AsyncRead, ReadStartedInBothCallsOfAnAbortCompletes) {
   x_fluvia_file_close(restarter.handle);
 }
 
-TEST_F(AsyncRead, CallbackRunsOnAWorker) {
+TEST_F(FileApiAsyncRead, CallbackRunsOnAWorker) {
   const int handle = open(folder.makePattern("a", 100));
   struct Where {
     pthread_t thread;
@@ -378,7 +378,7 @@ TEST_F(AsyncRead, CallbackRunsOnAWorker) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(AsyncRead, LogsItsSteps) {
+TEST_F(FileApiAsyncRead, LogsItsSteps) {
   const int handle = open(folder.makePattern("a", 100));
   const support::CapturedStderr captured(1);
   char byte[1];

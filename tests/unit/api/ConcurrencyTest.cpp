@@ -19,7 +19,7 @@ namespace {
 using support::BackgroundRead;
 using support::Completions;
 
-class Concurrency : public testing::Test {
+class FileApiConcurrency : public testing::Test {
  protected:
   int open(const std::string& path, int bufferSize = 65536) {
     int handle = 0;
@@ -33,7 +33,7 @@ class Concurrency : public testing::Test {
   support::Watchdog watchdog{90, [] { return std::string(); }};
 };
 
-TEST_F(Concurrency, AbortEndsABlockedReadAndTheOffsetStays) {
+TEST_F(FileApiConcurrency, AbortEndsABlockedReadAndTheOffsetStays) {
   const int handle = openBlocked("a");
   const support::CapturedStderr steps(0);
   BackgroundRead read(handle);
@@ -47,7 +47,7 @@ TEST_F(Concurrency, AbortEndsABlockedReadAndTheOffsetStays) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-TEST_F(Concurrency, CloseEndsABlockedRead) {
+TEST_F(FileApiConcurrency, CloseEndsABlockedRead) {
   const int handle = openBlocked("a");
   const support::CapturedStderr steps(0);
   BackgroundRead read(handle);
@@ -57,7 +57,7 @@ TEST_F(Concurrency, CloseEndsABlockedRead) {
   EXPECT_EQ(read.result, -4);
 }
 
-TEST_F(Concurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
+TEST_F(FileApiConcurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
   const int blocked = openBlocked("a");
   const int other = open(folder.file("a"));
   const support::CapturedStderr steps(0);
@@ -72,7 +72,7 @@ TEST_F(Concurrency, CloseOfOneHandleLeavesTheBlockedReadOfAnother) {
   EXPECT_EQ(x_fluvia_file_close(blocked), 0);
 }
 
-TEST_F(Concurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
+TEST_F(FileApiConcurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
   const int blocked = openBlocked("a");
   const int waiting = open(folder.file("a"));
   const support::CapturedStderr steps(0);
@@ -90,7 +90,7 @@ TEST_F(Concurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandle) {
 
 #if defined(FLUVIA_PAUSE_POINTS)
 // The same when a worker has it already.
-TEST_F(Concurrency, CloseAnswersARequestThatAWorkerIsAboutToRead) {
+TEST_F(FileApiConcurrency, CloseAnswersARequestThatAWorkerIsAboutToRead) {
   const int handle = open(folder.makePattern("a", 1000));
   support::Pauses pauses;
   pauses.holdAt("DullFile::perform started");
@@ -106,7 +106,7 @@ TEST_F(Concurrency, CloseAnswersARequestThatAWorkerIsAboutToRead) {
 }
 #endif
 
-TEST_F(Concurrency, AbortOfARunningRequestReportsItCancelledOnce) {
+TEST_F(FileApiConcurrency, AbortOfARunningRequestReportsItCancelledOnce) {
   const int handle = openBlocked("a");
   Completions done;
   char byte[1];
@@ -120,7 +120,7 @@ TEST_F(Concurrency, AbortOfARunningRequestReportsItCancelledOnce) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-TEST_F(Concurrency, TwoThousandOpensLeaveNothingBehind) {
+TEST_F(FileApiConcurrency, TwoThousandOpensLeaveNothingBehind) {
   const std::string path = folder.makePattern("a", 100000);
   const auto round = [&] {
     const int handle = open(path);
@@ -138,22 +138,7 @@ TEST_F(Concurrency, TwoThousandOpensLeaveNothingBehind) {
   EXPECT_TRUE(support::eventually([&] { return support::threadCount() <= threads; }));
 }
 
-TEST_F(Concurrency, TwoHundredFiftyFiveHandlesOnAsManyPaths) {
-  std::vector<int> handles;
-  for (unsigned int i = 0; i < 255; ++i) {
-    handles.push_back(open(folder.makePattern(std::to_string(i), 70000, i * 1000000ULL)));
-  }
-  for (unsigned int i = 0; i < 255; ++i) {
-    std::vector<char> buffer(70000);
-    unsigned int got = 0;
-    ASSERT_EQ(x_fluvia_file_read(handles[i], buffer.data(), 70000, &got), 0);
-    ASSERT_EQ(got, 70000u);
-    ASSERT_EQ(support::firstDifference(i * 1000000ULL, buffer.data(), got), -1);
-  }
-  for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), 0);
-}
-
-TEST_F(Concurrency, SixtyFourThreadsOnEightFiles) {
+TEST_F(FileApiConcurrency, SixtyFourThreadsOnEightFiles) {
   const unsigned int seed = support::seedOr(std::random_device()());
   printf("FLUVIA_SEED=%u\n", seed);
   std::vector<std::string> paths;
@@ -190,7 +175,7 @@ TEST_F(Concurrency, SixtyFourThreadsOnEightFiles) {
 }
 
 // The size is learnt by reading a byte: it must not slip between another thread's seek and read.
-TEST_F(Concurrency, SizeAndOpenOfTheSameFileDoNotShiftTheFirstReads) {
+TEST_F(FileApiConcurrency, SizeAndOpenOfTheSameFileDoNotShiftTheFirstReads) {
   for (int round = 0; round < 100; ++round) {
     const std::string path = folder.makePattern("r" + std::to_string(round), 100000);
     const int handle = open(path);

@@ -51,13 +51,13 @@ std::string readThrough(const std::string& path, long long size, unsigned int re
   return wrong;
 }
 
-class LocalContent : public testing::TestWithParam<long long> {
+class FileApiLocalContent : public testing::TestWithParam<long long> {
  protected:
   const support::CapturedStderr quiet{-100};
   support::TemporaryFolder folder;
 };
 
-TEST_P(LocalContent, IsRightInEveryReadSize) {
+TEST_P(FileApiLocalContent, IsRightInEveryReadSize) {
   const long long size = GetParam();
   const std::string path = folder.makePattern("a", size);
   for (const int bufferSize : {65536, 98304, 2097152}) {
@@ -71,19 +71,19 @@ TEST_P(LocalContent, IsRightInEveryReadSize) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LocalContent,
+INSTANTIATE_TEST_SUITE_P(All, FileApiLocalContent,
                          testing::Values(0, 1, 100, 16384, 32768, 49152, 65536, 100000, 163840,
                                          262144, 2 * kMebibyte - 1, 2 * kMebibyte,
                                          2 * kMebibyte + 1));
 
-TEST_F(LocalContent, FiftyMebibytes) {
+TEST_F(FileApiLocalContent, FiftyMebibytes) {
   const std::string path = folder.makePattern("a", 50 * kMebibyte);
   EXPECT_EQ(readThrough(path, 50 * kMebibyte, 32768, 2097152), "");
   EXPECT_EQ(readThrough(path, 50 * kMebibyte, 50u << 20, 65536), "") << "in one call";
 }
 
 // Sparse files: zeros everywhere but at the marks.
-class SparseContent : public testing::Test {
+class FileApiSparseContent : public testing::Test {
  protected:
   static std::string readAt(int handle, long long offset, unsigned int size) {
     long long now = 0;
@@ -100,7 +100,7 @@ class SparseContent : public testing::Test {
   support::TemporaryFolder folder;
 };
 
-TEST_F(SparseContent, ThreeGibibytesAreReadAndSoughtAbove2GiB) {
+TEST_F(FileApiSparseContent, ThreeGibibytesAreReadAndSoughtAbove2GiB) {
   const long long size = 3LL << 30;
   const std::string path = folder.makeSparse("a", size);
   FILE* file = fopen(path.c_str(), "r+b");
@@ -117,7 +117,7 @@ TEST_F(SparseContent, ThreeGibibytesAreReadAndSoughtAbove2GiB) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(SparseContent, SizesAreModulo4GiB) {
+TEST_F(FileApiSparseContent, SizesAreModulo4GiB) {
   const std::string more = folder.makeSparse("more", (4LL << 30) + 1000);
   const std::string exactly = folder.makeSparse("exactly", 4LL << 30);
   int handle = 0;
@@ -162,7 +162,7 @@ class RepeatedMemory {
 };
 
 // One call over 32768 blocks must not need a stack for each.
-TEST_F(SparseContent, OneGibibyteInOneCall) {
+TEST_F(FileApiSparseContent, OneGibibyteInOneCall) {
   const size_t size = 1U << 30;
   const std::string path = folder.makeSparse("a", size);
   const RepeatedMemory buffer(size);

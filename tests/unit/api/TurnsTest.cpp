@@ -42,7 +42,7 @@ struct Habit {
   long long from;
 };
 
-class Turns : public testing::Test {
+class FileApiTurns : public testing::Test {
  protected:
   int open(const std::string& url) {
     int handle = 0;
@@ -119,7 +119,7 @@ class Turns : public testing::Test {
   support::Watchdog watchdog{100, [] { return std::string("turns"); }};
 };
 
-TEST_F(Turns, AbortEndsAWaitForTheReadOfAnotherHandle) {
+TEST_F(FileApiTurns, AbortEndsAWaitForTheReadOfAnotherHandle) {
   const int blocked = support::openBlocked(folder, "a");
   const int waiting = open(folder.file("a"));
   BackgroundRead first(blocked);
@@ -138,7 +138,7 @@ TEST_F(Turns, AbortEndsAWaitForTheReadOfAnotherHandle) {
   EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
 }
 
-TEST_F(Turns, CloseEndsAWaitForTheReadOfAnotherHandle) {
+TEST_F(FileApiTurns, CloseEndsAWaitForTheReadOfAnotherHandle) {
   const int blocked = support::openBlocked(folder, "a");
   const int waiting = open(folder.file("a"));
   BackgroundRead first(blocked);
@@ -158,7 +158,7 @@ TEST_F(Turns, CloseEndsAWaitForTheReadOfAnotherHandle) {
   }
 }
 
-TEST_F(Turns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
+TEST_F(FileApiTurns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
   const int blocked = support::openBlocked(folder, "a");
   const int waiting = open(folder.file("a"));
   BackgroundRead first(blocked);
@@ -179,7 +179,7 @@ TEST_F(Turns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
 
 #if defined(FLUVIA_PAUSE_POINTS)
 // The abort comes once, when a worker has the request and it does not wait for its turn yet.
-TEST_F(Turns, AbortBeforeARequestWaitsForItsTurnIsNotLost) {
+TEST_F(FileApiTurns, AbortBeforeARequestWaitsForItsTurnIsNotLost) {
   const int blocked = support::openBlocked(folder, "a");
   const int waiting = open(folder.file("a"));
   BackgroundRead first(blocked);
@@ -201,7 +201,7 @@ TEST_F(Turns, AbortBeforeARequestWaitsForItsTurnIsNotLost) {
 }
 #endif
 
-TEST_F(Turns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
+TEST_F(FileApiTurns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
   server.on("/a", support::serveRanges(kSize));
   const Habit packets{188, 188000, false, 0};
   const Habit fast{32768, 4e6, false, 0};
@@ -211,7 +211,7 @@ TEST_F(Turns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
   }
 }
 
-TEST_F(Turns, TwoPacedReadersFarApartKeepTheirPace) {
+TEST_F(FileApiTurns, TwoPacedReadersFarApartKeepTheirPace) {
   server.on("/a", support::serveRanges(kSize));
   for (const double slower : {400e3, 16e3}) {
     const Habit one{1316, slower == 400e3 ? 400e3 : 750e3, false, kSize / 10};
@@ -221,7 +221,7 @@ TEST_F(Turns, TwoPacedReadersFarApartKeepTheirPace) {
   }
 }
 
-TEST_F(Turns, ReaderThatJumpsAsFastAsItCanLeavesTurnsToOneThatReadsOn) {
+TEST_F(FileApiTurns, ReaderThatJumpsAsFastAsItCanLeavesTurnsToOneThatReadsOn) {
   server.on("/a", support::serveRanges(kSize));
   support::SlowLink link(server.port(), 20, 0);
   const Habit player{32768, 750e3, false, 0};
@@ -231,7 +231,7 @@ TEST_F(Turns, ReaderThatJumpsAsFastAsItCanLeavesTurnsToOneThatReadsOn) {
             support::patience(600));
 }
 
-TEST_F(Turns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
+TEST_F(FileApiTurns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
   const unsigned int seed = support::printedSeed();
   std::mt19937 random(seed);
   server.on("/a", support::serveRanges(kSize));

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "api/fluviafs.h"
 #include "tests/support/CapturedStderr.h"
@@ -10,12 +9,9 @@
 
 namespace {
 
-constexpr int kMostHandles = 255;
-constexpr unsigned int kBuffer = 65536;
-
 void ignore(int, void*, int, int) {}
 
-TEST(Twins, WorkOnTheSameHandles) {
+TEST(FileApiTwins, WorkOnTheSameHandles) {
   support::TemporaryFolder folder;
   // One read of the feeding thread holds all of it, so its buffered size stands still.
   constexpr int kSize = 10000;
@@ -44,7 +40,7 @@ TEST(Twins, WorkOnTheSameHandles) {
   EXPECT_LT(x_fluvia_file_read(handle, &bytes[0], 10, &got), 0) << "closed by its twin";
 }
 
-TEST(Twins, RefuseWhatIsNoHandle) {
+TEST(FileApiTwins, RefuseWhatIsNoHandle) {
   char byte = 0;
   unsigned int got = 0;
   int request = 0;
@@ -60,7 +56,7 @@ TEST(Twins, RefuseWhatIsNoHandle) {
             x_fluvia_file_dump_buffer(nullptr, nullptr));
 }
 
-TEST(Twins, SetTheSameLogLevel) {
+TEST(FileApiTwins, SetTheSameLogLevel) {
   const support::CapturedStderr captured(-4);
   c_fluvia_file_set_log_level(2);
   EXPECT_EQ(x_fluvia_file_get_log_level(), 2);
@@ -70,29 +66,6 @@ TEST(Twins, SetTheSameLogLevel) {
   x_fluvia_file_disable_log();
   EXPECT_EQ(disabled, x_fluvia_file_get_log_level());
   EXPECT_EQ(disabled, FVFR_LOG_DISABLED);
-}
-
-TEST(Handles, OneTooManyIsRefusedUntilAnotherIsClosed) {
-  support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 10);
-  std::vector<int> handles;
-  int handle = 0;
-  while (handles.size() < kMostHandles &&
-         x_fluvia_file_open_x(path.c_str(), &handle, kBuffer) == FVFR_OK) {
-    handles.push_back(handle);
-  }
-  ASSERT_EQ(handles.size(), static_cast<size_t>(kMostHandles));
-  {
-    const support::CapturedStderr captured(0);
-    EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, kBuffer), FVFR_FAILED);
-    EXPECT_NE(captured.text().find("open too many file, exceed the limitation 255"),
-              std::string::npos);
-  }
-  const int freed = handles[100];
-  EXPECT_EQ(x_fluvia_file_close(freed), FVFR_OK);
-  ASSERT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, kBuffer), FVFR_OK);
-  EXPECT_EQ(handle, freed) << "the only free number";
-  for (const int open : handles) EXPECT_EQ(x_fluvia_file_close(open), FVFR_OK);
 }
 
 }  // namespace

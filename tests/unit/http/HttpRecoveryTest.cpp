@@ -316,9 +316,9 @@ TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
 }
 
 // Before the first byte of the answer, and in its body.
-class CloseOnASilentServer : public testing::TestWithParam<int> {};
+class HttpClose : public testing::TestWithParam<int> {};
 
-TEST_P(CloseOnASilentServer, ReturnsAtOnce) {
+TEST_P(HttpClose, ReturnsAtOnce) {
   FaultServer server;
   double shortest = 1000;
   for (int round = 0; round < 3 && shortest >= 0.3; ++round) {
@@ -336,7 +336,7 @@ TEST_P(CloseOnASilentServer, ReturnsAtOnce) {
   EXPECT_LT(shortest, 0.3) << "libcurl alone looks around once a second";
 }
 
-INSTANTIATE_TEST_SUITE_P(Bytes, CloseOnASilentServer, testing::Values(-1, 5000));
+INSTANTIATE_TEST_SUITE_P(Bytes, HttpClose, testing::Values(-1, 5000));
 
 TEST(HttpStall, SeekOnASilentConnectionReturnsAtOnce) {
   FaultServer server;

@@ -81,9 +81,9 @@ struct Final {
   int result;
   const char* line;
 };
-class FinalEvent : public BufferQueueTest, public testing::WithParamInterface<Final> {};
+class BufferQueueFinalEvent : public BufferQueueTest, public testing::WithParamInterface<Final> {};
 
-TEST_P(FinalEvent, EndsEveryRead) {
+TEST_P(BufferQueueFinalEvent, EndsEveryRead) {
   make(4);
   auto reading = read(0, 1000);
   event(GetParam().event);
@@ -99,7 +99,7 @@ TEST_P(FinalEvent, EndsEveryRead) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, FinalEvent,
+    All, BufferQueueFinalEvent,
     testing::Values(Final{util::STREAM_FILE_NOT_FOUND, util::STATUS_NOT_FOUND, -21,
                           "notifyStreamException: File not found"},
                     Final{util::STREAM_NOT_AVAILABLE, util::STATUS_NOT_AVAILABLE, -17,
@@ -180,9 +180,9 @@ TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
 }
 
 // As above, for the ends that need no error: a silence behind the last byte.
-class EndAfterTheLastByte : public BufferQueueTest, public testing::WithParamInterface<int> {};
+class BufferQueueLastByte : public BufferQueueTest, public testing::WithParamInterface<int> {};
 
-TEST_P(EndAfterTheLastByte, ParksInsteadOfReconnecting) {
+TEST_P(BufferQueueLastByte, ParksInsteadOfReconnecting) {
   producer.size = 300;
   make(4);
   auto reading = connect(0, 1000);
@@ -197,7 +197,7 @@ TEST_P(EndAfterTheLastByte, ParksInsteadOfReconnecting) {
   EXPECT_TRUE(right(again, 100));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EndAfterTheLastByte,
+INSTANTIATE_TEST_SUITE_P(All, BufferQueueLastByte,
                          testing::Values(static_cast<int>(util::STREAM_TIMEOUT),
                                          static_cast<int>(util::STREAM_DEAD)));
 
@@ -244,7 +244,7 @@ TEST_F(BufferQueueTest, EverySixthWaitOfAParkedTransferDumpsTheBuffer) {
 
 // The gap before a buffered block, filled by connections that all end early while the reader is
 // elsewhere.
-class BlockThatEndsEarly : public BufferQueueTest {
+class BufferQueueEarlyBlock : public BufferQueueTest {
  protected:
   void begin() {
     ASSERT_TRUE(beginsWith(8, 10));
@@ -280,7 +280,7 @@ class BlockThatEndsEarly : public BufferQueueTest {
   const long long gap = 100LL * kBlock;
 };
 
-TEST_F(BlockThatEndsEarly, IsContinuedTheSecondTimeInARow) {
+TEST_F(BufferQueueEarlyBlock, IsContinuedTheSecondTimeInARow) {
   ASSERT_NO_FATAL_FAILURE(begin());
   EXPECT_EQ(endsAfter(gap + 10, 990, util::EVENT_STREAM_PARTIAL_END), gap) << "from its beginning";
   EXPECT_EQ(endsAfter(gap, 1500, util::EVENT_STREAM_PARTIAL_END), gap + 1500) << "where it ends";
@@ -288,7 +288,7 @@ TEST_F(BlockThatEndsEarly, IsContinuedTheSecondTimeInARow) {
   isRightIn(gap + 1600, 400);
 }
 
-TEST_F(BlockThatEndsEarly, BeginsAgainAfterARestartForSomethingElse) {
+TEST_F(BufferQueueEarlyBlock, BeginsAgainAfterARestartForSomethingElse) {
   ASSERT_NO_FATAL_FAILURE(begin());
   EXPECT_EQ(endsAfter(gap + 10, 990, util::EVENT_STREAM_PARTIAL_END), gap);
   EXPECT_EQ(endsAfter(gap, 500, util::STREAM_DEAD), gap + 500) << "where writing stopped";

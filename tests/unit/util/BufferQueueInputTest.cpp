@@ -197,9 +197,9 @@ TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
 // A transfer may ask what a reader wants before that reader has had its turn: what it wants may
 // have been stored since it last looked, and must neither be placed again nor fail for want of a
 // place.
-class HeldDataOfAWaitingReader : public BufferQueueTest, public testing::WithParamInterface<int> {};
+class BufferQueueHeldData : public BufferQueueTest, public testing::WithParamInterface<int> {};
 
-TEST_P(HeldDataOfAWaitingReader, IsNotPlacedAgain) {
+TEST_P(BufferQueueHeldData, IsNotPlacedAgain) {
   const int blocks = GetParam();
   ASSERT_TRUE(beginsWith(blocks, kBlock));
   const long long far = 100 * static_cast<long long>(kBlock);
@@ -222,7 +222,7 @@ TEST_P(HeldDataOfAWaitingReader, IsNotPlacedAgain) {
   EXPECT_TRUE(right(second, far + 10));
 }
 
-INSTANTIATE_TEST_SUITE_P(Buffers, HeldDataOfAWaitingReader, testing::Values(3, 4, 5));
+INSTANTIATE_TEST_SUITE_P(Buffers, BufferQueueHeldData, testing::Values(3, 4, 5));
 
 // The last thing to do when a reader's place is refused twice, however it came to that: its read
 // must end, and so must the transfer that was told to hold still.

@@ -185,9 +185,10 @@ TEST_F(BufferQueuePause, SleepsOnAfterItsTimeUntilABlockIsLeft) {
 }
 
 // A transfer that never ends by itself, as of a server that is faster than any reader.
-class EndlessTransfer : public BufferQueuePause, public testing::WithParamInterface<int> {
+class BufferQueueEndlessTransfer : public BufferQueuePause,
+                                   public testing::WithParamInterface<int> {
  protected:
-  ~EndlessTransfer() override {
+  ~BufferQueueEndlessTransfer() override {
     if (queue != nullptr) queue->release();
     transfer.reset();
   }
@@ -204,7 +205,7 @@ class EndlessTransfer : public BufferQueuePause, public testing::WithParamInterf
 
 // Where the transfer rests, the next read of the same size leaves half of the buffer, or there is
 // no room. A reader that keeps to sizes of the buffer's half never waits for long.
-TEST_P(EndlessTransfer, KeepsHalfOfTheBufferAheadOfItsReader) {
+TEST_P(BufferQueueEndlessTransfer, KeepsHalfOfTheBufferAheadOfItsReader) {
   const unsigned int seed = support::printedSeed();
   const long long capacity = static_cast<long long>(GetParam()) * kBlock;
   std::mt19937 random(seed);
@@ -232,6 +233,7 @@ TEST_P(EndlessTransfer, KeepsHalfOfTheBufferAheadOfItsReader) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Buffers, EndlessTransfer, testing::Values(2, 3, 4, 5, 8, 13, 64));
+INSTANTIATE_TEST_SUITE_P(Buffers, BufferQueueEndlessTransfer,
+                         testing::Values(2, 3, 4, 5, 8, 13, 64));
 
 }  // namespace

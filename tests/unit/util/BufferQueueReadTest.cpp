@@ -230,11 +230,11 @@ TEST_F(BufferQueueTest, ProbeLearnsTheSizeAndLeavesTheOffset) {
 
 #if defined(FLUVIA_PAUSE_POINTS)
 // However soon the first connection fails, the read that opened it tells why.
-class FirstConnection
+class BufferQueueFirstConnection
     : public BufferQueueTest,
       public testing::WithParamInterface<std::tuple<const char*, std::pair<int, int>>> {};
 
-TEST_P(FirstConnection, TellsItsReadWhyItFailed) {
+TEST_P(BufferQueueFirstConnection, TellsItsReadWhyItFailed) {
   const char* point = std::get<0>(GetParam());
   make(2);
   support::Pauses pauses;
@@ -252,7 +252,7 @@ TEST_P(FirstConnection, TellsItsReadWhyItFailed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Races, FirstConnection,
+    Races, BufferQueueFirstConnection,
     testing::Combine(testing::Values("BufferQueue::read begun",
                                      "BufferQueue::read before feedLock"),
                      testing::Values(std::make_pair(int{util::STREAM_FILE_NOT_FOUND}, -21),

@@ -19,9 +19,9 @@ constexpr long long kFar = 100LL * kBlock;
 constexpr long long kFarther = 200LL * kBlock;
 
 // A queue whose connection lasts until it is stopped, so that nothing but a chunk wakes a reader.
-class Service : public support::SteppedQueue {
+class BufferQueueService : public support::SteppedQueue {
  protected:
-  ~Service() override {
+  ~BufferQueueService() override {
     if (queue != nullptr) queue->release();
   }
 };
@@ -29,9 +29,9 @@ class Service : public support::SteppedQueue {
 #if defined(FLUVIA_PAUSE_POINTS)
 // A reader that begins to wait after a restart for another place was announced, and before the new
 // connection is prepared.
-class WishDuringARestart : public Service {
+class BufferQueueRestartWish : public BufferQueueService {
  protected:
-  ~WishDuringARestart() override {
+  ~BufferQueueRestartWish() override {
     if (queue != nullptr) queue->release();
     waiting.reset();
   }
@@ -65,7 +65,7 @@ class WishDuringARestart : public Service {
   std::unique_ptr<Reading> waiting;
 };
 
-TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsFarAhead) {
+TEST_F(BufferQueueRestartWish, CostsAtMostOneChunkWhenItIsFarAhead) {
   ASSERT_NO_FATAL_FAILURE(begin(kFarther + 10));
   ASSERT_TRUE(isServedAt(kFarther));
   EXPECT_EQ(deliver(kFarther, 110), 1);
@@ -73,7 +73,7 @@ TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsFarAhead) {
   EXPECT_TRUE(right(*waiting, kFarther + 10));
 }
 
-TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsBehind) {
+TEST_F(BufferQueueRestartWish, CostsAtMostOneChunkWhenItIsBehind) {
   ASSERT_NO_FATAL_FAILURE(begin(kFar - 10LL * kBlock));
   ASSERT_TRUE(isServedAt(kFar - 10LL * kBlock));
   EXPECT_EQ(deliver(kFar - 10LL * kBlock, 100), 1);
@@ -81,7 +81,7 @@ TEST_F(WishDuringARestart, CostsAtMostOneChunkWhenItIsBehind) {
   EXPECT_TRUE(right(*waiting, kFar - 10LL * kBlock));
 }
 
-TEST_F(WishDuringARestart, IsServedByTheNewConnectionWhenThatBringsIt) {
+TEST_F(BufferQueueRestartWish, IsServedByTheNewConnectionWhenThatBringsIt) {
   ASSERT_NO_FATAL_FAILURE(begin(kFar + 40000));
   for (long long at = 0; at < 50000; at += 1000) ASSERT_EQ(deliver(kFar + at, 1000), 1);
   ASSERT_TRUE(waiting->hasEnded());
@@ -91,9 +91,10 @@ TEST_F(WishDuringARestart, IsServedByTheNewConnectionWhenThatBringsIt) {
 #endif
 
 // The bytes that have come before a break are the reader's, wherever it waits.
-class BrokenRead : public Service, public testing::WithParamInterface<unsigned int> {};
+class BufferQueueBrokenRead : public BufferQueueService,
+                              public testing::WithParamInterface<unsigned int> {};
 
-TEST_P(BrokenRead, KeepsTheBytesThatHadArrived) {
+TEST_P(BufferQueueBrokenRead, KeepsTheBytesThatHadArrived) {
   const unsigned int arrived = GetParam();
   producer.staysInside = true;
   make(8);
@@ -107,9 +108,10 @@ TEST_P(BrokenRead, KeepsTheBytesThatHadArrived) {
   EXPECT_EQ(queue->getReadPosition(), arrived);
 }
 
-INSTANTIATE_TEST_SUITE_P(Arrived, BrokenRead, testing::Values(0u, 20000u, 32000u, 33000u, 170000u));
+INSTANTIATE_TEST_SUITE_P(Arrived, BufferQueueBrokenRead,
+                         testing::Values(0u, 20000u, 32000u, 33000u, 170000u));
 
-TEST_F(Service, FailedReadKeepsTheBytesThatHadArrived) {
+TEST_F(BufferQueueService, FailedReadKeepsTheBytesThatHadArrived) {
   producer.staysInside = true;
   make(8);
   auto reading = connect(0, 200000);
@@ -123,7 +125,7 @@ TEST_F(Service, FailedReadKeepsTheBytesThatHadArrived) {
 
 // Its bytes are buffered and it was woken, but it has not had the lock: what a chunk has no room
 // for must not be given up for it, nor the stream restarted.
-TEST_F(Service, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
+TEST_F(BufferQueueService, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
   ASSERT_TRUE(beginsWith(2, kBlock));
   BufferQueueProbe::waitWoken(*queue, 10);
   std::atomic<int> result{-1};
@@ -138,7 +140,7 @@ TEST_F(Service, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
 }
 
 // The same when the chunk itself brought them.
-TEST_F(Service, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtTheReaderItsBytes) {
+TEST_F(BufferQueueService, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtTheReaderItsBytes) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(2, 100));
   BufferQueueProbe::waitWoken(*queue, 1000);
@@ -154,7 +156,7 @@ TEST_F(Service, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtTheReaderItsBy
 }
 
 // The flag may have been raised before the stream was known not to seek.
-TEST_F(Service, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
+TEST_F(BufferQueueService, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
   producer.staysInside = true;
   producer.seekable = false;
   make(8);
@@ -173,7 +175,7 @@ TEST_F(Service, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
 }
 
 // A connection that ends without an announced one, while the size is still unknown.
-TEST_F(Service, ReaderWithoutASizeGoesOnInItsBlock) {
+TEST_F(BufferQueueService, ReaderWithoutASizeGoesOnInItsBlock) {
   producer.size = 0;
   make(4);
   auto reading = connect(0, 1000);
@@ -188,7 +190,7 @@ TEST_F(Service, ReaderWithoutASizeGoesOnInItsBlock) {
 }
 
 // A parked thread that leaves late must not take the state of the connection that has begun.
-TEST_F(Service, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone) {
+TEST_F(BufferQueueService, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone) {
   producer.size = 2 * kBlock;
   make(4);
   auto reading = connect(0, kBlock);
@@ -206,7 +208,7 @@ TEST_F(Service, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone) {
 }
 
 // What a broken read wanted is no reason any more to leave the running connection.
-TEST_F(Service, BrokenFarReadLeavesNoWish) {
+TEST_F(BufferQueueService, BrokenFarReadLeavesNoWish) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(4, kBlock));
   Reading far(queue.get(), kFar, 10);
@@ -218,7 +220,7 @@ TEST_F(Service, BrokenFarReadLeavesNoWish) {
 }
 
 // A break names the reads that it holds for, also one that has not come here yet.
-TEST_F(Service, BreakThatNamesAReadMeetsItHoweverLateItComes) {
+TEST_F(BufferQueueService, BreakThatNamesAReadMeetsItHoweverLateItComes) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(4, kBlock));
   queue->breakReads(7);
@@ -236,7 +238,7 @@ TEST_F(Service, BreakThatNamesAReadMeetsItHoweverLateItComes) {
   EXPECT_EQ(queue->read(buffer, sizeof buffer, &got), 0) << "nor are reads without a number";
 }
 
-TEST_F(Service, BreakThatNamesAReadMeetsItWhileItWaits) {
+TEST_F(BufferQueueService, BreakThatNamesAReadMeetsItWhileItWaits) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(4, kBlock));
   int result = 77;

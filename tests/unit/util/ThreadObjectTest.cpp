@@ -251,14 +251,14 @@ TEST_F(ThreadObjectTest, RunThatIsReadyBeforeStartReturnsIsNotRepeated) {
 }
 #endif
 
-TEST(Delay, BelowASecondDoesNotSleep) {
+TEST(ThreadObjectDelay, BelowASecondDoesNotSleep) {
   const auto begin = std::chrono::steady_clock::now();
   for (int i = 0; i < 1000; ++i) util::delay(999);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5))
       << "a thousand sleeps of a second";
 }
 
-TEST(Delay, SleepsWholeSeconds) {
+TEST(ThreadObjectDelay, SleepsWholeSeconds) {
   const auto begin = std::chrono::steady_clock::now();
   util::delay(2500);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1999));

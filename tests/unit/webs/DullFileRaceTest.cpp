@@ -390,9 +390,9 @@ TEST_F(DullFileRace, BreakOfACloseReachesItsOwnReadOnly) {
 }
 
 // The read has its number, and the buffer does not know of it yet: one break must be enough.
-class BreakBeforeTheRead : public DullFileRace, public testing::WithParamInterface<const char*> {};
+class DullFileBreak : public DullFileRace, public testing::WithParamInterface<const char*> {};
 
-TEST_P(BreakBeforeTheRead, OneAbortEndsTheRead) {
+TEST_P(DullFileBreak, OneAbortEndsTheRead) {
   support::Pauses pauses;
   const int handle = openBlocked("a");
   Completions done;
@@ -409,7 +409,7 @@ TEST_P(BreakBeforeTheRead, OneAbortEndsTheRead) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-TEST_P(BreakBeforeTheRead, OneBreakOfACloseEndsTheRead) {
+TEST_P(DullFileBreak, OneBreakOfACloseEndsTheRead) {
   const std::string path = folder.makePattern("a", 3000000);
   webs::FluviaFile* file = new webs::FluviaFile(65536);
   ASSERT_TRUE(file->open(path));
@@ -431,7 +431,7 @@ TEST_P(BreakBeforeTheRead, OneBreakOfACloseEndsTheRead) {
   file->unuse();
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryPlace, BreakBeforeTheRead,
+INSTANTIATE_TEST_SUITE_P(EveryPlace, DullFileBreak,
                          testing::Values("DullFile::read begun", "DullFile::read moved",
                                          "BufferQueue::read before feedLock"));
 

@@ -180,13 +180,13 @@ TEST_F(FluviaFileTest, VolatileAndBufferAreTheSharedFiles) {
 
 // --- a stream that cannot seek -----------------------------------------------------------------
 
-class UnseekableFile : public FluviaFileTest {
+class FluviaFileUnseekable : public FluviaFileTest {
  protected:
-  UnseekableFile() {
+  FluviaFileUnseekable() {
     server.on("/a", support::serveUntilClose(4 * kMebibyte));
     open(server.url("/a"));
   }
-  ~UnseekableFile() override { close(); }
+  ~FluviaFileUnseekable() override { close(); }
   // Reads up to that offset.
   void readTo(long long offset) {
     while (file->getPosition() < offset) {
@@ -198,7 +198,7 @@ class UnseekableFile : public FluviaFileTest {
   support::FaultServer server;
 };
 
-TEST_F(UnseekableFile, ForwardSeekSpansOneMebibyte) {
+TEST_F(FluviaFileUnseekable, ForwardSeekSpansOneMebibyte) {
   EXPECT_EQ(read(10), 0);
   const CapturedStderr log(1);
   EXPECT_EQ(seek(10 + kMebibyte + 1), -12);
@@ -213,7 +213,7 @@ TEST_F(UnseekableFile, ForwardSeekSpansOneMebibyte) {
   EXPECT_TRUE(right(10 + kMebibyte));
 }
 
-TEST_F(UnseekableFile, BackwardSeekEndsInTheFirstMebibyte) {
+TEST_F(FluviaFileUnseekable, BackwardSeekEndsInTheFirstMebibyte) {
   readTo(kMebibyte + 500000);
   EXPECT_EQ(seek(kMebibyte + 1), -12);
   EXPECT_EQ(file->getPosition(), kMebibyte + 500000);
@@ -221,7 +221,7 @@ TEST_F(UnseekableFile, BackwardSeekEndsInTheFirstMebibyte) {
   EXPECT_EQ(file->getPosition(), kMebibyte);
 }
 
-TEST_F(UnseekableFile, LiveRuleAddsTheOldestOffsetToThePosition) {
+TEST_F(FluviaFileUnseekable, LiveRuleAddsTheOldestOffsetToThePosition) {
   readTo(300000);
   EXPECT_EQ(seek(10), 0);
   const CapturedStderr log(0);
@@ -234,7 +234,7 @@ TEST_F(UnseekableFile, LiveRuleAddsTheOldestOffsetToThePosition) {
   EXPECT_TRUE(right(began));
 }
 
-TEST_F(UnseekableFile, LiveRuleNeedsASeekBelowTheOldestOffset) {
+TEST_F(FluviaFileUnseekable, LiveRuleNeedsASeekBelowTheOldestOffset) {
   readTo(300000);
   EXPECT_EQ(seek(300010), 0);
   const CapturedStderr log(0);

@@ -38,9 +38,9 @@ struct Case {
 
 void PrintTo(const Case& c, std::ostream* out) { *out << c.text; }
 
-class Scan : public testing::TestWithParam<Case> {};
+class JSONParserScan : public testing::TestWithParam<Case> {};
 
-TEST_P(Scan, ReportsWhatItMeets) {
+TEST_P(JSONParserScan, ReportsWhatItMeets) {
   Recorder recorder;
   JSONParser parser(&recorder);
   // A copy of the exact size, so that reading past the end is seen by a sanitizer.
@@ -52,7 +52,7 @@ TEST_P(Scan, ReportsWhatItMeets) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Objects, Scan,
+    Objects, JSONParserScan,
     testing::Values(Case{"{}", 0, "(req)"}, Case{" \n{ \t}\r\n", 0, "(req)"},
                     Case{"{\"a\":\"x\"}", 0, "(req(\"a\"\"x\"))"},
                     Case{"{\"a\":\"x\",\"c\":\"\"}", 0, "(req(\"a\"\"x\")(\"c\"\"\"))"},
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
                          "(req(\"o\"(\"p\"(\"k\"\"v\")))(\"z\"))"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Arrays, Scan,
+    Arrays, JSONParserScan,
     testing::Values(
         Case{"[{\"a\":\"1\"},{\"a\":\"2\"}]", 0, "(req([(\"a\"\"1\"))([(\"a\"\"2\")))"},
         Case{"[ {\"a\":\"1\"} , {\"a\":\"2\"} ] ", 0, "(req([(\"a\"\"1\"))([(\"a\"\"2\")))"},
@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"{\"l\":[{\"m\":[{\"a\":\"1\"}]}],\"z\":\"w\"}", 0,
              "(req(\"l\"([(\"m\"([[(\"a\"\"1\")))))(\"z\"\"w\"))"}));
 
-INSTANTIATE_TEST_SUITE_P(Oddities, Scan,
+INSTANTIATE_TEST_SUITE_P(Oddities, JSONParserScan,
                          testing::Values(Case{"{\"a\":1}", -3, "(req(\"a\"'1}')"},
                                          Case{"{\"a\":1 ,\"c\":2 }", 0,
                                               "(req(\"a\"'1')(\"c\"'2'))"},
@@ -106,7 +106,7 @@ INSTANTIATE_TEST_SUITE_P(Oddities, Scan,
                                          Case{"{\"a\":\"x\"},{}", 0, "(req(\"a\"\"x\"))([)"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Errors, Scan,
+    Errors, JSONParserScan,
     testing::Values(Case{"abc", -1, "(abc"}, Case{"abc = ", -1, "(abc"},
                     Case{"abc = x", -1, "(abc"}, Case{" ", -1, ""}, Case{"bbb\n", -1, ""},
                     Case{"\"a\":\"x\"", -1, "(\"a\""}, Case{"[]", -2, "(req"},
@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"[{},", -4, "(req([)"}, Case{"{\"a\":\"x\"}]", -5, "(req(\"a\"\"x\"))"},
                     Case{"{\"o\":{\"k\":\"v\"}]", -5, "(req(\"o\"(\"k\"\"v\"))"}));
 
-INSTANTIATE_TEST_SUITE_P(Truncated, Scan,
+INSTANTIATE_TEST_SUITE_P(Truncated, JSONParserScan,
                          testing::Values(Case{"{", 0, "(req)"}, Case{"[", 0, "(req)"},
                                          Case{"{\"a\"", 0, "(req(\"a\")"},
                                          Case{"{\"a\":", 0, "(req(\"a\")"},
@@ -216,12 +216,12 @@ TEST(JSONParser, ArrayMembersAreThoseNamedByBrackets) {
   EXPECT_FALSE(parser.isArrayMember("a["));
 }
 
-TEST(JSONCharacters, BAndBlanksAreBlank) {
+TEST(JSONParserCharacters, BAndBlanksAreBlank) {
   for (const char c : {' ', 'b', '\f', '\n', '\r', '\t'}) EXPECT_FALSE(webs::NotBlankChar(c)) << c;
   for (const char c : {'a', 'B', '\b', '\v', '\0', '{'}) EXPECT_TRUE(webs::NotBlankChar(c)) << c;
 }
 
-TEST(JSONCharacters, WordsAndPairsEnd) {
+TEST(JSONParserCharacters, WordsAndPairsEnd) {
   const std::string wordEnds = "={ :,", pairEnds = ",}";
   for (int i = 0; i < 256; i++) {
     const char c = static_cast<char>(i);

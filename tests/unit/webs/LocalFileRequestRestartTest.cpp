@@ -155,9 +155,10 @@ TEST_F(LocalFileRequestTest, DestructionEndsARunUnderWay) {
 }
 
 // The old run is picked up at one place of its way, and a stop and a start come in between.
-class RestartAt : public LocalFileRequestTest, public testing::WithParamInterface<const char*> {};
+class LocalFileRequestRestart : public LocalFileRequestTest,
+                                public testing::WithParamInterface<const char*> {};
 
-TEST_P(RestartAt, GivesTheNewRunItsBytesAndOneEnd) {
+TEST_P(LocalFileRequestRestart, GivesTheNewRunItsBytesAndOneEnd) {
   support::Pauses pauses;
   make(200000);
   ASSERT_TRUE(startHeldAt(&pauses, GetParam()));
@@ -177,7 +178,7 @@ TEST_P(RestartAt, GivesTheNewRunItsBytesAndOneEnd) {
   EXPECT_EQ(ends(), allEnds) << "no false end";
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryPlace, RestartAt,
+INSTANTIATE_TEST_SUITE_P(EveryPlace, LocalFileRequestRestart,
                          testing::Values("runner before run", "LocalFileRequest::perform begin",
                                          "LocalFileRequest::read",
                                          "LocalFileRequest::perform before end",

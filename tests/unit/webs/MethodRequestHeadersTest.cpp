@@ -19,7 +19,7 @@ struct Headers {
   webs::MethodRequest session;
 };
 
-TEST(HeaderAnalysis, FourSpellingsOfTheLengthLineCount) {
+TEST(MethodRequestHeaders, FourSpellingsOfTheLengthLineCount) {
   for (const char* line : {"Content-Length: 10", "content-length: 10", "Content-length: 10",
                            "CONTENT-LENGTH: 10", "Content-Lengthy"}) {
     EXPECT_TRUE(Headers(std::string("HTTP/1.1 200 OK\r\n") + line + "\r\n\r\n")
@@ -33,7 +33,7 @@ TEST(HeaderAnalysis, FourSpellingsOfTheLengthLineCount) {
   }
 }
 
-TEST(HeaderAnalysis, LengthCheckSaysWhatItFound) {
+TEST(MethodRequestHeaders, LengthCheckSaysWhatItFound) {
   support::CapturedStderr log(1);
   Headers("Content-Length: 1\r\n").session.checkFromContentLength();
   Headers("content-length: 1\r\n").session.checkFromContentLength();
@@ -46,27 +46,27 @@ TEST(HeaderAnalysis, LengthCheckSaysWhatItFound) {
   EXPECT_EQ(log.count("checkFromContentLength: can't find Content-Length"), 1);
 }
 
-TEST(HeaderAnalysis, EmptyHeadersAreNotSeekable) {
+TEST(MethodRequestHeaders, EmptyHeadersAreNotSeekable) {
   webs::MethodRequest session;
   EXPECT_FALSE(session.checkFromContentLength());
   EXPECT_FALSE(session.seekAbleCheckFromResponse());
   EXPECT_EQ(session.getSizeFromResponseRange(), 0);
 }
 
-TEST(HeaderAnalysis, StatusLineDecidesThatRangesAreServed) {
+TEST(MethodRequestHeaders, StatusLineDecidesThatRangesAreServed) {
   EXPECT_TRUE(Headers("HTTP/1.1 200 OK\r\nAccept-Ranges: none\r\n\r\n")
                   .session.seekAbleCheckFromResponse());
   EXPECT_TRUE(Headers("HTTP/1.1 200 OK\r\n\r\n").session.seekAbleCheckFromResponse());
 }
 
-TEST(HeaderAnalysis, FirstLineMaySayNoRanges) {
+TEST(MethodRequestHeaders, FirstLineMaySayNoRanges) {
   EXPECT_FALSE(Headers("Accept-Ranges: NONE\r\nX: y\r\n").session.seekAbleCheckFromResponse());
   EXPECT_TRUE(Headers("accept-ranges: bytes\r\n").session.seekAbleCheckFromResponse());
   EXPECT_TRUE(
       Headers("Access-Control-Allow-Headers: range\r\n").session.seekAbleCheckFromResponse());
 }
 
-TEST(HeaderAnalysis, SeekCheckSaysWhatDecided) {
+TEST(MethodRequestHeaders, SeekCheckSaysWhatDecided) {
   support::CapturedStderr log(0);
   Headers("accept-ranges: bytes\r\n").session.seekAbleCheckFromResponse();
   EXPECT_TRUE(log.has("seekAbleCheckFromResponse: check seekable from response header"));
@@ -79,7 +79,7 @@ TEST(HeaderAnalysis, SeekCheckSaysWhatDecided) {
   EXPECT_TRUE(log.has("seekAbleCheckFromResponse: can't find Accept-Ranges"));
 }
 
-TEST(HeaderAnalysis, TotalComesFromTheRangeLine) {
+TEST(MethodRequestHeaders, TotalComesFromTheRangeLine) {
   EXPECT_EQ(Headers("HTTP/1.1 206 P\r\nContent-Range: bytes 0-99/5000\r\n\r\n")
                 .session.getSizeFromResponseRange(),
             5000);
@@ -89,19 +89,19 @@ TEST(HeaderAnalysis, TotalComesFromTheRangeLine) {
   EXPECT_EQ(Headers("Content-Range: bytes 0-99\r\n").session.getSizeFromResponseRange(), 0);
 }
 
-TEST(HeaderAnalysis, TotalHasThirtyTwoBits) {
+TEST(MethodRequestHeaders, TotalHasThirtyTwoBits) {
   EXPECT_EQ(Headers("Content-Range: bytes 0-9/5000000000\r\n").session.getSizeFromResponseRange(),
             2147483647);
 }
 
-TEST(HeaderAnalysis, LastLineMayLackItsLineFeed) {
+TEST(MethodRequestHeaders, LastLineMayLackItsLineFeed) {
   EXPECT_EQ(
       Headers("HTTP/1.1 206 P\r\nContent-Range: bytes 0-9/77").session.getSizeFromResponseRange(),
       77);
   EXPECT_TRUE(Headers("HTTP/1.1 200 OK\r\nContent-Length: 5").session.checkFromContentLength());
 }
 
-TEST(HeaderAnalysis, RangeStartIsReadInAnySpelling) {
+TEST(MethodRequestHeaders, RangeStartIsReadInAnySpelling) {
   long long first = -1;
   EXPECT_TRUE(Headers("HTTP/1.1 206 P\r\nCONTENT-range:  Bytes 70000-99/5000\r\n")
                   .session.getStartFromResponseRange(&first));
@@ -112,7 +112,7 @@ TEST(HeaderAnalysis, RangeStartIsReadInAnySpelling) {
   EXPECT_FALSE(Headers("X: y\r\n").session.getStartFromResponseRange(&first));
 }
 
-TEST(HeaderAnalysis, ServerNameIsCached) {
+TEST(MethodRequestHeaders, ServerNameIsCached) {
   support::CapturedStderr log(1);
   Headers headers("HTTP/1.1 200 OK\r\nServer:  nginx/1.2 \t\r\nDate: now\r\n");
   EXPECT_EQ(headers.session.getServerName(), "nginx/1.2");
@@ -122,7 +122,7 @@ TEST(HeaderAnalysis, ServerNameIsCached) {
   EXPECT_EQ(Headers("HTTP/1.1 200 OK\r\nserver: nginx\r\n").session.getServerName(), "");
 }
 
-TEST(HeaderAnalysis, ValueIsWhatStandsBetweenTheBlanks) {
+TEST(MethodRequestHeaders, ValueIsWhatStandsBetweenTheBlanks) {
   const struct {
     const char* line;
     const char* value;
@@ -140,7 +140,7 @@ TEST(HeaderAnalysis, ValueIsWhatStandsBetweenTheBlanks) {
   }
 }
 
-TEST(HeaderBuffer, CopiesWhatFitsAndTellsTheWholeLength) {
+TEST(MethodRequestHeaderBuffer, CopiesWhatFitsAndTellsTheWholeLength) {
   Headers headers(std::string(300, 'h'));
   char buffer[101] = {};
   int length = 0;
@@ -151,7 +151,7 @@ TEST(HeaderBuffer, CopiesWhatFitsAndTellsTheWholeLength) {
   EXPECT_EQ(headers.session.getResponseHeader(nullptr, -5, &length), 0);
 }
 
-TEST(HeaderBuffer, ExcessIsDroppedAndReportedAsTaken) {
+TEST(MethodRequestHeaderBuffer, ExcessIsDroppedAndReportedAsTaken) {
   webs::MethodRequest session;
   for (int i = 0; i < 200; ++i) feed(&session, std::string(99, 'x') + "\n");
   int length = 0;
@@ -162,7 +162,7 @@ TEST(HeaderBuffer, ExcessIsDroppedAndReportedAsTaken) {
   EXPECT_EQ(session.headerContentIn("x", 0, 1), 0u);
 }
 
-TEST(HeaderBuffer, StartsAgainAtEveryStatusLine) {
+TEST(MethodRequestHeaderBuffer, StartsAgainAtEveryStatusLine) {
   webs::MethodRequest session;
   for (const char* line : {"HTTP/1.1 100 Continue\r\n", "\r\n", "HTTP/1.1 307 Moved\r\n",
                            "Content-Length: 6\r\n", "\r\n", "ICY 200 OK\r\n", "icy-br: 128\r\n"}) {

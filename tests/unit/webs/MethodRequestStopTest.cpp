@@ -21,14 +21,14 @@ using support::kAborted;
 using support::SessionProbe;
 
 // Before the first byte of the answer, before the body, and in it: each has its own limit.
-class SilentTransfer : public testing::TestWithParam<int> {};
+class MethodRequestSilence : public testing::TestWithParam<int> {};
 
-TEST_P(SilentTransfer, IsStoppedAtOnce) {
+TEST_P(MethodRequestSilence, IsStoppedAtOnce) {
   FaultServer server;
   EXPECT_TRUE(support::stopsAtOnce(&server, GetParam()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Bytes, SilentTransfer, testing::Values(-1, 0, 1000));
+INSTANTIATE_TEST_SUITE_P(Bytes, MethodRequestSilence, testing::Values(-1, 0, 1000));
 
 // A server that waits until it may send more does not learn of an orderly end.
 TEST(MethodRequestStop, ResetsTheConnection) {

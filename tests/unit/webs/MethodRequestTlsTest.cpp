@@ -54,15 +54,15 @@ TEST(MethodRequestTls, UnusableClientCertificateIsItsOwnError) {
   EXPECT_EQ(probe.get(server.url("/a")), 58);
 }
 
-class SilentTlsTransfer : public testing::TestWithParam<int> {};
+class MethodRequestTlsSilence : public testing::TestWithParam<int> {};
 
-TEST_P(SilentTlsTransfer, IsStoppedAtOnce) {
+TEST_P(MethodRequestTlsSilence, IsStoppedAtOnce) {
   const support::TestCertificate own;
   FaultServer server(own.certificate(), own.key());
   EXPECT_TRUE(support::stopsAtOnce(&server, GetParam()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Bytes, SilentTlsTransfer, testing::Values(-1, 0, 1000));
+INSTANTIATE_TEST_SUITE_P(Bytes, MethodRequestTlsSilence, testing::Values(-1, 0, 1000));
 
 // A seek costs a connection; with its session taken up again it costs no certificate's check.
 TEST(MethodRequestTls, NextConnectionTakesUpTheSessionOfAnEndedOne) {

@@ -59,9 +59,9 @@ TEST(TransferShare, NameIsLookedUpAnewAfterAConnectionFailed) {
   EXPECT_LE(test_resolver::begun - before, 3) << "and the new address holds";
 }
 
-class SharedTls : public testing::Test {
+class TransferShareTls : public testing::Test {
  protected:
-  SharedTls() { server.on("/a", support::serveRanges(1000)); }
+  TransferShareTls() { server.on("/a", support::serveRanges(1000)); }
 
   using Setting = std::function<void(webs::MethodRequest*)>;
 
@@ -92,33 +92,33 @@ class SharedTls : public testing::Test {
   FaultServer server{own.certificate(), own.key()};
 };
 
-TEST_F(SharedTls, SecondResourceOfAHostTakesUpTheSessionOfTheFirst) {
+TEST_F(TransferShareTls, SecondResourceOfAHostTakesUpTheSessionOfTheFirst) {
   EXPECT_FALSE(resumes(nullptr));
   EXPECT_TRUE(resumes(nullptr));
   EXPECT_TRUE(resumes(nullptr));
 }
 
-TEST_F(SharedTls, IsNotTakenUpByAnotherHost) {
+TEST_F(TransferShareTls, IsNotTakenUpByAnotherHost) {
   EXPECT_FALSE(resumes(nullptr, "one.test"));
   EXPECT_FALSE(resumes(nullptr, "other.test"));
   EXPECT_TRUE(resumes(nullptr, "one.test"));
 }
 
-TEST_F(SharedTls, ChecksAndNoChecksAreApart) {
+TEST_F(TransferShareTls, ChecksAndNoChecksAreApart) {
   expectApart(nullptr, [this](webs::MethodRequest* session) { session->setCA(own.certificate()); });
 }
 
-TEST_F(SharedTls, NoChecksNeverTakeUpACheckedSession) {
+TEST_F(TransferShareTls, NoChecksNeverTakeUpACheckedSession) {
   expectApart([this](webs::MethodRequest* session) { session->setCA(own.certificate()); }, nullptr);
 }
 
-TEST_F(SharedTls, AuthoritiesAreApart) {
+TEST_F(TransferShareTls, AuthoritiesAreApart) {
   const std::string copy = copyOf(own.certificate(), "other.pem");
   expectApart([this](webs::MethodRequest* session) { session->setCA(own.certificate()); },
               [copy](webs::MethodRequest* session) { session->setCA(copy); });
 }
 
-TEST_F(SharedTls, AuthorityThatDoesNotKnowTheServerRefusesItAfterASession) {
+TEST_F(TransferShareTls, AuthorityThatDoesNotKnowTheServerRefusesItAfterASession) {
   const support::TestCertificate stranger;
   const Setting knows = [this](webs::MethodRequest* session) { session->setCA(own.certificate()); };
   resumes(knows);
@@ -128,7 +128,7 @@ TEST_F(SharedTls, AuthorityThatDoesNotKnowTheServerRefusesItAfterASession) {
   EXPECT_EQ(probe.get(server.url("/a")), 60);
 }
 
-TEST_F(SharedTls, FoldersOfAuthoritiesAreApart) {
+TEST_F(TransferShareTls, FoldersOfAuthoritiesAreApart) {
   const support::TemporaryFolder other;
   const auto with = [this](const std::string& path) {
     return [this, path](webs::MethodRequest* session) {
@@ -139,7 +139,7 @@ TEST_F(SharedTls, FoldersOfAuthoritiesAreApart) {
   expectApart(with(folder.path()), with(other.path()));
 }
 
-TEST_F(SharedTls, ClientCertificatesAreApart) {
+TEST_F(TransferShareTls, ClientCertificatesAreApart) {
   const support::TestCertificate client;
   const auto with = [&client](const std::string& certificate) {
     return [&client, certificate](webs::MethodRequest* session) {
@@ -154,7 +154,7 @@ TEST_F(SharedTls, ClientCertificatesAreApart) {
 }
 
 // The certificate's file holds its key as well.
-TEST_F(SharedTls, ClientCertificatesWithTheirKeysInsideAreApart) {
+TEST_F(TransferShareTls, ClientCertificatesWithTheirKeysInsideAreApart) {
   const support::TestCertificate client;
   std::ifstream certificate(client.certificate());
   std::ifstream key(client.key());
@@ -169,7 +169,7 @@ TEST_F(SharedTls, ClientCertificatesWithTheirKeysInsideAreApart) {
   EXPECT_FALSE(resumes(nullptr)) << "without a certificate";
 }
 
-TEST_F(SharedTls, PrivateKeysAreApart) {
+TEST_F(TransferShareTls, PrivateKeysAreApart) {
   const support::TestCertificate client;
   const auto with = [&client](const std::string& key) {
     return [&client, key](webs::MethodRequest* session) {
@@ -181,7 +181,7 @@ TEST_F(SharedTls, PrivateKeysAreApart) {
   EXPECT_FALSE(resumes(with(copyOf(client.key(), "key.pem"))));
 }
 
-TEST_F(SharedTls, KeyTypesAreApart) {
+TEST_F(TransferShareTls, KeyTypesAreApart) {
   const auto with = [](const std::string& type) {
     return [type](webs::MethodRequest* session) { session->setKeyType(type); };
   };
@@ -189,7 +189,7 @@ TEST_F(SharedTls, KeyTypesAreApart) {
   EXPECT_FALSE(resumes(with("DER")));
 }
 
-TEST_F(SharedTls, SessionWithAPrivateKeyTakesUpItsOwn) {
+TEST_F(TransferShareTls, SessionWithAPrivateKeyTakesUpItsOwn) {
   const support::TestCertificate client;
   SessionProbe probe;
   probe.session.setClientAuthertication(client.certificate());
@@ -199,7 +199,7 @@ TEST_F(SharedTls, SessionWithAPrivateKeyTakesUpItsOwn) {
   EXPECT_TRUE(server.requests("/a")[1].resumed);
 }
 
-TEST_F(SharedTls, ManySessionsAtOnceGetTheirBytes) {
+TEST_F(TransferShareTls, ManySessionsAtOnceGetTheirBytes) {
   constexpr int kSessions = 64;
   support::Watchdog watchdog(100, [] { return std::string("sessions at once"); });
   std::atomic<int> right{0};

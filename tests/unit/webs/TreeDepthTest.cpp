@@ -33,7 +33,7 @@ void checkLookups(TreeNode* root) {
   EXPECT_EQ(root->getError().message, "TreeNode::findElem");
 }
 
-TEST(TreeDepth, XmlIsBuiltSearchedWrittenAndCleared) {
+TEST(TreeNodeDepth, XmlIsBuiltSearchedWrittenAndCleared) {
   onSmallStack([] {
     const std::string text = repeated("<a>", LEVELS) + "v" + repeated("</a>", LEVELS);
     XMLReader reader;
@@ -46,7 +46,7 @@ TEST(TreeDepth, XmlIsBuiltSearchedWrittenAndCleared) {
   });
 }
 
-TEST(TreeDepth, JsonIsBuiltSearchedWrittenAndCleared) {
+TEST(TreeNodeDepth, JsonIsBuiltSearchedWrittenAndCleared) {
   onSmallStack([] {
     const std::string text = repeated("{\"a\":", LEVELS) + "\"v\"" + repeated("}", LEVELS);
     JSONReader reader;
@@ -58,7 +58,7 @@ TEST(TreeDepth, JsonIsBuiltSearchedWrittenAndCleared) {
   });
 }
 
-TEST(TreeDepth, JsonArraysInArraysAreBuiltWrittenAndCleared) {
+TEST(TreeNodeDepth, JsonArraysInArraysAreBuiltWrittenAndCleared) {
   onSmallStack([] {
     // The members' names, up to 511 characters each, take most of the memory.
     const int levels = LEVELS / 5;
@@ -71,7 +71,7 @@ TEST(TreeDepth, JsonArraysInArraysAreBuiltWrittenAndCleared) {
   });
 }
 
-TEST(TreeDepth, DestroyedWithoutClear) {
+TEST(TreeNodeDepth, DestroyedWithoutClear) {
   onSmallStack([] {
     TreeNode root(nullptr);
     TreeNode* node = &root;
@@ -81,7 +81,7 @@ TEST(TreeDepth, DestroyedWithoutClear) {
   });
 }
 
-TEST(TreeDepth, RemovedInOnePiece) {
+TEST(TreeNodeDepth, RemovedInOnePiece) {
   onSmallStack([] {
     TreeNode root(nullptr);
     TreeNode* node = &root;
@@ -91,7 +91,7 @@ TEST(TreeDepth, RemovedInOnePiece) {
   });
 }
 
-TEST(TreeDepth, ReleasedWithItsSubtree) {
+TEST(TreeNodeDepth, ReleasedWithItsSubtree) {
   onSmallStack([] {
     TreeNode* node = TreeNode::getFreeEntry();
     TreeNode* deepest = node;

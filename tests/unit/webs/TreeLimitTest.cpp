@@ -37,7 +37,7 @@ std::vector<std::string> lineOf(long long nodes, long long bytes) {
           std::to_string(bytes) + " bytes"};
 }
 
-class XMLLimit : public testing::Test {
+class TreeLimitXML : public testing::Test {
  protected:
   void SetUp() override { reader.initialize(); }
   // Whether a document may take so many bytes and no fewer than least.
@@ -53,14 +53,14 @@ class XMLLimit : public testing::Test {
   XMLReader reader;
 };
 
-TEST_F(XMLLimit, NodesUpToTheLimitAreTaken) {
+TEST_F(TreeLimitXML, NodesUpToTheLimitAreTaken) {
   reader.setTreeLimit(4, 0);
   EXPECT_EQ(feed(&reader, "<a><b/><c/><d/></a>", true), XML_OK);
   EXPECT_FALSE(reader.isTreeFull());
   EXPECT_TRUE(log.ownMessages().empty());
 }
 
-TEST_F(XMLLimit, OneNodeMoreIsAParseError) {
+TEST_F(TreeLimitXML, OneNodeMoreIsAParseError) {
   reader.setTreeLimit(4, 0);
   EXPECT_EQ(feed(&reader, "<a><b/><c/><d/><e x='1'>text</e><f/></a>", true), XML_ERROR);
   EXPECT_TRUE(reader.isTreeFull());
@@ -70,7 +70,7 @@ TEST_F(XMLLimit, OneNodeMoreIsAParseError) {
   EXPECT_EQ(log.ownMessages(), lineOf(4, 0));
 }
 
-TEST_F(XMLLimit, EmptiedTreeTakesAsManyAgain) {
+TEST_F(TreeLimitXML, EmptiedTreeTakesAsManyAgain) {
   reader.setTreeLimit(2, 0);
   EXPECT_EQ(feed(&reader, "<a><b/><c/></a>", true), XML_ERROR);
   reader.readyRead();
@@ -82,7 +82,7 @@ TEST_F(XMLLimit, EmptiedTreeTakesAsManyAgain) {
   EXPECT_EQ(feed(&reader, "<c/>", true), XML_ERROR) << "the documents share the tree";
 }
 
-TEST_F(XMLLimit, NodesTextAndAttributesCountAsBytes) {
+TEST_F(TreeLimitXML, NodesTextAndAttributesCountAsBytes) {
   expectBytes("<a/>", sizeof(TreeNode), NODE_BYTES);
   expectBytes("<a>" + std::string(5000, 'x') + "</a>", 5000, 5000 + NODE_BYTES);
   expectBytes("<a>" + repeated("line\n", 1000) + "</a>", 5000, 5000 + NODE_BYTES);
@@ -93,7 +93,7 @@ TEST_F(XMLLimit, NodesTextAndAttributesCountAsBytes) {
 }
 
 // expat holds a tag until it ends.
-TEST_F(XMLLimit, TextThatWaitsToBeParsedCounts) {
+TEST_F(TreeLimitXML, TextThatWaitsToBeParsedCounts) {
   reader.setTreeLimit(0, 20000);
   EXPECT_EQ(feed(&reader, "<a>" + repeated("<!-- no part of the tree -->", 2000), false), XML_OK);
   int pieces = 0;
@@ -108,11 +108,11 @@ TEST_F(XMLLimit, TextThatWaitsToBeParsedCounts) {
   EXPECT_EQ(log.ownMessages(), lineOf(0, 20000));
 }
 
-TEST_F(XMLLimit, ThereIsNoneToBeginWith) {
+TEST_F(TreeLimitXML, ThereIsNoneToBeginWith) {
   EXPECT_EQ(feed(&reader, "<a>" + repeated("<i/>", 50000) + "</a>", true), XML_OK);
 }
 
-TEST(JSONLimit, OneNodeMoreIsAParseError) {
+TEST(TreeLimitJSON, OneNodeMoreIsAParseError) {
   CapturedStderr log(-4);
   JSONReader reader;
   reader.setTreeLimit(3, 0);
@@ -125,7 +125,7 @@ TEST(JSONLimit, OneNodeMoreIsAParseError) {
   EXPECT_EQ(feed(&reader, "[{}]", true), 0) << "the next body has a tree of its own";
 }
 
-TEST(JSONLimit, ScanEndsWhereTheTreeIsFull) {
+TEST(TreeLimitJSON, ScanEndsWhereTheTreeIsFull) {
   CapturedStderr log(-4);
   JSONReader reader;
   reader.setTreeLimit(100, 0);
@@ -135,7 +135,7 @@ TEST(JSONLimit, ScanEndsWhereTheTreeIsFull) {
   EXPECT_LT(reader.getOffset(), 400);
 }
 
-TEST(JSONLimit, NodesValuesAndTheBodyCountAsBytes) {
+TEST(TreeLimitJSON, NodesValuesAndTheBodyCountAsBytes) {
   const std::string value(5000, 'x');
   const std::string text = "{\"a\":\"" + value + "\"}";
   const long long most = static_cast<long long>(text.size()) + 5000 + 2 * NODE_BYTES;
@@ -150,7 +150,7 @@ TEST(JSONLimit, NodesValuesAndTheBodyCountAsBytes) {
   }
 }
 
-TEST(JSONLimit, GatheredTextIsGivenUpAtTheLimit) {
+TEST(TreeLimitJSON, GatheredTextIsGivenUpAtTheLimit) {
   CapturedStderr log(-4);
   JSONReader reader;
   reader.setTreeLimit(0, 10000);
@@ -185,7 +185,7 @@ void call(MethodResponse* response, const std::vector<std::string>& pieces) {
   response->finishReceive();
 }
 
-TEST(ResponseLimit, CallThatExceedsItGoesAsAMalformedOne) {
+TEST(TreeLimitResponse, CallThatExceedsItGoesAsAMalformedOne) {
   CapturedStderr log(-4);
   XMLReader xml;
   Seen response(&xml);
@@ -199,7 +199,7 @@ TEST(ResponseLimit, CallThatExceedsItGoesAsAMalformedOne) {
   EXPECT_EQ(log.ownMessages().size(), 1u) << "the next call begins anew";
 }
 
-TEST(ResponseLimit, ReaderThatWasSwitchedToGetsItToo) {
+TEST(TreeLimitResponse, ReaderThatWasSwitchedToGetsItToo) {
   CapturedStderr log(-4);
   JSONReader json;
   Seen response(&json);
@@ -212,7 +212,7 @@ TEST(ResponseLimit, ReaderThatWasSwitchedToGetsItToo) {
   EXPECT_EQ(response.shape, "req{\"a\":\"x\" \"c\":\"y\"}");
 }
 
-TEST(ResponseLimit, HoldsForTheFirstBodyAfterInitialize) {
+TEST(TreeLimitResponse, HoldsForTheFirstBodyAfterInitialize) {
   CapturedStderr log(-4);
   XMLReader xml;
   MethodResponse response;
@@ -223,7 +223,7 @@ TEST(ResponseLimit, HoldsForTheFirstBodyAfterInitialize) {
   EXPECT_EQ(shapeOf(xml), "{a}");
 }
 
-TEST(ResponseLimit, IsAMillionNodesUnlessSet) {
+TEST(TreeLimitResponse, IsAMillionNodesUnlessSet) {
   CapturedStderr log(-4);
   XMLReader xml;
   MethodResponse response;

@@ -138,11 +138,11 @@ void normalise(TreeNode* root) {
       [](TreeNode*) {});
 }
 
-class TreeRoundTrip : public testing::TestWithParam<int> {};
+class TreeNodeRoundTrip : public testing::TestWithParam<int> {};
 
-INSTANTIATE_TEST_SUITE_P(Part, TreeRoundTrip, testing::Range(0, PARTS));
+INSTANTIATE_TEST_SUITE_P(Part, TreeNodeRoundTrip, testing::Range(0, PARTS));
 
-TEST_P(TreeRoundTrip, XmlComesBackAsItWas) {
+TEST_P(TreeNodeRoundTrip, XmlComesBackAsItWas) {
   const unsigned int start = newSeed();
   SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(start));
   printf("FLUVIA_SEED=%u\n", start);
@@ -167,7 +167,7 @@ TEST_P(TreeRoundTrip, XmlComesBackAsItWas) {
   }
 }
 
-TEST_P(TreeRoundTrip, JsonComesBackAsItWas) {
+TEST_P(TreeNodeRoundTrip, JsonComesBackAsItWas) {
   const unsigned int start = newSeed();
   SCOPED_TRACE("FLUVIA_SEED=" + std::to_string(start));
   printf("FLUVIA_SEED=%u\n", start);

@@ -77,16 +77,16 @@ std::string documentOf(const std::string& declarations, int last, Place place) {
   return begin + "<!ATTLIST l x CDATA '" + one + "'>]><l/>";
 }
 
-class EntityChain : public testing::TestWithParam<Place> {};
+class XMLReaderEntityChain : public testing::TestWithParam<Place> {};
 
 // 729 in content and 1781 in an attribute overflow the stack in expat 2.5.0.
-TEST_P(EntityChain, CannotOverflowTheStack) {
+TEST_P(XMLReaderEntityChain, CannotOverflowTheStack) {
   for (const int levels : {EntityNesting::MAX_LEVELS + 1, 800, 1000}) {
     expectRefused(parsed(documentOf(entities(levels, "x"), levels, GetParam())), DEEP);
   }
 }
 
-TEST_P(EntityChain, IsReplacedUpToTheLimit) {
+TEST_P(XMLReaderEntityChain, IsReplacedUpToTheLimit) {
   const int levels = EntityNesting::MAX_LEVELS;
   const Outcome outcome = parsed(documentOf(entities(levels, "x"), levels, GetParam()));
   EXPECT_EQ(outcome.status, OK) << outcome.problem;
@@ -95,10 +95,10 @@ TEST_P(EntityChain, IsReplacedUpToTheLimit) {
   EXPECT_TRUE(outcome.log.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Place, EntityChain,
+INSTANTIATE_TEST_SUITE_P(Place, XMLReaderEntityChain,
                          testing::Values(Place::CONTENT, Place::ATTRIBUTE, Place::DEFAULT));
 
-TEST(EntityLimits, TooManyAreRefusedThoughNoneIsUsed) {
+TEST(XMLReaderEntityLimits, TooManyAreRefusedThoughNoneIsUsed) {
   std::string some;
   for (int i = 0; i < EntityNesting::MAX_ENTITIES; i++) {
     some += "<!ENTITY a" + std::to_string(i) + " 'x'>";
@@ -107,7 +107,7 @@ TEST(EntityLimits, TooManyAreRefusedThoughNoneIsUsed) {
   expectRefused(parsed("<!DOCTYPE l [" + some + "<!ENTITY more 'x'>]><l/>"), DEEP);
 }
 
-TEST(EntityLimits, OnlyEntitiesWithATextOfTheirOwnCount) {
+TEST(XMLReaderEntityLimits, OnlyEntitiesWithATextOfTheirOwnCount) {
   std::string others;
   for (int i = 0; i <= EntityNesting::MAX_ENTITIES; i++) {
     const std::string name = "a" + std::to_string(i);
@@ -117,7 +117,7 @@ TEST(EntityLimits, OnlyEntitiesWithATextOfTheirOwnCount) {
   EXPECT_EQ(parsed("<!DOCTYPE l [" + others + "]><l>&first;</l>").shape, "{l:'declared again'}");
 }
 
-TEST(EntityLimits, NextDocumentCountsAnew) {
+TEST(XMLReaderEntityLimits, NextDocumentCountsAnew) {
   XMLReader reader;
   reader.initialize();
   const std::string text = documentOf(entities(EntityNesting::MAX_LEVELS, "x"),
@@ -130,7 +130,7 @@ TEST(EntityLimits, NextDocumentCountsAnew) {
 }
 
 // Some 400 bytes that expat lets grow to two million elements, 369 MB.
-TEST(Unfolding, EntitiesOfElementsAreRefused) {
+TEST(XMLReaderUnfolding, EntitiesOfElementsAreRefused) {
   const std::string text = documentOf(entities(7, "<i/>", 11), 7, Place::CONTENT);
   EXPECT_LT(text.size(), 520u);
   const Outcome outcome = parsed(text);
@@ -139,7 +139,7 @@ TEST(Unfolding, EntitiesOfElementsAreRefused) {
 }
 
 // Half a million bytes each: expat by itself would begin to look at 8 MiB.
-TEST(Unfolding, WhatOnlyTheParserSeesIsRefusedToo) {
+TEST(XMLReaderUnfolding, WhatOnlyTheParserSeesIsRefusedToo) {
   const std::string tenTimes = entities(6, "12345", 10);
   expectRefused(parsed(documentOf(tenTimes, 6, Place::ATTRIBUTE)), UNFOLDS);
   expectRefused(parsed(documentOf(entities(6, "", 10), 6, Place::CONTENT)), UNFOLDS);
@@ -147,7 +147,7 @@ TEST(Unfolding, WhatOnlyTheParserSeesIsRefusedToo) {
   EXPECT_EQ(less.status, OK) << "50,000 bytes are not many";
 }
 
-TEST(Unfolding, AttributesThatADtdAddsAreRefused) {
+TEST(XMLReaderUnfolding, AttributesThatADtdAddsAreRefused) {
   const std::string begin =
       "<!DOCTYPE l [<!ATTLIST i x CDATA '" + repeated("0123456789", 100) + "'>]><l>";
   EXPECT_EQ(parsed(begin + repeated("<i/>", 200) + "</l>").status, OK);
@@ -156,7 +156,7 @@ TEST(Unfolding, AttributesThatADtdAddsAreRefused) {
   EXPECT_LT(outcome.nodes, 300);
 }
 
-TEST(Unfolding, LargeDocumentsMayUseEntities) {
+TEST(XMLReaderUnfolding, LargeDocumentsMayUseEntities) {
   const std::string begin = "<!DOCTYPE l [<!ENTITY who 'The Company of the Long Name'>]><l>";
   const std::string line = "<p>Written by &who; for whoever reads it.</p>";
   const Outcome outcome = parsed(begin + repeated(line, 20000) + "</l>");
@@ -165,7 +165,7 @@ TEST(Unfolding, LargeDocumentsMayUseEntities) {
 }
 
 // The rest of a document cannot make up for what unfolds at its beginning, in one piece or in many.
-TEST(Unfolding, WhatIsRefusedDoesNotDependOnPieces) {
+TEST(XMLReaderUnfolding, WhatIsRefusedDoesNotDependOnPieces) {
   const std::string added = "<!DOCTYPE l [<!ATTLIST i x CDATA '" + repeated("x", 1000) + "'>]><l>";
   const std::string text = added + repeated("<i/>", 500) + repeated("plain text\n", 50000) + "</l>";
   for (const size_t size : {text.size(), size_t{1000}, size_t{10}}) {
@@ -183,7 +183,7 @@ TEST(Unfolding, WhatIsRefusedDoesNotDependOnPieces) {
 }
 
 // An encoding that takes less room than UTF-8 is no unfolding.
-TEST(Unfolding, EncodingsMakeNoDifference) {
+TEST(XMLReaderUnfolding, EncodingsMakeNoDifference) {
   std::string wide = "\xFF\xFE<";
   wide += std::string("\0a\0>\0", 5);
   wide += repeated("\x2D\x4E", 400000) + std::string("<\0/\0a\0>\0", 8);
@@ -193,7 +193,7 @@ TEST(Unfolding, EncodingsMakeNoDifference) {
   EXPECT_EQ(parsed(latin + repeated("\xE9", 600000) + "</a>").status, OK);
 }
 
-TEST(XMLProblem, NamesReasonLineAndColumn) {
+TEST(XMLReaderProblem, NamesReasonLineAndColumn) {
   EXPECT_EQ(parsed("<a>\n  <b>1</c>\n</a>").problem, "mismatched tag at line 2, column 9");
   EXPECT_EQ(parsed("").problem, "no element found at line 1, column 1");
   EXPECT_EQ(parsed("<a/>").problem, "");
@@ -203,7 +203,7 @@ TEST(XMLProblem, NamesReasonLineAndColumn) {
             std::string(DEEP).substr(12, 40));
 }
 
-TEST(XMLProblem, FirstOneStaysUntilTheNextDocument) {
+TEST(XMLReaderProblem, FirstOneStaysUntilTheNextDocument) {
   XMLReader reader;
   EXPECT_EQ(reader.getProblem(), "");
   reader.initialize();

@@ -1,5 +1,5 @@
-// What the files below /data switch on: the log level and the read dump. Each test runs in a child
-// with a /data of its own.
+// The read dump, which a path file below /data switches on. Each test runs in a child with a /data
+// of its own.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "api/fluviafs.h"
@@ -17,8 +18,6 @@
 
 namespace {
 
-const char kLevelFile[] = "/data/vendor/3rd_rw/fluviafs/log_level";
-const char kOtherLevelFile[] = "/data/fluviafs/log_level";
 const char kPathFile[] = "/data/vendor/3rd_rw/fluviafs/fluviafs_usb_path.txt";
 const char kOtherPathFile[] = "/data/fluviafs/fluviafs_usb_path.txt";
 
@@ -26,73 +25,6 @@ int openFile(const std::string& path) {
   int handle = 0;
   x_fluvia_file_open(path.c_str(), &handle);
   return handle;
-}
-
-struct LevelCase {
-  const char* text;
-  int level;
-};
-
-class LogLevelFile : public testing::TestWithParam<LevelCase> {};
-
-TEST_P(LogLevelFile, SetsTheLevelAtTheFirstOpen) {
-  support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 10);
-  const support::ChildResult child = support::inPrivateData([&] {
-    support::writeData(kLevelFile, GetParam().text);
-    openFile(path);
-    support::endChild(x_fluvia_file_get_log_level() + 20);
-  });
-  EXPECT_EQ(child.exitCode, GetParam().level + 20) << child.error;
-}
-
-INSTANTIATE_TEST_SUITE_P(All, LogLevelFile,
-                         testing::Values(LevelCase{"2\n", 2}, LevelCase{"-4", -4},
-                                         LevelCase{"-10", -1}, LevelCase{"12", 12},
-                                         LevelCase{"x", 0}, LevelCase{"-", 0}, LevelCase{"\n3", 3},
-                                         LevelCase{" 7", 7}, LevelCase{"+2", 2},
-                                         LevelCase{"", -4}));
-
-TEST(LogLevelFile, OtherFolderDoesNotCount) {
-  support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 10);
-  const support::ChildResult child = support::inPrivateData([&] {
-    support::writeData(kOtherLevelFile, "3");
-    openFile(path);
-    support::endChild(x_fluvia_file_get_log_level() + 20);
-  });
-  EXPECT_EQ(child.exitCode, 16) << child.error;
-}
-
-TEST(LogLevelFile, ReplacesALevelSetBefore) {
-  support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 10);
-  const support::ChildResult child = support::inPrivateData([&] {
-    support::writeData(kLevelFile, "1");
-    x_fluvia_file_set_log_level(-7);
-    openFile(path);
-    support::endChild(x_fluvia_file_get_log_level() + 20);
-  });
-  EXPECT_EQ(child.exitCode, 21) << child.error;
-  EXPECT_NE(child.error.find("][detectLoglevel]["), std::string::npos);
-  EXPECT_NE(child.error.find("Log level==1\n"), std::string::npos) << child.error;
-}
-
-TEST(LogLevelFile, IsReadOnlyOnceAndOnlyByAnOpenThatSucceeds) {
-  support::TemporaryFolder folder;
-  const std::string path = folder.makePattern("a", 10);
-  const support::ChildResult child = support::inPrivateData([&] {
-    support::writeData(kLevelFile, "-3");
-    openFile(folder.file("missing"));
-    if (x_fluvia_file_get_log_level() != -4) support::endChild(1);
-    openFile(path);
-    if (x_fluvia_file_get_log_level() != -3) support::endChild(2);
-    x_fluvia_file_set_log_level(-5);
-    openFile(path + "/../a");
-    if (x_fluvia_file_get_log_level() != -5) support::endChild(3);
-  });
-  EXPECT_EQ(child.exitCode, 0) << child.error;
-  EXPECT_EQ(child.error.find("Log level=="), std::string::npos) << "a level below -2 is silent";
 }
 
 // Reads size bytes of path and returns what lies in the dump file, or a text that says there is
@@ -107,7 +39,7 @@ std::string dumped(const std::string& path, const std::string& dump, unsigned in
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-TEST(ReadDump, FirstReadIsCopiedToTheNamedFolder) {
+TEST(DumpFile, FirstReadIsCopiedToTheNamedFolder) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100000);
   const support::ChildResult child = support::inPrivateData([&] {
@@ -126,7 +58,7 @@ TEST(ReadDump, FirstReadIsCopiedToTheNamedFolder) {
   EXPECT_NE(child.error.find("-------FluviaFile readed=32768, id:1\n"), std::string::npos);
 }
 
-TEST(ReadDump, OtherFolderNamesThePathWhenTheFirstDoesNot) {
+TEST(DumpFile, OtherFolderNamesThePathWhenTheFirstDoesNot) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const support::ChildResult child = support::inPrivateData([&] {
@@ -138,7 +70,7 @@ TEST(ReadDump, OtherFolderNamesThePathWhenTheFirstDoesNot) {
   EXPECT_EQ(child.exitCode, 0) << child.error;
 }
 
-TEST(ReadDump, LineEndOfThePathFileStaysInTheName) {
+TEST(DumpFile, LineEndOfThePathFileStaysInTheName) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const support::ChildResult child = support::inPrivateData([&] {
@@ -151,7 +83,7 @@ TEST(ReadDump, LineEndOfThePathFileStaysInTheName) {
       << child.error;
 }
 
-TEST(ReadDump, EmptyPathFileSwitchesNothingOn) {
+TEST(DumpFile, EmptyPathFileSwitchesNothingOn) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const support::ChildResult child = support::inPrivateData([&] {
@@ -163,7 +95,7 @@ TEST(ReadDump, EmptyPathFileSwitchesNothingOn) {
   EXPECT_EQ(child.error.find("fluviafs_usb_path.txt"), std::string::npos);
 }
 
-TEST(ReadDump, PathOfTwoHundredBytesIsCut) {
+TEST(DumpFile, PathOfTwoHundredBytesIsCut) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const std::string longPath = "/data/no/" + std::string(300, 'p');
@@ -177,7 +109,7 @@ TEST(ReadDump, PathOfTwoHundredBytesIsCut) {
       << child.error;
 }
 
-TEST(ReadDump, ProbeAndAsynchronousReadsCountToo) {
+TEST(DumpFile, ProbeAndAsynchronousReadsCountToo) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const support::ChildResult child = support::inPrivateData([&] {
@@ -198,7 +130,7 @@ TEST(ReadDump, ProbeAndAsynchronousReadsCountToo) {
 }
 
 // A dump object at the end of its memory: what is read behind the path belongs to somebody else.
-TEST(ReadDump, PathOfTwoHundredBytesIsNotReadPastItsEnd) {
+TEST(DumpFile, PathOfTwoHundredBytesIsNotReadPastItsEnd) {
   const support::ChildResult child = support::inPrivateData([] {
     support::writeData(kPathFile, "/data/" + std::string(294, 'd'));
     const std::unique_ptr<util::DumpFile> dump(new util::DumpFile);
@@ -211,7 +143,7 @@ TEST(ReadDump, PathOfTwoHundredBytesIsNotReadPastItsEnd) {
       << child.error;
 }
 
-TEST(ReadDump, SharedSecondHandleReadsNoPathAgain) {
+TEST(DumpFile, SharedSecondHandleReadsNoPathAgain) {
   support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", 100);
   const support::ChildResult child = support::inPrivateData([&] {

@@ -1,9 +1,8 @@
-// What a caller sees of each entry point of the handle table: results and log lines, in order.
+// What a caller sees of the entry points of files: results and log lines, in order.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <climits>
-#include <functional>
 #include <regex>
 #include <vector>
 
@@ -11,146 +10,20 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/TestFiles.h"
+#include "tests/unit/api/ApiCalls.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
 using support::CapturedStderr;
 
-class Api : public testing::Test {
- protected:
-  // A handle on path, opened quietly.
-  int open(const std::string& path, int bufferSize = 0x200000) {
-    const CapturedStderr quiet(-100);
-    int handle = 0;
-    EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, bufferSize), 0);
-    return handle;
-  }
-  int openMissing() { return open(folder.file("missing")); }
-  void close(int handle) {
-    const CapturedStderr quiet(-100);
-    EXPECT_EQ(x_fluvia_file_close(handle), 0);
-  }
+class FileApi : public ApiCalls {};
 
-  support::TemporaryFolder folder;
-};
-
-// The lines of one call at a level, of the functions whose names begin with x_fluvia.
-Lines linesOf(int level, const std::function<void()>& call) {
-  const CapturedStderr captured(level);
-  call();
-  Lines lines;
-  for (const std::string& line : captured.messages()) {
-    if (line.compare(0, 8, "x_fluvia") == 0) lines.push_back(line);
-  }
-  return lines;
-}
-
-TEST_F(Api, LineHasPrefixTextAndEmptyLineAfterATextThatEndsInOne) {
-  const CapturedStderr captured(0);
-  x_fluvia_file_offset(0);
-  EXPECT_TRUE(std::regex_match(
-      captured.text(),
-      std::regex("\\[FluviaFS\\]\\[00:\\d+:\\d{1,3}\\]\\[\\d+\\]\\[x_fluvia_file_offset\\]\\[\\d+"
-                 "\\]-------INVALID_HANDLE\n\n")))
-      << captured.text();
-}
-
-TEST_F(Api, TwinLogsUnderTheOtherName) {
+TEST_F(FileApi, TwinLogsUnderTheOtherName) {
   EXPECT_EQ(linesOf(0, [] { c_fluvia_file_size(300); }),
             Lines({"x_fluvia_file_size: INVALID_HANDLE"}));
 }
 
-// Every entry point that takes a handle, with its result for a handle that cannot be one.
-struct Entry {
-  const char* name;
-  std::function<long long(int)> call;
-  Lines before;  // lines that come before the refusal
-};
-
-std::vector<Entry> entries() {
-  static char buffer[16];
-  static unsigned int got;
-  static int id;
-  static long long now;
-  const auto ignore = [](int, void*, int, int) {};
-  return {
-      {"x_fluvia_file_close",
-       [](int h) { return x_fluvia_file_close(h); },
-       {"x_fluvia_file_close: Begin x_fluvia_file_close (handle: %)"}},
-      {"x_fluvia_file_volatile", [](int h) { return x_fluvia_file_volatile(h); }, {}},
-      {"x_fluvia_file_read", [](int h) { return x_fluvia_file_read(h, buffer, 16, &got); }, {}},
-      {"x_fluvia_file_read_async",
-       [ignore](int h) { return x_fluvia_file_read_async(h, buffer, 16, ignore, nullptr, &id); },
-       {}},
-      {"x_fluvia_file_read_abort", [](int h) { return x_fluvia_file_read_abort(h, 1); }, {}},
-      {"x_fluvia_file_seek",
-       [](int h) { return x_fluvia_file_seek(h, 5, &now); },
-       {"x_fluvia_file_seek: x_fluvia_file_seek begin(handle: %, offset: 5)"}},
-      {"x_fluvia_file_offset", [](int h) { return x_fluvia_file_offset(h); }, {}},
-      {"x_fluvia_file_size", [](int h) { return x_fluvia_file_size(h); }, {}},
-      {"x_fluvia_file_bufferSize", [](int h) { return x_fluvia_file_bufferSize(h); }, {}},
-      {"x_fluvia_file_bufferedSize", [](int h) { return x_fluvia_file_bufferedSize(h); }, {}},
-  };
-}
-
-TEST_F(Api, HandleOutOfRangeIsRefusedByEveryEntryPoint) {
-  for (const Entry& entry : entries()) {
-    for (const int handle : {0, 256, -1}) {
-      Lines wanted = entry.before;
-      for (std::string& line : wanted) {
-        const size_t mark = line.find('%');
-        line.replace(mark, 1, std::to_string(handle));
-      }
-      wanted.push_back(std::string(entry.name) + ": INVALID_HANDLE");
-      long long result = 0;
-      EXPECT_EQ(linesOf(0, [&] { result = entry.call(handle); }), wanted);
-      EXPECT_EQ(result, -4) << entry.name << " of " << handle;
-    }
-  }
-}
-
-TEST_F(Api, HandleThatIsNotOpenIsRefusedByEveryEntryPoint) {
-  for (const Entry& entry : entries()) {
-    long long result = 0;
-    const Lines lines = linesOf(3, [&] { result = entry.call(77); });
-    EXPECT_EQ(result, -4) << entry.name;
-    const std::string name = entry.name;
-    if (name == "x_fluvia_file_close") {
-      EXPECT_EQ(lines, Lines({name + ": Begin x_fluvia_file_close (handle: 77)",
-                              name + ": x_fluvia_file_close exit"}));
-    } else if (name == "x_fluvia_file_seek") {
-      EXPECT_EQ(lines, Lines({name + ": x_fluvia_file_seek begin(handle: 77, offset: 5)",
-                              name + ": x_fluvia_file_seek end(FVFR_FAILED)"}));
-    } else if (name == "x_fluvia_file_size") {
-      EXPECT_EQ(lines, Lines({name + ": x_fluvia_file_size begin(handle: 77)"}));
-    } else if (name == "x_fluvia_file_read_abort") {
-      EXPECT_EQ(lines, Lines({name + ": before x_fluvia_file_read_abort(handle: 77, reqID: 1)"}));
-    } else {
-      EXPECT_EQ(lines, Lines()) << name;
-    }
-  }
-}
-
-TEST_F(Api, OpenLogsAndHandsOutTheLowestFreeHandle) {
-  const std::string path = folder.makePattern("a", 10);
-  int handle = 0;
-  EXPECT_EQ(linesOf(0, [&] { EXPECT_EQ(x_fluvia_file_open(path.c_str(), &handle), 0); }),
-            Lines({"x_fluvia_file_open: Begin x_fluvia_file_open(url: " + path + ")",
-                   "x_fluvia_file_open: End x_fluvia_file_open(handle: 1)"}));
-  EXPECT_EQ(handle, 1);
-  const int second = open(path);
-  EXPECT_EQ(second, 2);
-  close(1);
-  EXPECT_EQ(
-      linesOf(0, [&] { EXPECT_EQ(x_fluvia_file_open_x(path.c_str(), &handle, 7), 0); }),
-      Lines({"x_fluvia_file_open_x: Begin x_fluvia_file_open_x(url: " + path + ", buffersize: 7)",
-             "x_fluvia_file_open_x: End x_fluvia_file_open_x(handle: 1)"}));
-  close(1);
-  close(2);
-}
-
-TEST_F(Api, NullArgumentsOfOpenAreRefused) {
+TEST_F(FileApi, NullArgumentsOfOpenAreRefused) {
   int handle = 42;
   EXPECT_EQ(linesOf(0, [&] { EXPECT_EQ(x_fluvia_file_open(nullptr, &handle), -4); }),
             Lines({"x_fluvia_file_open: Begin x_fluvia_file_open(url: (null))",
@@ -162,7 +35,7 @@ TEST_F(Api, NullArgumentsOfOpenAreRefused) {
   EXPECT_EQ(x_fluvia_file_open_x(nullptr, &handle, 1), -4);
 }
 
-TEST_F(Api, UrlsWithAnotherBeginningAreRefused) {
+TEST_F(FileApi, UrlsWithAnotherBeginningAreRefused) {
   for (const char* url : {"", "file.txt", "ftp://a", "file:///a", "http:/a", " http://a"}) {
     int handle = 42;
     EXPECT_EQ(linesOf(-1, [&] { EXPECT_EQ(x_fluvia_file_open(url, &handle), -4); }),
@@ -172,23 +45,13 @@ TEST_F(Api, UrlsWithAnotherBeginningAreRefused) {
   }
 }
 
-TEST_F(Api, SchemeInCapitalsPassesOpenAndIsAMissingFile) {
+TEST_F(FileApi, SchemeInCapitalsPassesOpenAndIsAMissingFile) {
   const int handle = open("HTTP://127.0.0.1/a");
   EXPECT_EQ(x_fluvia_file_size(handle), -4);
   close(handle);
 }
 
-TEST_F(Api, CloseLogsTwiceOnlyOnce) {
-  const int handle = open(folder.makePattern("a", 10));
-  EXPECT_EQ(linesOf(0, [&] { EXPECT_EQ(x_fluvia_file_close(handle), 0); }),
-            Lines({"x_fluvia_file_close: Begin x_fluvia_file_close (handle: 1)",
-                   "x_fluvia_file_close: End x_fluvia_file_close"}));
-  EXPECT_EQ(linesOf(0, [&] { EXPECT_EQ(x_fluvia_file_close(handle), -4); }),
-            Lines({"x_fluvia_file_close: Begin x_fluvia_file_close (handle: 1)",
-                   "x_fluvia_file_close: x_fluvia_file_close exit"}));
-}
-
-TEST_F(Api, DefaultLevelPrintsPoolAndCancelLines) {
+TEST_F(FileApi, DefaultLevelPrintsPoolAndCancelLines) {
   const std::string path = folder.makePattern("a", 10);
   const CapturedStderr captured(-4);
   int handle = 0;
@@ -211,7 +74,7 @@ TEST_F(Api, DefaultLevelPrintsPoolAndCancelLines) {
       << text;
 }
 
-TEST_F(Api, ThirtyTwoMebibytesOfBlocksAreFreedInsteadOfPooled) {
+TEST_F(FileApi, ThirtyTwoMebibytesOfBlocksAreFreedInsteadOfPooled) {
   std::vector<int> handles;
   for (int i = 0; i < 16; ++i) {
     handles.push_back(open(folder.makePattern(std::to_string(i), 10)));
@@ -226,7 +89,7 @@ TEST_F(Api, ThirtyTwoMebibytesOfBlocksAreFreedInsteadOfPooled) {
   for (const int handle : handles) x_fluvia_file_close(handle);
 }
 
-TEST_F(Api, MissingFileOpensAndThenFails) {
+TEST_F(FileApi, MissingFileOpensAndThenFails) {
   int handle = 0;
   {
     const CapturedStderr captured(-4);
@@ -261,7 +124,7 @@ TEST_F(Api, MissingFileOpensAndThenFails) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-TEST_F(Api, DirectoryAndFifoAreNoFiles) {
+TEST_F(FileApi, DirectoryAndFifoAreNoFiles) {
   for (const std::string& path : {folder.path(), folder.file("fifo")}) {
     if (path != folder.path()) {
       ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -272,7 +135,7 @@ TEST_F(Api, DirectoryAndFifoAreNoFiles) {
   }
 }
 
-TEST_F(Api, BufferSizeIsReportedInWholeBlocks) {
+TEST_F(FileApi, BufferSizeIsReportedInWholeBlocks) {
   const std::string path = folder.makePattern("a", 10);
   const int sizes[][2] = {{0, 0},          {1, 0},           {-1, 0},          {32767, 0},
                           {-32767, 0},     {32768, 32768},   {40000, 32768},   {65536, 65536},
@@ -290,7 +153,7 @@ TEST_F(Api, BufferSizeIsReportedInWholeBlocks) {
   close(second);
 }
 
-TEST_F(Api, ReadsUpToTheEndAndThenReportsIt) {
+TEST_F(FileApi, ReadsUpToTheEndAndThenReportsIt) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[60];
   unsigned int got = 77;
@@ -310,7 +173,7 @@ TEST_F(Api, ReadsUpToTheEndAndThenReportsIt) {
   close(handle);
 }
 
-TEST_F(Api, ReadOfNothingSucceedsBeforeTheEnd) {
+TEST_F(FileApi, ReadOfNothingSucceedsBeforeTheEnd) {
   const int handle = open(folder.makePattern("a", 100));
   unsigned int got = 77;
   EXPECT_EQ(x_fluvia_file_read(handle, nullptr, 0, &got), 0);
@@ -318,7 +181,7 @@ TEST_F(Api, ReadOfNothingSucceedsBeforeTheEnd) {
   close(handle);
 }
 
-TEST_F(Api, ReadLogsItsSizeAndResult) {
+TEST_F(FileApi, ReadLogsItsSizeAndResult) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[10];
   unsigned int got = 0;
@@ -328,7 +191,7 @@ TEST_F(Api, ReadLogsItsSizeAndResult) {
   close(handle);
 }
 
-TEST_F(Api, SizeLogsAndDoesNotMoveTheOffset) {
+TEST_F(FileApi, SizeLogsAndDoesNotMoveTheOffset) {
   const int handle = open(folder.makePattern("a", 100));
   const CapturedStderr captured(0);
   EXPECT_EQ(x_fluvia_file_size(handle), 100);
@@ -339,7 +202,7 @@ TEST_F(Api, SizeLogsAndDoesNotMoveTheOffset) {
   x_fluvia_file_close(handle);
 }
 
-TEST_F(Api, SeekClampsToTheEndAndReportsIt) {
+TEST_F(FileApi, SeekClampsToTheEndAndReportsIt) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[10];
   unsigned int got = 0;
@@ -359,7 +222,7 @@ TEST_F(Api, SeekClampsToTheEndAndReportsIt) {
   close(handle);
 }
 
-TEST_F(Api, NegativeSeekSucceedsAndItsReadFails) {
+TEST_F(FileApi, NegativeSeekSucceedsAndItsReadFails) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[10];
   unsigned int got = 77;
@@ -379,7 +242,7 @@ TEST_F(Api, NegativeSeekSucceedsAndItsReadFails) {
   close(handle);
 }
 
-TEST_F(Api, EmptyFileEndsAtOnceOnEveryWay) {
+TEST_F(FileApi, EmptyFileEndsAtOnceOnEveryWay) {
   const std::string path = folder.makePattern("a", 0);
   const int handle = open(path);
   const int second = open(path);
@@ -407,7 +270,7 @@ TEST_F(Api, EmptyFileEndsAtOnceOnEveryWay) {
   close(second);
 }
 
-TEST_F(Api, VolatileChangesNothingOfSharing) {
+TEST_F(FileApi, VolatileChangesNothingOfSharing) {
   const std::string path = folder.makePattern("a", 100);
   const int first = open(path);
   EXPECT_EQ(x_fluvia_file_volatile(first), 0);
@@ -421,7 +284,7 @@ TEST_F(Api, VolatileChangesNothingOfSharing) {
   x_fluvia_file_close(second);
 }
 
-TEST_F(Api, PathsThatDifferInCaseAreTwoFiles) {
+TEST_F(FileApi, PathsThatDifferInCaseAreTwoFiles) {
   const std::string lower = folder.makePattern("a", 100, 0);
   const std::string upper = folder.makePattern("A", 100, 500);
   const int first = open(lower);
@@ -436,7 +299,7 @@ TEST_F(Api, PathsThatDifferInCaseAreTwoFiles) {
   close(second);
 }
 
-TEST_F(Api, DumpBufferPrintsOnlyAtLevelThree) {
+TEST_F(FileApi, DumpBufferPrintsOnlyAtLevelThree) {
   const int handle = open(folder.makePattern("a", 100));
   char buffer[10];
   unsigned int got = 0;
@@ -456,24 +319,6 @@ TEST_F(Api, DumpBufferPrintsOnlyAtLevelThree) {
   const CapturedStderr captured(3);
   EXPECT_EQ(x_fluvia_file_dump_buffer(nullptr, nullptr), 0);
   EXPECT_EQ(captured.ownMessages(), Lines()) << "no file is open";
-}
-
-TEST_F(Api, LevelsAreStoredUnchecked) {
-  const CapturedStderr captured(-4);
-  for (const int level : {0, 3, 99, INT_MIN, INT_MAX}) {
-    x_fluvia_file_set_log_level(level);
-    EXPECT_EQ(x_fluvia_file_get_log_level(), level);
-    EXPECT_EQ(c_fluvia_file_get_log_level(), level);
-  }
-  x_fluvia_file_set_log_level(INT_MIN);
-  int handle = 0;
-  x_fluvia_file_open("bad", &handle);
-  EXPECT_EQ(captured.text(), "");
-  x_fluvia_file_disable_log();
-  EXPECT_EQ(x_fluvia_file_get_log_level(), -1);
-  x_fluvia_file_open("bad", &handle);
-  x_fluvia_file_offset(0);
-  EXPECT_EQ(captured.messages(), Lines({"x_fluvia_file_open: url is invalid"}));
 }
 
 }  // namespace
