@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # The servers people use, each in a folder of its own on loopback. The emulated tests are built behind
 # them; the part of ARM awaits that.
-ARM_TESTS=(util_tests webs_tests api_tests http_tests process_tests torture_tests)
+ARM_TESTS=(util_tests webs_tests api_tests http_tests process_tests torture_tests out_of_memory_tests)
 servers=()
 for test in tests/products/servers/*; do
   case $test in

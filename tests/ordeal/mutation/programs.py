@@ -12,6 +12,7 @@ PROGRAMS = [
     ("tests/unit/http/", "", ["http_tests"]),
     ("tests/unit/process/", "", ["process_tests"]),
     ("tests/ordeal/torture/", "", ["torture_tests"]),
+    ("tests/ordeal/exhaustion/OutOfMemoryTest.cpp", "", ["out_of_memory_tests"]),
     ("tests/ordeal/exhaustion/", "", ["exhaustion_tests"]),
     ("tests/ordeal/stress/", "", ["stress_tests"]),
     ("tests/products/tools/TreeTextTest.cpp", "", ["tree_text_tests"]),

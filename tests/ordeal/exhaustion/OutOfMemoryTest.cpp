@@ -1,9 +1,11 @@
 // What the library does when memory or threads run out at one particular place.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "tests/ordeal/torture/Interpose.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
+#include "tests/support/PrivateData.h"
 #include "tests/support/QueueProbe.h"
 #include "tests/support/SteppedQueue.h"
 #include "tests/support/TestFiles.h"
@@ -77,18 +80,50 @@ TEST(OutOfMemoryPool, FreesABlockThatItCannotRemember) {
   EXPECT_EQ(pool.getTotalBlockNumber(), 0);
 }
 
-// The engine is started with so many workers.
-void startWorkers(int count) {
-  torture::arm(Point::kThread, count + 1, 1);
-  ThreadEngine::getInstance()->initialize();
-  torture::disarm();
-  ASSERT_EQ(ThreadEngine::getInstance()->workerCount(), count);
-}
+// The engine of a process is started once. So a test that needs one with few workers starts it when
+// nobody has yet, and else runs again in a process of its own.
+class FewWorkers : public testing::Test {
+ protected:
+  // The engine has so many workers from now on. False when it was started before: the test is over,
+  // it has passed or failed elsewhere.
+  bool startWorkers(int count) {
+    if (wasStarted || ThreadEngine::getInstance()->workerCount() != 0) {
+      passElsewhere();
+      return false;
+    }
+    wasStarted = true;
+    torture::arm(Point::kThread, count + 1, 1);
+    ThreadEngine::getInstance()->initialize();
+    torture::disarm();
+    EXPECT_EQ(ThreadEngine::getInstance()->workerCount(), count);
+    return true;
+  }
+
+ private:
+  static void passElsewhere() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::string only =
+        std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+    const support::ChildResult child = support::inChild(
+        [&only] {
+          unsetenv("GTEST_OUTPUT");
+          execl("/proc/self/exe", "out_of_memory_tests", only.c_str(), nullptr);
+          _exit(91);
+        },
+        100);
+    EXPECT_EQ(child.exitCode, 0) << child.error;
+  }
+
+  static inline bool wasStarted = false;  // also with no worker at all
+};
+
+class OutOfThreads : public FewWorkers {};
+class OutOfMemoryRequests : public FewWorkers {};
 
 constexpr long long kSize = 1000000;
 
-TEST(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
-  startWorkers(0);
+TEST_F(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
+  if (!startWorkers(0)) return;
   const support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", kSize);
   int handle = 0;
@@ -110,8 +145,8 @@ TEST(OutOfThreads, WithoutAWorkerReadsAreServedInOrderAndElseFail) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-TEST(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
-  startWorkers(2);
+TEST_F(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
+  if (!startWorkers(2)) return;
   support::Pauses pauses;
   pauses.holdAt("DullFile::perform started");
   const support::TemporaryFolder folder;
@@ -167,9 +202,9 @@ void endMemory(int /*id*/, void* allAsked, int /*status*/, int /*bytes*/) {
 
 // Each would otherwise be refused inside the call that refused the one before: the worker's stack,
 // or the runtime's reserve for exceptions, would end the process.
-TEST(OutOfMemoryRequests, ThatFindNoPlaceFailOneAfterTheOther) {
+TEST_F(OutOfMemoryRequests, ThatFindNoPlaceFailOneAfterTheOther) {
   constexpr int kRequests = 500;
-  startWorkers(2);
+  if (!startWorkers(2)) return;
   const support::TemporaryFolder folder;
   const std::string path = folder.makePattern("a", kSize);
   int handle = 0;
