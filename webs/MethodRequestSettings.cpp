@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <deque>
+#include <memory>
 
 #include "util/Log.h"
+#include "util/NeverDestroyed.h"
 #include "webs/MethodRequest.h"
 #include "webs/MethodRequestCallbacks.h"
 #include "webs/TransferShare.h"
@@ -17,6 +20,40 @@ constexpr int kIPv6 = 2;
 std::string firstLine(const std::string& value) {
   return value.substr(0, value.find_first_of("\r\n"));
 }
+
+// Process-wide records of query parameters: the free ones, and the number of those that exist.
+class ParameterPool {
+ public:
+  RequestParameter* take() {
+    util::Lock lock(guard);
+    if (!freeRecords.empty()) {
+      RequestParameter* record = freeRecords.front();
+      freeRecords.pop_front();
+      return record;
+    }
+    auto* record = new RequestParameter();
+    ++created;
+    return record;
+  }
+
+  // The pool never holds more records than exist, so each one is freed. Intentional.
+  void release(RequestParameter* record) {
+    util::Lock lock(guard);
+    if (freeRecords.size() > created) {
+      freeRecords.push_back(record);
+      return;
+    }
+    delete record;
+    --created;
+  }
+
+ private:
+  util::Semaphore guard;
+  std::deque<RequestParameter*> freeRecords GUARDED_BY(guard);
+  size_t created GUARDED_BY(guard) = 0;
+};
+
+util::NeverDestroyed<ParameterPool> pool;
 
 }  // namespace
 
@@ -126,5 +163,46 @@ void MethodRequest::setMethodFeatureFlag(int flag) {
   FLUVIA_LOG(-4, "handle:%p, MethodRequest set flag :%d", curl, flag);
   featureFlag = flag;
 }
+
+// Query parameters.
+
+void MethodRequest::pushParam(const std::string& key, const std::string& value, ValueType type) {
+  RequestParameter* record = pool->take();
+  record->key = key;
+  record->value = value;
+  record->type = type;
+  params.push(record);
+}
+
+std::string MethodRequest::buildUrl(const std::string& base) {
+  std::string built = base;
+  if (!param2Url) return built;
+  bool first = true;
+  while (!params.empty()) {
+    RequestParameter* record = params.front();
+    params.pop();
+    if (!first) built += "&";
+    first = false;
+    built += record->key + "=" + record->value;
+    pool->release(record);
+  }
+  return built;
+}
+
+void MethodRequest::dropParams() {
+  while (!params.empty()) {
+    pool->release(params.front());
+    params.pop();
+  }
+}
+
+void MethodRequest::clear() {}
+
+void MethodRequest::reset() {
+  clear();
+  requestor->readyReceive();
+}
+
+void MethodRequest::executePost(const std::string& /*resource*/, char* /*data*/, int /*size*/) {}
 
 }  // namespace webs

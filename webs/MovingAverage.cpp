@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "webs/MovingAverageSum.h"
-
 namespace webs {
 
 namespace {

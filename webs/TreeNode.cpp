@@ -4,13 +4,72 @@
 #include <climits>
 #include <cstdlib>
 
+#include "webs/TreeWalk.h"
+
 namespace webs {
+
 namespace {
 
 // Limit of the objects that are kept. Compared with the number created, not with a station's size.
 const int MAX_KEPT = 99;
 
 util::NeverDestroyed<std::string> emptyString;
+
+using Bytes = std::vector<unsigned char>;
+
+// The key that the JSON scanner uses for a body without a name.
+const char UNNAMED[] = "req";
+
+void put(Bytes* out, const std::string& text) { out->insert(out->end(), text.begin(), text.end()); }
+
+void put(Bytes* out, char c) { out->push_back(static_cast<unsigned char>(c)); }
+
+void putQuoted(Bytes* out, const std::string& text) {
+  put(out, '"');
+  put(out, text);
+  put(out, '"');
+}
+
+bool isEmptyElement(const TreeNode& node) {
+  return node.numberOfElem() == 0 && node.getValue().empty();
+}
+
+void putStartTag(Bytes* out, const TreeNode& node) {
+  put(out, '<');
+  put(out, node.getKey());
+  for (int i = 0; i < node.numberOfAttr(); i++) {
+    put(out, ' ');
+    put(out, node.getAttribute(i)->first);
+    put(out, '=');
+    putQuoted(out, node.getAttribute(i)->second);
+  }
+  put(out, isEmptyElement(node) ? "/>" : ">");
+}
+
+void putEndTag(Bytes* out, const TreeNode& node) {
+  put(out, "</");
+  put(out, node.getKey());
+  put(out, '>');
+}
+
+// The scanner names the members of an array by runs of '['.
+bool isArray(const TreeNode& node) {
+  return node.numberOfElem() > 0 && node.getElem(0)->getKey().compare(0, 1, "[") == 0;
+}
+
+// Text of a node without children; above is its parent, null for a root.
+void putChildless(Bytes* out, const TreeNode& node, const TreeNode* above) {
+  if (above == nullptr || isArray(*above)) {
+    put(out, "{}");
+  } else if (node.getLeafFlag() || node.getValue().empty()) {
+    putQuoted(out, node.getValue());
+  } else {
+    // The scanner reads an unquoted value up to a blank or a comma, past a closing brace: a blank
+    // must follow it.
+    put(out, node.getValue());
+    put(out, ' ');
+  }
+}
 
 }  // namespace
 
@@ -170,6 +229,115 @@ void TreeNode::clear() {
     releaseEntry(node);
     node = above;
   }
+}
+
+// Lookups.
+
+bool TreeNode::matches(const std::string& own, const std::string& searched) {
+  return (strCompare != nullptr && strCompare(own, searched)) || own == searched;
+}
+
+// The installed comparison must accept both, or both must be equal: one of each is no match.
+bool TreeNode::isLeafWith(const std::string& name, const std::string& text) const {
+  if (strCompare != nullptr && strCompare(getKey(), name) && strCompare(value, text)) return true;
+  return getKey() == name && value == text;
+}
+
+TreeNode::Attribute* TreeNode::findAttribute(const std::string& name) const {
+  for (Attribute* attribute : attributes) {
+    if (matches(attribute->first, name)) return attribute;
+  }
+  return nullptr;
+}
+
+const std::string& TreeNode::getAttrValue(const std::string& name) const {
+  const Attribute* attribute = findAttribute(name);
+  return attribute != nullptr ? attribute->second : EMPTY_STRING;
+}
+
+TreeNode* TreeNode::getElem(const std::string& name) {
+  if (matches(getKey(), name)) return this;
+  for (TreeNode* child : children) {
+    if (matches(child->getKey(), name)) return child;
+  }
+  return nullptr;
+}
+
+TreeNode* TreeNode::findElem(const std::string& text, bool byKey) {
+  return walkTree(
+      this,
+      [&](TreeNode* node, TreeNode*, int) {
+        if (byKey) return matches(node->getKey(), text);
+        return node->children.empty() && matches(node->value, text);
+      },
+      [](TreeNode*) {});
+}
+
+TreeNode* TreeNode::findElem(const std::string& name, const std::string& text) {
+  const auto fail = [](TreeNode* node) { node->error.error("TreeNode::findElem", 0); };
+  return walkTree(
+      this,
+      [&](TreeNode* node, TreeNode*, int) {
+        return node->children.empty() && node->isLeafWith(name, text);
+      },
+      fail);
+}
+
+TreeNode* TreeNode::findElem(const std::string& name, const char* text) {
+  return findElem(name, std::string(text));
+}
+
+std::string TreeNode::findValue(const std::string& name) {
+  const TreeNode* node = findElem(name, true);
+  return node != nullptr ? node->value : std::string();
+}
+
+TreeNode* TreeNode::findSoleLeaf() {
+  TreeNode* node = this;
+  while (node->children.size() == 1) node = node->children.front();
+  if (node->children.empty()) return node;
+  node->error.error("TreeNode::findSoleLeaf", 0);
+  return nullptr;
+}
+
+// The XML and JSON text.
+
+void TreeNode::toXMLContent(Bytes* out) const {
+  walkTree(
+      this,
+      [out](const TreeNode* node, const TreeNode*, int) {
+        if (!node->getKey().empty()) putStartTag(out, *node);
+        if (node->children.empty()) put(out, node->value);
+        return false;
+      },
+      [out](const TreeNode* node) {
+        if (!node->getKey().empty() && !isEmptyElement(*node)) putEndTag(out, *node);
+      });
+}
+
+void TreeNode::toJSONContent(Bytes* out) const {
+  if (parent == nullptr && !getKey().empty() && getKey() != UNNAMED) {
+    put(out, getKey());
+    put(out, " = ");
+  }
+  walkTree(
+      this,
+      [out](const TreeNode* node, const TreeNode* above, int index) {
+        if (index > 0) put(out, ',');
+        if (above != nullptr && !isArray(*above)) {
+          put(out, node->getKey());
+          put(out, ':');
+        }
+        if (node->children.empty()) {
+          putChildless(out, *node, above != nullptr ? above : node->parent);
+        } else {
+          put(out, isArray(*node) ? '[' : '{');
+        }
+        return false;
+      },
+      [out](const TreeNode* node) {
+        if (!node->children.empty()) put(out, isArray(*node) ? ']' : '}');
+      });
 }
 
 }  // namespace webs

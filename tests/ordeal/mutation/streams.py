@@ -365,7 +365,7 @@ SHARED_FILES = [
           "  if (!__builtin_sub_overflow(to, from, &range)) return range;\n",
           "  if (!__builtin_sub_overflow(to, from, &range) || range != 0) return range;\n",
           "FluviaFileTest.DistanceOfASeek"),
-    entry("http: sockets are closed on exec", "webs/MethodRequestSocket.cpp",
+    entry("http: sockets are closed on exec", "webs/MethodRequestTransfer.cpp",
           "type | SOCK_CLOEXEC", "type", "MethodRequest.SocketsAreClosedOnExec"),
     entry("http: a refused connection is tried twice", "util/BufferQueueEvents.cpp",
           "  setStatus(STATUS_ERROR);\n  if (retryCount >= 2) {", "  setStatus(STATUS_ERROR);\n  if (retryCount >= 3) {",

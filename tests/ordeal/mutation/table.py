@@ -103,7 +103,7 @@ ENTRIES = [
     ),
     dict(
         name="trees: a literal is a value",
-        file="webs/TreeNodeSearch.cpp",
+        file="webs/TreeNode.cpp",
         snippet="return findElem(name, std::string(text));",
         replacement="return findElem(name, text != nullptr);",
         preset="debug",
@@ -127,7 +127,7 @@ ENTRIES = [
     ),
     dict(
         name="http: an ignored range is skipped to",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="  skipping = received < requestOffset;",
         replacement="  skipping = !seekable && received < requestOffset;",
         preset="debug",
@@ -135,7 +135,7 @@ ENTRIES = [
     ),
     dict(
         name="http: the rest called 200 is taken as it is",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="code == kPartialContent || carriesOnlyTheRest(handle)",
         replacement="code == kPartialContent || (carriesOnlyTheRest(handle) && code == -1)",
         preset="debug",
@@ -143,7 +143,7 @@ ENTRIES = [
     ),
     dict(
         name="http: error pages of later runs",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="  if (code >= 400) {",
         replacement="  if (code >= 400 && !firstReceived) {",
         preset="debug",
@@ -151,7 +151,7 @@ ENTRIES = [
     ),
     dict(
         name="http: a 206 that starts after the offset",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="  if (!known || late) {",
         replacement="  if (!known || (late && code == -1)) {",
         preset="debug",
@@ -167,7 +167,7 @@ ENTRIES = [
     ),
     dict(
         name="http: a negative length is none",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="    if (size < 0) size = 0;",
         replacement="    if (size < -1) size = 0;",
         preset="debug",
@@ -175,7 +175,7 @@ ENTRIES = [
     ),
     dict(
         name="http: a negative total is none",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="      if (total > 0) {",
         replacement="      if (total != 0) {",
         preset="debug",
@@ -199,7 +199,7 @@ ENTRIES = [
     ),
     dict(
         name="http: getters while an event is parked",
-        file="webs/HttpFileRequestSettings.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="  const int status = downloadStatus;",
         replacement="  util::Lock lock(*this);\n  const int status = downloadStatus;",
         preset="debug",
@@ -295,7 +295,7 @@ ENTRIES = [
     ),
     dict(
         name="http: a stop resets the connection",
-        file="webs/MethodRequestSocket.cpp",
+        file="webs/MethodRequestTransfer.cpp",
         snippet="constexpr struct linger kReset = {1, 0};",
         replacement="constexpr struct linger kReset = {0, 0};",
         preset="debug",
@@ -407,7 +407,7 @@ ENTRIES = [
     ),
     dict(
         name="http: size and seekability are written once",
-        file="webs/HttpFileRequestReceive.cpp",
+        file="webs/HttpFileRequest.cpp",
         snippet="    size = util::UNKNOWN_CONTENT_SIZE;\n",
         replacement="    size = util::UNKNOWN_CONTENT_SIZE;\n    contentSize = size;\n",
         preset="debug",

@@ -7,7 +7,6 @@
 #include "tests/support/Watchdog.h"
 #include "webs/LimitSpeed.h"
 #include "webs/MovingAverage.h"
-#include "webs/MovingAverageSum.h"
 
 namespace {
 
