@@ -1,8 +1,6 @@
 #ifndef FLUVIAFS_UTIL_ZEROEDMEMORY_H_
 #define FLUVIAFS_UTIL_ZEROEDMEMORY_H_
 
-#include <sys/mman.h>
-
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -19,6 +17,14 @@
 #endif
 
 namespace util {
+
+// Maps size bytes of zeros, or returns null. A page takes memory once it is written.
+//
+// Threads: any.
+void* mapZeroed(size_t size);
+// Returns the memory of mapZeroed() to the kernel. The addresses of 64 mappings of 32 KiB, a buffer
+// of the default size, are kept for later calls of mapZeroed(), without memory.
+void unmapZeroed(void* memory, size_t size);
 
 // Allocator of large containers whose elements begin as zero bytes. The kernel zeroes each page
 // when it is first written, not when the container is made. Most of the time to open a stream with
@@ -38,12 +44,10 @@ class ZeroedMemory {
   T* allocate(size_t count) {
 #ifdef FLUVIA_ZEROED_HEAP
     void* memory = calloc(count, sizeof(T));
-    if (memory == nullptr) throw std::bad_alloc();
 #else
-    void* memory = mmap(nullptr, count * sizeof(T), PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::bad_alloc();
+    void* memory = mapZeroed(count * sizeof(T));
 #endif
+    if (memory == nullptr) throw std::bad_alloc();
     return static_cast<T*>(memory);
   }
   void deallocate(T* memory, size_t count) {
@@ -51,7 +55,7 @@ class ZeroedMemory {
     static_cast<void>(count);
     free(memory);
 #else
-    munmap(memory, count * sizeof(T));
+    unmapZeroed(memory, count * sizeof(T));
 #endif
   }
 

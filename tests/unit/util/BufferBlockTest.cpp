@@ -1,16 +1,12 @@
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <vector>
 
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "util/BufferBlock.h"
 #include "util/BufferBlockPoolManager.h"
-#include "util/ZeroedMemory.h"
 
 namespace {
 
@@ -31,28 +27,6 @@ std::string take(const BufferBlock& block, unsigned int offset, unsigned int len
   bytes.resize(got);
   return bytes;
 }
-
-// A player opens with a buffer of megabytes and reads the first bytes: nothing is to be done to the
-// rest.
-TEST(ZeroedMemory, IsLeftToTheKernelUntilItIsUsed) {
-  constexpr size_t kBytes = 1 << 20;
-  const std::vector<unsigned char, util::ZeroedMemory<unsigned char>> memory(kBytes);
-#ifndef FLUVIA_ZEROED_HEAP
-  std::vector<unsigned char> resident(kBytes / static_cast<size_t>(sysconf(_SC_PAGESIZE)));
-  void* const address = const_cast<unsigned char*>(memory.data());
-  ASSERT_EQ(mincore(address, kBytes, resident.data()), 0);
-  EXPECT_EQ(std::count_if(resident.begin(), resident.end(), [](int bits) { return bits & 1; }), 0);
-#endif
-  EXPECT_EQ(std::count(memory.begin(), memory.end(), 0), static_cast<long>(kBytes));
-}
-
-#ifndef FLUVIA_ZEROED_HEAP  // AddressSanitizer ends the program instead
-TEST(ZeroedMemory, RefusesWhatThereIsNot) {
-  util::ZeroedMemory<unsigned char> memory;
-  // Fifteen sixteenths of all addresses.
-  EXPECT_THROW(memory.allocate(SIZE_MAX / 65536 / 16 * 15 * 65536), std::bad_alloc);
-}
-#endif
 
 TEST(BufferBlock, IsEmptyAndUnusedWhenMade) {
   const BufferBlock block(100, 5);
