@@ -27,7 +27,7 @@ long pagesOf(void* memory, size_t size) {
 
 bool isZero(const void* memory, size_t size) {
   const auto* bytes = static_cast<const unsigned char*>(memory);
-  return std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
+  return bytes[0] == 0 && memcmp(bytes, bytes + 1, size - 1) == 0;
 }
 
 // A player opens with a buffer of megabytes and reads the first bytes: nothing is to be done to the
@@ -97,7 +97,7 @@ TEST(ZeroedMemory, ThreadsShareWhatIsKept) {
   std::vector<std::thread> threads;
   for (int& mine : wrong) {
     threads.emplace_back([&mine] {
-      for (int round = 0; round < 200; ++round) {
+      for (int round = 0; round < 100; ++round) {
         std::array<void*, 8> blocks = {};
         for (void*& block : blocks) {
           block = util::mapZeroed(kBlock);
