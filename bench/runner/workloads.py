@@ -7,6 +7,7 @@ RING = ("ring",)
 GET = ("get",)
 FILE = ("file",)
 IDLE = ("idle",)
+KERNEL = ("kernel",)
 FFMPEG = ("ffmpeg", "--mode", "plain")
 ASYNC = ("ffmpeg", "--mode", "async")
 PUSH = ("gstreamer", "--mode", "push")
@@ -106,7 +107,8 @@ def play():
     for read in PLAY_READS:
         for rate in PLAY_RATES:
             for way in ("http", "https", "local"):
-                peers = [IDLE, OURS, RING, FFMPEG, ASYNC, PULL] + [FILE] * (way == "local")
+                peers = [IDLE, OURS, RING, FFMPEG, ASYNC, PULL]
+                peers += {"local": [FILE], "http": [KERNEL]}.get(way, [])
                 yield Workload(f"play {way} {rate} Mbit/s {read}", way, peers,
                                ["--workload", "play", "--read", read, "--rate", rate * 1000000],
                                rounds=3, plays=True)
