@@ -23,6 +23,7 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parents[3] / "scripts"))
+from chart import Bar, Sheet, bars, legend  # noqa: E402
 from measured_at import measured_at  # noqa: E402
 
 RATE = 2_500_000  # bytes a second: 20 Mbit/s
@@ -169,43 +170,28 @@ COLOURS = {"FFmpeg, libfluviafs": "#1f6f8b", "FFmpeg, its own http": "#9fc5d1",
            "GStreamer, fluviasrc": "#a8552e", "GStreamer, souphttpsrc": "#e0b79f"}
 
 
-def bars(rows, field, title, left, width):
-    """One panel: groups of bars, one group a file and round trip."""
-    most = max(float(row[field] or 0) for row in rows) or 1
-    lines = [f'<text x="{left}" y="28" font-weight="bold">{title}</text>']
-    y = 44
+def panel(rows, field):
+    """The bars of one figure, under a heading for each file and round trip."""
     before = None
     for row in rows:
-        if (row["file"], row["round_trip_ms"]) != before:
-            before = (row["file"], row["round_trip_ms"])
-            y += 20
-            lines.append(f'<text x="{left}" y="{y}" fill="#555">{row["file"]}, '
-                         f'{row["round_trip_ms"]} ms</text>')
-            y += 6
-        length = float(row[field] or 0) / most * (width - 70)
-        lines.append(f'<rect x="{left}" y="{y}" width="{length:.1f}" height="11" '
-                     f'fill="{COLOURS[row["way"]]}"/>')
-        lines.append(f'<text x="{left + length + 5:.1f}" y="{y + 10}" font-size="10">'
-                     f'{row[field] or "refused"}</text>')
-        y += 13
-    return lines, y
+        case = f"{row['file']}, {row['round_trip_ms']} ms"
+        if case != before:
+            yield case
+        before = case
+        value = float(row[field]) if row[field] else None
+        yield Bar(value, row[field] or "refused", COLOURS[row["way"]])
 
 
 def picture(path):
     rows = rows_of(path)
-    first, bottom = bars(rows, "first_ms", "Open to first frame, ms", 20, 400)
-    seek, _ = bars(rows, "seek_ms", "Seek to frame, median ms", 450, 400)
-    legend = []
-    for at, (way, colour) in enumerate(COLOURS.items()):
-        x = 20 + at * 210
-        legend.append(f'<rect x="{x}" y="{bottom + 16}" width="12" height="12" fill="{colour}"/>')
-        legend.append(f'<text x="{x + 18}" y="{bottom + 26}">{way}</text>')
-    print(f'<svg xmlns="http://www.w3.org/2000/svg" width="870" height="{bottom + 50}" '
-          f'font-family="sans-serif" font-size="12">')
-    print('<rect width="100%" height="100%" fill="white"/>')
-    print("\n".join(first + seek + legend))
-    print(f'<text x="20" y="{bottom + 42}" font-size="10" fill="#555">{origin_of(path)}</text>')
-    print("</svg>")
+    sheet, bottom = Sheet(870, 0), 0
+    for left, field, title in ((20, "first_ms", "Open to first frame, ms"),
+                               (450, "seek_ms", "Seek to frame, median ms")):
+        bottom = bars(sheet, left, 28, 330, title, list(panel(rows, field)), thick=11, gap=2)
+    sheet.height = bottom + 50
+    legend(sheet, 20, bottom + 16, 210, COLOURS)
+    sheet.text(20, bottom + 42, origin_of(path), font_size=10, fill="#555")
+    print(sheet, end="")
 
 
 def main():
