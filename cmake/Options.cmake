@@ -27,6 +27,8 @@ find_package(EXPAT 2.4.0 REQUIRED)
 if(EXPAT_VERSION_STRING VERSION_LESS 2.7.1)
   message(STATUS "expat ${EXPAT_VERSION_STRING}: 2.7.1 or newer is recommended, see SECURITY.md")
 endif()
+# Command lines of the programs; the library does not use it.
+find_package(CLI11 REQUIRED)
 set(FLUVIA_DEPENDENCIES CURL::libcurl OpenSSL::Crypto EXPAT::EXPAT)
 
 add_library(fluvia_options INTERFACE)

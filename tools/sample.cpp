@@ -1,11 +1,13 @@
 // Writes a file that resembles a broadcast recording: MPEG transport stream packets of 188 bytes
 // with sync bytes, a few streams with their continuity counters, and payloads without a pattern.
 // The bytes are the same every time.
+#include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <string>
 
 namespace {
 
@@ -43,14 +45,19 @@ bool write(std::FILE* file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: fluvia-sample FILE\n");
-    return 2;
+  std::string path;
+  CLI::App app("Writes a sample to stream.", "fluvia-sample");
+  app.add_option("FILE", path, "Where")->required();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& answer) {
+    return app.exit(answer) == 0 ? 0 : 2;
   }
-  std::FILE* file = std::fopen(argv[1], "wb");
+  std::FILE* file = std::fopen(path.c_str(), "wb");
   const bool written = file != nullptr && write(file);
   if (file == nullptr || std::fclose(file) != 0 || !written) {
-    std::fprintf(stderr, "fluvia-sample: cannot write %s: %s\n", argv[1], std::strerror(errno));
+    std::fprintf(stderr, "fluvia-sample: cannot write %s: %s\n", path.c_str(),
+                 std::strerror(errno));
     return 1;
   }
   return 0;

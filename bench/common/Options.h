@@ -26,8 +26,7 @@ struct Options {
   unsigned int seed = 1;
 };
 
-// Reads the command line. Prints what is wrong, or the usage, and ends the process when there is
-// nothing to be done.
+// Reads the command line. Ends the process with 0 after --help, with 2 if it is wrong.
 Options parseOptions(int argc, char** argv);
 
 }  // namespace bench

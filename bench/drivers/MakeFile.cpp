@@ -1,18 +1,22 @@
-// Writes the file that is served: bench-make-file PATH BYTES
+// Writes the file that is served.
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "bench/common/Pattern.h"
+#include "tests/support/CommandLine.h"
 
 int main(int argc, char** argv) {
-  const long long size = argc == 3 ? atoll(argv[2]) : 0;
-  if (size <= 0) {
-    fprintf(stderr, "usage: %s PATH BYTES\n", argv[0]);
-    return 2;
-  }
-  FILE* file = fopen(argv[1], "we");
+  std::string path;
+  long long size = 0;
+  CLI::App app("Writes the file that is served.");
+  app.add_option("PATH", path, "Where")->required();
+  app.add_option("BYTES", size, "How long")
+      ->required()
+      ->check(CLI::Range(1LL, 1LL << 50, "POSITIVE"));
+  support::parseOrExit(app, argc, argv);
+  FILE* file = fopen(path.c_str(), "we");
   std::vector<char> chunk(1 << 20);
   bool good = file != nullptr;
   for (long long at = 0; good && at < size; at += static_cast<long long>(chunk.size())) {
@@ -21,6 +25,6 @@ int main(int argc, char** argv) {
     good = fwrite(chunk.data(), 1, count, file) == count;
   }
   if (file != nullptr && fclose(file) != 0) good = false;
-  if (!good) perror(argv[1]);
+  if (!good) perror(path.c_str());
   return good ? 0 : 1;
 }

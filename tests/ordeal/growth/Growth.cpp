@@ -1,7 +1,5 @@
 // How the time of an operation grows with open handles, blocks of a buffer and queued requests.
 //
-//   ordeal_growth FILE
-//
 // Writes lines "variable,operation,count,microseconds" and prints those operations whose time grows
 // faster than the count does. Returns their number.
 #include <algorithm>
@@ -16,6 +14,7 @@
 
 #include "api/fluviafs.h"
 #include "tests/support/Behaviours.h"
+#include "tests/support/CommandLine.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/SilentStderr.h"
 #include "tests/support/TestFiles.h"
@@ -200,11 +199,11 @@ int judge() {
 }  // namespace
 
 int main(int count, char** words) {
-  if (count != 2) {
-    fprintf(stderr, "%s FILE\n", words[0]);
-    return 100;
-  }
-  table = fopen(words[1], "w");
+  std::string file;
+  CLI::App app("How the time of an operation grows with handles, blocks and requests.");
+  app.add_option("FILE", file, "Where the figures go, as CSV")->required();
+  support::parseOrExit(app, count, words, 100);
+  table = fopen(file.c_str(), "w");
   if (table == nullptr) return 100;
   support::silenceStderr();
   fprintf(table, "variable,operation,count,microseconds\n");

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 #include <vector>
 
+#include "tests/support/CommandLine.h"
 #include "tests/support/Pattern.h"
 
 namespace matrix {
@@ -75,14 +76,19 @@ class Run {
 }  // namespace
 
 int runCell(Client* client, int count, char** words) {
-  if (count < 4) {
-    fprintf(stderr, "%s URL SIZE sequential|middle|player\n", words[0]);
-    return 3;
-  }
-  const std::string trace = words[3];
+  std::string url;
+  std::string trace;
+  long long size = 0;
+  CLI::App app("Reads a resource as one cell of the matrix and compares every byte.");
+  app.add_option("URL", url, "Of the resource")->required();
+  app.add_option("SIZE", size, "Its bytes")->required();
+  app.add_option("TRACE", trace, "How to read it")
+      ->required()
+      ->check(CLI::IsMember({"sequential", "middle", "player"}));
+  support::parseOrExit(app, count, words, 3);
   const auto begin = std::chrono::steady_clock::now();
-  Run run(client, strtoll(words[2], nullptr, 10));
-  bool right = client->open(words[1], &run.why);
+  Run run(client, size);
+  bool right = client->open(url, &run.why);
   if (right && trace == "sequential") {
     right = run.sequential();
   } else if (right && trace == "middle") {

@@ -1,7 +1,5 @@
 // Every fault times every trace times every column: who delivers the right bytes.
 //
-//   ordeal_matrix [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...
-//
 // Each cell is a process of its own with a limit of 70 s against a server of its own. The first
 // column is this library: its cells must be as the list of faults says, no cell of it may have a
 // wrong byte, and no other column may be right where it is not, unless the list gives the reason.
@@ -18,13 +16,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 #include "tests/ordeal/matrix/Faults.h"
 #include "tests/support/Behaviours.h"
+#include "tests/support/CommandLine.h"
 #include "tests/support/HttpProbes.h"
 
 namespace {
@@ -230,29 +228,24 @@ struct Options {
   int jobs = 12;
 };
 
-// Says how to call it when it does not understand, and ends.
 Options optionsOf(int count, char** words) {
   Options options;
-  bool understood = true;
-  for (int i = 1; i < count && understood; ++i) {
-    const char* equals = strchr(words[i], '=');
-    if (strcmp(words[i], "--jobs") == 0 && i + 1 < count) {
-      options.jobs = atoi(words[++i]);
-    } else if (strcmp(words[i], "--table") == 0 && i + 1 < count) {
-      options.table = words[++i];
-    } else if (strcmp(words[i], "--only") == 0 && i + 1 < count) {
-      options.only = words[++i];
-    } else if (equals != nullptr) {
-      options.columns.push_back(
-          {std::string(words[i], static_cast<size_t>(equals - words[i])), equals + 1});
-    } else {
-      fprintf(stderr, "what is \"%s\"?\n", words[i]);
-      understood = false;
-    }
+  std::vector<std::string> columns;
+  CLI::App app("Every fault times every trace times every column: who delivers the right bytes.");
+  app.add_option("--jobs", options.jobs, "Cells at a time")->capture_default_str();
+  app.add_option("--table", options.table, "Where the table goes, as Markdown");
+  app.add_option("--only", options.only, "Only the faults with this in their words");
+  app.add_option("NAME=PROGRAM", columns, "The columns")
+      ->required()
+      ->check([](const std::string& column) {
+        return column.find('=') == std::string::npos ? column + " has no =" : std::string();
+      });
+  support::parseOrExit(app, count, words, 3);
+  for (const std::string& column : columns) {
+    const size_t equals = column.find('=');
+    options.columns.push_back({column.substr(0, equals), column.substr(equals + 1)});
   }
-  if (understood && !options.columns.empty()) return options;
-  fprintf(stderr, "%s [--jobs N] [--table FILE] [--only TEXT] NAME=PROGRAM...\n", words[0]);
-  exit(3);
+  return options;
 }
 
 // A row for each trace of each fault whose words have the text in them, a cell for each column.

@@ -1,8 +1,5 @@
 // Sixteen players with human habits for as long as is wanted.
 //
-//   ordeal_soak [--warm N] --seconds N --csv FILE [--url URL SIZE]...
-//   ordeal_soak --make FILE SIZE       makes a film for a server of another kind
-//
 // Before the seconds that count it warms up for five minutes, unless told otherwise: until then the
 // heaps of the C library grow, one a processor. The films are those of the given URLs (of a server
 // that is sound) and those of a fault server in a process of its own. Returns 0 when every byte was
@@ -18,16 +15,19 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <memory>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "api/fluviafs.h"
 #include "tests/ordeal/soak/FullPool.h"
 #include "tests/ordeal/soak/Player.h"
 #include "tests/ordeal/soak/Samples.h"
 #include "tests/support/Behaviours.h"
+#include "tests/support/CommandLine.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/SilentStderr.h"
@@ -133,6 +133,7 @@ struct Options {
   int warm = 300;
   std::string csv = "soak.csv";
   std::vector<soak::Film> others;
+  std::pair<std::string, long long> made;
 };
 
 int run(const std::vector<soak::Film>& films, const std::string& server, const Options& options) {
@@ -168,24 +169,19 @@ int run(const std::vector<soak::Film>& films, const std::string& server, const O
 // threads that come and go fill them one after the other for hours.
 void limitHeaps() { mallopt(M_ARENA_MAX, 2 * static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
 
-// False for a word that means nothing here.
-bool parse(int count, char** words, Options* options) {
-  for (int i = 1; i < count; ++i) {
-    if (strcmp(words[i], "--seconds") == 0 && i + 1 < count) {
-      options->seconds = atoi(words[++i]);
-    } else if (strcmp(words[i], "--warm") == 0 && i + 1 < count) {
-      options->warm = atoi(words[++i]);
-    } else if (strcmp(words[i], "--csv") == 0 && i + 1 < count) {
-      options->csv = words[++i];
-    } else if (strcmp(words[i], "--url") == 0 && i + 2 < count) {
-      options->others.push_back({words[i + 1], atoll(words[i + 2]), false, true});
-      i += 2;
-    } else {
-      fprintf(stderr, "what is \"%s\"?\n", words[i]);
-      return false;
-    }
-  }
-  return true;
+Options parse(int count, char** words) {
+  Options options;
+  std::vector<std::pair<std::string, long long>> urls;
+  CLI::App app("Sixteen players with human habits for as long as is wanted.");
+  app.add_option("--seconds", options.seconds, "Seconds that count")->capture_default_str();
+  app.add_option("--warm", options.warm, "Seconds before those")->capture_default_str();
+  app.add_option("--csv", options.csv, "Where the samples go")->capture_default_str();
+  app.add_option("--url", urls, "URL and size of a film of a sound server; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--make", options.made, "Only write a film of that size for another server");
+  support::parseOrExit(app, count, words);
+  for (const auto& [url, size] : urls) options.others.push_back({url, size, false, true});
+  return options;
 }
 
 // Starts the fault server's process and learns its port. False when that fails.
@@ -205,11 +201,11 @@ bool startServer(pid_t* server, int* port) {
 
 int main(int count, char** words) {
   limitHeaps();
-  if (count == 4 && strcmp(words[1], "--make") == 0) return make(words[2], atoll(words[3]));
-  Options options;
+  const Options options = parse(count, words);
+  if (!options.made.first.empty()) return make(options.made.first.c_str(), options.made.second);
   pid_t process = 0;
   int port = 0;
-  if (!parse(count, words, &options) || !startServer(&process, &port)) return 2;
+  if (!startServer(&process, &port)) return 2;
   support::silenceStderr();
   const std::string server = "http://127.0.0.1:" + std::to_string(port);
   std::vector<soak::Film> films = filmsOf(server);

@@ -2,23 +2,11 @@
 // call to return with a clear code, no wrong byte, nothing left behind, and the library to work
 // again afterwards.
 //
-//   torture [options]
-//     --scenario NAME   local, http, rough or cold-local, cold-http; may be repeated; default all
-//     --point NAME      allocation, thread, socket, connect, open, read, send, resolve; may be
-//                       repeated; default all
-//     --points N        at most that many numbers of each; more than that are sampled; default 500
-//     --length N        how many calls in a row fail, 0: all from that one on; default 1
-//     --only N          only that number
-//     --jobs N          processes at a time; default 2
-//     --deadline N      seconds after which a run hangs; default 90
-//     --seed N          of the sampling; default FLUVIA_SEED or 1
-//
 // rough is a server that breaks one connection off and falls silent on the next. The cold ones are
 // the first use of the library in their process; before the others it has been used once.
 // Prints a line for each point with what came out, and what was wrong. Exit code 1 when anything
 // was.
 #include <fcntl.h>
-#include <getopt.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -44,6 +32,7 @@
 #include "tests/ordeal/torture/Interpose.h"
 #include "tests/ordeal/torture/Scenario.h"
 #include "tests/support/Behaviours.h"
+#include "tests/support/CommandLine.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
@@ -348,44 +337,32 @@ class Driver {
   long troubles_ = 0;
 };
 
-[[noreturn]] void usage() {
-  std::cerr << "usage: torture [--scenario NAME]... [--point NAME]... [--points N] [--length N]\n"
-               "               [--only N] [--jobs N] [--deadline N] [--seed N]\n";
-  std::exit(2);
-}
-
 Options parse(int argc, char** argv) {
-  static const struct option kNames[] = {{"scenario", required_argument, nullptr, 's'},
-                                         {"point", required_argument, nullptr, 'p'},
-                                         {"points", required_argument, nullptr, 'n'},
-                                         {"length", required_argument, nullptr, 'l'},
-                                         {"only", required_argument, nullptr, 'o'},
-                                         {"jobs", required_argument, nullptr, 'j'},
-                                         {"deadline", required_argument, nullptr, 'd'},
-                                         {"seed", required_argument, nullptr, 'r'},
-                                         {nullptr, 0, nullptr, 0}};
   Options options;
   options.seed = support::seedOr(1);
-  for (int name = 0; (name = getopt_long(argc, argv, "", kNames, nullptr)) != -1;) {
-    if (name == '?') usage();
-    const long number = std::strtol(optarg, nullptr, 10);
-    if (name == 's') options.scenarios.emplace_back(optarg);
-    if (name == 'p') options.points.push_back(torture::pointOf(optarg));
-    if (name == 'n') options.most = static_cast<size_t>(number);
-    if (name == 'l') options.length = number;
-    if (name == 'o') options.only = number;
-    if (name == 'j') options.jobs = static_cast<unsigned int>(number);
-    if (name == 'd') options.deadline = static_cast<int>(number);
-    if (name == 'r') options.seed = static_cast<unsigned int>(number);
-  }
-  if (optind < argc) usage();
-  if (options.scenarios.empty()) {
-    options.scenarios = {"local", "http", "rough", "cold-local", "cold-http"};
-  }
-  if (options.points.empty()) {
-    options.points = {Point::kThread, Point::kSocket, Point::kConnect, Point::kOpen,
-                      Point::kRead,   Point::kSend,   Point::kResolve, Point::kAllocation};
-  }
+  options.scenarios = {"local", "http", "rough", "cold-local", "cold-http"};
+  std::vector<std::string> points = {"thread", "socket", "connect", "open",
+                                     "read",   "send",   "resolve", "allocation"};
+  CLI::App app("Fails one thing under the library at a time, each in a process of its own.");
+  app.add_option("--scenario", options.scenarios, "What to do; may be repeated")
+      ->allow_extra_args(false)
+      ->check(CLI::IsMember(options.scenarios))
+      ->capture_default_str();
+  app.add_option("--point", points, "What fails; may be repeated")
+      ->allow_extra_args(false)
+      ->check(CLI::IsMember(points))
+      ->capture_default_str();
+  app.add_option("--points", options.most, "Sample at most that many numbers of each point")
+      ->capture_default_str();
+  app.add_option("--length", options.length, "Calls in a row that fail; 0: all from that one on")
+      ->capture_default_str();
+  app.add_option("--only", options.only, "Only this number");
+  app.add_option("--jobs", options.jobs, "Processes at a time")->capture_default_str();
+  app.add_option("--deadline", options.deadline, "Seconds after which a run hangs")
+      ->capture_default_str();
+  app.add_option("--seed", options.seed, "Of the sampling; FLUVIA_SEED or 1");
+  support::parseOrExit(app, argc, argv);
+  for (const std::string& name : points) options.points.push_back(torture::pointOf(name));
   return options;
 }
 

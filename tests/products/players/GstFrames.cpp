@@ -1,33 +1,26 @@
 // Decodes a URI with GStreamer and prints a checksum of every frame.
 //
-//   gst-frames [--plugin FILE [--prefer]] [--ca FILE] [--user-agent TEXT] [--push] [--paced]
-//              [--seeks N] [--seed N] [--timing] URI
-//
 // A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
-// first, then sound. --plugin loads our element, and --prefer makes it the source of all http;
-// --push has it not wait until it knows that it may be pulled. --seeks goes to N random times and
-// prints the picture (or sound) there. --timing prints to standard error how many milliseconds the
-// first frame took, and each seek to the key frame nearest before. --paced shows every frame at its
-// time, as a viewer sees them, and prints to standard error by how much the latest one was late.
+// first, then sound. What --timing and --paced measure goes to standard error.
 #include <gst/gst.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "tests/support/CommandLine.h"
 
 namespace {
 
 constexpr GstClockTime kDeadline = 60 * GST_SECOND;
 
 struct Options {
-  const char* plugin = nullptr;
-  const char* authorities = nullptr;
-  const char* userAgent = nullptr;
-  const char* uri = nullptr;
+  std::string plugin;
+  std::string authorities;
+  std::string userAgent;
+  std::string uri;
   int seeks = 0;
   unsigned int seed = 1;
   bool timing = false;
@@ -109,18 +102,20 @@ void onPad(GstElement*, GstPad* pad, gpointer data) {
 }
 
 void onSource(GstElement*, GstElement* source, gpointer) {
-  if (options.authorities != nullptr &&
+  if (!options.authorities.empty() &&
       g_object_class_find_property(G_OBJECT_GET_CLASS(source), "ca") != nullptr) {
-    g_object_set(source, "ca", options.authorities, nullptr);
+    g_object_set(source, "ca", options.authorities.c_str(), nullptr);
   }
-  if (options.userAgent != nullptr) g_object_set(source, "user-agent", options.userAgent, nullptr);
+  if (!options.userAgent.empty()) {
+    g_object_set(source, "user-agent", options.userAgent.c_str(), nullptr);
+  }
   if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
 // The peer's, also for what a playlist names: what it costs to look at certificates is not measured
 // here, only that it is encrypted.
 void onElement(GstBin*, GstBin*, GstElement* element, gpointer) {
-  if (options.authorities != nullptr &&
+  if (!options.authorities.empty() &&
       g_object_class_find_property(G_OBJECT_GET_CLASS(element), "ssl-strict") != nullptr) {
     g_object_set(element, "ssl-strict", FALSE, nullptr);
   }
@@ -231,38 +226,29 @@ bool playAll(Player& player) {
   return true;
 }
 
-bool parse(int argc, char** argv) {
-  for (int i = 1; i < argc; ++i) {
-    const bool more = i + 1 < argc;
-    if (strcmp(argv[i], "--plugin") == 0 && more) {
-      options.plugin = argv[++i];
-    } else if (strcmp(argv[i], "--ca") == 0 && more) {
-      options.authorities = argv[++i];
-    } else if (strcmp(argv[i], "--user-agent") == 0 && more) {
-      options.userAgent = argv[++i];
-    } else if (strcmp(argv[i], "--seeks") == 0 && more) {
-      options.seeks = atoi(argv[++i]);
-    } else if (strcmp(argv[i], "--seed") == 0 && more) {
-      options.seed = static_cast<unsigned int>(strtoul(argv[++i], nullptr, 10));
-    } else if (strcmp(argv[i], "--push") == 0) {
-      options.push = true;
-    } else if (strcmp(argv[i], "--timing") == 0) {
-      options.timing = true;
-    } else if (strcmp(argv[i], "--prefer") == 0) {
-      options.prefer = true;
-    } else if (strcmp(argv[i], "--paced") == 0) {
-      options.paced = true;
-    } else {
-      options.uri = argv[i];
-    }
-  }
-  return options.uri != nullptr;
+void parse(int argc, char** argv) {
+  CLI::App app("Decodes a URI with GStreamer and prints a checksum of every frame.");
+  CLI::Option* plugin = app.add_option("--plugin", options.plugin, "Load our element from this");
+  app.add_flag("--prefer", options.prefer, "Make it the source of all http")->needs(plugin);
+  app.add_flag("--push", options.push, "It does not wait until it knows that it may be pulled");
+  app.add_option("--ca", options.authorities, "Certificates to verify the server with");
+  app.add_option("--user-agent", options.userAgent, "As whom to send requests");
+  app.add_flag("--paced", options.paced,
+               "Show every frame at its time, and print by how much the latest one was late");
+  app.add_option("--seeks", options.seeks,
+                 "Seek to that many random times and print the picture (or sound) there");
+  app.add_option("--seed", options.seed, "Of the random times")->capture_default_str();
+  app.add_flag("--timing", options.timing,
+               "Print the milliseconds of the first frame, and of each seek to the key frame "
+               "nearest before");
+  app.add_option("URI", options.uri, "What to decode")->required();
+  support::parseOrExit(app, argc, argv);
 }
 
 bool loadPlugin() {
-  if (options.plugin == nullptr) return true;
+  if (options.plugin.empty()) return true;
   GError* error = nullptr;
-  GstPlugin* plugin = gst_plugin_load_file(options.plugin, &error);
+  GstPlugin* plugin = gst_plugin_load_file(options.plugin.c_str(), &error);
   if (plugin == nullptr) {
     fprintf(stderr, "gst-frames: %s\n", error->message);
     g_error_free(error);
@@ -281,18 +267,13 @@ bool loadPlugin() {
 
 int main(int argc, char** argv) {
   gst_init(nullptr, nullptr);
-  if (!parse(argc, argv)) {
-    fprintf(stderr,
-            "usage: gst-frames [--plugin FILE] [--ca FILE] [--user-agent TEXT] [--seeks N] [--seed "
-            "N] URI\n");
-    return 2;
-  }
+  parse(argc, argv);
   if (!loadPlugin()) return 1;
   const gint64 begin = g_get_monotonic_time();
   Player player;
   player.pipeline = gst_pipeline_new("frames");
   GstElement* decoder = gst_element_factory_make("uridecodebin", nullptr);
-  g_object_set(decoder, "uri", options.uri, nullptr);
+  g_object_set(decoder, "uri", options.uri.c_str(), nullptr);
   g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), &player);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSource), nullptr);
   g_signal_connect(decoder, "deep-element-added", G_CALLBACK(onElement), nullptr);

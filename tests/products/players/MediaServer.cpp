@@ -1,17 +1,11 @@
 // Serves the files of a folder on loopback, with faults, until its standard input ends.
 //
-//   media-server [--plain | --tls] [--drop BYTES] [--missing-once NAME] [--cut-once NAME] FOLDER
-//
-// Prints its address, and with --tls on a second line the file of its certificate. With --drop
-// every connection ends after that many bytes of body. The first request for a file that
-// --missing-once names (more than one may) is answered 404, and the first answer of one that
-// --cut-once names ends in its middle. At the end it prints for each file that was asked for:
-// requests, bytes of body, name (with the folders below FOLDER).
+// Prints its address, and with --tls on a second line the file of its certificate. At the end it
+// prints for each file that was requested: requests, bytes of body, name (with the folders below
+// FOLDER).
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -19,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/Behaviours.h"
+#include "tests/support/CommandLine.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
 
@@ -47,20 +42,17 @@ struct Options {
 
 Options parse(int argc, char** argv) {
   Options options;
-  for (int i = 1; i < argc; ++i) {
-    const bool more = i + 1 < argc;
-    if (strcmp(argv[i], "--tls") == 0) {
-      options.tls = true;
-    } else if (strcmp(argv[i], "--drop") == 0 && more) {
-      options.drop = atoll(argv[++i]);
-    } else if (strcmp(argv[i], "--missing-once") == 0 && more) {
-      options.missingOnce.insert(argv[++i]);
-    } else if (strcmp(argv[i], "--cut-once") == 0 && more) {
-      options.cutOnce.insert(argv[++i]);
-    } else if (strcmp(argv[i], "--plain") != 0) {
-      options.folder = argv[i];
-    }
-  }
+  CLI::App app("Serves the files of a folder on loopback, with faults, until its input ends.");
+  app.add_flag("!--plain,--tls", options.tls, "Serve http (the default) or https");
+  app.add_option("--drop", options.drop, "End every connection after that many bytes of body");
+  app.add_option("--missing-once", options.missingOnce,
+                 "Answer 404 to the first request for this file; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--cut-once", options.cutOnce,
+                 "End the first response of this file in its middle; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("FOLDER", options.folder, "What to serve")->required();
+  support::parseOrExit(app, argc, argv);
   return options;
 }
 
@@ -90,9 +82,7 @@ int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
   const std::vector<std::string> names = filesIn(options.folder);
   if (names.empty()) {
-    fprintf(stderr,
-            "usage: media-server [--plain | --tls] [--drop BYTES] [--missing-once NAME]"
-            " [--cut-once NAME] FOLDER\n");
+    fprintf(stderr, "media-server: no files in %s\n", options.folder.c_str());
     return 2;
   }
   support::TestCertificate certificate;

@@ -1,20 +1,23 @@
 // A long, slow link as a program.
 //
-//   slow-link PORT ROUND-TRIP-MS [BYTES-PER-SECOND]
-//
 // Prints the port of 127.0.0.1 that leads to PORT, and at the end of standard input the connections
 // and bytes that came down. A number on standard input is its rate from then on.
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/support/CommandLine.h"
 #include "tests/support/SlowLink.h"
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
-    fprintf(stderr, "usage: slow-link PORT ROUND-TRIP-MS [BYTES-PER-SECOND]\n");
-    return 2;
-  }
-  support::SlowLink link(atoi(argv[1]), atoi(argv[2]), argc > 3 ? atoll(argv[3]) : 0);
+  int port = 0;
+  int roundTrip = 0;
+  long long rate = 0;
+  CLI::App app("A long, slow link to a server of this machine.");
+  app.add_option("PORT", port, "Port of the server on 127.0.0.1")->required();
+  app.add_option("ROUND-TRIP", roundTrip, "Milliseconds")->required();
+  app.add_option("RATE", rate, "Bytes per second; 0: unlimited")->capture_default_str();
+  support::parseOrExit(app, argc, argv);
+  support::SlowLink link(port, roundTrip, rate);
   printf("%d\n", link.port());
   fflush(stdout);
   char line[64];

@@ -2,8 +2,6 @@
 // for some seconds, then jumps between 90 % and 10 % of it. Every byte is compared with those of a
 // file.
 //
-//   server_player URL FILE [CA [SECONDS [JUMPS]]]     CA may be ""
-//
 // Prints the longest wait of a read of each kind, in milliseconds: "playing N jumping N". Exit code
 // 1 when a call fails or a byte differs.
 #include <algorithm>
@@ -17,6 +15,7 @@
 #include <vector>
 
 #include "fluviafs.h"
+#include "tests/support/CommandLine.h"
 
 namespace {
 
@@ -93,15 +92,23 @@ class Player {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count < 3) {
-    fprintf(stderr, "usage: server_player URL FILE [CA [SECONDS [JUMPS]]]\n");
-    return 2;
-  }
-  std::ifstream file(arguments[2], std::ios::binary);
+  std::string url;
+  std::string path;
+  std::string authorities;
+  double seconds = 4;
+  int jumps = 30;
+  CLI::App app("A player's way through a resource, comparing every byte with those of a file.");
+  app.add_option("URL", url, "Of the resource")->required();
+  app.add_option("FILE", path, "What it must be")->required();
+  app.add_option("CA", authorities, "Certificates to verify the server with; may be empty");
+  app.add_option("SECONDS", seconds, "How long to play")->capture_default_str();
+  app.add_option("JUMPS", jumps, "How many")->capture_default_str();
+  support::parseOrExit(app, count, arguments);
+  std::ifstream file(path, std::ios::binary);
   const std::string expected((std::istreambuf_iterator<char>(file)), {});
-  Player player(arguments[1], count > 3 ? arguments[3] : "", expected);
-  const double playing = player.play(count > 4 ? atof(arguments[4]) : 4);
-  const double jumping = player.jump(count > 5 ? atoi(arguments[5]) : 30);
+  Player player(url, authorities, expected);
+  const double playing = player.play(seconds);
+  const double jumping = player.jump(jumps);
   printf("playing %.0f jumping %.0f\n", playing, jumping);
   return 0;
 }
