@@ -24,7 +24,7 @@ class Sheet:
 
     def __str__(self):
         head = (f'<svg xmlns="http://www.w3.org/2000/svg" width="{self.width}" height="{self.height}" '
-                'font-family="sans-serif" font-size="12">')
+                f'viewBox="0 0 {self.width} {self.height}" font-family="sans-serif" font-size="12">')
         return "\n".join([head, *self.lines, "</svg>"]) + "\n"
 
 

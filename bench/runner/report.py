@@ -223,7 +223,7 @@ def pictures(table, folder):
     """One sheet of bars for all workloads, and a picture for all playings."""
     bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
             if key in ("wall", "cpu", "p50_us")]
-    rows = [(workload, plot.bars(peers, bars)) for workload, peers in table.items()
+    rows = [(workload, plot.panels(peers, bars)) for workload, peers in table.items()
             if not workload.startswith("play ")]
     playing = play_panels(table)
     os.makedirs(os.path.join(folder, "plots"), exist_ok=True)
