@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -62,17 +63,6 @@ void askHttp(int handle, Facts* facts) {
   facts->headers = headersOf(handle);
 }
 
-std::string httpJson(const Facts& facts) {
-  std::string headers;
-  for (const std::string& line : facts.headers) {
-    headers += (headers.empty() ? "" : ", ") + jsonString(line);
-  }
-  return ", \"status\": " + std::to_string(facts.status) +
-         ", \"server\": " + jsonString(facts.server) + ", \"type\": " + jsonString(facts.type) +
-         ", \"address\": " + jsonString(facts.address) +
-         ", \"speed\": " + std::to_string(facts.speed) + ", \"headers\": [" + headers + "]";
-}
-
 std::string httpText(const Facts& facts) {
   std::string text = "status    " + (facts.status == 0 ? "ok" : std::to_string(facts.status)) +
                      "\nserver    " + facts.server + "\ntype      " + facts.type + "\naddress   " +
@@ -84,13 +74,23 @@ std::string httpText(const Facts& facts) {
   return text;
 }
 
+// Bytes of a response that are not UTF-8 become U+FFFD.
 std::string asJson(const Facts& facts) {
-  return "{\"source\": " + jsonString(facts.name) +
-         ", \"size\": " + (facts.size < 0 ? "null" : std::to_string(facts.size)) +
-         ", \"seekable\": " + (facts.seekable ? "true" : "false") +
-         ", \"bufferSize\": " + std::to_string(facts.capacity) +
-         ", \"bufferedSize\": " + std::to_string(facts.buffered) +
-         (facts.http ? httpJson(facts) : "") + "}\n";
+  using Json = nlohmann::ordered_json;
+  Json json = {{"source", facts.name},
+               {"size", facts.size < 0 ? Json() : Json(facts.size)},
+               {"seekable", facts.seekable},
+               {"bufferSize", facts.capacity},
+               {"bufferedSize", facts.buffered}};
+  if (facts.http) {
+    json["status"] = facts.status;
+    json["server"] = facts.server;
+    json["type"] = facts.type;
+    json["address"] = facts.address;
+    json["speed"] = facts.speed;
+    json["headers"] = facts.headers;
+  }
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string asText(const Facts& facts) {

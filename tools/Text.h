@@ -9,8 +9,6 @@ namespace tools {
 std::string humanBytes(double bytes);
 // Whole seconds for display: "0:07", "12:34", "1:02:03"; "-:--" for a negative number.
 std::string humanTime(long long seconds);
-// The text as a JSON string with quotes. Bytes above 127 are not changed.
-std::string jsonString(const std::string& text);
 
 }  // namespace tools
 

@@ -26,19 +26,6 @@ size_t sequenceLength(const unsigned char* text, size_t size) {
   return overlong || outside ? 0 : length;
 }
 
-// Calls take with the bytes of each character, or with the replacement for invalid bytes.
-template <typename Take>
-void eachCharacter(const std::string& text, Take take) {
-  for (size_t at = 0; at < text.size();) {
-    const size_t length =
-        sequenceLength(reinterpret_cast<const unsigned char*>(text.data()) + at, text.size() - at);
-    const bool control =
-        length == 1 && (static_cast<unsigned char>(text[at]) < 0x20 || text[at] == 0x7F);
-    take(length == 0 || control ? std::string(kReplacement) : text.substr(at, length));
-    at += std::max<size_t>(length, 1);
-  }
-}
-
 std::string format(const char* pattern, double value) {
   char text[64];
   snprintf(text, sizeof text, pattern, value);
@@ -65,10 +52,23 @@ size_t mainShare(const Wait& wait) {
 
 }  // namespace
 
+std::string plainText(const std::string& text) {
+  std::string plain;
+  for (size_t at = 0; at < text.size();) {
+    const size_t length =
+        sequenceLength(reinterpret_cast<const unsigned char*>(text.data()) + at, text.size() - at);
+    const bool control =
+        length == 1 && (static_cast<unsigned char>(text[at]) < 0x20 || text[at] == 0x7F);
+    plain += length == 0 || control ? std::string(kReplacement) : text.substr(at, length);
+    at += std::max<size_t>(length, 1);
+  }
+  return plain;
+}
+
 std::string htmlText(const std::string& text) {
   std::string html;
-  eachCharacter(text, [&html](const std::string& character) {
-    switch (character[0]) {
+  for (const char c : plainText(text)) {
+    switch (c) {
       case '&':
         html += "&amp;";
         break;
@@ -85,26 +85,10 @@ std::string htmlText(const std::string& text) {
         html += "&#39;";
         break;
       default:
-        html += character;
+        html += c;
     }
-  });
+  }
   return html;
-}
-
-std::string scriptString(const std::string& text) {
-  std::string json = "\"";
-  eachCharacter(text, [&json](const std::string& character) {
-    const bool special =
-        character.size() == 1 && std::string("<>&\"\\'").find(character[0]) != std::string::npos;
-    if (special) {
-      char escaped[8];
-      snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned int>(character[0]));
-      json += escaped;
-    } else {
-      json += character;
-    }
-  });
-  return json + "\"";
 }
 
 std::string withoutPassword(const std::string& name) {

@@ -7,11 +7,10 @@
 
 namespace tools {
 
-// Untrusted text as HTML: markup is escaped; bytes that are not UTF-8 and control characters become
-// U+FFFD.
+// Untrusted text as UTF-8: bytes that are not, and control characters, become U+FFFD.
+std::string plainText(const std::string& text);
+// The same as HTML, markup escaped.
 std::string htmlText(const std::string& text);
-// Same as a JSON string with quotes, safe inside a script element.
-std::string scriptString(const std::string& text);
 // A name without the user and password of a URL.
 std::string withoutPassword(const std::string& name);
 

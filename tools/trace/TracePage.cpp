@@ -1,10 +1,10 @@
 #include "TracePage.h"
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 #include "ConnectionEnd.h"
+#include "PageData.h"
 #include "PageText.h"
 
 namespace tools {
@@ -40,117 +40,6 @@ struct LaneWait {
   const Lane* lane;
   const Wait* wait;
 };
-
-std::string milliseconds(double seconds) {
-  return seconds < 0 ? "-1" : std::to_string(std::llround(seconds * 1000));
-}
-
-const char* outcomeName(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kComplete:
-      return "complete";
-    case Outcome::kEndedByUs:
-      return "ours";
-    case Outcome::kFailed:
-      return "failed";
-    case Outcome::kRunning:
-      break;
-  }
-  return "running";
-}
-
-const char* kindName(Happening::Kind kind) {
-  switch (kind) {
-    case Happening::Kind::kOpen:
-      return "open";
-    case Happening::Kind::kClose:
-      return "close";
-    case Happening::Kind::kSeek:
-      return "seek";
-    case Happening::Kind::kRestart:
-      return "restart";
-    case Happening::Kind::kProblem:
-      return "problem";
-    case Happening::Kind::kEnd:
-      return "end";
-    case Happening::Kind::kAbort:
-      return "abort";
-    case Happening::Kind::kNote:
-      break;
-  }
-  return "note";
-}
-
-// Returns "[1,2,3]" of the results of each for the items.
-template <typename Items, typename Each>
-std::string list(const Items& items, Each each) {
-  std::string text = "[";
-  for (const auto& item : items) {
-    if (text.size() > 1) text += ',';
-    text += each(item);
-  }
-  return text + "]";
-}
-
-// Time and value alternate.
-std::string curve(const ThinCurve& thin) {
-  return list(thin.points(), [](const ThinCurve::Point& point) {
-    return milliseconds(point.time) + "," + std::to_string(point.value);
-  });
-}
-
-std::string holdings(const ThinHoldings& thin) {
-  return list(thin.columns(), [](const ThinHoldings::Column& column) {
-    std::string text = "[" + milliseconds(column.time);
-    for (const Span& span : column.held) {
-      text += "," + std::to_string(span.begin) + "," + std::to_string(span.end);
-    }
-    return text + "]";
-  });
-}
-
-std::string connectionData(const Connection& connection) {
-  return "{\"a\":" + milliseconds(connection.begin) +
-         ",\"f\":" + milliseconds(connection.firstByte) + ",\"b\":" + milliseconds(connection.end) +
-         ",\"outcome\":\"" + outcomeName(connection.outcome) +
-         "\",\"range\":" + scriptString(shownRange(connection)) +
-         ",\"status\":" + std::to_string(connection.status) +
-         ",\"got\":" + std::to_string(connection.gotKnown ? connection.got : -1) +
-         ",\"end\":" + scriptString(shownEnd(connection)) + "}";
-}
-
-std::string waitData(const Lane& lane, const Wait& wait) {
-  return "{\"a\":" + milliseconds(wait.begin) + ",\"b\":" + milliseconds(wait.end) +
-         ",\"waited\":" + milliseconds(wait.waited) + ",\"handle\":" + std::to_string(wait.handle) +
-         ",\"at\":" + std::to_string(wait.offset) +
-         ",\"brief\":" + scriptString(whyWaitedShortly(wait)) +
-         ",\"why\":" + scriptString(whyWaited(lane, wait)) + "}";
-}
-
-std::string laneData(const Lane* shown) {
-  const Lane& lane = *shown;
-  std::string text = "{\"name\":" + scriptString(withoutPassword(lane.name())) +
-                     ",\"size\":" + std::to_string(lane.size()) +
-                     ",\"held\":" + holdings(lane.holdings()) + ",\"head\":" + curve(lane.heads());
-  text += ",\"readers\":" + list(lane.readers(), [](const Lane::Reader& reader) {
-            return "{\"handle\":" + std::to_string(reader.handle) +
-                   ",\"p\":" + curve(reader.positions) + "}";
-          });
-  text += ",\"connections\":" + list(lane.connections(), connectionData);
-  text += ",\"waits\":" +
-          list(lane.waits(), [&lane](const Wait& wait) { return waitData(lane, wait); });
-  text += ",\"pauses\":" + list(lane.pauses(), [](const Lane::Pause& pause) {
-            return milliseconds(pause.begin) + "," + milliseconds(pause.end);
-          });
-  text += ",\"events\":" + list(lane.happenings(), [](const Happening& happening) {
-            const std::string times =
-                happening.times > 1 ? " (" + std::to_string(happening.times) + " times)" : "";
-            return "{\"t\":" + milliseconds(happening.time) + ",\"kind\":\"" +
-                   kindName(happening.kind) +
-                   "\",\"text\":" + scriptString(happening.text + times) + "}";
-          });
-  return text + "}";
-}
 
 std::string plural(long long count, const std::string& thing) {
   return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
@@ -207,9 +96,10 @@ std::string waitTable(const Lanes& lanes) {
   for (size_t i = 0; i < std::min(waits.size(), kToldWaits); ++i) {
     const Wait& wait = *waits[i].wait;
     const std::string lane = laneNumber(lanes, waits[i].lane);
-    text += "<tr><td class=\"n\"><button data-a=\"" + milliseconds(wait.begin) + "\" data-b=\"" +
-            milliseconds(wait.end) + "\" data-lane=\"" + lane + "\">" + shownSeconds(wait.waited) +
-            "</button></td>" + numberCell(shownMoment(wait.begin)) + numberCell(lane) +
+    text += "<tr><td class=\"n\"><button data-a=\"" + std::to_string(milliseconds(wait.begin)) +
+            "\" data-b=\"" + std::to_string(milliseconds(wait.end)) + "\" data-lane=\"" + lane +
+            "\">" + shownSeconds(wait.waited) + "</button></td>" +
+            numberCell(shownMoment(wait.begin)) + numberCell(lane) +
             numberCell(std::to_string(wait.handle)) +
             numberCell(wait.offset < 0 ? "?" : std::to_string(wait.offset)) +
             cell(whyWaited(*waits[i].lane, wait)) + "</tr>\n";
@@ -353,9 +243,9 @@ std::string tracePage(const std::string& title, const TraceStory& story,
   page += waitTable(lanes) + connectionTable(lanes) + notes(story, counts);
   page +=
       "<div id=\"tip\" aria-hidden=\"true\" hidden></div>\n<script type=\"application/json\" "
-      "id=\"data\">{\"duration\":" +
-      milliseconds(story.duration()) + ",\"lanes\":" + list(lanes, laneData) +
-      "}</script>\n<script>\n" + kPageProgram + "</script>\n</body>\n</html>\n";
+      "id=\"data\">" +
+      pageData(story.duration(), lanes) + "</script>\n<script>\n" + kPageProgram +
+      "</script>\n</body>\n</html>\n";
   return page;
 }
 

@@ -101,6 +101,17 @@ END
   grep -q '^size *0 bytes' out || fail "$(cat out)"
 }
 
+info_json_is_valid_for_any_name() {
+  local name=$'a "quoted"\\\n\xff<name>'
+  make_file "$name" 10
+  gives 0 "$fluvia" info "$name" --json
+  python3 - "$PWD/" <<'END' || fail "$(cat out)"
+import json, sys
+facts = json.load(open("out", encoding="utf-8"))
+assert facts["source"] == sys.argv[1] + 'a "quoted"\\\n\ufffd<name>', facts
+END
+}
+
 check_passes_and_repeats_a_seed() {
   make_file file 3000000
   gives 0 "$fluvia" check file --count 200 --seed 7 --buffer 64K
