@@ -105,7 +105,8 @@ unsigned int Caller::expected(const Open& file, unsigned int asked) {
       std::min<long long>(asked, std::max(0LL, file.resource->size - file.offset)));
 }
 
-std::string Caller::bytesFault(const Open& file, unsigned int count) const {
+std::string Caller::bytesFault(const Open& file, unsigned int count) {
+  compared += count;
   const long long wrong = support::firstDifference(
       file.resource->base + static_cast<unsigned long long>(file.offset), bytes.data(), count);
   return wrong < 0 ? "" : fault("byte", file, wrong, -1);
@@ -168,11 +169,12 @@ std::string Caller::checkCompletion(Open& file, const Completions::Call& call, u
   return wrong;
 }
 
-std::string runCallers(const CallersPlan& plan, const std::vector<Resource>& resources,
-                       unsigned int seed) {
+CallersResult runCallers(const CallersPlan& plan, const std::vector<Resource>& resources,
+                         unsigned int seed) {
   const int calls = scaled(plan.calls);
   std::vector<std::string> wrong(static_cast<size_t>(plan.threads));
   std::atomic<int> made{0};
+  std::atomic<long long> compared{0};
   Watchdog watchdog(60, [&] { return std::to_string(made) + " calls made"; });
   std::vector<std::thread> threads;
   for (std::string& mine : wrong) {
@@ -183,14 +185,17 @@ std::string runCallers(const CallersPlan& plan, const std::vector<Resource>& res
         mine = caller.step();
         if (++made % 64 == 0) watchdog.at("calls");
       }
+      compared += caller.bytesCompared();
     });
   }
   for (std::thread& thread : threads) thread.join();
-  std::string all;
+  CallersResult result;
+  result.calls = made;
+  result.bytesCompared = compared;
   for (const std::string& fault : wrong) {
-    if (!fault.empty()) all += fault + "\n";
+    if (!fault.empty()) result.wrong += fault + "\n";
   }
-  return all;
+  return result;
 }
 
 }  // namespace support

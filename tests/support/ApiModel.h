@@ -37,6 +37,8 @@ class Caller {
 
   // Makes one random call. Empty, or what went wrong.
   std::string step();
+  // How many bytes that were read have been compared so far.
+  long long bytesCompared() const { return compared; }
 
  private:
   std::string open();
@@ -50,13 +52,14 @@ class Caller {
                               bool mayBeCancelled);
   unsigned int someSize();
   static unsigned int expected(const Open& file, unsigned int asked);
-  std::string bytesFault(const Open& file, unsigned int count) const;
+  std::string bytesFault(const Open& file, unsigned int count);
 
   const std::vector<Resource>& resources;
   const int buffer;
   const bool alone;
   std::mt19937 random;
   std::vector<char> bytes;
+  long long compared = 0;
   std::vector<Open> opened;
   std::vector<std::unique_ptr<Completions>> kept;  // the second call of an abort may come late
 };
@@ -65,16 +68,22 @@ class Caller {
 struct CallersPlan {
   int bufferSize;  // bytes, of every open
   int threads;     // a caller each
-  int calls;       // of each thread
+  int calls;       // of each thread, where FLUVIA_MODEL_FACTOR is not set
   const char* name;
 };
 
 inline void PrintTo(const CallersPlan& plan, std::ostream* out) { *out << plan.name; }
 
-// Carries a plan out. Empty, or what went wrong, a line a caller. Ends the process when no call
-// returns for a minute.
-std::string runCallers(const CallersPlan& plan, const std::vector<Resource>& resources,
-                       unsigned int seed);
+// What callers came to.
+struct CallersResult {
+  std::string wrong;  // empty, or what went wrong, a line a caller
+  int calls = 0;      // of all callers
+  long long bytesCompared = 0;
+};
+
+// Carries a plan out. Ends the process when no call returns for a minute.
+CallersResult runCallers(const CallersPlan& plan, const std::vector<Resource>& resources,
+                         unsigned int seed);
 
 }  // namespace support
 

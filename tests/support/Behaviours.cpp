@@ -285,7 +285,8 @@ Behaviour serveFile(const std::string& path, long long count) {
   };
 }
 
-Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets) {
+Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets,
+                     std::atomic<int>* cut) {
   return [=](Exchange& exchange) {
     std::mt19937 random(seed + static_cast<unsigned int>(exchange.number()));
     const long long some = 1 + static_cast<long long>(random() % 150000);
@@ -296,10 +297,10 @@ Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool
       overDeliver(size)(exchange);
     } else if (drawn == sound + 1) {
       ignoreRanges(size)(exchange);
-    } else if (drawn == sound + 2 && resets) {
-      resetAfter(size, some)(exchange);
     } else {
-      dropAfter(size, some)(exchange);
+      if (cut != nullptr && partOf(exchange.request(), size).count > some) ++*cut;
+      const bool reset = drawn == sound + 2 && resets;
+      (reset ? resetAfter(size, some) : dropAfter(size, some))(exchange);
     }
   };
 }

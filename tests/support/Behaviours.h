@@ -59,8 +59,10 @@ Behaviour stallAndTell(long long size, long long count, std::atomic<bool>* settl
 Behaviour serveFile(const std::string& path, long long count = -1);
 // Each answer drawn anew from seed and number: of eight, so many as sound are as serveRanges, one
 // as overDeliver, one as ignoreRanges, with resets one as resetAfter, and the rest as dropAfter,
-// both of these within 150,000 bytes.
-Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets);
+// both of these within 150,000 bytes. cut, if it is not null, counts the answers that end too early
+// so.
+Behaviour breakOften(long long size, unsigned int seed, unsigned int sound, bool resets,
+                     std::atomic<int>* cut = nullptr);
 // Accepts, reads the request and says nothing.
 Behaviour staySilent();
 
