@@ -15,7 +15,7 @@ class RecordedTasks : public testing::Test {
   struct Call {
     int* arg;
     util::TEngineEvent_E event;
-    bool operator==(const Call& other) const { return arg == other.arg && event == other.event; }
+    bool operator==(const Call& call) const { return arg == call.arg && event == call.event; }
   };
 
   RecordedTasks() {
