@@ -39,7 +39,7 @@ void Histogram::note(Clock::duration duration) {
   // So that the shortest durations have classes, too.
   const uint64_t value = ns + (1 << kFine);
   const unsigned int power = 63 - static_cast<unsigned int>(__builtin_clzll(value));
-  ++(*classesOf(power))[(value >> (power - kFine)) - (1 << kFine)];
+  ++(*classesOf(power))[static_cast<size_t>(value >> (power - kFine)) - (1 << kFine)];
   ++total;
 }
 
