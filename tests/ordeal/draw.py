@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Draws the soak's and the growth's figures.
+"""Draws the soak's, the players' and the growth's figures.
 
-  draw.py soak CSV SVG       memory, descriptors and threads over time
+  draw.py soak CSV SVG       processor, memory, descriptors and threads over time
+  draw.py playing CSV SVG    processor and memory of a player over time, a line a rate
   draw.py growth CSV SVG     microseconds of an operation over the count of what grows
 """
 import csv
@@ -20,8 +21,26 @@ def soak(rows):
     memory = [(a, int(row["memory"]) / 1048576) for a, row in zip(x, rows)]
     counts = {name: [(a, int(row[name])) for a, row in zip(x, rows)]
               for name in ("descriptors", "threads")}
-    return [("Resident memory, MiB", {"memory": memory}, "seconds", False, True),
-            ("Descriptors and threads", counts, "seconds", False, True)]
+    charts = [("Resident memory, MiB", {"memory": memory}, "seconds", False, True),
+              ("Descriptors and threads", counts, "seconds", False, True)]
+    if "processor" in rows[0]:
+        spent = [float(row["processor"]) for row in rows]
+        # Ten seconds a point: players pause and scrub.
+        used = [(x[i], 100 * (spent[i] - spent[i - 10]) / (x[i] - x[i - 10]))
+                for i in range(10, len(rows), 10)]
+        charts.insert(0, ("Processor, % of one", {"processor": used}, "seconds", False, True))
+    return charts
+
+
+def playing(rows):
+    processor, whole, own = {}, {}, {}
+    for row in rows:
+        name, at = row["rate"] + " Mbit/s", float(row["seconds"])
+        processor.setdefault(name, []).append((at, float(row["processor"])))
+        whole.setdefault(name, []).append((at, int(row["memory"]) / 1024))
+        own.setdefault(name + ", not of files", []).append((at, int(row["own"]) / 1024))
+    return [("Processor, %", processor, "seconds", False, True),
+            ("Resident memory, MiB", whole | own, "seconds", False, True)]
 
 
 def growth(rows):
@@ -34,11 +53,12 @@ def growth(rows):
 
 
 def main():
-    if len(sys.argv) != 4 or sys.argv[1] not in ("soak", "growth"):
+    drawn = {"soak": soak, "playing": playing, "growth": growth}
+    if len(sys.argv) != 4 or sys.argv[1] not in drawn:
         sys.exit(__doc__)
     with open(sys.argv[2], newline="", encoding="utf-8") as source:
         rows = list(csv.DictReader(source))
-    charts = soak(rows) if sys.argv[1] == "soak" else growth(rows)
+    charts = drawn[sys.argv[1]](rows)
     sheet = Sheet(LINES_WIDTH, LINES_HEIGHT * len(charts))
     for i, chart in enumerate(charts):
         lines(sheet, i * LINES_HEIGHT, *chart)

@@ -35,8 +35,14 @@ void Interval::leave() {
   changed.notify_all();
 }
 
-Player::Player(const std::vector<Film>* all, Interval* breaks, Counts* what, unsigned int seed)
-    : films(all), interval(breaks), counts(what), random(seed), bytes(200000) {}
+Player::Player(const std::vector<Film>* all, Interval* breaks, Counts* what, unsigned int seed,
+               long long rate)
+    : films(all),
+      interval(breaks),
+      counts(what),
+      bitsPerSecond(rate),
+      random(seed),
+      bytes(200000) {}
 
 std::string Player::play(const std::atomic<bool>* stop) {
   while (!*stop && wrong.empty()) {
@@ -91,8 +97,9 @@ void Player::act() {
       break;
     default:  // watch
       for (int i = 0; i < 25 && film != nullptr; ++i) {
-        if (!read(1000 + static_cast<unsigned int>(random() % 100000))) break;
-        pause(10);
+        const unsigned int count = 1000 + static_cast<unsigned int>(random() % 100000);
+        if (!read(count)) break;
+        pause(bitsPerSecond == 0 ? 10 : static_cast<int>(count * 8000LL / bitsPerSecond));
       }
   }
 }

@@ -49,7 +49,9 @@ class Interval {
 // Empty, or what was wrong. Runs on a thread of its own.
 class Player {
  public:
-  Player(const std::vector<Film>* films, Interval* interval, Counts* counts, unsigned int seed);
+  // rate: the bits a second at which films are watched; 0: almost as fast as they come.
+  Player(const std::vector<Film>* films, Interval* interval, Counts* counts, unsigned int seed,
+         long long rate);
   std::string play(const std::atomic<bool>* stop);
 
  private:
@@ -63,6 +65,7 @@ class Player {
   const std::vector<Film>* const films;
   Interval* const interval;
   Counts* const counts;
+  const long long bitsPerSecond;
   std::mt19937 random;
   std::vector<char> bytes;
   const Film* film = nullptr;

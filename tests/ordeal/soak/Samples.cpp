@@ -1,6 +1,7 @@
 #include "tests/ordeal/soak/Samples.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,9 +11,20 @@
 
 namespace soak {
 
+namespace {
+
+double secondsOf(const struct timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+}  // namespace
+
 Sample takeSample(double seconds) {
   Sample sample;
   sample.seconds = seconds;
+  struct rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+  sample.processor = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
   sample.descriptors = support::descriptorCount();
   sample.threads = support::threadCount();
   long long pages = 0;
@@ -65,11 +77,12 @@ std::string Samples::summary() const {
 bool Samples::write(const std::string& path) const {
   FILE* out = fopen(path.c_str(), "w");
   if (out == nullptr) return false;
-  fprintf(out, "seconds,memory,heap,descriptors,threads,quiet\n");
+  fprintf(out, "seconds,processor,memory,heap,descriptors,threads,quiet\n");
   for (const std::vector<Sample>* samples : {&running, &quiet}) {
     for (const Sample& sample : *samples) {
-      fprintf(out, "%.1f,%lld,%lld,%d,%d,%d\n", sample.seconds, sample.memory, sample.heap,
-              sample.descriptors, sample.threads, samples == &quiet ? 1 : 0);
+      fprintf(out, "%.1f,%.2f,%lld,%lld,%d,%d,%d\n", sample.seconds, sample.processor,
+              sample.memory, sample.heap, sample.descriptors, sample.threads,
+              samples == &quiet ? 1 : 0);
     }
   }
   return fclose(out) == 0;

@@ -9,6 +9,7 @@ namespace soak {
 // What the process holds at a time.
 struct Sample {
   double seconds = 0;
+  double processor = 0;  // seconds of processor time, from the process' start on
   long long memory = 0;  // resident bytes
   long long heap = 0;    // bytes of the heaps that are in use
   int descriptors = 0;
@@ -34,7 +35,8 @@ class Samples {
   // at most 64 KiB more in use than the first time; else what is not so.
   std::string verdict() const;
   std::string summary() const;
-  // Lines "seconds,memory,heap,descriptors,threads,quiet". False when the file cannot be written.
+  // Lines "seconds,processor,memory,heap,descriptors,threads,quiet". False when the file cannot be
+  // written.
   bool write(const std::string& path) const;
 
  private:

@@ -1,4 +1,5 @@
-// Sixteen players with human habits for as long as is wanted.
+// Players with human habits for as long as is wanted: sixteen that watch almost as fast as the
+// films come, unless told otherwise.
 //
 // Before the seconds that count it warms up for five minutes, unless told otherwise: until then the
 // heaps of the C library grow, one a processor. The films are those of the given URLs (of a server
@@ -35,7 +36,6 @@
 
 namespace {
 
-constexpr int kPlayers = 16;
 constexpr int kIntervals = 8;
 constexpr long long kSize = 20000000;
 
@@ -131,6 +131,8 @@ bool report(const std::vector<std::string>& wrong, const soak::Counts& counts,
 struct Options {
   int seconds = 60;
   int warm = 300;
+  int players = 16;
+  long long rate = 0;  // bits a second; 0: almost as fast as the films come
   std::string csv = "soak.csv";
   std::vector<soak::Film> others;
   std::pair<std::string, long long> made;
@@ -138,26 +140,27 @@ struct Options {
 
 int run(const std::vector<soak::Film>& films, const std::string& server, const Options& options) {
   const unsigned int seed = support::seedOr(20261121);
-  printf("%d players, %d s after %d s of warming up, seed %u\n", kPlayers, options.seconds,
+  printf("%d players, %d s after %d s of warming up, seed %u\n", options.players, options.seconds,
          options.warm, seed);
   fflush(stdout);
-  soak::Interval interval(kPlayers);
+  const auto count = static_cast<size_t>(options.players);
+  soak::Interval interval(options.players);
   soak::Counts counts;
   soak::Samples samples(options.seconds);
   std::atomic<bool> stop{false};
   soak::FullPool pool(server);
-  std::vector<std::string> wrong(kPlayers + 1);
-  wrong[kPlayers] = pool.fill();
+  std::vector<std::string> wrong(count + 1);
+  wrong[count] = pool.fill();
   std::vector<std::thread> players;
-  for (unsigned int i = 0; i < kPlayers; ++i) {
+  for (unsigned int i = 0; i < count; ++i) {
     players.emplace_back([&, i] {
-      soak::Player player(&films, &interval, &counts, seed + i);
+      soak::Player player(&films, &interval, &counts, seed + i, options.rate);
       wrong[i] = player.play(&stop);
     });
   }
   std::this_thread::sleep_for(std::chrono::seconds(options.warm));
-  if (wrong[kPlayers].empty()) {
-    wrong[kPlayers] = watch(options.seconds, &interval, &pool, &samples);
+  if (wrong[count].empty()) {
+    wrong[count] = watch(options.seconds, &interval, &pool, &samples);
   }
   stop = true;
   for (std::thread& player : players) player.join();
@@ -172,9 +175,12 @@ void limitHeaps() { mallopt(M_ARENA_MAX, 2 * static_cast<int>(sysconf(_SC_NPROCE
 Options parse(int count, char** words) {
   Options options;
   std::vector<std::pair<std::string, long long>> urls;
-  CLI::App app("Sixteen players with human habits for as long as is wanted.");
+  CLI::App app("Players with human habits for as long as is wanted.");
   app.add_option("--seconds", options.seconds, "Seconds that count")->capture_default_str();
   app.add_option("--warm", options.warm, "Seconds before those")->capture_default_str();
+  app.add_option("--players", options.players)->capture_default_str();
+  app.add_option("--rate", options.rate, "Bits a second; 0: almost as fast as the films come")
+      ->capture_default_str();
   app.add_option("--csv", options.csv, "Where the samples go")->capture_default_str();
   app.add_option("--url", urls, "URL and size of a film of a sound server; may be repeated")
       ->allow_extra_args(false);
