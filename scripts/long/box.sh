@@ -1,16 +1,17 @@
 # shellcheck shell=bash
 # A booted 32-bit ARM system (scripts/arm-box): the C interface's tests and models, servers, files
-# beyond 4 GiB, what user emulation cannot run; stress and players for FLUVIA_BOX_SECONDS each, else
-# ten minutes; a player in less and less memory. Leaves build/box-*.log and build/box/soak.csv.
-BOX_TESTS=(util_tests webs_tests api_tests http_tests process_tests ordeal_stress ordeal_soak)
+# beyond 4 GiB, what user emulation cannot run; stress for FLUVIA_BOX_SECONDS, else ten minutes, players for
+# twice as long; a player in less and less memory; what playing costs. Leaves build/box-*.log, and in
+# build/box soak.csv, playing.csv, playing.json and the pictures box-soak.svg and box-playing.svg.
+BOX_TESTS=(webs_tests api_tests http_tests process_tests exhaustion_tests ordeal_stress ordeal_soak)
 
 make_for_box() {
-  scripts/make-debs armhf &&
-    configure armv7 -DFLUVIA_BENCH=ON && build armv7 --target bench-ours bench-make-file &&
+  scripts/make-debs armhf && scripts/arm-sysroot bench &&
+    configure armv7-bench && build armv7-bench --target bench-{idle,ours,ring,ffmpeg,make-file} &&
     configure armv7-ubsan && build armv7-ubsan --target "${BOX_TESTS[@]}"
 }
 
-# in_box NAME SECONDS PROGRAM [ARGUMENT...]: shows what the program says.
+# in_box NAME SECONDS [options of scripts/arm-box] PROGRAM [ARGUMENT...]: shows what the program says.
 in_box() {
   local log=build/box-$1.log limit=$2
   shift 2
@@ -19,10 +20,18 @@ in_box() {
   return "${PIPESTATUS[0]}"
 }
 
+draw_box() {
+  tests/ordeal/draw.py soak build/box/soak.csv build/box/box-soak.svg &&
+    tests/ordeal/draw.py playing build/box/playing.csv build/box/box-playing.svg
+}
+
 box_seconds=${FLUVIA_BOX_SECONDS:-600}
 check "packages of the box" scripts/install-dependencies box arm
 check "box" scripts/box/make
 check "builds for the box" make_for_box
 check "box: interface, servers" in_box interface 5400 tests/products/box/interface
-check "box: stress, players" in_box ordeal $((box_seconds * 3 + 600)) tests/products/box/ordeal "$box_seconds"
+check "box: stress" in_box stress $((box_seconds * 2 + 600)) tests/products/box/stress "$box_seconds"
+check "box: players" in_box soak $((box_seconds * 4 + 1200)) tests/products/box/soak $((box_seconds * 2))
 check "box: little memory" in_box memory 1800 tests/products/box/memory
+check "box: what playing costs" in_box playing 3600 --steady tests/products/box/playing 5 15
+check "box: pictures" draw_box

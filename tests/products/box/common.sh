@@ -26,12 +26,24 @@ transfers() {
 # tests PROGRAM [FILTER]: of the build with UBSan. None must be none.
 tests() {
   begin "tests: $*"
-  local report=$TMPDIR/$1.xml
+  local name=${1##*/}
+  local report=$TMPDIR/$name.xml
   rm -f "$report"
-  "build/armv7-ubsan/tests/$1" --gtest_brief=1 \
-    --gtest_filter="${2:-*}" --gtest_output="xml:$report" 2>"$TMPDIR/$1.log" || {
-    grep -E "^\[  FAILED|Failure|runtime error" "$TMPDIR/$1.log" | head -n 40
+  timeout --kill-after=10 2400 "build/armv7-ubsan/tests/$1" --gtest_brief=1 \
+    --gtest_filter="${2:-*}" --gtest_output="xml:$report" 2>"$TMPDIR/$name.log" || {
+    echo "$name ended with $?"
+    grep -E "^\[  FAILED|Failure|runtime error" "$TMPDIR/$name.log" | head -n 40
     return 1
   }
   grep -q '<testsuites tests="[1-9]' "$report"
+}
+
+# attempt COMMAND...: goes on after a failure, which bad remembers.
+bad=0
+attempt() {
+  "$@" || {
+    echo "FAILED: $*"
+    # shellcheck disable=SC2034  # whoever sources this looks at it
+    bad=1
+  }
 }
