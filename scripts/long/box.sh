@@ -7,7 +7,7 @@ BOX_TESTS=(webs_tests api_tests http_tests process_tests exhaustion_tests ordeal
 
 make_for_box() {
   scripts/make-debs armhf && scripts/arm-sysroot bench &&
-    configure armv7-bench && build armv7-bench --target bench-{idle,ours,ring,ffmpeg,make-file} &&
+    configure armv7-bench && build armv7-bench --target bench-{idle,ours,ring,ffmpeg,kernel,make-file} &&
     configure armv7-ubsan && build armv7-ubsan --target "${BOX_TESTS[@]}"
 }
 

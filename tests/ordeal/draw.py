@@ -36,6 +36,8 @@ def playing(rows):
     processor, whole, own = {}, {}, {}
     for row in rows:
         name, at = row["rate"] + " Mbit/s", float(row["seconds"])
+        if at < 2:  # the program's own start would dwarf the rest
+            continue
         processor.setdefault(name, []).append((at, float(row["processor"])))
         whole.setdefault(name, []).append((at, int(row["memory"]) / 1024))
         own.setdefault(name + ", not of files", []).append((at, int(row["own"]) / 1024))

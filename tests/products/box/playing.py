@@ -17,7 +17,7 @@ from pathlib import Path
 from statistics import median
 
 PROGRAMS = Path("/root/bin")
-PEERS = {"idle": [], "ours": [], "ring": [], "ffmpeg": ["--mode", "plain"]}
+PEERS = {"idle": [], "ours": [], "ring": [], "ffmpeg": ["--mode", "plain"], "kernel": []}
 RATES = (6, 25)  # Mbit/s
 READ = 32768
 BUFFER = 0x200000
@@ -57,10 +57,10 @@ def minutes(runs, rate, peer):
 
 
 def show_cost(runs):
-    print("| CPU seconds a minute | library | FFmpeg `http:` | ring | of FFmpeg | of the ring |")
-    print("|---|---:|---:|---:|---:|---:|")
+    print("| CPU seconds a minute | library | FFmpeg `http:` | ring | kernel alone | of FFmpeg | of the ring |")
+    print("|---|---:|---:|---:|---:|---:|---:|")
     for rate in RATES:
-        all_of = {peer: minutes(runs, rate, peer) for peer in ("ours", "ffmpeg", "ring")}
+        all_of = {peer: minutes(runs, rate, peer) for peer in ("ours", "ffmpeg", "ring", "kernel")}
         middle = {peer: median(values) for peer, values in all_of.items()}
         cells = [f"{middle[peer]:.3f} ({min(values):.3f} to {max(values):.3f})"
                  for peer, values in all_of.items()]
