@@ -38,6 +38,33 @@ tests() {
   grep -q '<testsuites tests="[1-9]' "$report"
 }
 
+# one_test PROGRAM TEST: shows what it says when it fails.
+one_test() {
+  local log=$TMPDIR/test.$BASHPID code=0
+  timeout --kill-after=10 900 "build/armv7-ubsan/tests/$1" --gtest_brief=1 --gtest_filter="$2" >"$log" 2>&1 ||
+    code=$?
+  if [ "$code" -ne 0 ]; then
+    echo "FAILED ($code): $2"
+    tail -n 30 "$log"
+  fi
+  rm -f "$log"
+  return "$code"
+}
+export -f one_test
+
+# each_test PROGRAM [FILTER]: every test in a process of its own, as on the host; some count on it. Most wait
+# rather than compute: four at a time. None must be none.
+each_test() {
+  begin "each test: $*"
+  local names
+  names=$("build/armv7-ubsan/tests/$1" --gtest_list_tests --gtest_filter="${2:-*}" |
+    awk '/^[^ ]/ {suite = $1} /^ / && (suite $1) !~ /DISABLED_/ {print suite $1}')
+  [ -n "$names" ] || return 1
+  # shellcheck disable=SC2016  # the inner shell expands it
+  xargs -P 4 -I '{}' bash -c 'one_test "$0" "$1"' "$1" '{}' <<<"$names" || return 1
+  echo "$(wc -l <<<"$names") tests of $1 passed"
+}
+
 # attempt COMMAND...: goes on after a failure, which bad remembers.
 bad=0
 attempt() {
