@@ -56,39 +56,8 @@ fail() {
   exit 1
 }
 
-# await SECONDS WHAT COMMAND...: until the command succeeds.
-await() {
-  local tries=$(($1 * 20)) what=$2
-  shift 2
-  until "$@"; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "$what: $(tail -5 errors)"
-  done
-}
-
-# serve FOLDER [LINES]: nginx serves it, with the file cert.pem here over https; it is at $root.
-serve() {
-  local scheme=http lines=${2:-}
-  # shellcheck disable=SC1091  # it is the one of the repository
-  . "$here/../../../scripts/nginx.sh"
-  mkdir nginx
-  if [ -e cert.pem ]; then
-    scheme=https
-    # shellcheck disable=SC2034  # start_nginx reads it
-    NGINX_LISTEN=ssl
-    lines="$lines ssl_certificate $dir/cert.pem; ssl_certificate_key $dir/key.pem;"
-  fi
-  start_nginx "$dir/nginx" "$1" "$lines" || fail "nginx does not start"
-  nginx_id=$NGINX_PID
-  root=$scheme://127.0.0.1:$NGINX_PORT/
-}
-
-stop_serving() {
-  kill "$nginx_id"
-  wait "$nginx_id" || true
-  nginx_id=""
-}
+# shellcheck source=/dev/null
+. "$here/served.sh"
 
 # serve_with_faults [options of media-server]: the folder of all kinds, at $root.
 serve_with_faults() {
@@ -133,27 +102,17 @@ same_frames() {
   cmp got expected || fail "$list: other frames than from the files"
 }
 
-# only_ours REQUESTS: so many at least came, and all of them from the library as it was set.
-only_ours() {
-  stop_serving
-  [ "$(wc -l <nginx/access.log)" -ge "$1" ] || fail "too few requests: $(cat nginx/access.log)"
-  awk -F'"' -v agent="$agent" '$6 != agent' nginx/access.log >others
-  [ ! -s others ] || fail "not by the library: $(head -3 others)"
-}
-
 kind() {
-  serve "$media"
+  serve_folder "$media"
   same_frames "$1"
-  only_ours 2
+  check_agents 2
 }
 
 https() {
-  openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 2 -subj /CN=127.0.0.1 \
-    -addext subjectAltName=IP:127.0.0.1 2>openssl.log || fail "no certificate: $(cat openssl.log)"
-  ca=$dir/cert.pem
-  serve "$media"
+  make_certificate
+  serve_folder "$media"
   same_frames fmp4
-  only_ours 12
+  check_agents 12
 }
 
 drops() {
@@ -169,30 +128,21 @@ faults() {
   for each in ts aes fmp4 bytes dash; do same_frames "$each"; done
 }
 
-# The process of nginx that answers has sent so many bytes.
-has_sent() {
-  local worker
-  read -r worker <"/proc/$nginx_id/task/$nginx_id/children" || true
-  [ "$(sed -n 's/^wchar: //p' "/proc/$worker/io")" -gt "$1" ]
-}
-
 restart() {
   local player code=0
-  serve "$media" "limit_rate 400k;"
+  serve_folder "$media" "limit_rate 400k;"
   local_frames ts/film.m3u8
   frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --user-agent "$agent" \
     "fluvia+${root}ts/film.m3u8" >got 2>errors &
   player=$!
   await 60 "it does not begin" has_sent 900000
-  stop_serving
+  stop_nginx
   await 60 "it does not notice" grep -q "trying again" errors
-  nginx -p "$dir/nginx" -e "$dir/nginx/error.log" -c "$dir/nginx/nginx.conf" 2>nginx.out &
-  nginx_id=$!
-  await_port "$NGINX_PORT" "$nginx_id" || fail "nginx does not come back: $(cat nginx.out)"
+  restart_nginx
   wait "$player" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
   cmp got expected || fail "other frames than from the files"
-  only_ours 11
+  check_agents 11
 }
 
 # lengthen RATE: a link of that many bytes a second leads to the server; another rate is written to 5.
@@ -222,7 +172,7 @@ rates() {
     local_frames "rates/rate$rate.m3u8"
     grep '^video ' expected >"expected.$rate"
   done
-  serve "$media"
+  serve_folder "$media"
   lengthen 100000
   frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --user-agent "$agent" \
     "fluvia+${root}rates/master.m3u8" >got 2>errors &
@@ -240,42 +190,35 @@ rates() {
     END { exit bad }' all >wrong || fail "$(head -3 wrong)"
   rates_of_log >had
   [ "$(cut -d ' ' -f 1 had | sort -u | wc -l)" -ge 2 ] || fail "the rate never changed: $(cat had)"
-  only_ours 12
+  check_agents 12
 }
 
 # live PIECES [options of live_hls.py]: plays a live stream to its end. The pictures are those of the
 # film, of so many pieces at least, but for the last piece: the demuxer of GStreamer leaves that out.
 live() {
-  local pieces=$1 line
+  local pieces=$1
   shift
   local_frames ts/film.m3u8
-  mkdir www
-  mkfifo began
-  python3 "$here/live_hls.py" "$media/ts/film.m3u8" www "$@" >began &
-  live_id=$!
-  exec 3<began
-  read -r -t 60 line <&3 || fail "the live stream does not begin"
-  [ "$line" = live ] || fail "the live stream says: $line"
-  serve "$dir/www"
+  begin_live "$media/ts/film.m3u8" "$@"
   ours "${root}live.m3u8"
   sed -n 's/^video .* //p' got >played
   case "$*" in *--rounds*) cat expected expected ;; *) cat expected ;; esac | sed -n 's/^video .* //p' >whole
   [ "$(wc -l <played)" -ge $((50 * pieces)) ] || fail "only $(wc -l <played) pictures"
   cmp played <(head -n -50 whole | tail -n "$(wc -l <played)") || fail "other pictures"
-  only_ours $((pieces + 2))
+  check_agents $((pieces + 2))
 }
 
 # The library is the source of all http here, since its rank is the highest.
 absolute() {
   mkdir www
   cp -r "$media/ts" www
-  serve "$dir/www"
+  serve_folder "$dir/www"
   sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >www/absolute.m3u8
   local_frames ts/film.m3u8
   frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" --prefer \
     --user-agent "$agent" "${root}absolute.m3u8" >got 2>errors || fail "$(tail -5 errors)"
   cmp got expected || fail "other frames than from the files"
-  only_ours 11
+  check_agents 11
 }
 
 test=${name#gst_adaptive_}

@@ -63,16 +63,13 @@ cleanup() {
 trap cleanup EXIT
 cd "$dir"
 
-# The process of nginx that answers.
-nginx_worker() {
-  read -r worker <"/proc/$nginx_id/task/$nginx_id/children"
-  echo "$worker"
-}
-
 fail() {
   echo "$name: $*" >&2
   exit 1
 }
+
+# shellcheck source=/dev/null
+. "$here/served.sh"
 
 # serve [options of media-server]: serves the media; its address is in $served.
 serve() {
@@ -281,9 +278,6 @@ byte_seeks() {
 # play_with_outage PLAYER: plays the film from nginx, which sends it slowly, into the file got. Comes
 # back when the player is in the middle of it; it is $player_id then.
 play_with_outage() {
-  local tries=1200
-  # shellcheck disable=SC1091  # it is the one of the repository
-  . "$here/../../../scripts/nginx.sh"
   mkdir nginx www
   cp "$media/film.mp4" www
   start_nginx "$dir/nginx" "$dir/www" "limit_rate 400k;" || fail "nginx does not start"
@@ -296,50 +290,13 @@ play_with_outage() {
   esac
   player_id=$!
   # A connection has sent a third of it.
-  until [ "$(sed -n 's/^wchar: //p' "/proc/$(nginx_worker)/io")" -gt 900000 ]; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "it does not begin: $(cat errors)"
-  done
-}
-
-# serve_folder FOLDER [LINES]: nginx serves it; with the file cert.pem here over https.
-serve_folder() {
-  local scheme=http lines=${2:-}
-  # shellcheck disable=SC1091  # it is the one of the repository
-  . "$here/../../../scripts/nginx.sh"
-  mkdir nginx
-  if [ -e cert.pem ]; then
-    scheme=https
-    # shellcheck disable=SC2034  # start_nginx reads it
-    NGINX_LISTEN=ssl
-    lines="$lines ssl_certificate $dir/cert.pem; ssl_certificate_key $dir/key.pem;"
-  fi
-  start_nginx "$dir/nginx" "$1" "$lines" || fail "nginx does not start"
-  nginx_id=$NGINX_PID
-  root=$scheme://127.0.0.1:$NGINX_PORT/
-}
-
-make_certificate() {
-  openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 2 -subj /CN=127.0.0.1 \
-    -addext subjectAltName=IP:127.0.0.1 2>openssl.log || fail "no certificate: $(cat openssl.log)"
-  ca=$dir/cert.pem
+  await 60 "it does not begin" has_sent 900000
 }
 
 # hls_frames KIND REFERENCE: the frames of the playlist in $root are those of that reference.
 hls_frames() {
   frames ffmpeg "$root$1" --user-agent "$agent" >got 2>errors || fail "$1: $(tail -5 errors)"
   cmp got "$reference/ffmpeg.hls.$2" || fail "$1: other frames than from the files"
-}
-
-# Ends nginx and looks at its log: whatever was asked for, the library has.
-check_agents() {
-  local requests
-  stop_nginx
-  requests=$(wc -l <nginx/access.log)
-  [ "$requests" -ge "$1" ] || fail "only $requests requests, not $1"
-  awk -F'"' -v agent="$agent" '$6 != agent' nginx/access.log >others
-  [ ! -s others ] || fail "not by the library: $(head -3 others)"
 }
 
 # hls_over WAY
@@ -412,21 +369,13 @@ ffmpeg_hls_faults() {
 
 # nginx is gone until the player has noticed, in the middle of a piece.
 ffmpeg_hls_restart() {
-  local tries=1200 code=0
+  local code=0
   serve_folder "$media/hls" "limit_rate 400k;"
   frames ffmpeg "${root}ts/film.m3u8" --user-agent "$agent" >got 2>errors &
   player_id=$!
-  until [ "$(sed -n 's/^wchar: //p' "/proc/$(nginx_worker)/io")" -gt 900000 ]; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "it does not begin: $(cat errors)"
-  done
+  await 60 "it does not begin" has_sent 900000
   stop_nginx
-  until grep -q "trying again" errors; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "it does not notice: $(cat errors)"
-  done
+  await 60 "it does not notice" grep -q "trying again" errors
   restart_nginx
   wait "$player_id" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
@@ -434,14 +383,9 @@ ffmpeg_hls_restart() {
   check_agents 11
 }
 
-# await_rate N: until the player has chosen that rate.
-await_rate() {
-  local tries=1200
-  until [ "$(sed -n 's/^rate //p' errors | tail -1)" = "$1" ]; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "it does not choose rate $1: $(cat errors)"
-  done
+# has_chosen N: whether the player takes that rate.
+has_chosen() {
+  [ "$(sed -n 's/^rate //p' errors | tail -1)" = "$1" ]
 }
 
 # A player that takes the rate that the line suffices for, while that becomes slow and fast again.
@@ -452,13 +396,13 @@ ffmpeg_hls_rates() {
   lengthen 20 1500000
   frames ffmpeg "$served/rates/master.m3u8" --user-agent "$agent" --adapt >got 2>errors &
   player_id=$!
-  await_rate 2
+  await 60 "it does not choose rate 2" has_chosen 2
   echo 100000 >&5
-  await_rate 0
+  await 60 "it does not choose rate 0" has_chosen 0
   echo 1500000 >&5
   wait "$player_id" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
-  await_rate 2
+  await 60 "it does not choose rate 2" has_chosen 2
   # Of the group of pictures in which it takes up a rate again FFmpeg's demuxer leaves some bytes out,
   # over its own http too; and the sound of a decoder that begins anew is another one at first.
   grep ^video got >shown
@@ -484,25 +428,12 @@ ffmpeg_hls_missing() {
   [ "$(pictures got | wc -l)" -eq 450 ] || fail "not 450 pictures but $(pictures got | wc -l)"
 }
 
-# begin_live [options of live_hls.py]: a live stream of ts/ in www/.
-begin_live() {
-  local line
-  mkdir www
-  mkfifo began
-  python3 "$here/live_hls.py" "$media/hls/ts/film.m3u8" www "$@" >began &
-  live_id=$!
-  exec 3<began
-  read -r -t 60 line <&3 || fail "the live stream does not begin"
-  [ "$line" = live ] || fail "the live stream says: $line"
-  serve_folder "$dir/www" "limit_rate ${live_rate:-0};"
-}
-
 # hls_live PIECES [options]: plays to the end; the pictures are the last ones of the stream, so many
 # pieces at least. The sound has no gap; what a decoder makes of it depends on where it began.
 hls_live() {
   local pieces=$1 rounds=1 at
   shift
-  begin_live "$@"
+  begin_live "$media/hls/ts/film.m3u8" "$@"
   case "$*" in *--rounds*) rounds=${!#} ;; esac
   frames ffmpeg "${root}live.m3u8" --user-agent "$agent" >got 2>errors || fail "$(tail -5 errors)"
   for ((at = 0; at < rounds; at++)); do cat "$reference/ffmpeg.hls.ts"; done >whole
@@ -518,7 +449,7 @@ hls_live() {
 # of the stream, and in its order.
 ffmpeg_hls_live_late() {
   local code=0
-  live_rate=60k begin_live
+  live_rate=60k begin_live "$media/hls/ts/film.m3u8"
   frames ffmpeg "${root}live.m3u8" --user-agent "$agent" >got 2>errors || code=$?
   [ "$code" -eq 0 ] || grep -q "is missing" errors || fail "exit code $code: $(tail -5 errors)"
   pictures got >played
@@ -529,19 +460,6 @@ ffmpeg_hls_live_late() {
     { if (next_at < last && want[next_at + 1] == $0) next_at++ }
     END { exit next_at != last }' played whole || fail "other pictures, or in another order"
   check_agents 4
-}
-
-stop_nginx() {
-  kill "$nginx_id"
-  wait "$nginx_id" || true
-  nginx_id=""
-}
-
-# restart_nginx: where it was, with its configuration as it is now.
-restart_nginx() {
-  nginx -p "$dir/nginx" -e "$dir/nginx/error.log" -c "$dir/nginx/nginx.conf" 2>nginx.out &
-  nginx_id=$!
-  await_port "$NGINX_PORT" "$nginx_id" || fail "nginx does not come back: $(cat nginx.out)"
 }
 
 # outage PLAYER away|busy|silent SECONDS
@@ -612,17 +530,13 @@ serve_faulty() {
 
 # Ctrl-C while a read waits for a silent server: the library would wait ten seconds, the source a minute.
 mount_ends_at_once() {
-  local tries=1200 reader code=0 began
+  local reader code=0 began
   serve_faulty
   everything=stalls mount_media
   dd if=mnt/stalls of=/dev/null bs=300000 count=1 2>reader.err &
   reader=$!
   # It is in its read (0) of the file that it has opened as 0.
-  until grep -q '^0 0x0 ' "/proc/$reader/syscall"; do
-    sleep 0.05
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || fail "no read begins"
-  done
+  await 60 "no read begins" grep -q '^0 0x0 ' "/proc/$reader/syscall"
   began=$(date +%s%N)
   kill -INT "$mount_id"
   wait "$mount_id" || code=$?

@@ -1,0 +1,83 @@
+# shellcheck shell=bash disable=SC2034,SC2154  # variables of the test's
+# A server of the tests with players: nginx, what it has sent, and who asked it; to be sourced in a folder
+# of the test's own ($dir), after fail(). $here is this folder, $agent what the library calls itself.
+# shellcheck disable=SC1091  # it is the one of the repository
+. "$here/../../../scripts/nginx.sh"
+
+# await SECONDS WHAT COMMAND...: until the command succeeds.
+await() {
+  local tries=$(($1 * 20)) what=$2
+  shift 2
+  until "$@"; do
+    sleep 0.05
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || fail "$what: $(tail -5 errors 2>&1)"
+  done
+}
+
+# The process of nginx that answers.
+nginx_worker() {
+  read -r worker <"/proc/$nginx_id/task/$nginx_id/children"
+  echo "$worker"
+}
+
+# has_sent BYTES: whether the process of nginx that answers has sent so many.
+has_sent() {
+  [ "$(sed -n 's/^wchar: //p' "/proc/$(nginx_worker)/io")" -gt "$1" ]
+}
+
+# serve_folder FOLDER [LINES]: nginx serves it; with the file cert.pem here over https. It is at $root.
+serve_folder() {
+  local scheme=http lines=${2:-}
+  mkdir nginx
+  if [ -e cert.pem ]; then
+    scheme=https
+    NGINX_LISTEN=ssl
+    lines="$lines ssl_certificate $dir/cert.pem; ssl_certificate_key $dir/key.pem;"
+  fi
+  start_nginx "$dir/nginx" "$1" "$lines" || fail "nginx does not start"
+  nginx_id=$NGINX_PID
+  root=$scheme://127.0.0.1:$NGINX_PORT/
+}
+
+make_certificate() {
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 2 -subj /CN=127.0.0.1 \
+    -addext subjectAltName=IP:127.0.0.1 2>openssl.log || fail "no certificate: $(cat openssl.log)"
+  ca=$dir/cert.pem
+}
+
+stop_nginx() {
+  kill "$nginx_id"
+  wait "$nginx_id" || true
+  nginx_id=""
+}
+
+# restart_nginx: where it was, with its configuration as it is now.
+restart_nginx() {
+  nginx -p "$dir/nginx" -e "$dir/nginx/error.log" -c "$dir/nginx/nginx.conf" 2>nginx.out &
+  nginx_id=$!
+  await_port "$NGINX_PORT" "$nginx_id" || fail "nginx does not come back: $(cat nginx.out)"
+}
+
+# Ends nginx and looks at its log: whatever was asked for, the library has.
+check_agents() {
+  local requests
+  stop_nginx
+  requests=$(wc -l <nginx/access.log)
+  [ "$requests" -ge "$1" ] || fail "only $requests requests, not $1"
+  awk -F'"' -v agent="$agent" '$6 != agent' nginx/access.log >others
+  [ ! -s others ] || fail "not by the library: $(head -3 others)"
+}
+
+# begin_live PLAYLIST [options of live_hls.py]: a live stream of it in www/, at $live_rate bytes a second.
+begin_live() {
+  local line
+  mkdir www
+  mkfifo began
+  python3 "$here/live_hls.py" "$1" www "${@:2}" >began &
+  live_id=$!
+  exec 3<began
+  read -r -t 60 line <&3 || fail "the live stream does not begin"
+  [ "$line" = live ] || fail "the live stream says: $line"
+  serve_folder "$dir/www" "limit_rate ${live_rate:-0};"
+}
