@@ -36,14 +36,13 @@ class KernelSource : public bench::Source {
   }
   long long read(char*, size_t size) override {
     const long long end = std::min(resourceSize, position + static_cast<long long>(size));
-    while (received < resourceSize && received < end + ahead - burst) {
-      const long long goal = std::min(resourceSize, end + ahead);
-      while (received < goal) {
-        const ssize_t got = recv(connection, memory.data(),
-                                 std::min(memory.size(), static_cast<size_t>(goal - received)), 0);
-        if (got <= 0) return -1;
-        received += got;
-      }
+    // Once less than the rest of the buffer is ahead, all of it is filled again.
+    const long long goal = received < end + ahead - burst ? end + ahead : received;
+    while (received < std::min(resourceSize, goal)) {
+      const size_t room = static_cast<size_t>(std::min(resourceSize, goal) - received);
+      const ssize_t got = recv(connection, memory.data(), std::min(memory.size(), room), 0);
+      if (got <= 0) return -1;
+      received += got;
     }
     const long long count = end - position;
     position = end;
