@@ -25,6 +25,13 @@ bool isBlocked(const CapturedStderr& log) {
   return eventually([&] { return log.has("startStreaming: Open file fail"); });
 }
 
+bool hasBegun(const CapturedStderr& steps, int handle) {
+  return eventually([&] {
+    return steps.has("x_fluvia_file_read: befor x_fluvia_file_read(handle: " +
+                     std::to_string(handle) + ", size: 1)");
+  });
+}
+
 BackgroundRead::BackgroundRead(int handle)
     : thread([this, handle] {
         char byte = 0;

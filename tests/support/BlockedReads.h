@@ -21,6 +21,10 @@ int openBlocked(const TemporaryFolder& folder, const std::string& name);
 // Waits until the first read of such a handle waits; log was made before it, at level 0 or above.
 bool isBlocked(const CapturedStderr& log);
 
+// Waits until a read of one byte of the handle has begun; steps was made before it, at level 1 or
+// above.
+bool hasBegun(const CapturedStderr& steps, int handle);
+
 // Reads one byte of a handle on a thread of its own, which the destructor joins.
 class BackgroundRead {
  public:
