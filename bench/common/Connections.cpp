@@ -12,7 +12,7 @@ namespace bench {
 
 namespace {
 
-// False when the descriptor is no TCP connection that is open.
+// Returns false if the descriptor is not an open TCP connection.
 bool inform(int descriptor, struct tcp_info* info) {
   socklen_t size = sizeof *info;
   return getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, info, &size) == 0 &&

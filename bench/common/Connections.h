@@ -7,13 +7,13 @@
 
 namespace bench {
 
-// The TCP connections of this process, whoever in it has opened them, as the kernel sees them.
+// The kernel's view of all TCP connections of this process.
 //
 // Threads: one.
 class Connections {
  public:
-  // For how many milliseconds nothing has come on the open connection that was silent longest; -1
-  // where there is none. New connections are noticed once a second.
+  // Returns for how many milliseconds the open connection that was silent longest has received
+  // nothing; -1 without a connection. New connections are noticed once a second.
   long long longestSilence(Clock::time_point now);
 
  private:

@@ -10,8 +10,8 @@
 
 namespace bench {
 
-// A buffer queue that one thread both fills and reads, so that nobody waits and nothing is left to
-// chance: what is counted is the path of the bytes alone.
+// A buffer queue that one thread both fills and reads. No thread waits and every run is the same,
+// so that only the path of the bytes is counted.
 //
 // Threads: one; others belong to the queue and sleep.
 class OneThreadQueue {
@@ -25,7 +25,7 @@ class OneThreadQueue {
   OneThreadQueue(const OneThreadQueue&) = delete;
   OneThreadQueue& operator=(const OneThreadQueue&) = delete;
 
-  // Lets the first read ask for a connection. False when it fails.
+  // Makes the first read request a connection. Returns false if it fails.
   bool start() {
     if (!queue.initialize(&producer)) return false;
     bool good = false;
@@ -36,10 +36,10 @@ class OneThreadQueue {
     return good && stored && rightBlock();
   }
 
-  // One block in by chunks, and out by reads, of that many bytes, which divide a block. False when
-  // the queue did not take or give them.
+  // Writes one block in chunks and reads it in reads of that many bytes, which divide a block.
+  // Returns false if the queue did not take or return them.
   bool pass(unsigned int chunk, unsigned int read) { return fillBlock(chunk) && readBlock(read); }
-  // Whether the last block came out as it went in.
+  // True if the last block was read as it was written.
   bool rightBlock() const { return memcmp(in.data(), out.data(), kBlock) == 0; }
 
  private:

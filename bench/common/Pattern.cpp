@@ -35,8 +35,8 @@ unsigned char stampByte(uint64_t stamp, size_t at) {
   return static_cast<unsigned char>(stamp >> (8 * (at % sizeof stamp)));
 }
 
-// Whether [at, at + size) of a page with that stamp is in data; no early way out, so that the
-// compiler makes wide comparisons of it.
+// True if data is [at, at + size) of a page with that stamp. Has no early return, so that the
+// compiler uses wide comparisons.
 bool same(const unsigned char* expected, size_t at, uint64_t stamp, const unsigned char* data,
           size_t size) {
   uint64_t wrong = 0;

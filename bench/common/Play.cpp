@@ -1,4 +1,4 @@
-// A player's pace: a read every so many microseconds, and what is there besides: bytes held ahead,
+// Reads at a player's pace, one read every so many microseconds. Samples the bytes buffered ahead
 // and the silence of the connection.
 #include <time.h>
 
@@ -17,18 +17,18 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr microseconds kLate = milliseconds(20);
-// How often is looked at what is held ahead and at the connections, at most.
+// Shortest time between two samples of the bytes ahead and of the connections.
 constexpr milliseconds kLook(10);
-// The part of the seconds in which that is done, after those that are counted.
+// Samples are taken after the counted seconds, for this part of them.
 constexpr int kWatchedShare = 3;
 
-// The pace of a player, by the clock: a read that was late is made up for.
+// The pace of a player, by the clock: after a late read the next ones catch up.
 class Pace {
  public:
   Pace(long long bitsPerSecond, size_t size)
       : between(static_cast<double>(size) * 8e9 / static_cast<double>(bitsPerSecond)) {}
 
-  // Sleeps until the next read is due, unless it is.
+  // Sleeps until the next read is due. Returns at once if it already is.
   void await() {
     const auto due = begun + std::chrono::duration_cast<Clock::duration>(
                                  std::chrono::duration<double, std::nano>(between * number++));
@@ -52,7 +52,7 @@ class Pace {
   double number = 0;
 };
 
-// What is held ahead after reads, and how long connections were silent.
+// The bytes buffered ahead after reads, and how long connections were silent.
 class Watch {
  public:
   explicit Watch(Source* watched) : source(watched) {}
@@ -88,7 +88,7 @@ class Watch {
 
 struct Part {
   int seconds;
-  Watch* watch;  // null: nobody looks
+  Watch* watch;  // null: no samples
   long sleeps = 0;
   long late = 0;
 };
@@ -124,7 +124,7 @@ bool play(const Options& options, SourceMaker make, Outcome* outcome) {
   outcome->measurement.start();
   done = done && playPart(options, &reader, &counted);
   outcome->measurement.stop();
-  // What is looked at then would cost as much as some peers' reads.
+  // The samples cost as much as the reads of some peers.
   Watch watch(reader.source());
   Part watched{std::max(1, options.seconds / kWatchedShare), &watch};
   done = done && playPart(options, &reader, &watched);

@@ -9,7 +9,7 @@
 namespace bench {
 
 namespace {
-// Of so many reads one is compared where that is to cost little.
+// Where the comparison must cost little, one of this many reads is compared.
 constexpr unsigned int kCompared = 32;
 }  // namespace
 

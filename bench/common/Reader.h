@@ -18,14 +18,13 @@ class Reader {
   Reader(const Options& options, std::unique_ptr<Source> source);
 
   bool open(const std::string& url);
-  // Reads [position, position + size), or up to the end; false when something is wrong, which has
-  // then been printed. The time of the read alone is noted, with the seek before it if there was
-  // one.
+  // Reads [position, position + size), or up to the end. Returns false after an error, which it has
+  // printed. Notes only the time of the read, with the seek before it if there was one.
   bool read(size_t size);
   // As read(), but its time is not one of the operations'.
   bool readAside(size_t size);
-  // As read(), but the bytes are compared only now and then: the comparison would be a good part of
-  // what a player costs.
+  // As read(), but compares the bytes only now and then: the comparison would be a large part of
+  // the cost of a player.
   bool readLightly(size_t size);
   bool seek(long long offset);
   bool atEnd() const { return position >= options.size; }

@@ -11,7 +11,7 @@ namespace bench {
 
 namespace {
 
-// Where readers meet. A reader that ends takes part no longer.
+// A barrier for readers. A reader that ends leaves it.
 class Meeting {
  public:
   explicit Meeting(int count) : expected(count) {}

@@ -9,15 +9,15 @@
 
 namespace bench {
 
-// A producer that sends nothing by itself: whoever measures calls the queue's streamIn() with the
-// version that it was started with, so that one thread does all that is measured.
+// A producer that sends nothing by itself: the measuring thread calls the queue's streamIn() with
+// the version of the start. So one thread does all the measured work.
 //
 // Threads: as its base class says; awaitStart() from any.
 class ScriptedProducer : public util::BufferQueueProducer {
  public:
   explicit ScriptedProducer(long long bytes) : size(bytes) {}
 
-  // The version of the connection that was asked for, once one was.
+  // Waits for the request of a connection. Returns its version.
   int awaitStart() {
     std::unique_lock<std::mutex> guard(lock);
     changed.wait(guard, [this] { return started; });

@@ -10,16 +10,16 @@ namespace bench {
 namespace {
 
 constexpr int kHeld = 1024 * 1024;
-// For the peer to come to rest in its wait; what is measured begins after it.
+// Time for the peer to reach its wait; the measurement begins after it.
 constexpr std::chrono::milliseconds kSettle(200);
 
-// A read past what the server sends, on a thread of its own.
+// A read past the bytes that the server sends, on a thread of its own.
 class WaitingRead {
  public:
   explicit WaitingRead(Source* source) : buffer(32768) {
     thread = std::thread([this, source] {
-      // What the server sent before it fell silent may be more than was asked for; none of this is
-      // looked at.
+      // The server may have sent more than was requested before it fell silent. These bytes are not
+      // checked.
       while (source->read(buffer.data(), buffer.size()) == static_cast<long long>(buffer.size())) {
       }
     });
@@ -31,7 +31,7 @@ class WaitingRead {
   std::thread thread;
 };
 
-// From the call until it has returned, and the read with it.
+// The time from the call until both the call and the read have returned.
 void close(Source* source, Histogram* times) {
   WaitingRead waiting(source);
   std::this_thread::sleep_for(kSettle);

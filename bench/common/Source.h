@@ -10,29 +10,30 @@ namespace bench {
 
 // A resource as one peer reads it.
 //
-// Threads:   one, but abort() from any, and close() too where closesWhileReading() says so.
+// Threads:   one; abort() from any, and close() too if closesWhileReading().
 // Ownership: close() before destruction.
 class Source {
  public:
   virtual ~Source() = default;
-  // url is that of the options or a variant of it. False when it cannot be opened.
+  // url is that of the options or a variant of it. Returns false if it cannot be opened.
   virtual bool open(const Options& options, const std::string& url) = 0;
-  // Waits for size bytes. Fewer only at the end; negative when it fails or was aborted.
+  // Waits for size bytes. Returns fewer only at the end, and a negative value if it fails or was
+  // aborted.
   virtual long long read(char* buffer, size_t size) = 0;
-  // Where the next read begins, at most at the end. May wait. False when it fails.
+  // Sets where the next read begins, at most at the end. May wait. Returns false if it fails.
   virtual bool seek(long long offset) = 0;
-  // Makes a read that waits return, soon.
+  // Makes a waiting read return within moments.
   virtual void abort() = 0;
   virtual void close() = 0;
   virtual bool closesWhileReading() const { return false; }
-  // Bytes held ahead of the next read; -1 where the peer does not tell.
+  // Returns the bytes buffered ahead of the next read; -1 if the peer does not report them.
   virtual long long buffered() { return -1; }
-  // False for one that stands for no peer: what it reads is nothing.
+  // False for a source that is no peer: its reads deliver no bytes.
   virtual bool givesBytes() const { return true; }
 };
 
-// Runs the workload that the command line asks for and prints its figures; main() of every driver.
-// make gives a source that is not open, or null for a mode it does not know. Returns the exit code.
+// Runs the workload of the command line and prints its figures; main() of every driver. make
+// returns a source that is not open, or null for an unknown mode. Returns the exit code.
 using SourceMaker = std::unique_ptr<Source> (*)(const Options&);
 int runDriver(int argc, char** argv, SourceMaker make);
 

@@ -12,7 +12,7 @@ double seconds(const struct timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-// KiB. Not ru_maxrss, which begins with what the process was forked from.
+// KiB. Not ru_maxrss, which begins with the value of the parent process.
 long peakMemory() {
   FILE* file = fopen("/proc/self/status", "re");
   if (file == nullptr) return -1;
@@ -36,7 +36,7 @@ void Histogram::note(Clock::duration duration) {
   const auto ns =
       static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(duration).count());
   longestNs = std::max(longestNs, ns);
-  // So that the shortest durations have classes, too.
+  // Gives the shortest durations classes, too.
   const uint64_t value = ns + (1 << kFine);
   const unsigned int power = 63 - static_cast<unsigned int>(__builtin_clzll(value));
   ++(*classesOf(power))[static_cast<size_t>(value >> (power - kFine)) - (1 << kFine)];

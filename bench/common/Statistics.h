@@ -13,15 +13,16 @@ namespace bench {
 
 using Clock = std::chrono::steady_clock;
 
-// Durations of operations, in classes of at most 1/256 of their length, so that millions of
-// them take no memory that would be mistaken for a peer's.
+// Durations of operations, in classes of at most 1/256 of their length. Millions of them take so
+// little memory that it does not distort a peer's figure.
 //
 // Threads: one; add() of others' histograms when they are done.
 class Histogram {
  public:
   void note(Clock::duration duration);
   void add(const Histogram& other);
-  // The upper end of the class that the share (0 to 1) of the operations lies below, microseconds.
+  // Returns the upper end of the class below which that share (0 to 1) of the operations lies, in
+  // microseconds.
   double quantile(double share) const;
   double longest() const { return static_cast<double>(longestNs) / 1000.0; }
   uint64_t count() const { return total; }
@@ -31,7 +32,7 @@ class Histogram {
   using Classes = std::array<uint32_t, 1 << kFine>;
   Classes* classesOf(size_t power);
 
-  // By the power of two that a duration is in; null where there was none.
+  // Indexed by the power of two of the duration; null for an unused one.
   std::array<std::unique_ptr<Classes>, 64> powers;
   uint64_t total = 0;
   uint64_t longestNs = 0;
@@ -42,7 +43,7 @@ class Histogram {
 // Threads: one.
 class Measurement {
  public:
-  // Begins, or begins anew.
+  // Starts, or restarts.
   void start();
   // The first stop after a start counts.
   void stop();

@@ -33,8 +33,8 @@ bool randomSeeks(const Options& options, Reader* reader) {
   return true;
 }
 
-// A reader that goes on by 32 KiB between operations; each operation: a seek back by up to 1 MiB
-// from there and a read.
+// A reader advances by 32 KiB between operations; each operation: a seek back by up to 1 MiB from
+// there and a read.
 bool backwardSeeks(const Options& options, Reader* reader) {
   std::mt19937_64 engine(options.seed);
   std::uniform_int_distribution<long long> distances(options.read, kMiB);
@@ -51,7 +51,7 @@ bool backwardSeeks(const Options& options, Reader* reader) {
   return true;
 }
 
-// Each operation: read 16 KiB, having skipped 48 KiB.
+// Each operation: skip 48 KiB and read 16 KiB.
 bool readAndSkip(const Options& options, Reader* reader) {
   long long at = 0;
   for (int i = 0; i < options.count && at + 16 * kKiB <= options.size; ++i, at += 64 * kKiB) {

@@ -8,18 +8,18 @@
 
 namespace bench {
 
-// What a workload came to.
+// The result of a workload.
 struct Outcome {
   Histogram operations;
   long long bytes = 0;
-  // Runs from before the workload until after it, unless that starts and stops it itself.
+  // Runs from before the workload until after it, unless the workload starts and stops it.
   Measurement measurement;
   std::string more;  // further figures, for Measurement::print()
 };
 
-// A workload: false when something failed, which has then been printed.
+// A workload. Returns false after an error, which it has printed.
 using Workload = bool (*)(const Options&, SourceMaker, Outcome*);
-// Null for a name that is none.
+// Returns null for an unknown name.
 Workload findWorkload(const std::string& name);
 
 // The workload for one reader that is open at 0.
@@ -28,7 +28,7 @@ bool withOneReader(const Options& options, SourceMaker make, Outcome* outcome, O
 
 // Several readers, each on its thread (Readers.cpp).
 bool readers(const Options& options, SourceMaker make, Outcome* outcome);
-// What a server that has fallen silent does to close, abort and seek (Silent.cpp).
+// How long close, abort and seek take while the server is silent (Silent.cpp).
 bool silent(const Options& options, SourceMaker make, Outcome* outcome);
 // Reads at a player's pace (Play.cpp).
 bool play(const Options& options, SourceMaker make, Outcome* outcome);

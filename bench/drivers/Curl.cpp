@@ -4,7 +4,7 @@ namespace bench {
 
 namespace {
 
-constexpr long kReceiveBuffer = 524288;  // bytes; what the library asks for
+constexpr long kReceiveBuffer = 524288;  // bytes; the size that the library sets
 
 }  // namespace
 

@@ -11,8 +11,8 @@ namespace bench {
 
 using WriteCallback = size_t (*)(char*, size_t, size_t, void*);
 
-// An easy handle for url with what the drivers over libcurl have in common: the library's own
-// receive buffer, and its checks of certificates. Null when libcurl gives none.
+// Returns an easy handle for url with the settings that all drivers over libcurl share: the
+// library's receive buffer, and its checks of certificates. Returns null if libcurl returns none.
 CURL* makeCurl(const Options& options, const std::string& url, WriteCallback write, void* receiver);
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// read() and lseek(), for local files: what any other way costs at least.
+// read() and lseek(), for local files: the least cost of any way.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
-// libcurl into a ring of 2 MiB that nobody reads: what receiving the bytes costs at least. Knows
-// the sequential workload only, at the size of libcurl's own chunks; an operation is a chunk's copy
-// and check.
+// libcurl into a ring of 2 MiB without a reader: the least cost of receiving the bytes. Has the
+// sequential workload only, at the size of libcurl's own chunks; an operation is a chunk's copy and
+// check.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>

@@ -1,6 +1,6 @@
-// GStreamer's souphttpsrc (filesrc for local files) with queue2 behind it. Modes: push, where the
-// reader takes buffers as they come and can only read on, and pull, where it asks queue2, which
-// keeps a ring, for ranges.
+// GStreamer's souphttpsrc (filesrc for local files) with queue2 behind it. Modes: in push the
+// reader takes buffers as they come and can only read sequentially; in pull it requests ranges from
+// queue2, which keeps a ring.
 #include <gio/gio.h>
 #include <gst/gst.h>
 
@@ -29,7 +29,7 @@ GstElement* makeFetcher(const bench::Options& options, const std::string& url) {
   return made;
 }
 
-// The fetcher and its queue2 in a pipeline, and the pad that its bytes come to.
+// The fetcher and its queue2 in a pipeline, and the pad that receives its bytes.
 class GStreamerSource : public bench::Source {
  public:
   bool open(const bench::Options& options, const std::string& url) override {
@@ -159,7 +159,7 @@ class PullSource : public GStreamerSource {
     const long long left = std::max(0LL, resourceSize - position);
     const size_t wanted = static_cast<size_t>(std::min(left, static_cast<long long>(size)));
     size_t done = 0;
-    // queue2 may have overwritten what was given once.
+    // queue2 may have overwritten bytes that it returned once.
     if (position == 0 && wanted > 0 && begun) {
       buffer[done++] = first;
       ++position;
@@ -198,7 +198,7 @@ class PullSource : public GStreamerSource {
     if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
       return false;
     }
-    // As every demuxer does: a source that has not begun cannot be moved.
+    // As every demuxer does: a source that has not begun cannot seek.
     begun = read(&first, 1) == 1;
     position = 0;
     return begun;

@@ -1,4 +1,4 @@
-// One ranged GET a read, over a connection that is kept.
+// One ranged GET a read, over a kept connection.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -45,7 +45,7 @@ class GetSource : public bench::Source {
  private:
   static size_t store(char* data, size_t, size_t size, void* receiver) {
     GetSource* self = static_cast<GetSource*>(receiver);
-    if (size > self->room - self->got) return 0;  // not the range that was asked for
+    if (size > self->room - self->got) return 0;  // not the requested range
     memcpy(self->target + self->got, data, size);
     self->got += size;
     return size;

@@ -1,4 +1,4 @@
-// Nothing: what a workload costs that only sleeps and counts.
+// Nothing: the cost of a workload that only sleeps and counts.
 #include "bench/common/Source.h"
 
 namespace {

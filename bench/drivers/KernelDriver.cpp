@@ -1,5 +1,5 @@
-// What the kernel takes to hand the bytes over: they are received in bursts, like those of a player
-// with a large buffer, into the same memory each time, and dropped. "play" over http only.
+// The kernel's cost of delivering the bytes: receives them in bursts, like those of a player with a
+// large buffer, into the same memory each time, and drops them. "play" over http only.
 #include <fcntl.h>
 #include <sys/socket.h>
 
@@ -17,7 +17,7 @@ class KernelSource : public bench::Source {
  public:
   bool open(const bench::Options& options, const std::string& url) override {
     resourceSize = options.size;
-    burst = options.buffer / 16 * 7;  // what the library fetches at a time
+    burst = options.buffer / 16 * 7;  // the library's burst
     ahead = options.buffer;
     curl = bench::makeCurl(options, url, nullptr, nullptr);
     if (curl == nullptr) return false;
@@ -26,7 +26,7 @@ class KernelSource : public bench::Source {
         curl_easy_getinfo(curl, CURLINFO_ACTIVESOCKET, &connection) != CURLE_OK) {
       return false;
     }
-    // libcurl's sockets do not wait.
+    // libcurl's sockets are non-blocking.
     if (fcntl(connection, F_SETFL, fcntl(connection, F_GETFL) & ~O_NONBLOCK) != 0) return false;
     const size_t path = url.find('/', url.find("://") + 3);
     const std::string request =
@@ -36,7 +36,7 @@ class KernelSource : public bench::Source {
   }
   long long read(char*, size_t size) override {
     const long long end = std::min(resourceSize, position + static_cast<long long>(size));
-    // Once less than the rest of the buffer is ahead, all of it is filled again.
+    // Once less than the rest of the buffer is ahead, the whole buffer is refilled.
     const long long goal = received < end + ahead - burst ? end + ahead : received;
     while (received < std::min(resourceSize, goal)) {
       const size_t room = static_cast<size_t>(std::min(resourceSize, goal) - received);

@@ -1,6 +1,6 @@
-// What a user of libcurl writes in an afternoon: a thread fills a ring, 1 MiB behind the reader is
-// kept, one mutex and one condition. A seek outside what is held begins another transfer. Local
-// files are read by the thread.
+// What a user of libcurl writes in an afternoon: a thread fills a ring that keeps 1 MiB behind the
+// reader, with one mutex and one condition. A seek outside the buffered bytes begins another
+// transfer. The thread also reads local files.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -125,7 +125,7 @@ class RingSource : public bench::Source {
     }
   }
 
-  // Waits for room. False when this transfer is to end.
+  // Waits for room. Returns false if this transfer must end.
   bool put(const char* data, size_t size) {
     std::unique_lock<std::mutex> guard(lock);
     while (size > 0) {
@@ -166,7 +166,7 @@ class RingSource : public bench::Source {
   std::vector<char> ring;
   long long resourceSize = 0;
   long long keptBehind = 0;
-  long long begin = 0;  // [begin, end) is held
+  long long begin = 0;  // [begin, end) is buffered
   long long end = 0;
   long long position = 0;
   bool restart = false;

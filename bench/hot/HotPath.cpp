@@ -1,6 +1,6 @@
-// What bench/hot/check counts the instructions of: 1024 blocks through the queue, in by chunks of
-// 16 KiB and out by reads of 32 KiB, of 4 KiB and of 256 bytes in turn. Only fluviaHotPath() is
-// counted; the bytes are looked at outside of it.
+// The program whose instructions bench/hot/check counts: 1024 blocks through the queue, in by
+// chunks of 16 KiB and out by reads of 32 KiB, of 4 KiB and of 256 bytes in turn. Only
+// fluviaHotPath() is counted; the bytes are compared outside of it.
 #include <cstdio>
 
 #include "bench/common/OneThreadQueue.h"

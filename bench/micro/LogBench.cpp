@@ -1,4 +1,4 @@
-// What a log line costs that is not printed: the arguments must not be evaluated.
+// The cost of a log line that is not printed: the arguments must not be evaluated.
 #include <benchmark/benchmark.h>
 
 #include "util/Log.h"

@@ -1,4 +1,4 @@
-"""What was measured, and where."""
+"""Describes the measured version and the machine."""
 import os
 import platform
 import subprocess

@@ -1,4 +1,4 @@
-"""What bench/run measured, as bars."""
+"""Draws the results of bench/run as bars."""
 from chart import Bar, Sheet, bars
 
 LEFT, WIDTH = 130, 390  # where the bars of a panel begin, and the next panel

@@ -22,7 +22,7 @@ PLAY_COLUMNS = (("CPU s a minute", "minute", 1, "{:.3f}"),
 
 
 def subtract_idle(peers):
-    """Of a playing: what each peer used a minute beyond a driver that only sleeps."""
+    """Of `play`: what each peer used a minute beyond a driver that only sleeps."""
     idle = peers.pop("idle", None)
     for figures in peers.values():
         if figures is not None and idle is not None:
@@ -30,7 +30,7 @@ def subtract_idle(peers):
 
 
 def worst(name, values):
-    """The worst turn counts where one is enough to be heard; the median else."""
+    """Returns the worst turn of figures of which a single one is audible, else the median."""
     if name in ("late", "silence_ms", "longest_us"):
         return max(values)
     return min(values) if name == "least_held" else median(values)
@@ -103,7 +103,7 @@ def goals(table):
 
 
 def play_goals(table):
-    """Ratios of what playing costs beyond sleeping."""
+    """Ratios of the cost of playing beyond sleeping."""
     shares = {1316: {rate: (1.0, None) for rate in PLAY_RATES},
               32768: {6: (0.7, 1.0), 25: (0.55, 0.55), 80: (0.7, 1.0)}}
     for read, rates in shares.items():
@@ -123,7 +123,7 @@ def play_goals(table):
 
 
 def play_limits(table):
-    """Of a playing of ours: wake-ups, late reads, what is held ahead, silence."""
+    """Of the library's `play`: wake-ups, late reads, bytes ahead, silence."""
     def row(text, value, bound, good):
         return f"| {text} | {value:.1f} | {bound} | {'met' if good else 'missed'} |"
 
@@ -179,7 +179,8 @@ BENCH = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
 def link(name, folder):
-    """A link to a file of the tree, from a page in that folder; outside of the tree as from bench/."""
+    """A link to a file of the tree, from a page in that folder; from a folder outside of the tree as from
+    bench/."""
     root = os.path.dirname(BENCH)
     inside = os.path.abspath(folder).startswith(root + os.sep)
     return os.path.relpath(os.path.join(root, name), os.path.abspath(folder) if inside else BENCH)
@@ -209,7 +210,7 @@ def heading(measured, folder):
 
 
 def play_panels(table):
-    """CPU seconds a minute by reads of 32 KiB over http, a panel a rate."""
+    """CPU seconds a minute by reads of 32 KiB over http, one panel for each rate."""
     panels = []
     for rate in PLAY_RATES:
         peers = table.get(f"play http {rate} Mbit/s 32768", {})
@@ -220,7 +221,7 @@ def play_panels(table):
 
 
 def pictures(table, folder):
-    """One sheet of bars for all workloads, and a picture for all playings."""
+    """One sheet of bars for all workloads, and a picture for `play`."""
     bars = [(title, key, factor) for title, key, factor, _ in COLUMNS
             if key in ("wall", "cpu", "p50_us")]
     rows = [(workload, plot.panels(peers, bars)) for workload, peers in table.items()

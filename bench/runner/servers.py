@@ -1,5 +1,5 @@
-"""The servers that are measured against, all on 127.0.0.1: nginx with and without TLS, the slow
-link before it, and a server that falls silent."""
+"""The servers of the bench, all on 127.0.0.1: nginx with and without TLS, the slow link before it, and a
+server that falls silent."""
 import os
 import shutil
 import socket
@@ -76,7 +76,7 @@ def make_authority(folder):
 
 
 class SilentServer:
-    """Answers with the whole resource's size, sends its first bytes, and then nothing more."""
+    """Sends a response with the whole resource's size, its first bytes, and then nothing more."""
 
     def __init__(self, size, start):
         self.size = size
@@ -115,7 +115,7 @@ class SilentServer:
             client.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
             client.sendall(self.start[first:])
         except OSError:
-            return  # the client has left, which is what is being measured
+            return  # the client has left, as the measurement expects
 
     def close(self):
         self.listener.close()
@@ -124,7 +124,7 @@ class SilentServer:
 
 
 class Servers:
-    """files: {bytes: path} of what is served, all in one folder."""
+    """files: {bytes: path} of the served files, all in one folder."""
 
     def __init__(self, build, files):
         self.build = build
@@ -165,7 +165,7 @@ class Servers:
         shutil.rmtree(self.folder)
 
     def begin(self, way, size):
-        """The URL of the next run, which the log knows it by."""
+        """The URL of the next run; it identifies the run in the log."""
         self.run += 1
         name = f"{os.path.basename(self.files[size])}?run={self.run}"
         return {"local": self.files[size],
@@ -175,7 +175,7 @@ class Servers:
                 "silent": f"http://127.0.0.1:{self.silent.port}/{name}"}[way]
 
     def end(self, way):
-        """What the server did for the run, from its log, once its connections have ended."""
+        """What the server sent for the run, from its log, after its connections have ended."""
         if way in ("local", "silent"):
             return {}
         self.await_idle()

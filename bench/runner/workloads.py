@@ -1,4 +1,4 @@
-"""What is measured, with whom, and the goals that are ratios of it."""
+"""The workloads, their peers, and the goals that are ratios of them."""
 import re
 
 OURS = ("ours",)
@@ -14,14 +14,14 @@ PUSH = ("gstreamer", "--mode", "push")
 PULL = ("gstreamer", "--mode", "pull")
 
 MIB = 1 << 20
-PLAYED = 1024 * MIB  # bytes of what is played
+PLAYED = 1024 * MIB  # bytes of the played resource
 READS = (188, 4096, 32768, MIB)
 STREAM = (OURS, RING, FFMPEG, ASYNC, PUSH, PULL)
 SEEK = (OURS, RING, GET, FFMPEG, ASYNC, PULL)
 
 
 class Workload:
-    """One row of figures a peer. way: how the resource is reached. rounds: at most, of those that
+    """One row of figures a peer. way: how the resource is reached. rounds: the limit for workloads that
     take minutes because they wait."""
 
     def __init__(self, name, way, peers, arguments, count=None, quick=20, size=None, limit=900,
@@ -32,7 +32,7 @@ class Workload:
 
     def resource(self, options):
         """Bytes of the resource."""
-        if self.plays:  # a small one would be over before its time
+        if self.plays:  # a small one would end too early
             return PLAYED
         return min(self.size or options.size, options.size)
 
@@ -123,8 +123,8 @@ def chosen(options):
     return [work for work in all_workloads() if re.search(options.only, work.name)]
 
 
-# (what it says, figure, our workload, peer, the peer's workload if another, at most): ours divided
-# by the peer's, medians.
+# (text, figure, our workload, peer, the peer's workload if another, at most): ours divided by the peer's,
+# medians.
 GOALS = [
     ("http 32 KiB, wall of FFmpeg", "wall", "sequential http 32768", "ffmpeg-plain", None, 1.0),
     ("http 1 MiB, wall of FFmpeg", "wall", "sequential http 1048576", "ffmpeg-plain", None, 1.0),
@@ -162,7 +162,7 @@ GOALS = [
     ("first byte https, p50 of FFmpeg", "p50_us", "first byte https", "ffmpeg-plain", None, 1 / 3),
 ]
 
-# (what it says, figure, workload, unit, at most): ours alone. Unit 0: the resource's size.
+# (text, figure, workload, unit, at most): ours alone. Unit 0: the resource's size.
 LIMITS = [
     ("8 readers free, resources sent", "sent", "8 readers free", 0, 8.0),
     ("8 readers in step 32 KiB, resources sent", "sent", "8 readers in step 32 KiB", 0, 1.01),
