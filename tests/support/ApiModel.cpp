@@ -141,8 +141,8 @@ std::string Caller::async(Open& file, bool abort) {
   }
   if (!done.waitFor(1, 30)) return fault("completion", file, 0, 1);
   const Completions::Call call = done.calls()[0];
-  // A request that was aborted in the queue is called back twice, by the time abort returns; one
-  // that was broken while it ran only once.
+  // A request that was aborted in the queue is called back twice before abort returns; one that was
+  // aborted while it ran, only once.
   const bool queuedAbort = abort && call.status == FVFR_ASYNC_CANCELLED && call.bytes == 0;
   if (!queuedAbort && alone && done.count() != 1) return fault("completions", file, 2, 1);
   if (call.id != id) return fault("completed id", file, call.id, id);

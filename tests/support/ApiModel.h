@@ -11,14 +11,14 @@
 
 namespace support {
 
-// A file or URL whose bytes are the pattern's from base on.
+// A file or URL with the pattern's bytes from base on.
 struct Resource {
   std::string path;
   long long size;
   unsigned long long base;
 };
 
-// What the model knows of one open handle.
+// The model's state of one open handle.
 struct Open {
   int handle;
   const Resource* resource;
@@ -28,16 +28,16 @@ struct Open {
 // Makes random calls of the C interface and checks each against plain arrays of the same bytes.
 class Caller {
  public:
-  // onlyOne: nobody else makes requests. Ids are reused at once and are the process's, so that an
-  // abort that comes late would meet somebody else's request.
+  // onlyOne: no other caller makes requests. Request ids are reused at once and are process-wide,
+  // so a late abort would reach another caller's request.
   Caller(const std::vector<Resource>& files, int bufferSize, unsigned int seed, bool onlyOne);
   ~Caller();
   Caller(const Caller&) = delete;
   Caller& operator=(const Caller&) = delete;
 
-  // Makes one random call. Empty, or what went wrong.
+  // Makes one random call. Returns an empty string, or the error.
   std::string step();
-  // How many bytes that were read have been compared so far.
+  // Returns how many read bytes have been compared so far.
   long long bytesCompared() const { return compared; }
 
  private:
@@ -64,24 +64,24 @@ class Caller {
   std::vector<std::unique_ptr<Completions>> kept;  // the second call of an abort may come late
 };
 
-// Callers at work at the same time.
+// Callers that run at the same time.
 struct CallersPlan {
   int bufferSize;  // bytes, of every open
-  int threads;     // a caller each
-  int calls;       // of each thread, where FLUVIA_MODEL_FACTOR is not set
+  int threads;     // one caller each
+  int calls;       // of each thread, unless FLUVIA_MODEL_FACTOR is set
   const char* name;
 };
 
 inline void PrintTo(const CallersPlan& plan, std::ostream* out) { *out << plan.name; }
 
-// What callers came to.
+// The results of the callers.
 struct CallersResult {
-  std::string wrong;  // empty, or what went wrong, a line a caller
+  std::string wrong;  // empty, or the errors, one line for each caller
   int calls = 0;      // of all callers
   long long bytesCompared = 0;
 };
 
-// Carries a plan out. Ends the process when no call returns for a minute.
+// Runs a plan. Ends the process if no call returns for a minute.
 CallersResult runCallers(const CallersPlan& plan, const std::vector<Resource>& resources,
                          unsigned int seed);
 

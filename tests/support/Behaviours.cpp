@@ -14,7 +14,7 @@ namespace {
 
 constexpr long long kToTheEnd = -1;
 
-// The part of the resource that a request asks for, [first, first + count).
+// The requested part of the resource, [first, first + count).
 struct Part {
   long long first = 0;
   long long count = 0;
@@ -43,7 +43,7 @@ std::string sizedHead(int status, long long length, const std::string& extra) {
          std::to_string(length) + "\r\n" + extra + "\r\n";
 }
 
-// Sends the head that a well-behaved server would. False when there is no body to follow.
+// Sends the head of a well-behaved server. Returns false if no body follows.
 bool sendRangeHead(Exchange& exchange, const Part& part, long long size, const std::string& extra,
                    int rangeStatus = 206) {
   if (!part.possible) {
@@ -163,7 +163,7 @@ Behaviour resetAfter(long long size, long long count) {
     const Part part = partOf(exchange.request(), size);
     if (!sendRangeHead(exchange, part, size, "")) return;
     exchange.sendPattern(part.first, std::min(count, part.count));
-    // The peer has to have read what was sent: a reset throws away what it has not.
+    // Waits until the peer has read the bytes: a reset discards unread ones.
     exchange.pause(200);
     exchange.reset();
   };

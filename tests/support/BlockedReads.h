@@ -10,19 +10,20 @@
 
 namespace support {
 
-// Where the handle of openBlocked() stands, in bytes.
+// The position of the handle of openBlocked(), in bytes.
 constexpr long long kBlockedOffset = 2999000;
 
-// A handle, with a buffer of two blocks, on a new file of 3000000 bytes of the pattern, whose next
-// read at its position waits for ever: its stream would have to begin anew there, and the file is
-// gone. Another handle of that path shares the resource. The caller closes it.
+// Returns a handle, with a buffer of two blocks, on a new file of 3000000 bytes of the pattern. Its
+// next read at its position waits for ever: its stream would have to restart there, and the file
+// was removed. Another handle of that path shares the resource. The caller closes the handle.
 int openBlocked(const TemporaryFolder& folder, const std::string& name);
 
-// Waits until the first read of such a handle waits; log was made before it, at level 0 or above.
+// Waits until the first read of such a handle waits. log must have been created before it, at level
+// 0 or above.
 bool isBlocked(const CapturedStderr& log);
 
-// Waits until a read of one byte of the handle has begun; steps was made before it, at level 1 or
-// above.
+// Waits until a read of one byte of the handle has begun. steps must have been created before it,
+// at level 1 or above.
 bool hasBegun(const CapturedStderr& steps, int handle);
 
 // Reads one byte of a handle on a thread of its own, which the destructor joins.

@@ -14,8 +14,9 @@ namespace support {
 
 namespace {
 
-// The library writes a line in three pieces, and threads get between them. In test programs each
-// thread's line is put together before it goes to descriptor 2, so that every line can be found.
+// The library writes a line in three pieces, and other threads may write between them. Test
+// programs join the pieces of each thread's line before it goes to descriptor 2, so that every line
+// can be found.
 constexpr size_t kLongestLine = 8192;
 thread_local char line[kLongestLine];
 thread_local size_t lineLength = 0;
@@ -46,7 +47,7 @@ ssize_t assemble(void* /*cookie*/, const char* text, size_t size) {
   return static_cast<ssize_t>(size);
 }
 
-// Once in a test program, before it has threads.
+// Runs once in a test program, before it has threads.
 const bool installed = [] {
   FILE* assembled = fopencookie(nullptr, "w", {nullptr, &assemble, nullptr, nullptr});
   if (assembled == nullptr) abort();

@@ -6,7 +6,7 @@
 
 namespace support {
 
-// Sends standard error into a file for its life and sets the log level; puts both back at its end.
+// Redirects standard error to a file and sets the log level during its life; its end restores both.
 class CapturedStderr {
  public:
   explicit CapturedStderr(int logLevel);
@@ -17,17 +17,17 @@ class CapturedStderr {
   // Everything written so far.
   std::string text() const;
   // Messages of the library's log lines so far, as "function: message"; without a function's name,
-  // those of all functions.
+  // the messages of all functions.
   std::vector<std::string> messages(const std::string& function = "") const;
-  // Those of the calling thread: nobody else writes another one while they are compared.
+  // The messages of the calling thread: no other thread adds one while they are compared.
   std::vector<std::string> ownMessages() const;
-  // Whether such a "function: message" was logged.
+  // True if such a "function: message" was logged.
   bool has(const std::string& line) const;
-  // How often it was.
+  // Returns how often it was logged.
   int count(const std::string& line) const;
 
  private:
-  // thread: only that one's lines; 0 for every thread's.
+  // thread: only that thread's lines; 0 for every thread's.
   std::vector<std::string> messagesOf(const std::string& function, long thread) const;
 
   int saved;

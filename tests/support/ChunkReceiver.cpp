@@ -6,7 +6,7 @@ namespace support {
 
 namespace {
 
-// A thread that is never let go goes on after this long, so that the test fails and ends.
+// A thread that is never released continues after this time, so that the test fails and ends.
 constexpr int kHoldSeconds = 40;
 
 }  // namespace

@@ -11,8 +11,8 @@
 
 namespace support {
 
-// Receiver of a producer's chunks and events that keeps each with its size and version, and refuses
-// or holds them as told.
+// Receiver of a producer's chunks and events. Keeps each with its size and version, and refuses or
+// holds those that the test chooses.
 class ChunkReceiver : public util::BufferQueueDataReceiver {
  public:
   // One call of the producer: a chunk (event kChunk) or an event.
@@ -26,14 +26,15 @@ class ChunkReceiver : public util::BufferQueueDataReceiver {
   int streamIn(void* data, unsigned int size, int version) override;
   void notifyStreamException(int event) override;
 
-  // Holds the thread that brings a chunk until it is told otherwise.
+  // Holds the thread that brings a chunk until holdNextChunks(false).
   void holdNextChunks(bool hold) { set(&holdChunks, hold); }
-  // Parks the transfer thread in the events of its end.
+  // Parks the transfer thread in its end events.
   void parkEnds(bool park) { set(&holdEnds, park); }
 
   std::vector<Call> calls() const;
   int count(int event) const;
-  // Waits until that many calls of an event (or kChunk) were made. False after kWaitSeconds.
+  // Waits until that many calls of an event (or kChunk) were made. Returns false after
+  // kWaitSeconds.
   bool waitFor(int event, int times) const;
   // The sizes of the chunks, in bytes.
   std::vector<int> sizes() const;
@@ -42,7 +43,7 @@ class ChunkReceiver : public util::BufferQueueDataReceiver {
 
   // Set before a run.
   std::function<void()> onChunk;  // called with every chunk, without the receiver's lock
-  int refuseAt = -1;              // the chunk, counted from 1, that is refused
+  int refuseAt = -1;              // the number of the refused chunk, counted from 1
 
  private:
   void set(bool* flag, bool value);

@@ -30,7 +30,7 @@ constexpr size_t kPiece = 65536;
   abort();
 }
 
-// On the given port, or on a free one for 0.
+// Listens on the given port, or on a free one for 0.
 int listenOnLoopback(int backlog, int* port) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) fail("socket");
@@ -38,7 +38,7 @@ int listenOnLoopback(int backlog, int* port) {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<uint16_t>(*port));
-  // So that another can follow on the port while old connections of it are still known.
+  // Lets another server use the port while old connections of it still exist.
   const int reuse = 1;
   setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   if (bind(listener, reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0) {
@@ -112,7 +112,7 @@ bool Exchange::send(const std::string& bytes) {
   return sendAll(connection, session, bytes.data(), bytes.size());
 }
 
-// Counted before it is sent: whoever has received the bytes finds them counted.
+// Counts before it sends: a peer that has received the bytes finds them counted.
 bool Exchange::sendCounted(const char* bytes, size_t size) {
   const auto count = static_cast<long long>(size);
   owner->countBody(received.path, count);
@@ -161,7 +161,7 @@ void Exchange::reset() {
 }
 
 bool Exchange::waitForReset(int seconds) {
-  // Without events poll() reports only what ends both directions.
+  // Without events poll() reports only the end of both directions.
   struct pollfd watched[2] = {{connection, 0, 0}, {owner->wakePipe[0], POLLIN, 0}};
   return poll(watched, 2, seconds * 1000) > 0 && watched[0].revents != 0;
 }
@@ -170,7 +170,7 @@ FaultServer::FaultServer() { open(); }
 
 FaultServer::FaultServer(int port) { open(port); }
 
-// Variables of the surroundings would send requests elsewhere.
+// Proxy variables of the environment would redirect requests.
 __attribute__((constructor)) static void forgetProxies() {
   for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
                            "no_proxy", "NO_PROXY"}) {
@@ -185,7 +185,7 @@ FaultServer::FaultServer(const std::string& certificate, const std::string& key)
       SSL_CTX_use_PrivateKey_file(tlsContext, key.c_str(), SSL_FILETYPE_PEM) != 1) {
     fail("TLS context");
   }
-  // Sessions are taken up again only by servers that name themselves.
+  // TLS sessions are resumed only by servers with a name.
   constexpr unsigned char kName[] = "fault server";
   SSL_CTX_set_session_id_context(tlsContext, kName, sizeof kName - 1);
   open();
@@ -269,7 +269,8 @@ void FaultServer::joinFinished() {
 }
 
 void FaultServer::serve(Connection* connection) {
-  // SSL_write() has no flag against the signal. Only this thread: the library has to do without.
+  // SSL_write() has no flag against the signal. Blocks it in this thread only: the library must
+  // work without.
   sigset_t brokenPipe;
   sigemptyset(&brokenPipe);
   sigaddset(&brokenPipe, SIGPIPE);
@@ -397,7 +398,7 @@ FullListener::FullListener() : listener(-1), listeningPort(0) {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<uint16_t>(listeningPort));
-  // One connect that is still under way after this long has met a full queue.
+  // A connect that is not done after this time has met a full queue.
   for (bool full = false; !full;) {
     const int filler = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (filler < 0) fail("socket");

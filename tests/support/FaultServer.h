@@ -18,44 +18,44 @@ namespace support {
 
 class FaultServer;
 
-// One request as it came.
+// One received request.
 struct Request {
   std::string method;
   std::string path;
   std::string raw;
-  // Whether its connection took up the TLS session of an earlier one.
+  // True if its connection resumed the TLS session of an earlier one.
   bool resumed = false;
-  // Value of a header line, by its name in any spelling; empty without one.
+  // Value of a header line, by its name in any spelling; empty if there is none.
   std::string header(const std::string& name) const;
   bool has(const std::string& name) const;
-  // Bounds of the Range header, last -1 when it is open; false without one.
+  // Limits of the Range header, last -1 if it is open; false without one.
   bool range(long long* first, long long* last) const;
 };
 
-// One connection with its one request, as a behaviour answers it. A behaviour returns to have the
-// connection closed; every call ends early, with false, when the peer or the server is gone.
+// One connection with its one request, as a behaviour serves it. When the behaviour returns, the
+// connection is closed. Every call ends early, with false, if the peer or the server is gone.
 class Exchange {
  public:
   Exchange(FaultServer* server, int socket, ssl_st* tls, Request request, int number,
            unsigned long long patternBase = 0);
 
   const Request& request() const { return received; }
-  // How many requests of this path came before: 0 for the first.
+  // The number of earlier requests of this path.
   int number() const { return index; }
 
   bool send(const std::string& bytes);
-  // Body bytes of the test resource, from its byte from on; counted.
+  // Sends body bytes of the test resource, beginning at byte from; counts them.
   bool sendPattern(long long from, long long count);
-  // Body bytes of an open file; counted. False also when the file ends before.
+  // Sends body bytes of an open file; counts them. Returns false also if the file ends before.
   bool sendFile(int file, long long from, long long count);
   // Waits until the peer closes or the server stops.
   void hold();
-  // Waits that long, or until the server stops. The server's pace, not a synchronisation.
+  // Waits that long, or until the server stops. This is the server's pace, not a synchronisation.
   bool pause(int milliseconds);
   // Ends the connection with a reset instead of an orderly end.
   void reset();
-  // Waits until the peer ends the connection with a reset. An orderly end is not one: false after
-  // seconds.
+  // Waits until the peer ends the connection with a reset. An orderly end does not count. Returns
+  // false after seconds.
   bool waitForReset(int seconds = 20);
 
  private:
@@ -71,14 +71,14 @@ class Exchange {
 
 using Behaviour = std::function<void(Exchange&)>;
 
-// An HTTP server on 127.0.0.1 that misbehaves as told, one behaviour a path.
+// An HTTP server on 127.0.0.1 that misbehaves on request, with one behaviour for each path.
 //
 // Threads:   one accepts, one a connection; every method from any thread.
 // Ownership: the destructor ends every connection and joins every thread.
 class FaultServer {
  public:
   FaultServer();
-  // On a port that another one has left.
+  // Listens on a port that another server has left.
   explicit FaultServer(int port);
   // Speaks TLS with the certificate and key of these PEM files.
   FaultServer(const std::string& certificate, const std::string& key);
@@ -86,14 +86,14 @@ class FaultServer {
   FaultServer(const FaultServer&) = delete;
   FaultServer& operator=(const FaultServer&) = delete;
 
-  // Requests of path ("/name") are answered so from now on; 404 for paths without a behaviour.
+  // Requests of path ("/name") get this behaviour from now on; a path without a behaviour gets 404.
   void on(const std::string& path, Behaviour behaviour);
-  // Byte 0 of path's resource is the pattern's at base, so that resources can be told apart.
+  // Byte 0 of path's resource is the pattern's at base, so that resources differ.
   void setBase(const std::string& path, unsigned long long base);
-  // At most that many connections of path at a time; another is answered 503 when none of them ends
-  // within two seconds.
+  // Allows at most that many connections of path at a time. Another one gets 503 if none of them
+  // ends within two seconds.
   void limitConnections(const std::string& path, int count);
-  // Ends every connection that is open now, as a server does that is started anew.
+  // Ends every open connection, as a restarting server does.
   void endConnections();
   std::string url(const std::string& path) const;
   int port() const { return listeningPort; }
@@ -104,9 +104,9 @@ class FaultServer {
   int requestCount(const std::string& path) const;
   int connectionCount() const;
   long long bodyBytes(const std::string& path) const;
-  // Waits until at least count requests of path came. False after kWaitSeconds.
+  // Waits until at least count requests of path came. Returns false after kWaitSeconds.
   bool waitForRequests(const std::string& path, int count) const;
-  // Waits until no connection is open. False after seconds.
+  // Waits until no connection is open. Returns false after seconds.
   bool waitUntilIdle(int seconds = 20) const;
 
  private:
@@ -143,7 +143,7 @@ class FaultServer {
   std::thread acceptor;
 };
 
-// A port that accepts no connection any more: its queue is full, so a connect waits.
+// A port that accepts no more connections: its queue is full, so a connect waits.
 class FullListener {
  public:
   FullListener();

@@ -34,7 +34,7 @@ class CollectingRequestor : public webs::Requestor {
   void readyReceive() override { ++ready; }
   void finishReceive() override {}
 
-  // Wait until that many bytes came. False after kWaitSeconds.
+  // Wait until that many bytes came. Returns false after kWaitSeconds.
   bool waitForBytes(size_t count) const;
   std::string body() const;
 
@@ -50,7 +50,8 @@ class CollectingRequestor : public webs::Requestor {
   std::string bytes;
 };
 
-// Receiver of a producer's bytes and events that keeps both, and refuses or parks as told.
+// Receiver of a producer's bytes and events. Keeps both, and refuses or parks those that the test
+// chooses.
 class ScriptedReceiver : public util::BufferQueueDataReceiver {
  public:
   int streamIn(void* data, unsigned int size, int version) override;
@@ -61,11 +62,11 @@ class ScriptedReceiver : public util::BufferQueueDataReceiver {
   std::vector<int> versions() const;
   bool waitForBytes(size_t count) const;
   bool waitForEvent(int event) const;
-  // Lets a parked event go on.
+  // Releases a parked event.
   void unpark();
 
-  // Set before a run. Bytes after which pieces are refused; the event that parks until unpark();
-  // called with every piece and event, without a lock.
+  // Set before a run: bytes after which pieces are refused; the event that parks until unpark(); a
+  // function called with every piece and event, without a lock.
   size_t refuseAfter = ~static_cast<size_t>(0);
   int parkOn = -1;
   std::function<void()> onPiece;
@@ -84,7 +85,7 @@ class ScriptedReceiver : public util::BufferQueueDataReceiver {
 struct ProducerProbe {
   explicit ProducerProbe(const std::string& url, int featureFlag = -1);
   ~ProducerProbe();
-  // One run on this thread. Returns the events it sent.
+  // One run on this thread. Returns its events.
   std::vector<int> run(int version, long long offset, long long count);
   // One run on a thread of its own, joined by join() or the destructor.
   void start(int version, long long offset, long long count);

@@ -9,7 +9,7 @@
 
 namespace support {
 
-// Whether the bytes are count bytes of the pattern's from offset from on.
+// True if the bytes are count bytes of the pattern from offset from on.
 inline ::testing::AssertionResult isPattern(const std::string& bytes, long long from,
                                             size_t count) {
   if (bytes.size() != count) {

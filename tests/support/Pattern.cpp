@@ -7,7 +7,7 @@ namespace support {
 
 namespace {
 
-// Inlined everywhere, so that no instrumented copy is called.
+// Always inlined, so that no instrumented copy is called.
 __attribute__((always_inline)) inline unsigned char byteAt(unsigned long long i) {
   unsigned long long x = (i + 1) * 0x9E3779B97F4A7C15ULL;
   x ^= x >> 29;
@@ -16,8 +16,8 @@ __attribute__((always_inline)) inline unsigned char byteAt(unsigned long long i)
 
 constexpr size_t kPiece = 4096;
 
-// Fills a local array, which no sanitizer needs to watch byte by byte: it sees how a piece is
-// copied or compared.
+// Fills a local array that no sanitizer needs to watch byte by byte: the sanitizers watch how a
+// piece is copied or compared.
 __attribute__((no_sanitize("address", "thread", "undefined"))) void makePiece(
     unsigned long long from, unsigned char* piece, size_t size) {
   for (size_t i = 0; i < size; ++i) piece[i] = byteAt(from + i);

@@ -5,8 +5,8 @@
 
 namespace support {
 
-// Holds threads at the named pause points of the library, in builds that have them. One at a time
-// in a process; at its end every held thread goes on.
+// Holds threads at the named pause points of the library, in builds that have them. One object at a
+// time in a process; its end releases every held thread.
 class Pauses {
  public:
   Pauses();
@@ -14,11 +14,11 @@ class Pauses {
   Pauses(const Pauses&) = delete;
   Pauses& operator=(const Pauses&) = delete;
 
-  // The next thread that comes to that point waits there.
+  // The next thread that reaches that point waits there.
   void holdAt(const std::string& point);
-  // Waits until a thread is held there; false after 20 seconds (of patience).
+  // Waits until a thread is held there. Returns false after 20 seconds (of patience).
   bool reached(const std::string& point);
-  // Lets the thread that is held there go on; later ones pass.
+  // Releases the thread that is held there; later ones pass.
   void release(const std::string& point);
 };
 

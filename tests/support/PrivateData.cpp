@@ -17,7 +17,7 @@
 
 #include "tests/support/Watchdog.h"
 
-// Of the compiler's, in builds with -fprofile-instr-generate only.
+// The compiler's function, in builds with -fprofile-instr-generate only.
 extern "C" __attribute__((weak)) int __llvm_profile_write_file();
 
 namespace support {
@@ -37,7 +37,8 @@ void writeText(const char* path, const std::string& text) {
   close(fd);
 }
 
-// A mount namespace; as an ordinary user within a user namespace in which this user is root.
+// Enters a mount namespace; an ordinary user also enters a user namespace in which this user is
+// root.
 void enterNamespace() {
   if (geteuid() == 0 && unshare(CLONE_NEWNS) == 0) return;
   const std::string user = std::to_string(geteuid());
@@ -48,7 +49,8 @@ void enterNamespace() {
   writeText("/proc/self/gid_map", "0 " + group + " 1");
 }
 
-// Builds a root of the same folders with an empty /data on the given empty folder, and moves there.
+// Builds a root with the same folders, and an empty /data, on the given empty folder, and moves
+// there.
 void enterRootWithData(const std::string& top) {
   enterNamespace();
   require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private root");
@@ -74,7 +76,7 @@ void killGroupAndWait(pid_t child) {
   waitpid(child, nullptr, 0);
 }
 
-// Reads until the other end is closed or the deadline has come. False for the latter.
+// Reads until the other end is closed or the deadline has passed. Returns false after the deadline.
 bool readAll(int fd, int seconds, std::string* text) {
   const auto until = std::chrono::steady_clock::now() + patienceOf(seconds);
   for (;;) {

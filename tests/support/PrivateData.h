@@ -7,23 +7,23 @@
 namespace support {
 
 struct ChildResult {
-  int exitCode;       // -1 when a signal or the deadline ended it
+  int exitCode;       // -1 if a signal or the deadline ended it
   std::string error;  // its standard error
 };
 
-// Ends a child with that code, without anything that exit() does but to write down what was reached
-// in a build that counts it.
+// Ends a child with that code, without the work of exit(), but writes the counters of a build that
+// counts coverage.
 [[noreturn]] void endChild(int code);
 
 // Runs body in a child process, which is killed after that many seconds (of patience). The child
-// ends by _exit(0) after the body, or with the exit code that the body chose.
+// ends with _exit(0) after the body, or with the exit code of the body.
 ChildResult inChild(const std::function<void()>& body, int seconds = 60);
 
-// The same, for a minute, in a mount namespace of its own, in which /data is an empty folder that
-// can be written. The files of the machine are untouched.
+// The same, for a minute, in a mount namespace of its own, in which /data is an empty writable
+// folder. The machine's files do not change.
 ChildResult inPrivateData(const std::function<void()>& body);
 
-// Writes a file in /data, with the folders it needs.
+// Writes a file in /data, and makes its folders.
 void writeData(const std::string& path, const std::string& text);
 
 }  // namespace support

@@ -9,7 +9,7 @@ namespace util {
 
 namespace {
 
-// The first wrong byte of a block, or -1.
+// Returns the first wrong byte of a block, or -1.
 long long wrongByte(const BufferBlock& block) {
   std::vector<char> bytes(block.payloadSize());
   unsigned int got = 0;

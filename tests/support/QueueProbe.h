@@ -12,9 +12,9 @@ namespace util {
 // Looks into a buffer queue.
 class BufferQueueProbe {
  public:
-  // What is wrong with the block list of a queue whose resource holds the test pattern: order,
-  // overlaps, where the next connection would write, and the bytes of one block, another one each
-  // round. Empty when all is well.
+  // Checks the block list of a queue whose resource holds the test pattern: order, overlaps, where
+  // the next connection would write, and the bytes of one block, another one each round. Returns an
+  // empty string, or the error.
   static std::string fault(BufferQueue& queue, int round);
   // The state in words.
   static std::string describe(BufferQueue& queue);
@@ -30,7 +30,7 @@ class BufferQueueProbe {
     Lock feed(queue.feedLock);
     return queue.connection.state == StreamConnection::kParked;
   }
-  // Of the whole process, which other tests may have left anywhere.
+  // The count is process-wide, and earlier tests may have changed it.
   static void forgetParkedWaits() { BufferQueue::feedWaitCount = 0; }
   // True while the queue's worker is inside startStreaming.
   static bool isConnecting(BufferQueue& queue) {
@@ -38,46 +38,48 @@ class BufferQueueProbe {
   }
   static bool wantsFeed(BufferQueue& queue) { return underLock(queue, &BufferQueue::needFeed); }
   static bool readWaits(BufferQueue& queue) { return underLock(queue, &BufferQueue::readRunning); }
-  // Where the block of the last read begins.
+  // Beginning of the block of the last read.
   static long long readTail(BufferQueue& queue) {
     Lock feed(queue.feedLock);
     return (*queue.rdTail)->getBeginningSeqNum();
   }
-  // For how long transfers of all queues pause at most.
+  // Sets the longest pause of the transfers of all queues.
   static void setLongestPause(int milliseconds) { BufferQueue::longestPauseMs = milliseconds; }
   static void resetLongestPause() { setLongestPause(BufferQueue::kLongestPauseMs); }
-  // A transfer waits for room and nobody has woken it since.
+  // True if a transfer waits for room and was not woken since.
   static bool transferRests(BufferQueue& queue) {
     Lock feed(queue.feedLock);
     return queue.room.waits && !queue.room.woken;
   }
-  // The same, and it has given up to wait for more than one block.
+  // The same, and it no longer waits for more than one block.
   static bool transferSleepsOn(BufferQueue& queue) {
     Lock feed(queue.feedLock);
     return queue.room.waits && !queue.room.woken && queue.room.resumeAt == 0;
   }
-  // A reader that waits at the offset and has not had its turn since: only its wish is there.
+  // Imitates a reader that waits at the offset and has not had its turn since: only its wish is
+  // set.
   static void ask(BufferQueue& queue, long long offset);
-  // Fills the blocks, from the front on, with the pattern from an offset on, and lets reader and
-  // writer be at the front one.
+  // Fills the blocks, from the front on, with the pattern from an offset on, and moves reader and
+  // writer to the front one.
   static void arrange(BufferQueue& queue,
                       const std::vector<std::pair<long long, unsigned int>>& held);
-  // Lets the reader's last wait have been a short one.
+  // Makes the reader's last wait a short one.
   static void keepUp(BufferQueue& queue);
-  // A reader that waits for a block at the offset, was woken, and has not had the lock since.
+  // Imitates a reader that waits for a block at the offset, was woken, and has not had the lock
+  // since.
   static void waitWoken(BufferQueue& queue, long long offset);
-  // Announces a newer version at the write head, as whoever restarts the stream does, and wakes
-  // everybody or nobody.
+  // Announces a newer version at the write head, as a restart of the stream does, and wakes all
+  // waiting threads or none.
   static void announce(BufferQueue& queue, bool wakes = true);
-  // Changes the last byte of the head that the next one is compared with.
+  // Changes the last byte of the cached head, with which the next head is compared.
   static void changeHead(BufferQueue& queue);
-  // Wakes everybody who waits, as any call on the queue may.
+  // Wakes all waiting threads, as any call on the queue may.
   static void wake(BufferQueue& queue);
-  // Leaves the status that a cancel event leaves when it meets a broken read.
+  // Sets the status that a cancel event leaves if it meets a broken read.
   static void leaveBroken(BufferQueue& queue) { queue.setStatus(STATUS_RELEASED); }
 
  private:
-  // As it stands between two steps of whoever changes it.
+  // Reads a flag between two steps of the thread that changes it.
   template <typename Flag>
   static bool underLock(BufferQueue& queue, Flag BufferQueue::*flag) {
     Lock feed(queue.feedLock);

@@ -13,13 +13,13 @@
 
 namespace support {
 
-// The result of a transfer that was stopped: libcurl's "aborted by callback".
+// The result of a stopped transfer: libcurl's "aborted by callback".
 constexpr int kAborted = 42;
 
 // A session with its receiver; a transfer can run on a thread of its own.
 struct SessionProbe {
   explicit SessionProbe(int featureFlag = -1);
-  // Stops the transfer that runs.
+  // Stops the running transfer.
   ~SessionProbe();
   // One transfer on this thread, of [start, end] or, with an end of 0, up to the end of the
   // resource. Returns its result.
@@ -36,9 +36,9 @@ struct SessionProbe {
   std::atomic<int> result{0};
 };
 
-// Whether a transfer of "/s" that has been silent for a while, since count bytes of its body (-1:
-// of its answer), is stopped at once: libcurl alone looks around once a second. Tried three times,
-// since a busy machine may make any stop long.
+// Checks that a transfer of "/s" that was silent for a while after count bytes of its body (-1: of
+// its response) is stopped at once: libcurl alone checks once a second. Tries three times, since a
+// busy machine may delay any stop.
 testing::AssertionResult stopsAtOnce(FaultServer* server, long long count);
 
 }  // namespace support

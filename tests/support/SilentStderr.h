@@ -3,8 +3,8 @@
 
 namespace support {
 
-// Sends standard error, where libcurl tells of every request, nowhere from now on; a sanitizer's
-// report goes where it went. Once in a process does for all times.
+// Discards standard error, to which libcurl logs every request, from now on; a sanitizer's report
+// still goes to its old destination. One call is enough for a process.
 void silenceStderr();
 
 }  // namespace support

@@ -17,9 +17,9 @@ namespace support {
 namespace {
 
 constexpr size_t kParcel = 4096;
-// What the kernel may hold for us at either end; it doubles it.
+// The kernel's buffer at either end; the kernel doubles it.
 constexpr int kSocketBuffer = 16384;
-// How far the link is booked ahead at most: what a router in front of it would hold.
+// The link is booked ahead at most this far: the queue of a router in front of it.
 constexpr std::chrono::milliseconds kQueue(50);
 constexpr std::chrono::milliseconds kLate(5);
 
@@ -137,20 +137,20 @@ void SlowLink::joinFinished() {
   }
 }
 
-// When the last byte of a parcel that comes in now will have arrived.
+// The time at which the last byte of a parcel that arrives now will have been delivered.
 SlowLink::Clock::time_point SlowLink::dueTime(const Connection& connection, size_t bytes,
                                               bool down) {
   const std::lock_guard<std::mutex> guard(lock);
   const Clock::time_point now = Clock::now();
   if (!down) return std::max(now, connection.opened + 2 * oneWay) + oneWay;
   if (bytesPerSecond <= 0) return now + oneWay;
-  // A thread that comes a little late has not left the link idle.
+  // A thread that is a little late has not left the link idle.
   linkFree = std::max(now - kLate, linkFree) +
              std::chrono::microseconds(static_cast<long long>(bytes) * 1000000 / bytesPerSecond);
   return linkFree + oneWay;
 }
 
-// False when the sender has ended.
+// Returns false if the sender has ended.
 bool SlowLink::takeIn(Connection* connection, int from, bool down, std::deque<Parcel>* way) {
   std::string bytes(kParcel, '\0');
   const ssize_t n = recv(from, &bytes[0], bytes.size(), 0);
@@ -161,7 +161,7 @@ bool SlowLink::takeIn(Connection* connection, int from, bool down, std::deque<Pa
   return true;
 }
 
-// Hands out what is due. False when the receiver has gone.
+// Delivers the parcels that are due. Returns false if the receiver has gone.
 bool SlowLink::handOut(int to, bool down, std::deque<Parcel>* way) {
   while (!way->empty() && way->front().due <= Clock::now()) {
     if (down) {
@@ -174,7 +174,7 @@ bool SlowLink::handOut(int to, bool down, std::deque<Parcel>* way) {
   return true;
 }
 
-// How long until the link takes another parcel; 0 when it does now.
+// The time until the link takes another parcel; 0 if it takes one now.
 std::chrono::milliseconds SlowLink::timeUntilRoom() const {
   const std::lock_guard<std::mutex> guard(lock);
   const auto ahead = std::chrono::duration_cast<std::chrono::milliseconds>(linkFree - Clock::now());
@@ -199,7 +199,7 @@ void SlowLink::carry(Connection* connection, int from, int to, bool down) {
     const std::chrono::milliseconds full = down ? timeUntilRoom() : std::chrono::milliseconds(0);
     const bool room = open && full.count() == 0;
     const int wait = waitFor(way, open ? full : std::chrono::milliseconds(0));
-    // The receiver is watched for its end: a client that leaves ends the transfer at once.
+    // The receiver's end is watched too: a client that leaves ends the transfer at once.
     struct pollfd watched[2] = {{room ? from : -1, POLLIN, 0}, {to, POLLRDHUP, 0}};
     poll(watched, 2, wait);
     if (down && (watched[1].revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) break;
@@ -209,7 +209,7 @@ void SlowLink::carry(Connection* connection, int from, int to, bool down) {
   const std::lock_guard<std::mutex> guard(lock);
   if (to >= 0) shutdown(to, down ? SHUT_RDWR : SHUT_WR);
   if (from >= 0 && (down || !reached)) shutdown(from, SHUT_RDWR);
-  // Closed at once: a sender that waits for room would not notice the end of reading.
+  // Closes at once: a sender that waits for room would not notice the end of reading.
   if (--connection->running == 0) closeBoth(connection);
 }
 

@@ -11,27 +11,28 @@
 
 namespace support {
 
-// A TCP proxy on 127.0.0.1 that stands for a long, slow link.
+// A TCP proxy on 127.0.0.1 that simulates a long, slow link.
 //
 // Bytes take half the round trip each way, a connection one round trip before its first byte, and
-// what comes down shares one rate among all connections. Little is kept on the way, so that a
-// sender soon feels a receiver that does not read. Losses and the slow start of TCP are not
-// imitated.
+// all connections share one rate for the bytes to the clients. Buffers on the way are small, so
+// that a sender soon notices a receiver that does not read. Losses and the slow start of TCP are
+// not simulated.
 //
 // Threads:   one accepts, two a connection; every method from any thread.
 // Ownership: the destructor ends every connection and joins every thread.
 class SlowLink {
  public:
-  // To that port of 127.0.0.1. roundTrip in milliseconds; rate in bytes per second, 0 for no limit.
+  // Connects to that port of 127.0.0.1. roundTrip in milliseconds; rate in bytes per second, 0 for
+  // no limit.
   SlowLink(int targetPort, int roundTrip, long long rate);
   ~SlowLink();
   SlowLink(const SlowLink&) = delete;
   SlowLink& operator=(const SlowLink&) = delete;
 
   int port() const { return listeningPort; }
-  // From now on.
+  // Applies from now on.
   void setRate(long long rate);
-  // Bytes handed down to clients, headers included, and connections made, so far.
+  // Bytes delivered to clients, with headers, and connections made, so far.
   long long bytesDown() const;
   int connectionCount() const;
 

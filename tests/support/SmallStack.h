@@ -5,8 +5,8 @@
 
 namespace support {
 
-// Runs work on a thread with the stack that a thread of a small device has, 256 KiB, and waits for
-// it. Fails the test when there is no such thread.
+// Runs work on a thread with 256 KiB of stack, as on a small device, and waits for it. Fails the
+// test if the thread cannot be created.
 void onSmallStack(const std::function<void()>& work);
 
 }  // namespace support

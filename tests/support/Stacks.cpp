@@ -33,7 +33,7 @@ void tellOwnStack(int) {
   ++told;
 }
 
-// False when gdb could not be run or could not look.
+// Returns false if gdb could not be run or could not attach.
 bool askDebugger(int descriptor) {
   const std::string self = std::to_string(getpid());
   prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);

@@ -3,9 +3,9 @@
 
 namespace support {
 
-// Writes the stacks of all threads of this process to a descriptor: by gdb where it is installed
-// and may look, else by a signal to each thread, whose handler writes its own. For a process that
-// is going to end.
+// Writes the stacks of all threads of this process to a descriptor: with gdb if it is installed and
+// may attach, else with a signal to each thread, whose handler writes its own stack. For a process
+// that is about to end.
 void printAllStacks(int descriptor);
 
 }  // namespace support

@@ -20,7 +20,7 @@ namespace support {
 
 constexpr unsigned int kBlock = 32768;
 
-// One startStreaming() as it was asked for.
+// The arguments of one startStreaming().
 struct Started {
   int version;
   long long from;
@@ -30,7 +30,7 @@ struct Started {
   }
 };
 
-// A producer that only notes what is asked of it; the test delivers in its place.
+// A producer that only notes its calls; the test delivers in its place.
 //
 // Threads: the fields that are not atomic are set before the first start.
 class SteppedProducer : public util::BufferQueueProducer {
@@ -63,7 +63,7 @@ class SteppedProducer : public util::BufferQueueProducer {
   std::vector<Started> runs;
 };
 
-// Moves the queue and reads, on a thread of its own; what came of it is there once it has ended.
+// Seeks and reads in the queue, on a thread of its own; the result is valid after its end.
 class Reading {
  public:
   Reading(util::BufferQueue* queue, long long offset, unsigned int size);
@@ -71,7 +71,7 @@ class Reading {
   Reading(const Reading&) = delete;
   Reading& operator=(const Reading&) = delete;
 
-  // Waits for its end. False when it does not come.
+  // Waits for its end. Returns false if it does not end in time.
   bool hasEnded();
 
   std::vector<char> buffer;
@@ -84,8 +84,8 @@ class Reading {
   std::thread thread;
 };
 
-// A call of the queue that may wait, on a thread of its own. Its end closes the queue, so that a
-// call that still waits returns.
+// A call of the queue that may wait, on a thread of its own. The destructor closes the queue, so
+// that a waiting call returns.
 class WaitingCall {
  public:
   WaitingCall(util::BufferQueue* of, std::function<void()> call);
@@ -93,7 +93,7 @@ class WaitingCall {
   WaitingCall(const WaitingCall&) = delete;
   WaitingCall& operator=(const WaitingCall&) = delete;
 
-  // Waits until the call has returned. False when it does not.
+  // Waits until the call has returned. Returns false if it does not return in time.
   bool hasReturned();
   void join();
 
@@ -110,20 +110,20 @@ class SteppedQueue : public testing::Test {
   ~SteppedQueue() override;
 
   void make(int blocks);
-  // Starts a read and waits until the queue has asked for its first connection.
+  // Starts a read and waits until the queue has requested its first connection.
   std::unique_ptr<Reading> read(long long offset, unsigned int size);
   // The same, and the connection begins.
   std::unique_ptr<Reading> connect(long long offset, unsigned int size);
-  // Makes a queue and has it hold [0, size); the connection is under way, nobody reads any more.
+  // Makes a queue that buffers [0, size); the connection is running, no thread reads any more.
   testing::AssertionResult beginsWith(int blocks, unsigned int size);
-  // Waits until the producer was started that often and the worker has come back from it: a stop
-  // that comes before is repeated, and a worker that comes back wakes everybody.
+  // Waits until the producer was started that often and the worker has returned from it: an earlier
+  // stop is repeated, and a worker that returns wakes all waiting threads.
   bool runs(size_t count);
-  // Wait until a reader waits, or wants another connection.
+  // Wait until a reader waits, or requests another connection.
   bool waits();
   bool wants();
-  // Whether a reader wants another connection, this piece ends the present one for it, and the
-  // other one is started.
+  // Checks that a reader requests another connection, that this piece ends the present one for it,
+  // and that the other one is started.
   testing::AssertionResult givesWay(long long offset, unsigned int size);
   // Waits until a transfer waits for room.
   bool transferWaits();
@@ -131,7 +131,7 @@ class SteppedQueue : public testing::Test {
   int deliver(long long offset, unsigned int size);
   int deliverAs(int version, long long offset, unsigned int size);
   void event(int number);
-  // Whether what was read is the pattern from offset on.
+  // True if the read bytes are the pattern from offset on.
   static bool right(const Reading& reading, long long offset);
 
   const CapturedStderr log{2};

@@ -99,7 +99,7 @@ int threadCount() { return entriesOf("/proc/self/task"); }
 void makeFirstThread() {
   pid_t thread = 0;
   std::thread([&] { thread = gettid(); }).join();
-  // The join takes no longer than the thread's own work; emulators keep it for a moment more.
+  // The join does not wait until the kernel has removed the thread; emulators keep it for a moment.
   const std::string entry = "/proc/self/task/" + std::to_string(thread);
   if (!eventually([&] { return access(entry.c_str(), F_OK) != 0; })) abort();
 }

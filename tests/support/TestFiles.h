@@ -8,7 +8,7 @@
 
 namespace support {
 
-// A folder of its own for a test, removed with all it holds at the end.
+// A separate folder for a test; its end removes it with its contents.
 class TemporaryFolder {
  public:
   TemporaryFolder();
@@ -41,7 +41,7 @@ class Completions {
   // The callback of the C API; userData is the Completions.
   static void completed(int id, void* userData, int status, int bytes);
 
-  // Waits until that many calls have come; false after seconds (of patience).
+  // Waits until that many calls have come. Returns false after seconds (of patience).
   bool waitFor(size_t count, int seconds = 20);
   std::vector<Call> calls() const;
   size_t count() const;
@@ -56,8 +56,8 @@ class Completions {
 int threadCount();
 int descriptorCount();
 
-// Makes a thread, and returns once it is no longer listed. A sanitizer's own thread comes with the
-// first one that is made: after this, threads can be counted.
+// Makes a thread, and returns once it is no longer listed. A sanitizer's own thread starts with the
+// first thread: after this, threads can be counted.
 void makeFirstThread();
 
 }  // namespace support

@@ -6,19 +6,19 @@
 
 #include "webs/TreeNode.h"
 
-// A tree on one line, to compare: key@attribute=value='text'{children}. Leaves that were quoted
-// have "text" instead. The key of a root is shown too.
+// A tree on one line, for comparisons: key@attribute=value='text'{children}. Leaves that were
+// quoted have "text" instead. The key of a root is shown too.
 std::string shapeOf(const webs::TreeNode& node);
 
-// What toXMLContent and toJSONContent append, as a string.
+// The text that toXMLContent and toJSONContent append.
 std::string xmlOf(const webs::TreeNode& node);
 std::string jsonOf(const webs::TreeNode& node);
 std::string textOf(const std::vector<unsigned char>& bytes);
 
-// Looks into what all trees share.
+// Gives access to the state that all trees share.
 class Stations : public webs::TreeNode {
  public:
-  // As in a new process, for the tests that count. No tree may exist.
+  // Resets the state to that of a new process, for the tests that count. No tree may exist.
   static void startFresh() {
     clean();
     entryCreatedNum = 0;

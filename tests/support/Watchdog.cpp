@@ -41,7 +41,7 @@ void Watchdog::watch() {
   std::unique_lock<std::mutex> guard(lock);
   while (!ended) {
     if (std::chrono::steady_clock::now() - since > limit) {
-      // Standard error may be captured, or nowhere.
+      // Standard error may be captured or discarded.
       printf("no progress for %d s at: %s\n%s\n", static_cast<int>(limit.count()), step.c_str(),
              describe().c_str());
       fflush(stdout);

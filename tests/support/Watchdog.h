@@ -10,13 +10,13 @@
 
 namespace support {
 
-// How long a test waits at most for what takes no more than the given seconds: as long, or
-// FLUVIA_PATIENCE of the environment times as long, where the processor is emulated.
+// The longest time that a test waits for work of the given seconds: these seconds, times
+// FLUVIA_PATIENCE of the environment if the processor is emulated.
 double patience(double seconds);
-// The same to wait with.
+// The same as a duration.
 std::chrono::milliseconds patienceOf(int seconds);
 
-// Aborts the test process with a description when its work makes no progress for that many seconds
+// Aborts the test process with a description if its work makes no progress for that many seconds
 // (of patience).
 class Watchdog {
  public:
@@ -25,7 +25,7 @@ class Watchdog {
   Watchdog(const Watchdog&) = delete;
   Watchdog& operator=(const Watchdog&) = delete;
 
-  // Tells what the work is at now; starts the time anew.
+  // Names the current step and restarts the time.
   void at(const std::string& step);
 
  private:
@@ -41,20 +41,20 @@ class Watchdog {
   std::thread thread;
 };
 
-// How long a wait of a test lasts at most, in seconds (of patience).
+// The limit of a test's wait, in seconds (of patience).
 constexpr int kWaitSeconds = 20;
 
-// Waits until condition() is true, looking again every millisecond. False after seconds (of
+// Waits until condition() is true, checking every millisecond. Returns false after seconds (of
 // patience).
 bool eventually(const std::function<bool()>& condition, int seconds = kWaitSeconds);
 
 // The seed of a randomised test: FLUVIA_SEED from the environment, else given.
 unsigned int seedOr(unsigned int given);
-// The same, else one that is drawn. Printed, so that a test that fails can be run again with it.
+// The same, else a random one. Prints it, so that a failed test can be repeated with it.
 unsigned int printedSeed();
 
-// count, times FLUVIA_MODEL_FACTOR of the environment (such as 0.5 or 10) where that is set: how
-// much of what can be done any number of times is done. At least 1.
+// count, times FLUVIA_MODEL_FACTOR of the environment (such as 0.5 or 10) if that is set. Scales
+// the number of repetitions of a test. At least 1.
 int scaled(int count);
 
 }  // namespace support
