@@ -11,12 +11,12 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/TestFiles.h"
 
-// Calls of the C interface, quiet or with the lines that they log.
+// Calls of the C interface, silenced or with their log lines.
 class ApiCalls : public testing::Test {
  protected:
   using Lines = std::vector<std::string>;
 
-  // A handle on path, opened quietly.
+  // Opens a handle on path with silenced log.
   int open(const std::string& path, int bufferSize = 0x200000) {
     const support::CapturedStderr quiet(-100);
     int handle = 0;

@@ -38,7 +38,7 @@ class FileApiAsyncRead : public testing::Test {
   support::Watchdog watchdog{60, [] { return std::string(); }};
 };
 
-// Keeps the engine's worker that took a request of a handle busy until it is let go.
+// Keeps the engine's worker that took a request of a handle busy until it is released.
 class Holdup {
  public:
   static void held(int /*id*/, void* self, int /*status*/, int /*bytes*/) {
@@ -66,8 +66,8 @@ class Holdup {
   std::atomic<bool> isEntered{false};
 };
 
-// Takes all places that asynchronous reads have on the engine, with callbacks that do not return:
-// requests made from now on stay in the queue until they are let go.
+// Takes all places of asynchronous reads on the engine with callbacks that do not return: later
+// requests stay in the queue until the callbacks are released.
 class FullEngine {
  public:
   explicit FullEngine(const support::TemporaryFolder& folder) {
@@ -90,7 +90,7 @@ class FullEngine {
   void letGo() {
     for (Holdup& holdup : holdups) holdup.letGo();
   }
-  // A handle that is open: its request is called back at present.
+  // An open handle whose request is in its callback.
   int handle() const { return handles[0]; }
 
  private:
@@ -119,8 +119,8 @@ TEST_F(FileApiAsyncRead, DeliversAndMovesTheOffset) {
   x_fluvia_file_close(handle);
 }
 
-// An id is free once its callback has returned. Five requests at most are with workers, which may
-// not have come to that yet when the next one is asked for.
+// An id is free once its callback has returned. Up to five workers may not have reached that point
+// when the next request is made.
 TEST_F(FileApiAsyncRead, IdsAreUsedAgain) {
   const int handle = open(folder.makePattern("a", 100));
   char byte = 0;
@@ -247,7 +247,7 @@ TEST_F(FileApiAsyncRead, EightFarReadsOfOneFileComplete) {
   for (const int handle : handles) x_fluvia_file_close(handle);
 }
 
-// A reader that goes on from its own callbacks to the end of its file, then closes itself.
+// A reader that continues in its own callbacks to the end of its file, then closes itself.
 struct Chain {
   int handle = 0;
   char buffer[5000];

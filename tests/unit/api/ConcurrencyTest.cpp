@@ -1,4 +1,4 @@
-// Many handles, many threads, closing in the middle: nothing is lost, stuck or leaked.
+// Many handles, many threads, closes in the middle of reads: nothing is lost, stuck or leaked.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -89,7 +89,7 @@ TEST_F(FileApiConcurrency, CloseAnswersARequestThatWaitsForTheReadOfAnotherHandl
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// The same when a worker has it already.
+// The same if a worker has already taken the request.
 TEST_F(FileApiConcurrency, CloseAnswersARequestThatAWorkerIsAboutToRead) {
   const int handle = open(folder.makePattern("a", 1000));
   support::Pauses pauses;
@@ -113,7 +113,7 @@ TEST_F(FileApiConcurrency, AbortOfARunningRequestReportsItCancelledOnce) {
   int id = 0;
   ASSERT_EQ(x_fluvia_file_read_async(handle, byte, 1, &Completions::completed, &done, &id), 0);
   ASSERT_TRUE(support::eventually([&] {
-    // Until a worker has it the request is called back by abort itself, twice.
+    // Until a worker takes the request, abort itself calls back, twice.
     return x_fluvia_file_read_abort(handle, id) == 0 && done.count() > 0;
   }));
   for (const Completions::Call& call : done.calls()) EXPECT_EQ(call.status, 3);
@@ -174,7 +174,7 @@ TEST_F(FileApiConcurrency, SixtyFourThreadsOnEightFiles) {
   EXPECT_EQ(wrong, 0);
 }
 
-// The size is learnt by reading a byte: it must not slip between another thread's seek and read.
+// The size probe reads a byte: it must not come between another thread's seek and read.
 TEST_F(FileApiConcurrency, SizeAndOpenOfTheSameFileDoNotShiftTheFirstReads) {
   for (int round = 0; round < 100; ++round) {
     const std::string path = folder.makePattern("r" + std::to_string(round), 100000);

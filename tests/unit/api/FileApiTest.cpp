@@ -1,4 +1,4 @@
-// What a caller sees of the entry points of files: results and log lines, in order.
+// The file entry points as a caller sees them: results and log lines, in order.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-// The numbers that opens hand out, and the handles that every entry point refuses.
+// The handle numbers that opens return, and the handles that every entry point refuses.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -48,7 +48,7 @@ TEST_F(HandleTableTest, CloseLogsTwiceOnlyOnce) {
                    "x_fluvia_file_close: x_fluvia_file_close exit"}));
 }
 
-// Every entry point that takes a handle, with its result for a handle that cannot be one.
+// Every entry point that takes a handle, with its result for an impossible handle.
 struct Entry {
   const char* name;
   std::function<long long(int)> call;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr long long kMebibyte = 1 << 20;
 
-// Reads a file from its beginning to the end; returns what went wrong, or nothing.
+// Reads a file from its beginning to the end. Returns the error, or an empty string.
 std::string readThrough(const std::string& path, long long size, unsigned int readSize,
                         int bufferSize) {
   int handle = 0;
@@ -82,7 +82,7 @@ TEST_F(FileApiLocalContent, FiftyMebibytes) {
   EXPECT_EQ(readThrough(path, 50 * kMebibyte, 50u << 20, 65536), "") << "in one call";
 }
 
-// Sparse files: zeros everywhere but at the marks.
+// Sparse files: zeros everywhere except at the marks.
 class FileApiSparseContent : public testing::Test {
  protected:
   static std::string readAt(int handle, long long offset, unsigned int size) {
@@ -131,7 +131,7 @@ TEST_F(FileApiSparseContent, SizesAreModulo4GiB) {
   x_fluvia_file_close(handle);
 }
 
-// Many bytes of addresses, all of them the same 16 MiB of memory: a device has no more.
+// Many addresses that all map the same 16 MiB of memory: a device has no more.
 class RepeatedMemory {
  public:
   static constexpr size_t kPiece = 16U << 20;
@@ -161,7 +161,7 @@ class RepeatedMemory {
   bool complete = false;
 };
 
-// One call over 32768 blocks must not need a stack for each.
+// One call over 32768 blocks must not use stack for each.
 TEST_F(FileApiSparseContent, OneGibibyteInOneCall) {
   const size_t size = 1U << 30;
   const std::string path = folder.makeSparse("a", size);

@@ -34,7 +34,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr long long kSize = 32LL << 20;
 
-// How a handle reads: pieces at a rate (0: as fast as it can), going on or jumping.
+// How a handle reads: pieces at a rate (0: at full speed), sequential or jumping.
 struct Habit {
   unsigned int piece;
   double bytesPerSecond;
@@ -59,7 +59,7 @@ class FileApiTurns : public testing::Test {
     EXPECT_TRUE(support::isPattern(bytes, at, size));
   }
 
-  // Reads so until the time is over. Returns the longest read in milliseconds.
+  // Reads like this until the time is over. Returns the longest read in milliseconds.
   static long long readSo(int handle, const Habit& habit, unsigned int seed, double seconds) {
     std::mt19937 random(seed);
     const auto start = Clock::now();
@@ -85,8 +85,8 @@ class FileApiTurns : public testing::Test {
     }
   }
 
-  // Every handle reads by its habit. Returns the longest read in milliseconds: of all, or of the
-  // first one.
+  // Every handle reads by its habit. Returns the longest read in milliseconds: of all handles, or
+  // of the first one.
   long long readTogether(const std::string& url, const std::vector<Habit>& habits, double seconds,
                          unsigned int seed = 1, bool ofTheFirst = false) {
     std::vector<int> handles;
@@ -107,8 +107,8 @@ class FileApiTurns : public testing::Test {
     return ofTheFirst ? longest[0] : *std::max_element(longest.begin(), longest.end());
   }
 
-  // Of one read while the others had runs of their own, with room for a busy machine, on which the
-  // transfer may be late to store a run's bytes.
+  // The longest time that one read is held back while the others have runs of their own. Includes
+  // time for a busy machine, on which the transfer may store a run's bytes late.
   static double holdbackOf(size_t handles) {
     return support::patience(ReadTurns::kFillMs * static_cast<double>(handles - 1) + 150);
   }
@@ -125,7 +125,7 @@ TEST_F(FileApiTurns, AbortEndsAWaitForTheReadOfAnotherHandle) {
   BackgroundRead first(blocked);
   ASSERT_TRUE(support::isBlocked(log));
   BackgroundRead second(waiting);
-  // One that comes before the read breaks nothing.
+  // An abort that comes before the read has no effect.
   EXPECT_TRUE(eventually([&] {
     EXPECT_EQ(x_fluvia_file_read_abort(waiting, 0), FVFR_OK);
     return second.ended.load();
@@ -175,7 +175,7 @@ TEST_F(FileApiTurns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// The abort comes once, when a worker has the request and it does not wait for its turn yet.
+// The only abort comes when a worker has taken the request, which does not wait for its turn yet.
 TEST_F(FileApiTurns, AbortBeforeARequestWaitsForItsTurnIsNotLost) {
   const int blocked = support::openBlocked(folder, "a");
   const int waiting = open(folder.file("a"));
@@ -218,9 +218,8 @@ TEST_F(FileApiTurns, TwoPacedReadersFarApartKeepTheirPace) {
   }
 }
 
-// What the player waits for is the jumper's connection and its own. How long one takes on this
-// machine now, a reader says that jumps beside them on a resource of its own, which nobody
-// disturbs.
+// The player waits for the jumper's connection and its own. To learn how long a connection takes on
+// this machine now, another reader jumps on a separate resource without disturbance.
 TEST_F(FileApiTurns, ReaderThatJumpsAsFastAsItCanLeavesTurnsToOneThatReadsOn) {
   server.on("/a", support::serveRanges(kSize));
   server.on("/alone", support::serveRanges(kSize));
@@ -251,11 +250,11 @@ TEST_F(FileApiTurns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
     for (size_t i = 0; i < count; ++i) {
       const unsigned int pieces[] = {188, 1316, 1316, 8192, 32768};
       const double rates[] = {188e3, 400e3, 750e3, 2e6, 0};
-      // Two at least go on, one of them packet by packet: such a reader is never far from its next
-      // read.
+      // At least two read sequentially, one of them packet by packet: such a reader is never far
+      // from its next read.
       const unsigned int piece = i == 0 ? pieces[random() % 2] : pieces[random() % 5];
       const bool jumps = i >= 2 && random() % 2 == 0;
-      // One that jumps as fast as it can would be all that is measured.
+      // A reader that jumps at full speed would dominate the measurement.
       const double rate = jumps ? piece * 4.0 : rates[random() % (i == 0 ? 3 : 5)];
       const long long half = i % 2 == 0 ? 0 : kSize / 2;
       const long long from = half + static_cast<long long>(random()) % (kSize / 8);

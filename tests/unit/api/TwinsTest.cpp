@@ -13,7 +13,7 @@ void ignore(int, void*, int, int) {}
 
 TEST(FileApiTwins, WorkOnTheSameHandles) {
   support::TemporaryFolder folder;
-  // One read of the feeding thread holds all of it, so its buffered size stands still.
+  // One read of the feeding thread returns the whole file, so its buffered size does not change.
   constexpr int kSize = 10000;
   const std::string path = folder.makePattern("a", kSize);
   int handle = 0;

@@ -26,7 +26,7 @@ class ApiFile {
     handle = 0;
   }
 
-  // Reads at most size bytes; the code is in last.
+  // Reads at most size bytes; the result code is in last.
   std::string read(unsigned int size) {
     std::string bytes(size, '\0');
     unsigned int got = 0;
@@ -54,7 +54,7 @@ class ApiFile {
     return ::testing::AssertionFailure() << "ended at " << offset << " of " << size;
   }
 
-  // Reads size bytes where the handle stands, which is at offset.
+  // Reads size bytes at the handle's position, which is offset.
   ::testing::AssertionResult readsPattern(long long offset, unsigned int size) {
     const std::string bytes = read(size);
     if (last != FVFR_OK) {

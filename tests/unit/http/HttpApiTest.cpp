@@ -47,7 +47,7 @@ std::string entry(const TextSetter& setter) {
   return std::string("x_fluvia_file_http_set_") + setter.name;
 }
 
-// One handle of each kind: HTTP, local, and one that is closed.
+// One handle of each kind: HTTP, local, and a closed one.
 struct Handles {
   Handles() : local(localPath()), http(server.url("/a")), closed(0) {
     server.on("/a", support::serveRanges(1000));
@@ -124,7 +124,7 @@ TEST(HttpApi, ClosedHandlesAndWrongNumbersFailEverywhere) {
     EXPECT_EQ(x_fluvia_file_http_get_download_status(bad), FVFR_FAILED);
     EXPECT_EQ(x_fluvia_file_http_get_url_ip(bad, text), FVFR_FAILED);
     EXPECT_EQ(x_fluvia_file_http_get_header(bad, text, 16, &length), FVFR_FAILED);
-    // Threads of the file that was just closed may still be saying that they end.
+    // Threads of the file that was just closed may still log their end.
     const std::vector<std::string> lines = log.messages();
     const auto refusals = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
       return line.compare(0, 8, "x_fluvia") == 0;

@@ -71,7 +71,7 @@ TEST_P(HttpSeeks, AreRight) {
     for (int i = 0; i < 60; ++i) {
       long long target = position;
       switch (random() % 4) {
-        case 0:  // backward, perhaps still held
+        case 0:  // backward, possibly still buffered
           target -= static_cast<long long>(random() % 100000);
           break;
         case 1:  // forward within the look-ahead
@@ -91,7 +91,7 @@ TEST_P(HttpSeeks, AreRight) {
   }
 }
 
-// The servers by whether their resource has a size.
+// The servers whose resource has a size, or those whose resource has none.
 std::vector<int> which(bool sized) {
   std::vector<int> indexes;
   const std::vector<Server> all = servers();
@@ -127,7 +127,8 @@ TEST(HttpStream, MovedBackToWhatIsGoneReadsWhereItsPositionSays) {
     ASSERT_EQ(file.seek(100), FVFR_OK);
     const std::string bytes = file.read(100000);
     ASSERT_EQ(file.last, FVFR_OK);
-    // A stream is taken for live: its position moves up by the oldest byte that is held.
+    // A stream of unknown length is treated as live: its position advances to the oldest buffered
+    // byte.
     const long long from = x_fluvia_file_offset(file.handle) - static_cast<long long>(bytes.size());
     EXPECT_GT(from, 100);
     EXPECT_EQ(
@@ -198,7 +199,7 @@ TEST(HttpRangeHeaders, BrokenConnectionGoesOnWhereItEnded) {
   const std::vector<std::string> ranges = server.ranges("/a");
   ASSERT_EQ(ranges.size(), 2u);
   EXPECT_EQ(ranges[0], "");
-  // A block that no reader is in is begun again: 100000 or, down to its block, 98304.
+  // A block without a reader is restarted: 100000 or, down to its block, 98304.
   EXPECT_TRUE(ranges[1] == "bytes=100000-" || ranges[1] == "bytes=98304-") << ranges[1];
 }
 
@@ -221,8 +222,8 @@ TEST(HttpRangeHeaders, RequestBeforeAHeldBlockIsBounded) {
   const std::vector<std::string> ranges = server.ranges("/a");
   ASSERT_GE(ranges.size(), 3u);
   EXPECT_EQ(ranges[1], "bytes=3997696-");
-  // Up to the first block that is still held: the transfer takes blocks behind the reader
-  // meanwhile.
+  // Up to the first block that is still buffered: meanwhile the transfer takes blocks behind the
+  // reader.
   EXPECT_TRUE(ranges[2] == "bytes=3899392-3997695" || ranges[2] == "bytes=3899392-4030463" ||
               ranges[2] == "bytes=3899392-4063231")
       << ranges[2];
@@ -258,7 +259,7 @@ TEST(HttpSize, OfASilentUnsizedResourceIsTheUnknownOne) {
   EXPECT_EQ(file.size(), FVFR_UNKNOWN_SIZE);
 }
 
-// Two whole blocks: with a part of one the end is noticed by other means.
+// Two whole blocks: if one is partly filled, the end is noticed in another way.
 TEST(HttpContent, EndOfVolatileContentWithoutALengthEndsItsReads) {
   support::FaultServer server;
   server.on("/live", support::serveUntilClose(65536));

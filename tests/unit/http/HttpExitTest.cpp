@@ -19,9 +19,9 @@ void readOn(int handle) {
   }
 }
 
-// Streams over TLS on several threads, one of them silent, and leaves.
+// Streams over TLS on several threads, one of them silent, and exits.
 [[noreturn]] void exitWhileStreaming() {
-  // The library comes first, as in a player: it is then the one that prepares the crypto library.
+  // The library is used first, as in a player: so it initializes the crypto library.
   int first = 0;
   x_fluvia_file_open("http://127.0.0.1:1/", &first);
   static const support::TestCertificate own;
@@ -37,7 +37,7 @@ void readOn(int handle) {
   exit(0);
 }
 
-// Runs at exit after the crypto library's own handler, if that one is there.
+// Runs at exit after the crypto library's own handler, if it has one.
 void leaveAsCryptoIs() { _exit(OPENSSL_init_crypto(0, nullptr) == 1 ? 0 : 5); }
 
 [[noreturn]] void exitAfterUse() {

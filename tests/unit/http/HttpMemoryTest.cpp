@@ -35,7 +35,7 @@ TEST(HttpMemory, HundredRoundsOfTlsLeaveNothingBehind) {
     last = useNow();
     if (round == 20) first = last;
   }
-  // What the server of this test keeps of each request is counted too.
+  // The count includes what this test's server keeps of each request.
   EXPECT_LT(last.bytes, first.bytes + 200 * 1024);
   EXPECT_TRUE(support::eventually([&] { return useNow().threads <= first.threads; }));
   EXPECT_TRUE(support::eventually([&] { return useNow().descriptors <= first.descriptors; }));

@@ -19,9 +19,9 @@ using support::CallersPlan;
 using support::FaultServer;
 using support::Resource;
 
-// However little is asked for (FLUVIA_MODEL_FACTOR), the callers go on until the server has cut so
-// many answers short and so many bytes have been compared; a run in which that does not come about
-// has looked at nothing. One answer is cut for about 20 to 200 calls.
+// For any factor (FLUVIA_MODEL_FACTOR), the callers continue until the server has cut this many
+// responses short and this many bytes have been compared. A run that does not reach both has tested
+// nothing. One response is cut for about 20 to 200 calls.
 constexpr int kFewestCuts = 20;
 constexpr long long kFewestBytes = 1000000;
 constexpr int kMostCalls = 20000;
@@ -31,7 +31,7 @@ class HttpModel : public ::testing::TestWithParam<CallersPlan> {};
 TEST_P(HttpModel, AgreesWithPlainArrays) {
   const unsigned int seed = support::printedSeed();
   support::silenceStderr();
-  // No reader may need the clock that ends the pause of a transfer without room.
+  // No reader may depend on the clock that ends the pause of a transfer without room.
   util::BufferQueueProbe::setLongestPause(3600000);
   std::atomic<int> cut{0};
   FaultServer server;

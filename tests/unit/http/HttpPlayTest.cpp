@@ -1,5 +1,5 @@
-// A player's pace over a link with a limit: what is held ahead, and that nothing is asked for
-// twice.
+// A player's pace over a link with a limit: how much is buffered ahead, and that nothing is
+// requested twice.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,8 +24,8 @@ using support::SlowLink;
 
 constexpr long long kSize = 256000000;
 constexpr int kBuffer = 2097152;
-// Longer than a busy machine keeps the transfer waiting, and shorter than what is left of a pause
-// that only its clock ends.
+// Longer than a busy machine delays the transfer, and shorter than the rest of a pause that only
+// its clock ends.
 constexpr milliseconds kGrace(400);
 
 struct Play {
@@ -50,7 +50,7 @@ class HttpPlay : public testing::TestWithParam<Play> {
   SlowLink link;
 };
 
-// Whether that much is ahead of the reader, or is there in a moment.
+// True if that much is ahead of the reader now or within moments.
 bool holds(const ApiFile& file, int wanted) {
   const auto until = Clock::now() + kGrace;
   while (x_fluvia_file_bufferedSize(file.handle) < wanted) {
@@ -76,7 +76,7 @@ TEST_P(HttpPlay, HalfOfTheBufferStaysAhead) {
     const int held = x_fluvia_file_bufferedSize(file.handle);
     least = std::min(least, held);
     ASSERT_TRUE(holds(file, kBuffer / 2)) << held << " bytes are ahead of " << at + play.read;
-    // What was late is not made up for.
+    // Late reads are not made up for.
     due = std::max(due + between, Clock::now());
   }
   EXPECT_EQ(link.connectionCount(), 1);

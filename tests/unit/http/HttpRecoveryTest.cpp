@@ -1,4 +1,4 @@
-// What a handle's calls give when the server fails, and how long they take.
+// What a handle's calls return if the server fails, and how long they take.
 #include <algorithm>
 #include <atomic>
 #include <random>
@@ -167,9 +167,9 @@ TEST(HttpFailure, HostileHeadersHurtNothing) {
     ApiFile file(server.url("/a"));
     watchdog.at(answer.substr(0, 100));
     const std::string bytes = file.read(1000);
-    // Nothing is taken for content but what the body holds.
+    // Only bytes of the body count as content.
     EXPECT_EQ(bytes, std::string("hello").substr(0, bytes.size())) << answer.substr(0, 100);
-    // A body that is shorter than its length fails, with the bytes that came.
+    // A body shorter than its length fails, with the bytes that came.
     EXPECT_TRUE(file.last < FVFR_OK || !bytes.empty()) << answer.substr(0, 100);
     for (const char* text : {x_fluvia_file_http_get_server_name(file.handle),
                              x_fluvia_file_http_get_content_type(file.handle)}) {
@@ -183,7 +183,7 @@ TEST(HttpFailure, HostileHeadersHurtNothing) {
       EXPECT_EQ(rest, std::string("lo").substr(0, rest.size())) << answer.substr(0, 100);
     }
     EXPECT_LE(server.requestCount("/a"), 5) << answer.substr(0, 100);
-    // Whoever comes next is served.
+    // The next handle is served.
     server.on("/sound", support::serveRanges(1000));
     ApiFile sound(server.url("/sound"));
     EXPECT_TRUE(sound.readsPattern(0, 1000)) << answer.substr(0, 100);
@@ -216,8 +216,8 @@ TEST(HttpFailure, OneConnectionAtATimeIsEnough) {
   }
 }
 
-// Every connection ends before a block is full. A gap was filled from its beginning each time, and
-// so never.
+// Every connection ends before a block is full. Each one used to fill a gap from its beginning, and
+// so never completed it.
 TEST(HttpFailure, ConnectionsThatAllEndInsideABlockGetOn) {
   constexpr long long kSize = 300000;
   FaultServer server;
@@ -239,9 +239,9 @@ TEST(HttpFailure, ConnectionsThatAllEndInsideABlockGetOn) {
 
 // --- stops --------------------------------------------------------------------------------------
 
-// Opens and closes streams of a server that still has more to send than anybody will take: a close
-// that only says goodbye would leave it waiting for a minute, and with it the place of a server
-// that has one for each client.
+// Opens and closes streams of a server that sends more than any reader takes. A close with only an
+// orderly end would leave the server waiting for a minute, and would keep the place of a server
+// with one for each client.
 void leaveWhileTheServerSends(FaultServer* server) {
   server->on("/a", support::serveRanges(100000000));
   for (int round = 0; round < 40; ++round) {

@@ -1,5 +1,5 @@
-// No reader waits while the link brings what nobody needs: jumps over a slow link, each read held
-// against the bytes that came down meanwhile.
+// No reader waits while the link brings unneeded bytes: a handle jumps over a slow link, and each
+// read is compared with the bytes that came down meanwhile.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,15 +22,15 @@ using support::FaultServer;
 using support::SlowLink;
 
 constexpr long long kSize = 64000000;
-// What may come beside the bytes that a read asks for: the rest of the block before them, the
-// read-ahead margin, the chunk that announces the restart, and what was already on its way.
+// The bytes that may come beside those of a read: the rest of the block before them, the read-ahead
+// margin, the chunk that announces the restart, and bytes already on their way.
 constexpr long long kMostUnneeded = 512 * 1024;
 
 struct Jumps {
   const char* name;
   int bufferSize;        // bytes
   long long rate;        // of the link, bytes per second
-  long long far;         // where the far reads begin; the near ones begin at 0
+  long long far;         // beginning of the far reads; the near ones begin at 0
   unsigned int farRead;  // bytes of each far read, and of each near one
   unsigned int nearRead;
   int inARow;  // reads at one end before the other's turn
@@ -41,7 +41,7 @@ void PrintTo(const Jumps& jumps, std::ostream* out) { *out << jumps.name; }
 
 class HttpService : public testing::TestWithParam<Jumps> {};
 
-// One handle that jumps between two places and reads on at each.
+// One handle that jumps between two places and reads sequentially at each.
 class Jumper {
  public:
   Jumper(const Jumps& jumps, const std::string& url, const SlowLink& slowLink, unsigned int seed)

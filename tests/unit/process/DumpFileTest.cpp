@@ -1,5 +1,5 @@
-// The read dump, which a path file below /data switches on. Each test runs in a child with a /data
-// of its own.
+// The read dump, which a path file below /data enables. Each test runs in a child with a /data of
+// its own.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ int openFile(const std::string& path) {
   return handle;
 }
 
-// Reads size bytes of path and returns what lies in the dump file, or a text that says there is
+// Reads size bytes of path. Returns the contents of the dump file, or a text that says there is
 // none.
 std::string dumped(const std::string& path, const std::string& dump, unsigned int size) {
   std::vector<char> buffer(size);
@@ -129,7 +129,7 @@ TEST(DumpFile, ProbeAndAsynchronousReadsCountToo) {
   EXPECT_EQ(child.exitCode, 0) << child.error;
 }
 
-// A dump object at the end of its memory: what is read behind the path belongs to somebody else.
+// A dump object at the end of its memory: a read behind the path is a read of foreign memory.
 TEST(DumpFile, PathOfTwoHundredBytesIsNotReadPastItsEnd) {
   const support::ChildResult child = support::inPrivateData([] {
     support::writeData(kPathFile, "/data/" + std::string(294, 'd'));

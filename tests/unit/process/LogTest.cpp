@@ -1,4 +1,4 @@
-// The lines of the log, and the level: set by a call, or by a file below /data, for which a test
+// The lines of the log, and the level: set by a call, or by a file below /data. For the file a test
 // runs in a child with a /data of its own.
 #include <gtest/gtest.h>
 

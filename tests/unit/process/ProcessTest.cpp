@@ -1,5 +1,5 @@
-// Whole lives of a process: its end, unloading the library, and the limits of the handle table.
-// Each test runs in a child of its own.
+// The life of a process: its end, unloading the library, and the limits of the handle table. Each
+// test runs in a separate child.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -26,8 +26,8 @@ class Process : public testing::Test {
   support::TemporaryFolder folder;
 };
 
-// Leaves a handle whose read waits for ever: the file was removed, so that the stream cannot begin
-// anew at the far end that the read wants.
+// Leaves a handle whose read waits for ever: the file was removed, so that the stream cannot
+// restart at the far position of the read.
 int openBlocked(const std::string& path, long long size) {
   int handle = 0;
   char byte[1];
@@ -78,7 +78,7 @@ TEST_F(Process, ExitReturnsWithABlockedRead) {
   EXPECT_EQ(child.exitCode, 7) << child.error;
 }
 
-// The functions of a library that was loaded at run time.
+// The functions of a library loaded at run time.
 struct Loaded {
   void* image = dlopen(FLUVIA_LIBRARY, RTLD_NOW);
   decltype(&x_fluvia_file_open) open = nullptr;
@@ -138,7 +138,7 @@ TEST_F(Process, ThreadsAreSixForTheEngineOneForAQueueAndOneForALocalFile) {
   EXPECT_EQ(child.exitCode, 0) << child.error;
 }
 
-// The file object that found no handle keeps its reference, as it is meant to.
+// The file object that found no handle keeps its reference; this is intentional.
 TEST_F(Process, TwoHundredFiftySixthOpenFails) {
   const std::string path = folder.makePattern("a", 10);
   const support::ChildResult child = support::inChild([&] {

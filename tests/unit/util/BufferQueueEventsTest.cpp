@@ -1,4 +1,4 @@
-// What a producer's event means: another connection, the end of the stream, or a rest.
+// The effect of a producer's event: another connection, the end of the stream, or a park.
 #include <gtest/gtest.h>
 
 #include "tests/support/SteppedQueue.h"
@@ -179,7 +179,7 @@ TEST_F(BufferQueueTest, ErrorAfterTheLastByteDoesNotAskPastTheEnd) {
   EXPECT_FALSE(log.has("notifyStreamException: reset cause of STREAM_ERROR"));
 }
 
-// As above, for the ends that need no error: a silence behind the last byte.
+// As above, for the ends that need no error: silence after the last byte.
 class BufferQueueLastByte : public BufferQueueTest, public testing::WithParamInterface<int> {};
 
 TEST_P(BufferQueueLastByte, ParksInsteadOfReconnecting) {
@@ -261,7 +261,8 @@ class BufferQueueEarlyBlock : public BufferQueueTest {
     Reading elsewhere(queue.get(), gap + kBlock, 10);
     ASSERT_TRUE(elsewhere.hasEnded());
   }
-  // The connection brings that many bytes more and ends with that event; where the next one begins.
+  // The connection brings that many more bytes and ends with that event. Returns where the next one
+  // begins.
   long long endsAfter(long long at, unsigned int bytes, int with) {
     const size_t before = producer.started().size();
     EXPECT_EQ(deliver(at, bytes), 1);

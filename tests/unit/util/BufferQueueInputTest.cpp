@@ -1,4 +1,5 @@
-// What comes in: where it is stored, whether its connection may go on, and whom it wakes.
+// Incoming data: where it is stored, whether its connection may continue, and which threads it
+// wakes.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -123,7 +124,7 @@ TEST_F(BufferQueueTest, ReaderElsewhereReleasesAHeldTransferAndTheChunkIsDropped
   EXPECT_TRUE(right(far, 5000000));
 }
 
-// A newer version was announced while the chunk waited for room: its bytes belong nowhere any more.
+// A newer version was announced while the chunk waited for room: its bytes are discarded.
 TEST_F(BufferQueueTest, ChunkThatWaitedForRoomIsNotStoredAfterANewerVersionWasAnnounced) {
   ASSERT_TRUE(beginsWith(2, 2 * kBlock));
   std::atomic<int> result{-1};
@@ -148,7 +149,7 @@ TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
   ASSERT_TRUE(givesWay(0, 100));
   EXPECT_EQ(deliver(5 * kBlock, kBlock), 1);
   ASSERT_TRUE(far->hasEnded());
-  // Back to the block before: its connection is bounded by the block that is held.
+  // Back to the block before: its connection ends at the buffered block.
   Reading back(queue.get(), 4 * kBlock, 10);
   ASSERT_TRUE(givesWay(6 * kBlock, 100));
   EXPECT_EQ(producer.started()[2], (Started{2, 4 * kBlock, kBlock}));
@@ -156,7 +157,7 @@ TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
   ASSERT_TRUE(back.hasEnded());
   EXPECT_EQ(deliver(5 * kBlock, 100), 0) << "more than was asked";
   EXPECT_TRUE(log.has("streamIn: Server gives more than the client required, stop streaming"));
-  // The cancel of another queue is not taken for it.
+  // Another queue's cancel must have no effect here.
   SteppedProducer otherProducer;
   BufferQueue other(2 * static_cast<int>(kBlock));
   ASSERT_TRUE(other.initialize(&otherProducer));
@@ -170,7 +171,7 @@ TEST_F(BufferQueueTest, OverdeliveryEndsTheConnectionAndCountsAsItsEnd) {
   other.release();
 }
 
-// A transfer that gave up bytes for a reader elsewhere must not go on behind them, even for a
+// A transfer that dropped bytes for a reader elsewhere must not continue behind them, even for a
 // reader within the margin.
 TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
   ASSERT_TRUE(beginsWith(2, 100));
@@ -194,9 +195,9 @@ TEST_F(BufferQueueTest, TransferThatDroppedBytesDoesNotGoOn) {
   EXPECT_TRUE(right(ahead, 4 * kBlock));
 }
 
-// A transfer may ask what a reader wants before that reader has had its turn: what it wants may
-// have been stored since it last looked, and must neither be placed again nor fail for want of a
-// place.
+// A transfer may look up a reader's request before that reader has had its turn. The requested
+// bytes may have been stored meanwhile: they must neither be placed again nor fail for lack of a
+// block.
 class BufferQueueHeldData : public BufferQueueTest, public testing::WithParamInterface<int> {};
 
 TEST_P(BufferQueueHeldData, IsNotPlacedAgain) {
@@ -207,7 +208,7 @@ TEST_P(BufferQueueHeldData, IsNotPlacedAgain) {
   ASSERT_TRUE(givesWay(kBlock, 100));
   EXPECT_EQ(producer.started()[1], (Started{1, far, 0}));
   BufferQueueProbe::ask(*queue, far + 10);
-  // Every block but the one where the reader last was is filled: the transfer waits for room.
+  // Every block except the reader's last one is filled: the transfer waits for room.
   WaitingCall transfer(queue.get(),
                        [&] { deliver(far, static_cast<unsigned int>(blocks - 1) * kBlock + 100); });
   EXPECT_TRUE(transferWaits());
@@ -224,8 +225,8 @@ TEST_P(BufferQueueHeldData, IsNotPlacedAgain) {
 
 INSTANTIATE_TEST_SUITE_P(Buffers, BufferQueueHeldData, testing::Values(3, 4, 5));
 
-// The last thing to do when a reader's place is refused twice, however it came to that: its read
-// must end, and so must the transfer that was told to hold still.
+// The last resort when a reader gets no place twice, for any cause: its read must end, and so must
+// the paused transfer.
 TEST_F(BufferQueueTest, ReaderWithoutAPlaceFailsAndItsTransferEnds) {
   ASSERT_TRUE(beginsWith(3, 100));
   BufferQueueProbe::arrange(
@@ -240,7 +241,7 @@ TEST_F(BufferQueueTest, ReaderWithoutAPlaceFailsAndItsTransferEnds) {
   EXPECT_LT(next.result, 0);
 }
 
-// A wake-up is a system call and a switch: a reader sleeps until all it asked for is there.
+// A wake-up is a system call and a switch: a reader sleeps until all requested bytes are buffered.
 TEST_F(BufferQueueTest, ReaderIsWokenOnceForAllItWants) {
   make(8);
   auto reading = connect(0, kBlock);
@@ -256,7 +257,7 @@ TEST_F(BufferQueueTest, ReaderIsWokenOnceForAllItWants) {
   EXPECT_TRUE(right(*reading, 0));
 }
 
-// It waits for a quarter of the blocks, of which no more comes.
+// The reader batches a quarter of the blocks, but no more bytes come.
 TEST_F(BufferQueueTest, ReaderThatKeepsUpGoesOnWithTheFewBytesItWants) {
   make(8);
   const unsigned int stretch = 3 * kBlock;
@@ -312,7 +313,7 @@ TEST_F(BufferQueueTest, ReadsThatLeaveNoBlockDoNotWakeATransferWithoutRoom) {
   EXPECT_TRUE(eventually([&] { return result == 1; })) << "the first block is free";
 }
 
-// A reader that takes what there is, and sleeps again, while the chunk waits for room.
+// The reader takes the available bytes and sleeps again while the chunk waits for room.
 TEST_F(BufferQueueTest, ChunkThatWaitedForRoomWakesItsReaderAtItsEnd) {
   make(2);
   auto reading = connect(0, 2 * kBlock + 100);

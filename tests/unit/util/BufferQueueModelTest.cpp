@@ -1,5 +1,5 @@
-// Random readers on a buffer queue against a producer that behaves like a bad network, compared
-// with the pattern that the resource holds; the block list is checked after each step.
+// Random readers on a buffer queue with a producer that behaves like a bad network. Reads are
+// compared with the pattern of the resource, and the block list is checked after each step.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,8 +28,8 @@ struct Resource {
   unsigned int largestChunk;
 };
 
-// Delivers the pattern on the worker's thread, as a network transfer does, and ends it in every way
-// there is; never fails twice without a byte in between, so every read must succeed.
+// Delivers the pattern on the worker's thread, as a network transfer does, and ends it in every
+// possible way. It never fails twice without a byte in between, so every read must succeed.
 class BadNetwork : public util::BufferQueueProducer {
  public:
   BadNetwork(const Resource& kind, unsigned int seed) : resource(kind), random(seed) {}
@@ -117,7 +117,7 @@ class BadNetwork : public util::BufferQueueProducer {
     }
   }
 
-  // Holds still for a while, as long as nobody stops the transfer.
+  // Pauses for a while, unless the transfer is stopped.
   void stall() {
     std::unique_lock<std::mutex> guard(lock);
     changed.wait_for(guard, std::chrono::milliseconds(random() % 4),
@@ -165,7 +165,7 @@ long long nextOffset(std::mt19937& random, long long offset, long long size) {
   }
 }
 
-// Asks the queue for what it holds while others read, and breaks their reads now and then.
+// Queries the queue's buffered size while others read, and sometimes breaks their reads.
 class Disturber {
  public:
   Disturber(BufferQueue* disturbed, bool mayBreak, unsigned int seed)
@@ -178,11 +178,11 @@ class Disturber {
     ended = true;
     if (thread.joinable()) thread.join();
   }
-  // A read has been made.
+  // Called after each read.
   void noteStep() { ++steps; }
-  // Taken before a read...
+  // Called before a read...
   int breaksOver() const { return over; }
-  // ...and asked after it: whether a break was under way meanwhile.
+  // ...and after it: true if a break was running meanwhile.
   bool disturbedSince(int overBefore) const { return begun != overBefore; }
 
  private:
@@ -192,7 +192,7 @@ class Disturber {
     while (!ended) {
       queue->getBufferedSize(static_cast<long long>(dice() % 2000000));
       queue->getMiniBlockOffset();
-      // Not more often than every fourth read, or slow ones would hardly ever succeed.
+      // At most every fourth read, or slow ones would hardly ever succeed.
       if (breaks && dice() % 64 == 0 && steps - brokenAt >= 4) {
         brokenAt = steps;
         ++begun;
@@ -212,14 +212,14 @@ class Disturber {
   std::thread thread;
 };
 
-// Reads at random offsets and compares what it gets with the resource.
+// Reads at random offsets and compares the bytes with the resource.
 class RandomReader {
  public:
   RandomReader(BufferQueue* from, const Resource& what, Disturber* others, support::Watchdog* dog,
                unsigned int seed)
       : queue(from), resource(what), disturber(others), watchdog(dog), random(seed) {}
 
-  // Makes one read. Empty, or what was wrong with it or is wrong with the queue.
+  // Makes one read. Returns an empty string, or the error of the read or of the queue.
   std::string step(int number) {
     offset = nextOffset(random, offset, resource.size);
     const unsigned int size = nextSize();
@@ -232,7 +232,7 @@ class RandomReader {
     return wrong.empty() ? "" : what + ": " + wrong;
   }
 
-  // Reads that gave what they were to give.
+  // The number of reads with the right result.
   int succeeded() const { return right; }
 
  private:
@@ -278,7 +278,7 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   const Model& model = GetParam();
   const unsigned int seed = support::printedSeed();
   util::LOG_LEV = -5;
-  // An hour: no reader may need the clock that ends the pause of a transfer without room.
+  // An hour: no reader may depend on the clock that ends the pause of a transfer without room.
   BufferQueueProbe::setLongestPause(3600000);
   BadNetwork network(model.resource, seed);
   BufferQueue queue(model.blocks * 32768);

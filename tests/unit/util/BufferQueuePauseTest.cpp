@@ -1,5 +1,5 @@
 // A transfer without room pauses until a reader comes near the write head. The clock that ends a
-// pause is stopped here, unless a test is about it: nobody who waits may need it.
+// pause is stopped here, unless a test is about it: no waiting thread may depend on it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -39,7 +39,7 @@ class BufferQueuePause : public support::SteppedQueue {
     transfer.reset(new WaitingCall(queue.get(), [this] { result = deliver(kFilled, 100); }));
     ASSERT_TRUE(transferWaits());
   }
-  // Reads block number index, which is held.
+  // Reads block number index, which is buffered.
   void readBlock(int index) {
     Reading reading(queue.get(), static_cast<long long>(index) * kBlock, kBlock);
     ASSERT_TRUE(reading.hasEnded());
@@ -52,7 +52,7 @@ class BufferQueuePause : public support::SteppedQueue {
   std::unique_ptr<WaitingCall> transfer;
 };
 
-// Resumed with 36 blocks ahead, half of them and a sixteenth, less the one that is read next.
+// Resumes with 36 blocks ahead: half of them and a sixteenth, less the block that is read next.
 TEST_F(BufferQueuePause, EndsWhenTheNextReadWouldBeNearTheWriteHead) {
   ASSERT_NO_FATAL_FAILURE(fill());
   for (int i = 0; i < 26; ++i) {
@@ -83,7 +83,7 @@ TEST_F(BufferQueuePause, EndsWithAnExpectedReaderNearTheWriteHead) {
   EXPECT_EQ(result, 1);
 }
 
-// The reader behind has plenty; the one in front of it would come to the end.
+// The reader behind has plenty; the one in front would reach the end.
 TEST_F(BufferQueuePause, EndsForTheForemostOfTwoReaders) {
   ASSERT_NO_FATAL_FAILURE(fill());
   for (int i = 1; i < 7; ++i) {
@@ -117,7 +117,8 @@ TEST_F(BufferQueuePause, EndsForAReaderThatWaitsForTheBytesOfItsChunk) {
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
-// One that waits already is woken when the transfer has no room, and wakes it when it waits on.
+// A reader that already waits is woken when the transfer has no room, and wakes the transfer when
+// it waits again.
 TEST_F(BufferQueuePause, EndsForAReaderThatWaitsOn) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(kBlocks, kFilled));
@@ -131,7 +132,7 @@ TEST_F(BufferQueuePause, EndsForAReaderThatWaitsOn) {
   EXPECT_TRUE(far.hasEnded());
 }
 
-// The one that stands near the write head does not read; the other one is far from it.
+// The reader near the write head does not read; the other one is far from it.
 TEST_F(BufferQueuePause, DoesNotBeginWhereAReaderIsNear) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(kBlocks, kFilled));
@@ -171,7 +172,7 @@ TEST_F(BufferQueuePause, EndsAfterItsTimeWhenABlockWasLeft) {
   EXPECT_EQ(result, 1);
 }
 
-// Nobody plays: no clock ticks, and no further silence follows the one that was long already.
+// No reader plays: no clock runs, and after a pause that has lasted its time no other one follows.
 TEST_F(BufferQueuePause, SleepsOnAfterItsTimeUntilABlockIsLeft) {
   BufferQueueProbe::setLongestPause(1);
   ASSERT_NO_FATAL_FAILURE(fill());
@@ -184,7 +185,7 @@ TEST_F(BufferQueuePause, SleepsOnAfterItsTimeUntilABlockIsLeft) {
   EXPECT_EQ(result, 1);
 }
 
-// A transfer that never ends by itself, as of a server that is faster than any reader.
+// A transfer that never ends by itself, as from a server that is faster than any reader.
 class BufferQueueEndlessTransfer : public BufferQueuePause,
                                    public testing::WithParamInterface<int> {
  protected:
@@ -203,8 +204,8 @@ class BufferQueueEndlessTransfer : public BufferQueuePause,
   }
 };
 
-// Where the transfer rests, the next read of the same size leaves half of the buffer, or there is
-// no room. A reader that keeps to sizes of the buffer's half never waits for long.
+// Where the transfer pauses, the next read of the same size leaves half of the buffer, or there is
+// no room. A reader with reads of at most half the buffer never waits for long.
 TEST_P(BufferQueueEndlessTransfer, KeepsHalfOfTheBufferAheadOfItsReader) {
   const unsigned int seed = support::printedSeed();
   const long long capacity = static_cast<long long>(GetParam()) * kBlock;

@@ -1,4 +1,4 @@
-// What goes out: reads, their ends, breaks, seeks of streams that cannot seek, buffered sizes.
+// Outgoing data: reads, their ends, breaks, seeks of streams that cannot seek, buffered sizes.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -39,7 +39,7 @@ TEST_F(BufferQueueTest, EndOfFileIsKnownWithoutWaiting) {
   EXPECT_FALSE(before.moved);
 }
 
-// The transfer takes the blocks before the last read first: bytes that are read next stay.
+// The transfer first takes the blocks before the last read: the bytes that are read next stay.
 TEST_F(BufferQueueTest, ExpectedReaderKeepsItsBytes) {
   producer.size = 100LL * kBlock;
   make(4);
@@ -103,7 +103,7 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
   make(4);
   auto reading = read(0, 1000);
   ASSERT_TRUE(waits());
-  // The stop of a restart sends its cancel event while a break is under way.
+  // The stop of a restart sends its cancel event during a break.
   producer.duringStop = [&] {
     if (disturbed) return;
     std::thread breaker([&] { queue->breakRead(); });
@@ -123,7 +123,7 @@ TEST_F(BufferQueueTest, StatusLeftByABrokenReadIsNotForEver) {
   }));
   EXPECT_EQ(again.result, 0);
   queue->release();
-  producer.duringStop = nullptr;  // it looks at locals
+  producer.duringStop = nullptr;  // it captures locals
 }
 
 TEST_F(BufferQueueTest, StatusOfABrokenReadIsGoneWithTheNextRead) {
@@ -229,7 +229,7 @@ TEST_F(BufferQueueTest, ProbeLearnsTheSizeAndLeavesTheOffset) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// However soon the first connection fails, the read that opened it tells why.
+// However early the first connection fails, the read that opened it reports the cause.
 class BufferQueueFirstConnection
     : public BufferQueueTest,
       public testing::WithParamInterface<std::tuple<const char*, std::pair<int, int>>> {};
@@ -272,7 +272,7 @@ TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadWaitsEndsIt) {
   EXPECT_EQ(reading.result, -13);
 }
 
-// The block at the position is there, but empty from the position on.
+// The block at the position exists, but is empty from the position on.
 TEST_F(BufferQueueTest, SizeLearntJustBeforeAReadInItsBlockEndsIt) {
   producer.size = util::UNKNOWN_CONTENT_SIZE;
   producer.seekable = false;

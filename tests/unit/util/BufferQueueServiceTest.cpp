@@ -1,4 +1,4 @@
-// Who waits is served: wishes that outlive a restart, and what a broken read still gets.
+// A waiting reader is served: wishes that outlive a restart, and the bytes of a broken read.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -18,7 +18,7 @@ using util::BufferQueueProbe;
 constexpr long long kFar = 100LL * kBlock;
 constexpr long long kFarther = 200LL * kBlock;
 
-// A queue whose connection lasts until it is stopped, so that nothing but a chunk wakes a reader.
+// A queue whose connection lasts until it is stopped, so that only a chunk wakes a reader.
 class BufferQueueService : public support::SteppedQueue {
  protected:
   ~BufferQueueService() override {
@@ -50,7 +50,7 @@ class BufferQueueRestartWish : public BufferQueueService {
     ASSERT_TRUE(runs(2));
     ASSERT_EQ(producer.started()[1], (Started{1, kFar, 0}));
   }
-  // Whether at most one chunk is taken before the stream is restarted at that offset.
+  // True if at most one chunk is taken before the stream is restarted at that offset.
   testing::AssertionResult isServedAt(long long offset) {
     if (deliver(kFar, 1000) == 1 && deliver(kFar + 1000, 1000) == 1) {
       return testing::AssertionFailure() << "nobody serves the reader";
@@ -90,7 +90,7 @@ TEST_F(BufferQueueRestartWish, IsServedByTheNewConnectionWhenThatBringsIt) {
 }
 #endif
 
-// The bytes that have come before a break are the reader's, wherever it waits.
+// The reader gets the bytes that came before a break, in every kind of wait.
 class BufferQueueBrokenRead : public BufferQueueService,
                               public testing::WithParamInterface<unsigned int> {};
 
@@ -123,8 +123,8 @@ TEST_F(BufferQueueService, FailedReadKeepsTheBytesThatHadArrived) {
   EXPECT_TRUE(right(*reading, 0));
 }
 
-// Its bytes are buffered and it was woken, but it has not had the lock: what a chunk has no room
-// for must not be given up for it, nor the stream restarted.
+// Its bytes are buffered and it was woken, but it has not had the lock: the transfer must neither
+// drop the rest of a chunk for it nor restart the stream.
 TEST_F(BufferQueueService, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsBytes) {
   ASSERT_TRUE(beginsWith(2, kBlock));
   BufferQueueProbe::waitWoken(*queue, 10);
@@ -139,7 +139,7 @@ TEST_F(BufferQueueService, TransferWithoutRoomKeepsItsChunkForAReaderThatHasItsB
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
-// The same when the chunk itself brought them.
+// The same if the chunk itself brought them.
 TEST_F(BufferQueueService, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtTheReaderItsBytes) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(2, 100));
@@ -155,7 +155,7 @@ TEST_F(BufferQueueService, TransferWithoutRoomKeepsTheRestOfAChunkThatBroughtThe
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
-// The flag may have been raised before the stream was known not to seek.
+// The flag may have been raised before the stream was known to be unable to seek.
 TEST_F(BufferQueueService, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) {
   producer.staysInside = true;
   producer.seekable = false;
@@ -174,7 +174,7 @@ TEST_F(BufferQueueService, ReaderOfAStreamThatCannotSeekIsWaitedForByNoRestart) 
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
-// A connection that ends without an announced one, while the size is still unknown.
+// A connection ends without an announced one, while the size is still unknown.
 TEST_F(BufferQueueService, ReaderWithoutASizeGoesOnInItsBlock) {
   producer.size = 0;
   make(4);
@@ -189,7 +189,7 @@ TEST_F(BufferQueueService, ReaderWithoutASizeGoesOnInItsBlock) {
   EXPECT_TRUE(right(*reading, 0));
 }
 
-// A parked thread that leaves late must not take the state of the connection that has begun.
+// A parked thread that leaves late must not change the state of the connection that has begun.
 TEST_F(BufferQueueService, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone) {
   producer.size = 2 * kBlock;
   make(4);
@@ -207,7 +207,7 @@ TEST_F(BufferQueueService, ParkedThreadThatLeavesLateLeavesTheNewConnectionAlone
   EXPECT_TRUE(queue->comesNext(2 * kBlock)) << "the connection that runs is forgotten";
 }
 
-// What a broken read wanted is no reason any more to leave the running connection.
+// The request of a broken read is no longer a reason to leave the running connection.
 TEST_F(BufferQueueService, BrokenFarReadLeavesNoWish) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(4, kBlock));
@@ -219,7 +219,7 @@ TEST_F(BufferQueueService, BrokenFarReadLeavesNoWish) {
   EXPECT_EQ(producer.started().size(), 1u);
 }
 
-// A break names the reads that it holds for, also one that has not come here yet.
+// A break names the reads that it applies to, also one that has not reached the queue yet.
 TEST_F(BufferQueueService, BreakThatNamesAReadMeetsItHoweverLateItComes) {
   producer.staysInside = true;
   ASSERT_TRUE(beginsWith(4, kBlock));

@@ -1,4 +1,4 @@
-// The worker, its restarts and its end; what a queue is made of.
+// The worker, its restarts and its end; the parts of a queue.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -46,7 +46,7 @@ TEST_F(BufferQueueTest, ProducerThatDoesNotStartFailsTheRead) {
   make(4);
   Reading reading(queue.get(), 0, 1000);
   ASSERT_TRUE(reading.hasEnded()) << "no event will come";
-  // -1 when the stream has failed before the read looks at it.
+  // -1 if the stream has failed before the read checks it.
   EXPECT_TRUE(reading.result == -4 || reading.result == -1) << reading.result;
   EXPECT_TRUE(queue->errorOccured());
 }
@@ -55,7 +55,7 @@ TEST_F(BufferQueueTest, TwoRestartsOnTheirWayMakeOneConnection) {
   make(4);
   auto reading = connect(0, 1000);
   EXPECT_EQ(deliver(0, 200), 1);
-  // The connection ends once more while the first restart stops it.
+  // The connection ends again while the first restart stops it.
   producer.duringStop = [this] {
     if (!disturbed.exchange(true)) event(util::STREAM_DEAD);
   };
@@ -100,8 +100,8 @@ TEST_F(BufferQueueTest, HeadComparisonTellsTheSameStreamFromAnother) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// A restart task that comes late finds its version started and only gives its count back: until
-// then an end must not take it for a connection to come.
+// A restart task that comes late finds its version started and only decrements its count. Until
+// then an end must not treat it as a connection to come.
 TEST_F(BufferQueueTest, LateRestartTaskIsNoConnectionToCome) {
   make(4);
   support::Pauses pauses;

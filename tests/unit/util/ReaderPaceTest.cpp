@@ -8,7 +8,7 @@ using util::ReaderPace;
 
 constexpr long long kStretch = 1000;
 
-// A reader that went from 5000 to 6000 and waited but shortly on its way.
+// A reader that went from 5000 to 6000 with only short waits.
 ReaderPace steady() {
   ReaderPace pace;
   pace.readBegins(5000);

@@ -9,7 +9,7 @@
 #include "tests/support/TestFiles.h"
 #include "util/TaskQueue.h"
 
-// Tasks that write down how they were called.
+// Tasks that record their calls.
 class RecordedTasks : public testing::Test {
  protected:
   struct Call {

@@ -70,7 +70,7 @@ TEST_F(RudeTimerTest, StopInterruptsTheCount) {
   EXPECT_TRUE(log.has("~RudeTimer: begin to stop timer thread"));
 }
 
-// Whether the log has the line of a count of that period that was stopped before its end.
+// True if the log has the line of a count of that period that was stopped before its end.
 bool wasInterrupted(const CapturedStderr& log, int wanted) {
   for (const std::string& line : log.messages("run")) {
     int elapsed = -1;
@@ -105,7 +105,7 @@ TEST_F(RudeTimerTest, LongestPeriodEnds) {
   EXPECT_TRUE(log.has("run: Timer out:2147483647 ~ 2147483647"));
 }
 
-// Starts its own timer anew, as a repeating timer's callback does.
+// Restarts its own timer, as a repeating timer's callback does.
 RudeTimer* repeating = nullptr;
 void fireAgain(void* arg) {
   fire(arg);

@@ -20,7 +20,7 @@ using util::TEngineEvent_E;
 
 class TaskQueueTest : public RecordedTasks {
  protected:
-  // Queues and withdraws from within a withdrawal.
+  // Queues and withdraws inside a withdrawal.
   static void recordAndNest(void* arg, TEngineEvent_E event) {
     record(arg, event);
     nested->putTask(record, arg, nullptr);
@@ -125,7 +125,7 @@ TEST_F(TaskQueueTest, WhatIsSearchedForStandsInOneWordOfAllThreadsAndQueues) {
   EXPECT_TRUE(queue.cancel(&a));
 }
 
-// A thread that waits on the queue's own condition, as a notify may find there.
+// A thread that waits on the queue's own condition, where a notify may find it.
 class Bystander {
  public:
   explicit Bystander(TaskQueue* queue)
@@ -138,7 +138,7 @@ class Bystander {
   Bystander(const Bystander&) = delete;
   Bystander& operator=(const Bystander&) = delete;
 
-  // Its lock is free again once it waits.
+  // Once it waits, its lock is free again.
   bool isWaiting(TaskQueue* queue) {
     return eventually([&] {
       const util::Lock lock(*queue);

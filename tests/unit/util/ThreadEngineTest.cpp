@@ -65,7 +65,7 @@ TEST_F(ThreadEngineTest, OneTaskWakesOneWorker) {
   ASSERT_TRUE(eventually([&] { return log.count(waits) == 6; }));
   for (int i = 1; i <= 20; ++i) {
     engine.requestExecuteOrderly(record, &a, &sender);
-    // Its worker waits again, and none of the others has looked.
+    // Its worker waits again, and no other worker was woken.
     ASSERT_TRUE(eventually([&] { return log.count(waits) >= 6 + i; }));
     ASSERT_EQ(log.count(waits), 6 + i);
   }

@@ -25,7 +25,7 @@ using support::CapturedStderr;
 using support::eventually;
 using util::ThreadObject;
 
-// Counts runs; a run can be held until it is let go.
+// Counts runs; a run can be held until it is released.
 struct Runs {
   std::atomic<int> begun{0};
   std::atomic<int> ended{0};
@@ -44,7 +44,7 @@ void* countRun(void* arg) {
   return nullptr;
 }
 
-// How often that thread of this process has gone to sleep.
+// Returns how often that thread of this process has gone to sleep.
 long sleepsOf(long thread) {
   std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
   const std::string name = "voluntary_ctxt_switches:";
@@ -164,7 +164,7 @@ TEST_F(ThreadObjectTest, ForcedStopOfAnObjectNeverStartedLeavesItStartable) {
 
 TEST_F(ThreadObjectTest, StartFollowedAtOnceByAPauseStillRunsOnce) {
   ASSERT_TRUE(runsAndParks());
-  // Many times: what is wanted is a pause that comes before the thread has woken.
+  // Many times: the test needs a pause that comes before the thread has woken.
   for (int run = 2; run <= 200; ++run) {
     EXPECT_TRUE(object.start(nullptr));
     object.stop(false);
@@ -176,7 +176,7 @@ TEST_F(ThreadObjectTest, StartFollowedAtOnceByAPauseStillRunsOnce) {
 
 TEST_F(ThreadObjectTest, WakeUpThatNobodyAskedForRunsNothing) {
   ASSERT_TRUE(runsAndParks());
-  // Wakes it until it has gone to sleep again many times.
+  // Wakes the thread until it has gone to sleep again many times.
   const long before = sleepsOf(runs.thread);
   ASSERT_GE(before, 0);
   EXPECT_TRUE(eventually([&] {
@@ -209,7 +209,7 @@ TEST_F(ThreadObjectTest, ThreadThatCannotBeMadeIsNotWaitedFor) {
   size_t size = 0;
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   ASSERT_EQ(pthread_attr_getstacksize(&attributes, &size), 0);
-  // More than the address space has, whatever its width.
+  // More than the address space has, for any width.
   const size_t impossible = SIZE_MAX / 65536 / 16 * 15 * 65536;
   ASSERT_EQ(pthread_attr_setstacksize(&attributes, impossible), 0);
   ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
@@ -238,7 +238,7 @@ TEST_F(ThreadObjectTest, SecondStartOfAParkedObjectIsRefused) {
   EXPECT_EQ(runs.begun, 2);
 }
 
-// The run must not begin before start() has noted its request, or it would be run once more.
+// The run must not begin before start() has recorded its request, or it would run again.
 TEST_F(ThreadObjectTest, RunThatIsReadyBeforeStartReturnsIsNotRepeated) {
   support::Pauses pauses;
   pauses.holdAt("ThreadObject::start created");

@@ -19,7 +19,7 @@ constexpr size_t kBlock = 32768;
 
 size_t pageSize() { return static_cast<size_t>(sysconf(_SC_PAGESIZE)); }
 
-// How many pages of a mapping have memory; -1 if it is no mapping.
+// Returns how many pages of a mapping have memory; -1 if it is no mapping.
 long pagesOf(void* memory, size_t size) {
   std::vector<unsigned char> resident(size / pageSize());
   if (mincore(memory, size, resident.data()) != 0) return errno == ENOMEM ? -1 : -2;
@@ -31,8 +31,8 @@ bool isZero(const void* memory, size_t size) {
   return bytes[0] == 0 && memcmp(bytes, bytes + 1, size - 1) == 0;
 }
 
-// A player opens with a buffer of megabytes and reads the first bytes: nothing is to be done to the
-// rest.
+// A player opens with a buffer of megabytes and reads the first bytes: the rest must stay
+// untouched.
 TEST(ZeroedMemory, IsLeftToTheKernelUntilItIsUsed) {
   constexpr size_t kBytes = 1 << 20;
   const std::vector<unsigned char, util::ZeroedMemory<unsigned char>> memory(kBytes);

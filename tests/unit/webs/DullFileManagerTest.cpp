@@ -22,7 +22,7 @@ class DullFileManagerTest : public testing::Test {
   DullFile* open(FluviaFile* handle, const std::string& path) {
     return DullFileManager::openDullFile(handle, path, 65536);
   }
-  // A listed file that no handle refers to: the reference was given back, the list kept it.
+  // A listed file without a handle: the reference was released, the list kept the file.
   DullFile* openUnreferenced(const std::string& path) {
     DullFile* file = open(&first, path);
     file->dereference(&first);
@@ -155,7 +155,7 @@ TEST_F(DullFileManagerTest, FileWithoutHandleIsSharedWhileItIsListed) {
 TEST_F(DullFileManagerTest, CleanupDestroysWhatHasNoHandleAndNamesTheRest) {
   openUnreferenced(folder.makePattern("a", 100));
   DullFile* kept = open(&second, folder.makePattern("b", 100));
-  openUnreferenced(folder.makePattern("c", 100));  // sweeps the first
+  openUnreferenced(folder.makePattern("c", 100));  // removes the first
   const CapturedStderr log(1);
   second.cleanupCache();
   EXPECT_EQ(log.messages("cleanup"), Lines({"cleanup: Error there's the file:" + folder.file("b") +

@@ -1,4 +1,4 @@
-// Aborts and closes that fall between two steps of a read, forced by pause points.
+// Aborts and closes between two steps of a read, forced by pause points.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -37,12 +37,12 @@ class DullFileRace : public testing::Test {
     return handle;
   }
   int openBlocked(const std::string& name) { return support::openBlocked(folder, name); }
-  // Reads one byte, to a place of its own if none is given.
+  // Reads one byte, into to or, if it is null, into a place of its own.
   int start(int handle, Completions* done, char* to = nullptr) {
     if (to == nullptr) to = &places[started++ % places.size()];
     return startFor(handle, &Completions::completed, done, to);
   }
-  // The same with a callback of the test's own.
+  // The same with a callback of the test.
   int startFor(int handle, fluvia_file_read_callback callback, void* data, char* to) {
     int id = 0;
     EXPECT_EQ(x_fluvia_file_read_async(handle, to, 1, callback, data, &id), 0);
@@ -69,7 +69,7 @@ TEST_F(DullFileRace, RequestsThatWaitOnManyFilesLeaveAWorkerForRestarts) {
     handles.push_back(openBlocked(std::to_string(i)));
     start(handles.back(), &done);
   }
-  // A far read of another file needs its stream restarted by a worker.
+  // For a far read of another file a worker must restart its stream.
   const int other = open(folder.makePattern("other", 3000000));
   long long now = 0;
   unsigned int got = 0;
@@ -126,8 +126,8 @@ TEST_F(DullFileRace, AbortOfARequestThatWaitsLeavesTheOneThatReads) {
   EXPECT_EQ(reading.calls()[0].status, -1) << "broken by the close, not aborted";
 }
 
-// In its second call it asks for another read, whose id is the aborted one's: the end of the abort
-// must not take that away.
+// Its second call issues another read, which gets the aborted one's id: the end of the abort must
+// not remove that.
 struct AskAgain {
   int handle = 0;
   char byte[1];
@@ -183,7 +183,7 @@ TEST_F(DullFileRace, CloseInTheFirstCallOfAnAbortLeavesOutTheSecond) {
   EXPECT_EQ(x_fluvia_file_close(closing.handle), -4);
 }
 
-// Notes whether the close of its handle returned while it was still running.
+// Records whether the close of its handle returned while it was still running.
 struct SlowCallback {
   std::mutex lock;
   std::condition_variable changed;
@@ -301,7 +301,7 @@ TEST_F(DullFileRace, AbortedReadThatMeetsTheEndKeepsItsStatus) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-// It waits for its turn no more, and has not reached the buffer yet.
+// It no longer waits for its turn, and has not reached the buffer yet.
 TEST_F(DullFileRace, ReadAbortedBetweenItsTurnAndTheBufferDoesNotRead) {
   support::Pauses pauses;
   const int handle = open(folder.makePattern("a", 100));
@@ -359,7 +359,7 @@ TEST_F(DullFileRace, RequestAbortedBetweenItsTurnAndTheBufferDoesNotRead) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-// The read that a close wants to end is over when the break comes, and another handle reads.
+// The read that a close must end is over when the break comes, and another handle reads.
 TEST_F(DullFileRace, BreakOfACloseReachesItsOwnReadOnly) {
   support::Pauses pauses;
   const int blocked = openBlocked("a");
@@ -386,7 +386,7 @@ TEST_F(DullFileRace, BreakOfACloseReachesItsOwnReadOnly) {
   }
 }
 
-// The read has its number, and the buffer does not know of it yet: one break must be enough.
+// The read has its number, and the buffer does not know the read yet: one break must be enough.
 class DullFileBreak : public DullFileRace, public testing::WithParamInterface<const char*> {};
 
 TEST_P(DullFileBreak, OneAbortEndsTheRead) {
@@ -434,7 +434,7 @@ INSTANTIATE_TEST_SUITE_P(EveryPlace, DullFileBreak,
 
 // --- breaks while the size is unknown ------------------------------------------------------------
 
-// Asks a handle for its size on a thread of its own.
+// Queries a handle's size on a thread of its own.
 class BackgroundSize {
  public:
   explicit BackgroundSize(int handle)
@@ -453,7 +453,7 @@ class BackgroundSize {
   std::thread thread;
 };
 
-// The question stands behind the read that is aborted.
+// The query waits behind the aborted read.
 TEST_F(DullFileRace, QuestionForTheSizeOutlivesTheAbortOfARead) {
   support::FaultServer server;
   server.on("/a", support::inTurn({support::staySilent(), support::serveRanges(1000)}));
@@ -476,7 +476,7 @@ TEST_F(DullFileRace, QuestionForTheSizeOutlivesTheAbortOfARead) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-// Meant for the question itself, before the buffer knows of it.
+// The abort is for the query itself, before the buffer knows it.
 TEST_F(DullFileRace, QuestionForTheSizeIsEndedByItsOwnAbort) {
   support::FaultServer server;
   server.on("/a", support::staySilent());
@@ -491,7 +491,7 @@ TEST_F(DullFileRace, QuestionForTheSizeIsEndedByItsOwnAbort) {
   EXPECT_EQ(x_fluvia_file_close(handle), 0);
 }
 
-// The question came later and is ahead of the read in the buffer.
+// The query came later and is ahead of the read in the buffer.
 TEST_F(DullFileRace, AbortOfAReadDoesNotWaitForAQuestionAheadOfIt) {
   support::FaultServer server;
   server.on("/a", support::staySilent());

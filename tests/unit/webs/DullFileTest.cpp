@@ -1,4 +1,4 @@
-// One shared file by itself: what it answers and logs.
+// One shared file by itself: its results and log lines.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -72,7 +72,7 @@ TEST_F(DullFileTest, OpenTellsWhyItFailed) {
   DullFile missing(65536);
   EXPECT_FALSE(missing.open(folder.file("missing")));
   EXPECT_EQ(log.messages("open"), Lines({"open: producer is null", "open: producer init failed"}));
-  // A file whose open failed keeps its producer; this one is a test's and gives it back.
+  // A file whose open failed keeps its producer; the test frees this one.
   delete missing.getRequest();
 }
 
@@ -215,7 +215,7 @@ TEST_F(DullFileTest, EmptyFileIsNeverAsked) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// The size is asked while another thread's read has moved the buffer and not yet read.
+// The size is queried after another thread's read has moved the buffer and before it reads.
 TEST_F(DullFileTest, ProbeBetweenSeekAndReadDoesNotShiftTheRead) {
   support::Pauses pauses;
   pauses.holdAt("DullFile::read moved");

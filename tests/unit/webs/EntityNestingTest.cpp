@@ -9,7 +9,7 @@ using webs::EntityNesting;
 std::string nameOf(int i) { return "e" + std::to_string(i); }
 std::string referenceTo(int i) { return "&" + nameOf(i) + ";"; }
 
-// Declares e1 to eLEVELS, each of which names the one below.
+// Declares e1 to eLEVELS, each of which refers to the one below.
 bool declareChain(EntityNesting* entities, int levels, bool fromTop) {
   for (int i = 1; i <= levels; i++) {
     const int which = fromTop ? levels + 1 - i : i;
@@ -44,7 +44,7 @@ TEST(EntityNesting, CountsTheDeepestOfManyReferences) {
   EXPECT_FALSE(entities.declare("d", "&e1;" + referenceTo(EntityNesting::MAX_LEVELS) + "&e1;"));
 }
 
-// Such a text is not well-formed where it is used, but by then it is too late.
+// Such a text is not well-formed where it is used, but its references count before that.
 TEST(EntityNesting, CountsWhatFollowsALooseMark) {
   EntityNesting entities;
   EXPECT_TRUE(declareChain(&entities, EntityNesting::MAX_LEVELS, false));
@@ -66,8 +66,8 @@ TEST(EntityNesting, TakesSoManyEntities) {
   EXPECT_FALSE(entities.declare("more", "x"));
 }
 
-// A text may name as many as it has bytes for, and need not be well-formed. By the square of the
-// size each of these would take minutes.
+// A text may have as many references as it has bytes for, and need not be well-formed. In quadratic
+// time each of these would take minutes.
 TEST(EntityNesting, LongTextsTakeTimeByTheirSize) {
   EntityNesting entities;
   EXPECT_TRUE(entities.declare("open", std::string(2000000, '&') + ";"));

@@ -1,4 +1,4 @@
-// Which producer a name gets.
+// The producer for each kind of name.
 #include <gtest/gtest.h>
 
 #include "tests/support/CapturedStderr.h"

@@ -1,4 +1,4 @@
-// What the first answer teaches of size and seekability.
+// The size and seekability learnt from the first response.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -135,8 +135,8 @@ TEST(HttpFileRequestLearns, LogsItsDecisions) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// Other threads ask for size and seekability all the time: what the analysis tries first must not
-// show.
+// Other threads query size and seekability all the time: intermediate states of the analysis must
+// not be visible.
 TEST(HttpFileRequestLearns, SizeAndSeekabilityInOneStep) {
   FaultServer server;
   server.on("/a", support::serveContentRangeOnly(1000));

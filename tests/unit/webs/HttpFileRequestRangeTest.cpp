@@ -20,7 +20,7 @@ using Events = std::vector<int>;
 constexpr long long kSize = 200000;
 constexpr long long kOffset = 98304;
 
-// A second run from kOffset, its answer given by behaviour. Returns what was delivered.
+// A second run from kOffset, with a response by behaviour. Returns the delivered bytes.
 std::string secondRun(const support::Behaviour& behaviour, const Events& expected,
                       long long count = 0) {
   FaultServer server;
@@ -61,7 +61,7 @@ TEST(HttpFileRequestRange, PartialAnswerThatStartsAfterIsAnError) {
   EXPECT_TRUE(log.has("receive: http error 206"));
 }
 
-// Where the body begins is what the line says, also when the server calls it 200.
+// The line decides where the body begins, even if the status is 200.
 TEST(HttpFileRequestRange, WholeAnswerThatStartsBeforeIsTrimmed) {
   EXPECT_TRUE(
       isPattern(secondRun(support::startBeside(kSize, -5000, 200), {3}), kOffset, kSize - kOffset));

@@ -1,4 +1,4 @@
-// The event and the download status that come of each outcome of a transfer.
+// The event and the download status of each outcome of a transfer.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -21,7 +21,7 @@ std::atomic<bool> unreachable{false};
 
 }  // namespace
 
-// Takes the place of the C library's connect() for libcurl.
+// Replaces the C library's connect() for libcurl.
 extern "C" __attribute__((visibility("default"))) int connect(int socket,
                                                               const struct sockaddr* address,
                                                               socklen_t length) {

@@ -1,4 +1,4 @@
-// Runs that are stopped.
+// Stopped runs.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -58,7 +58,7 @@ TEST(HttpFileRequestStop, ReceiverThatFollowsAfterAnAnnouncedStopIsLetGo) {
   FaultServer server;
   server.on("/a", support::serveRanges(kSize));
   ProducerProbe probe(server.url("/a"));
-  // What the buffer queue does when it opens a fragment: announce the stop, refuse the data.
+  // As the buffer queue does when it opens a fragment: announces the stop, refuses the data.
   probe.receiver.onPiece = [&] {
     probe.producer.setStopWait();
     probe.receiver.refuseAfter = 0;
@@ -93,7 +93,7 @@ TEST(HttpFileRequestStop, AnnouncementThatComesAfterTheStopHoldsNothingUp) {
   EXPECT_EQ(probe.receiver.events().back(), util::STREAM_CANCELED);
 }
 
-// Everything but starting and stopping goes on while the run is parked in its last event.
+// Everything except starting and stopping works while the run is parked in its last event.
 TEST(HttpFileRequestStop, ParkedEventHoldsUpOnlyTheStop) {
   FaultServer server;
   server.on("/a", support::serveRanges(1000));
@@ -138,7 +138,7 @@ TEST(HttpFileRequestStop, ParkedEventHoldsUpOnlyTheStop) {
 
 #if defined(FLUVIA_PAUSE_POINTS)
 
-// A run held at a pause point while a stop is made.
+// Holds a run at a pause point while it is stopped.
 void stopAt(const char* point, const Events& expected) {
   FaultServer server;
   server.on("/a", support::staySilent());

@@ -1,4 +1,4 @@
-// docs/json.md has a table of bodies, each with its result and its tree. It must tell the truth.
+// docs/json.md has a table of bodies, each with its result and its tree. Every row must be true.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -26,7 +26,7 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text;
 }
 
-// What a cell stands for: the text between its backquotes, with the signs for invisible characters.
+// The value of a cell: the text between its backquotes, with the signs for invisible characters.
 std::string meant(const std::string& cell) {
   const size_t first = cell.find('`'), last = cell.rfind('`');
   if (first == last) return cell.substr(1, cell.size() - 2);

@@ -8,7 +8,7 @@ namespace {
 
 using webs::JSONParser;
 
-// Writes down what the scanner reports: (name for a beginning, ) for an end, 'value' or "value".
+// Records the scanner's reports: (name for a beginning, ) for an end, 'value' or "value".
 class Recorder : public webs::TreeReader {
  public:
   int streamIn(const char*, int, int) override { return 0; }
@@ -43,7 +43,7 @@ class JSONParserScan : public testing::TestWithParam<Case> {};
 TEST_P(JSONParserScan, ReportsWhatItMeets) {
   Recorder recorder;
   JSONParser parser(&recorder);
-  // A copy of the exact size, so that reading past the end is seen by a sanitizer.
+  // A copy of the exact size, so that a sanitizer notices a read past the end.
   const std::string given = GetParam().text;
   const std::vector<char> text(given.begin(), given.end());
   EXPECT_EQ(parser.parse(text.data(), static_cast<int>(text.size()), 1), GetParam().result);
@@ -152,7 +152,7 @@ TEST(JSONParser, LongKeysAndValuesAreKeptWhole) {
   EXPECT_EQ(recorder.calls, "(req(\"" + key + "\"\"" + value + "\")(u'" + value + "'))");
 }
 
-// What an error left open must not let the next scan fail.
+// The state left open by an error must not make the next scan fail.
 TEST(JSONParser, ScansOnWithWhatAnErrorLeftOpen) {
   const char* texts[] = {"[1",
                          "{\"a\":\"x",
@@ -182,7 +182,7 @@ TEST(JSONParser, ScansOnWithWhatAnErrorLeftOpen) {
   EXPECT_EQ(recorder.calls, "(req([))");
 }
 
-// A text that ends with a member does not begin the names of members anew; reset() does.
+// A text that ends with a member does not reset the names of members; reset() does.
 TEST(JSONParser, NamesOfMembersGoOnAfterATextThatEndsWithOne) {
   Recorder recorder;
   JSONParser parser(&recorder);

@@ -10,7 +10,7 @@ using webs::TreeNode;
 using webs::TreeReader;
 
 int feed(JSONReader* reader, const std::string& text, bool isFinal = false) {
-  // A copy of the exact size, so that reading past the end is seen by a sanitizer.
+  // A copy of the exact size, so that a sanitizer notices a read past the end.
   const std::vector<char> copy(text.begin(), text.end());
   return reader->streamIn(copy.data(), static_cast<int>(copy.size()), isFinal ? 1 : 0);
 }
@@ -82,7 +82,7 @@ TEST(JSONReader, EverySplitGivesTheTreeOfTheWhole) {
       "data = {\"o\":{\"k\":\"v}{\"},\"l\":[{\"a\":1 ,\"c\":\"]\"},{}],\"z\":\"\"}",
       "[{\"a\":\"1\"},{\"o\":{\"k\":\"v\"}}]\n", " {\"a\":\"x\",}", "{\"a\":\"unclosed",
       "bare words", "{\"a\":\"x\\\"y\"}",
-      // Something behind the last bracket, some of which the scanner looks at.
+      // Text after the last bracket, some of which the scanner reads.
       "data = {\"a\":\"x\"};", "{\"a\":\"x\"}\n-- end", "{\"a\":\"x\"} ]", "{\"a\":\"x\"}b,{}",
       "[{\"a\":\"1\"}],{\"c\":\"2\"}", "{\"a\":\"x\"}{\"c\":\"y\"}", "{\"a\":1}\n}",
       "[1] {\"a\":\"x\"}", "{}{ \"a\""};
@@ -140,7 +140,7 @@ TEST(JSONReader, BlanksAfterADocumentDoNothing) {
   EXPECT_EQ(shapeOf(reader), "req{\"a\":\"x\"}");
 }
 
-// What a transfer brings behind the document may come in a piece of its own.
+// The bytes that a transfer brings after the document may come in a separate piece.
 TEST(JSONReader, RestBehindADocumentIsDroppedAtTheEnd) {
   for (const char* rest : {";", "\n-- end", "]", "{\"c\":", "{\"c\":\"y\"}", "x = {}"}) {
     JSONReader reader;

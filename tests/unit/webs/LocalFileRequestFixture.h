@@ -19,7 +19,7 @@
 class LocalFileRequestTest : public testing::Test {
  protected:
   using Lines = std::vector<std::string>;
-  static constexpr int kChunk = 16384;  // what the producer delivers at once, in bytes
+  static constexpr int kChunk = 16384;  // bytes of one delivery of the producer
 
   ~LocalFileRequestTest() override {
     receiver.holdNextChunks(false);
@@ -46,7 +46,8 @@ class LocalFileRequestTest : public testing::Test {
   bool ended(int times = 1) const {
     return receiver.waitFor(util::EVENT_STREAM_PARTIAL_END, times);
   }
-  // A run has left its function, reporting its end or not: it delivers and logs nothing more.
+  // True once a run has left its function, with or without an end event: it delivers and logs
+  // nothing more.
   bool finished() const {
     return support::eventually([this] {
       for (const std::string& line : log.messages("perform")) {
@@ -57,20 +58,20 @@ class LocalFileRequestTest : public testing::Test {
       return false;
     });
   }
-  // The thread of the runs has begun to sleep, and logs nothing more.
+  // True once the thread of the runs sleeps, and logs nothing more.
   bool asleep() const {
     return support::eventually([this] {
       const Lines lines = log.messages("runner");
       return !lines.empty() && lines.back() == "runner: thread begin to sleep";
     });
   }
-  // Whether a version brought count bytes of the file from an offset on, and nothing else.
+  // True if a version brought count bytes of the file from an offset on, and nothing else.
   testing::AssertionResult delivered(int version, long long from, size_t count) const {
     return support::isPattern(receiver.bytes(version), from, count);
   }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-  // Begins a run of version 1 from the beginning on, and waits until it is held at a pause point.
+  // Begins a run of version 1 at the beginning, and waits until it is held at a pause point.
   testing::AssertionResult startHeldAt(support::Pauses* pauses, const std::string& point) {
     pauses->holdAt(point);
     const int result = request->startStreaming(1, 0, 0);

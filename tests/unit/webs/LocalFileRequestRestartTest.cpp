@@ -1,4 +1,4 @@
-// The producer of local files started again and stopped, at every point of a run.
+// The producer of local files, restarted and stopped at every point of a run.
 #include <unistd.h>
 
 #include <thread>
@@ -131,7 +131,7 @@ TEST_F(LocalFileRequestTest, RunThatIsStoppedSendsNoEnd) {
   EXPECT_EQ(ends(), 0);
 }
 
-// The refused run has ended although its thread has not come to its end yet.
+// The refused run has ended although its thread has not reached its end yet.
 TEST_F(LocalFileRequestTest, StartIsTakenAsSoonAsTheReceiverHasRefused) {
   support::Pauses pauses;
   make(100000);
@@ -154,7 +154,7 @@ TEST_F(LocalFileRequestTest, DestructionEndsARunUnderWay) {
   EXPECT_EQ(receiver.sizes().size(), 0u) << "not the rest of the file";
 }
 
-// The old run is picked up at one place of its way, and a stop and a start come in between.
+// The old run is held at one point, and a stop and a start come in between.
 class LocalFileRequestRestart : public LocalFileRequestTest,
                                 public testing::WithParamInterface<const char*> {};
 
@@ -167,7 +167,7 @@ TEST_P(LocalFileRequestRestart, GivesTheNewRunItsBytesAndOneEnd) {
   const size_t oldBytes = receiver.bytes(1).size();
   EXPECT_EQ(request->startStreaming(2, 65536, 0), 0);
   pauses.release(GetParam());
-  // An end that was decided before the stop still comes.
+  // An end that was decided before the stop is still reported.
   const bool decided = std::string(GetParam()) == "LocalFileRequest::notifyPerformEnd before event";
   const int allEnds = endsBefore + (decided ? 2 : 1);
   ASSERT_TRUE(eventually([&] { return receiver.bytes(2).size() >= 200000u - 65536u; }));
@@ -196,8 +196,8 @@ TEST_F(LocalFileRequestTest, StopBeforeTheRunBeganLeavesNothingToRun) {
   EXPECT_EQ(log.messages("perform"), Lines());
 }
 
-// The run of the second start is taken by the thread that was still on its way to the first one:
-// the request it leaves standing is no reason to refuse a third.
+// The thread that was still starting the first run takes the second start's run: the pending
+// request is no reason to refuse a third start.
 TEST_F(LocalFileRequestTest, RequestLeftStandingIsFoundByTheNextRun) {
   support::Pauses pauses;
   make(100000);

@@ -3,10 +3,10 @@
 
 #include "tests/unit/webs/LocalFileRequestFixture.h"
 
-// Reaches into a producer from the receiver's calls, which run under its lock.
+// Accesses a producer from the receiver's calls, which run under its lock.
 class LocalFileRequestProbe {
  public:
-  // What a medium that was pulled out leaves: reads give nothing, and it is not the end.
+  // Imitates a medium that was pulled out: reads return nothing, and it is not the end.
   static void breakStream(LocalFileRequest& request) NO_THREAD_SAFETY_ANALYSIS {
     request.file.setstate(std::ios::badbit);
   }
@@ -184,7 +184,7 @@ TEST_F(LocalFileRequestTest, QuestionsDoNotWaitForAChunkUnderWay) {
   receiver.holdNextChunks(true);
   EXPECT_EQ(request->startStreaming(1, 0, 0), 0);
   ASSERT_TRUE(receiver.waitFor(support::ChunkReceiver::kChunk, 1));
-  // The transfer thread stands in the receiver with the producer's lock.
+  // The transfer thread is in the receiver and holds the producer's lock.
   EXPECT_TRUE(request->isRandomAccess());
   EXPECT_EQ(request->getContentSize(), 100000);
   request->setBreak();

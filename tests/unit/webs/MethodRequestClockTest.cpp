@@ -1,4 +1,4 @@
-// What a session does by the clock: transfers on which nothing comes, and their speed.
+// A session's time limits: transfers that receive nothing, and their speed.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>
@@ -16,14 +16,14 @@
 
 namespace {
 
-// Seconds that the wall clock is wrong by.
+// The error of the wall clock in seconds.
 std::atomic<long> clockError{0};
-// What it shows instead, in microseconds; 0 while it goes.
+// The fixed time that the clock shows, in microseconds; 0 while it runs.
 std::atomic<long long> heldClock{0};
 
 }  // namespace
 
-// Takes the place of the C library's function for the session.
+// Replaces the C library's function for the session.
 extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval* time,
                                                                    void* zone) noexcept {
   using Function = int (*)(struct timeval*, void*);
@@ -45,8 +45,7 @@ using support::SessionProbe;
 
 // --- stalls -------------------------------------------------------------------------------------
 
-// The session gives a transfer up with that result, when at least and at most so many seconds have
-// passed.
+// The session gives up a transfer with that result, after at least and at most that many seconds.
 void expectGivenUp(SessionProbe* probe, const support::Behaviour& behaviour, int result,
                    double least, double most) {
   FaultServer server;
@@ -123,7 +122,7 @@ TEST(MethodRequestStall, DripKeepsATransferAlive) {
 
 // --- speed --------------------------------------------------------------------------------------
 
-// A session whose clock goes on only while bytes come, each at its time.
+// A session whose clock advances only while bytes come, each at its time.
 class TimedProbe : public SessionProbe {
  public:
   explicit TimedProbe(int microsecondsPerByte) {
@@ -135,7 +134,7 @@ class TimedProbe : public SessionProbe {
   }
   ~TimedProbe() { heldClock = 0; }
 
-  // The resource in pieces, each sent when the last one was received.
+  // Serves the resource in pieces, each sent when the previous one was received.
   support::Behaviour serveInPieces(long long size, long long piece) {
     return [this, size, piece](support::Exchange& exchange) {
       exchange.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n");
@@ -163,7 +162,8 @@ TEST(MethodRequestSpeed, ReportsTheSmoothedRateOnceAWindowHasClosed) {
   server.on("/a", probe.serveInPieces(15000, 1000));
   support::CapturedStderr log(0);
   EXPECT_EQ(probe.get(server.url("/a")), 0);
-  // The first piece opens a window, the eleventh closes it a second later and is the next one's.
+  // The first piece opens a window. The eleventh closes it a second later and belongs to the next
+  // one.
   EXPECT_EQ(probe.session.getSpeed(), 9000);
   EXPECT_NE(log.text().find("show dash_speed :9000  cal_avg_speed :10000\n"), std::string::npos)
       << log.text();

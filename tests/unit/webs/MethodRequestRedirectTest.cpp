@@ -1,4 +1,4 @@
-// Where a transfer goes when it is sent elsewhere.
+// Where a transfer goes after a redirect.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -12,12 +12,12 @@
 
 namespace {
 
-// An option that libcurl does not know, 0 for none.
+// An option unknown to libcurl, 0 for none.
 std::atomic<int> unknownOption{0};
 
 }  // namespace
 
-// The enumeration is as wide as what it is promoted to.
+// The enumeration is as wide as the type it is promoted to.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wvarargs"
 extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL* handle,
@@ -28,7 +28,7 @@ extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_setopt(CURL
   if (option == unknownOption) return CURLE_UNKNOWN_OPTION;
   va_list arguments;
   va_start(arguments, option);
-  // A pointer or a long: both are handed on in the same way.
+  // A pointer or a long: both are passed on in the same way.
   void* value = va_arg(arguments, void*);
   va_end(arguments);
   return real(handle, option, value);

@@ -1,4 +1,4 @@
-// Settings of a session and what they make of its requests.
+// Settings of a session and their effect on its requests.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -67,7 +67,7 @@ TEST(MethodRequestSettings, MadeDuringATransferHoldFromTheNextOneOn) {
   EXPECT_EQ(server.requests("/b")[0].header("Cookie"), "n=999");
 }
 
-// A redirect is answered by the same transfer.
+// The same transfer follows a redirect.
 TEST(MethodRequestSettings, MadeDuringATransferDoNotReachItsRedirect) {
   FaultServer server;
   std::atomic<bool> settingMade{false};
@@ -89,7 +89,7 @@ TEST(MethodRequestSettings, MadeDuringATransferDoNotReachItsRedirect) {
   EXPECT_EQ(server.requests("/b")[1].header("Cookie"), "when=during");
 }
 
-// A transfer may run for hours, and its caller keep setting.
+// A transfer may run for hours while its caller makes settings again and again.
 TEST(MethodRequestSettings, MadeAgainAndAgainDuringATransferAreKeptOnce) {
   FaultServer server;
   server.on("/a", support::stallAfter(100000, 1000));
@@ -104,7 +104,7 @@ TEST(MethodRequestSettings, MadeAgainAndAgainDuringATransferAreKeptOnce) {
   probe.join();
 }
 
-// libcurl reads the headers that all sessions share while other sessions are made.
+// libcurl reads the headers that all sessions share while other sessions are created.
 TEST(MethodRequestSettings, SessionsAreMadeOnManyThreads) {
   FaultServer server;
   server.on("/a", support::serveRanges(10));

@@ -1,4 +1,4 @@
-// Transfers that are stopped.
+// Stopped transfers.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ using support::FaultServer;
 using support::kAborted;
 using support::SessionProbe;
 
-// Before the first byte of the answer, before the body, and in it: each has its own limit.
+// Before the first byte of the response, before the body, and in it: each has its own limit.
 class MethodRequestSilence : public testing::TestWithParam<int> {};
 
 TEST_P(MethodRequestSilence, IsStoppedAtOnce) {
@@ -30,7 +30,7 @@ TEST_P(MethodRequestSilence, IsStoppedAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Bytes, MethodRequestSilence, testing::Values(-1, 0, 1000));
 
-// A server that waits until it may send more does not learn of an orderly end.
+// A server that waits until it may send more does not notice an orderly end.
 TEST(MethodRequestStop, ResetsTheConnection) {
   FaultServer server;
   std::atomic<bool> reset{false};
@@ -147,7 +147,7 @@ TEST(MethodRequestStop, NeverTouchesADescriptorThatWasClosed) {
   server.on("/a", support::serveRanges(10));
   SessionProbe probe;
   probe.get(server.url("/a"));
-  // Descriptors are given again lowest first: one of these was the session's.
+  // The lowest free descriptors are reused first: one of these was the session's.
   int pairs[8][2];
   for (auto& pair : pairs) ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
   server.on("/s", support::staySilent());

@@ -1,4 +1,4 @@
-// What a transfer hands over and what it returns.
+// The bytes and the result of a transfer.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -149,7 +149,7 @@ TEST(MethodRequest, BrokenTransfersGiveLibcurlsCode) {
   EXPECT_EQ(probe.get(server.url("/chunk")), 18);
 }
 
-// Which of the process' sockets are connected to that port of this machine.
+// Returns the process' sockets that are connected to that port of this machine.
 std::vector<int> socketsTo(int port) {
   std::vector<int> found;
   for (int descriptor = 0; descriptor < 1024; ++descriptor) {
@@ -184,7 +184,7 @@ TEST(MethodRequest, RefusedConnectionLeavesTheSystemsError) {
   const std::string closed = "http://127.0.0.1:" + std::to_string(support::closedPort()) + "/";
   EXPECT_EQ(probe.get(closed), 7);
   EXPECT_EQ(probe.session.getErrno(), ECONNREFUSED);
-  // No packet leaves for a name that cannot be one.
+  // No packet is sent for an impossible name.
   EXPECT_EQ(probe.get("http://a..b/"), 6);
   EXPECT_EQ(probe.session.getErrno(), 0) << "an earlier transfer's error";
 }

@@ -64,7 +64,7 @@ TEST_P(MethodRequestTlsSilence, IsStoppedAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Bytes, MethodRequestTlsSilence, testing::Values(-1, 0, 1000));
 
-// A seek costs a connection; with its session taken up again it costs no certificate's check.
+// A seek needs a connection; since that resumes its session, it needs no check of a certificate.
 TEST(MethodRequestTls, NextConnectionTakesUpTheSessionOfAnEndedOne) {
   const support::TestCertificate own;
   FaultServer server(own.certificate(), own.key());

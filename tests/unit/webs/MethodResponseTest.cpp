@@ -12,7 +12,7 @@ using webs::MethodResponse;
 using webs::TreeNode;
 using webs::XMLReader;
 
-// Succeeds when the tree has a node "state" of value "ok", and fails with what stands in "reason".
+// Succeeds if the tree has a node "state" of value "ok"; fails with the value of "reason".
 class StateResponse : public MethodResponse {
  public:
   explicit StateResponse(TreeNode* tree) : root(tree) {}

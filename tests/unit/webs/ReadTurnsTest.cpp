@@ -32,7 +32,7 @@ class ReadTurnsProbe {
     util::Lock guard(turns.lock);
     return turns.readers.size();
   }
-  // What is known of a reader.
+  // Sets the state of a reader.
   static void note(ReadTurns& turns, const FluviaFile* file, long long position, long long lastRead,
                    bool steady) {
     util::Lock guard(turns.lock);
@@ -60,7 +60,7 @@ class ReadTurnsProbe {
     util::Lock guard(turns.lock);
     return turns.runEnds(waiter, now);
   }
-  // Whether a waiter sleeps until a time.
+  // True if a waiter sleeps until a time.
   static bool somebodyLooks(ReadTurns& turns) {
     util::Lock guard(turns.lock);
     return turns.keeper != nullptr && !turns.busy;
@@ -109,7 +109,7 @@ class ReadTurnsTest : public testing::Test {
     queue.notifyStreamException(util::STREAM_NORMAL);
     std::string bytes = support::pattern(0, 2 * kBlock);
     EXPECT_EQ(queue.streamIn(&bytes[0], 2 * kBlock, 0), 1);
-    queue.notifyStreamException(util::STREAM_DEAD);  // the next connection goes on there
+    queue.notifyStreamException(util::STREAM_DEAD);  // the next connection continues there
     for (int i = 0; i < 8; ++i) turns.join(handle(i));
   }
   ~ReadTurnsTest() override {
@@ -117,7 +117,8 @@ class ReadTurnsTest : public testing::Test {
     queue.release();
   }
 
-  // Has a read wait for its turn on a thread of its own; it then notes its name and its bytes.
+  // Makes a read wait for its turn on a thread of its own; the read then records its name and its
+  // bytes.
   void enter(const std::string& name, int reader, long long position, unsigned int bytes = 0) {
     const size_t before = webs::ReadTurnsProbe::waiting(turns);
     threads.emplace_back([=] {
@@ -136,7 +137,7 @@ class ReadTurnsTest : public testing::Test {
     const webs::ReadTurns::Turn turn(&turns, handle(reader), 0, 1);
     if (!turn.isBroken()) order += name;
   }
-  // Waits until all have had their turn, and tells in which order.
+  // Waits until all have had their turn. Returns their order.
   std::string release() {
     for (std::thread& each : threads) each.join();
     threads.clear();
@@ -147,7 +148,7 @@ class ReadTurnsTest : public testing::Test {
     return reinterpret_cast<const webs::FluviaFile*>(&handles[number]);
   }
 
-  // Compared only.
+  // Only their addresses are used.
   const char handles[8] = {};
   const support::CapturedStderr log{0};
   IdleProducer producer;
@@ -188,13 +189,13 @@ TEST_F(ReadTurnsTest, OfReadsThatNeedDataTheOneBehindTakesTheOthersAlong) {
   EXPECT_EQ(release(), "bf");
 }
 
-// Time under control: what is known of the readers is set, and the moment is given.
+// The test controls the time: it sets the state of the readers and passes the current time.
 
 TEST_F(ReadTurnsTest, ReaderThatLagsHoldsAReadBackForALagInAll) {
   const long long wanted = 3 * kBlock;
   ProbedTurns::note(turns, handle(1), 0, 1000, true);
   EXPECT_EQ(ProbedTurns::lagEnds(turns, handle(2), wanted, 1000, 1000), 1000 + Turns::kLagMs);
-  // It reads every millisecond, and never follows.
+  // It reads every millisecond, and never catches up.
   ProbedTurns::note(turns, handle(1), 188, 1019, true);
   EXPECT_EQ(ProbedTurns::lagEnds(turns, handle(2), wanted, 1000, 1019), 1000 + Turns::kLagMs);
   ProbedTurns::note(turns, handle(1), 2 * 188, 1025, true);
@@ -341,7 +342,7 @@ TEST_F(ReadTurnsTest, EndOfTheOnlyOtherHandleLetsItsWaiterGo) {
   EXPECT_EQ(release(), "f");
 }
 
-// The stream was moved for handle 1: it reads on there, also when another one has waited longer.
+// The stream was moved for handle 1: it continues there, even if another handle has waited longer.
 TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
   {
     webs::ReadTurns::Turn first(&turns, handle(1), 20LL * kCapacity, 1);
@@ -353,8 +354,8 @@ TEST_F(ReadTurnsTest, RestartIsFollowedByARunOfItsReader) {
   EXPECT_EQ(release(), "nf");
 }
 
-// Else each of several that have waited long would take the stream from the one before it after a
-// single read.
+// Otherwise each of several long waiters would take the stream from the previous one after a single
+// read.
 TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
   std::thread restarting;
   {
@@ -373,8 +374,8 @@ TEST_F(ReadTurnsTest, RunIsNotBrokenByOneThatHasWaitedLong) {
   EXPECT_EQ(release(), "nf");
 }
 
-// Else one that jumps as soon as it has read would begin a new run each time, and nobody else
-// would ever go.
+// Otherwise a reader that jumps after each read would begin a new run each time, and no other
+// reader would get a turn.
 TEST_F(ReadTurnsTest, RunEndsWhenItsReaderNeedsAnotherConnectionElsewhere) {
   {
     const webs::ReadTurns::Turn turn(&turns, handle(0), 0, 1);
@@ -423,7 +424,7 @@ void countLooks(const char* name) {
   if (std::string(name) == "ReadTurns::wait") ++looks;
 }
 
-// What the transfer stores is not announced, but a read that waits for it must not spin.
+// Bytes that the transfer stores are not announced, but a read that waits for them must not spin.
 TEST_F(ReadTurnsTest, ReadThatIsHeldBackLooksOnlyNowAndThen) {
   ProbedTurns::note(turns, handle(1), kBlock, util::monotonicMs() + 100000, true);
   ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 10 * kBlock);
@@ -437,7 +438,7 @@ TEST_F(ReadTurnsTest, ReadThatIsHeldBackLooksOnlyNowAndThen) {
   EXPECT_LE(looks, 20);
 }
 
-// A held back read that goes to sleep while another has the turn learns of that turn's end.
+// A held back read that goes to sleep while another has the turn is woken at that turn's end.
 TEST_F(ReadTurnsTest, TurnThatEndsWhileAHeldBackReadGoesToSleepIsNotMissed) {
   ProbedTurns::note(turns, handle(1), kBlock, util::monotonicMs() + 100000, true);
   ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 10 * kBlock);

@@ -25,7 +25,7 @@ bool isTestName(const std::string& name) {
 
 }  // namespace test_resolver
 
-// Takes the place of the C library's function for libcurl.
+// Replaces the C library's function for libcurl.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node,
                                                                   const char* service,
                                                                   const struct addrinfo* hints,

@@ -3,14 +3,13 @@
 
 #include <atomic>
 
-// The name resolver of a program that contains this: libcurl's look-ups come here. Names that end
-// in
-// ".test" are 127.0.0.1.
+// The name resolver of a program that contains this: it replaces libcurl's lookups. Names that end
+// in ".test" are 127.0.0.1.
 namespace test_resolver {
 
-// While held no look-up ends, each for five seconds at most; then it has failed.
+// While held no lookup ends. Each waits for at most five seconds and then fails.
 extern std::atomic<bool> held;
-// How many were begun and are over, of all names.
+// The number of lookups that were begun and that are over, of all names.
 extern std::atomic<int> begun;
 extern std::atomic<int> over;
 

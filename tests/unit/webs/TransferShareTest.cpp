@@ -1,4 +1,4 @@
-// What sessions share: the addresses of names, and TLS sessions where they trust the same.
+// State shared by sessions: the addresses of names, and TLS sessions if they trust the same.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -65,7 +65,7 @@ class TransferShareTls : public testing::Test {
 
   using Setting = std::function<void(webs::MethodRequest*)>;
 
-  // Gets the resource with a session of its own. Whether that took up a TLS session.
+  // Gets the resource with a new session. Returns true if that resumed a TLS session.
   bool resumes(const Setting& setting, const std::string& host = "127.0.0.1") {
     SessionProbe probe;
     if (setting != nullptr) setting(&probe.session);
@@ -79,7 +79,7 @@ class TransferShareTls : public testing::Test {
     return folder.makeText(name, std::string(std::istreambuf_iterator<char>(from), {}));
   }
 
-  // Each meets a server with sessions of the other; both take up their own.
+  // Each meets a server with sessions of the other; both resume only their own.
   void expectApart(const Setting& one, const Setting& other) {
     EXPECT_FALSE(resumes(one));
     EXPECT_FALSE(resumes(other)) << "the other took up a session of the one";
@@ -153,7 +153,7 @@ TEST_F(TransferShareTls, ClientCertificatesAreApart) {
   EXPECT_FALSE(resumes(nullptr)) << "without a certificate";
 }
 
-// The certificate's file holds its key as well.
+// The certificate's file contains its key as well.
 TEST_F(TransferShareTls, ClientCertificatesWithTheirKeysInsideAreApart) {
   const support::TestCertificate client;
   std::ifstream certificate(client.certificate());

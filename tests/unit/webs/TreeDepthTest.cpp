@@ -1,4 +1,5 @@
-// A body may nest as deep as its size allows: nothing that walks a tree may use the thread's stack.
+// A body may nest as deep as its size allows: no walk over a tree may recurse on the thread's
+// stack.
 #include <gtest/gtest.h>
 
 #include "tests/support/SmallStack.h"

@@ -18,7 +18,7 @@ using webs::XMLReader;
 const int XML_OK = 1;
 const int XML_ERROR = 0;
 const int JSON_FULL = -6;
-// More than a node of a short name counts with.
+// More than the bytes counted for a node with a short name.
 const long long NODE_BYTES = sizeof(TreeNode) + 32;
 
 std::string repeated(const std::string& text, int times) {
@@ -31,7 +31,7 @@ int feed(TreeReader* reader, const std::string& text, bool isFinal) {
   return reader->streamIn(text.data(), static_cast<int>(text.size()), isFinal ? 1 : 0);
 }
 
-// The one line that a limit of so many logs.
+// The only line that is logged when that limit is exceeded.
 std::vector<std::string> lineOf(long long nodes, long long bytes) {
   return {"refuse: the tree exceeds its limit of " + std::to_string(nodes) + " nodes and " +
           std::to_string(bytes) + " bytes"};
@@ -40,7 +40,7 @@ std::vector<std::string> lineOf(long long nodes, long long bytes) {
 class TreeLimitXML : public testing::Test {
  protected:
   void SetUp() override { reader.initialize(); }
-  // Whether a document may take so many bytes and no fewer than least.
+  // Expects that a document needs at least `least` and at most `most` bytes.
   void expectBytes(const std::string& text, long long least, long long most) {
     for (const long long bytes : {least - 1, most}) {
       reader.clear();
@@ -92,7 +92,7 @@ TEST_F(TreeLimitXML, NodesTextAndAttributesCountAsBytes) {
   expectBytes("<a>" + repeated("<i/>", 1000) + "</a>", 1000 * sizeof(TreeNode), 1001 * NODE_BYTES);
 }
 
-// expat holds a tag until it ends.
+// expat buffers a tag until it ends.
 TEST_F(TreeLimitXML, TextThatWaitsToBeParsedCounts) {
   reader.setTreeLimit(0, 20000);
   EXPECT_EQ(feed(&reader, "<a>" + repeated("<!-- no part of the tree -->", 2000), false), XML_OK);
@@ -165,7 +165,7 @@ TEST(TreeLimitJSON, GatheredTextIsGivenUpAtTheLimit) {
   EXPECT_EQ(feed(&reader, "[{}]", true), 0);
 }
 
-// Keeps what processResult() sees.
+// Keeps the data passed to processResult().
 class Seen : public MethodResponse {
  public:
   explicit Seen(TreeNode* tree) : root(tree) {}

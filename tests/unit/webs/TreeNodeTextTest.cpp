@@ -88,7 +88,7 @@ TEST(TreeNodeJson, MembersNamedByBracketsMakeAnArray) {
   EXPECT_EQ(jsonOf(*member), "{}");
 }
 
-// A recycled node may still carry the flag of the leaf that it was.
+// A recycled node may still have the flag of the leaf that it was.
 TEST(TreeNodeJson, FlagOfANodeWithChildrenDoesNotMatter) {
   TreeNode node(nullptr, "req");
   TreeNode* inner = node.createSubEntry("\"o\"");

@@ -1,4 +1,4 @@
-// Tree to text to tree, over random trees of what each format can hold.
+// Tree to text to tree, with random trees that each format can represent.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -16,13 +16,13 @@ using webs::JSONReader;
 using webs::TreeNode;
 using webs::XMLReader;
 
-// 100,000 of each format, in parts that run side by side.
+// 100,000 of each format, in parts that run in parallel.
 const int PARTS = 4;
 const int TREES_OF_A_PART = 25000;
-// A node gets children at this depth no more.
+// Nodes at this depth get no children.
 const int MAX_DEPTH = 5;
 
-// Different every time, unless FLUVIA_SEED is set.
+// A different seed every time, unless FLUVIA_SEED is set.
 unsigned int newSeed() { return support::seedOr(std::random_device()()); }
 
 class Dice {
@@ -31,7 +31,7 @@ class Dice {
   // One of [0, sides).
   int roll(int sides) { return std::uniform_int_distribution<int>(0, sides - 1)(engine); }
   bool oneIn(int sides) { return roll(sides) == 0; }
-  // At most `most` pieces from alphabet.
+  // Between least and most pieces from alphabet.
   std::string text(const std::vector<std::string>& alphabet, int least, int most) {
     std::string made;
     const int count = least + roll(most - least + 1);
@@ -51,7 +51,7 @@ std::vector<std::string> letters(const std::string& characters) {
   return all;
 }
 
-// Names, attributes and leaf texts without markup; text only where there are no children.
+// Names, attributes and leaf texts without markup; text only in nodes without children.
 class XmlMaker {
  public:
   explicit XmlMaker(Dice* d) : dice(d) {}
@@ -125,8 +125,8 @@ class JsonMaker {
   const std::vector<std::string> values = letters("ab 019'>;/=[]{},:\n\\");
 };
 
-// The scanner numbers the members of arrays its own way, and flags of empty leaves and of nodes
-// with children carry nothing.
+// The scanner has its own numbers for the members of arrays. Flags of empty leaves and of nodes
+// with children have no meaning.
 void normalise(TreeNode* root) {
   walkTree(
       root,
@@ -157,7 +157,7 @@ TEST_P(TreeNodeRoundTrip, XmlComesBackAsItWas) {
     document.toXMLContent(&text);
     reader.clear();
     reader.readyRead();
-    // Once in a while in two pieces.
+    // One time in four in two pieces.
     const int cut = dice.oneIn(4) ? dice.roll(static_cast<int>(text.size())) : 0;
     const char* data = reinterpret_cast<const char*>(text.data());
     ASSERT_EQ(reader.streamIn(data, cut, 0), 1) << textOf(text);
@@ -185,7 +185,7 @@ TEST_P(TreeNodeRoundTrip, JsonComesBackAsItWas) {
     normalise(&reader);
     ASSERT_EQ(shapeOf(reader), shapeOf(document)) << "tree " << i << ": " << text;
     // An empty object that is a value comes back as an empty text, so the second text may differ
-    // from the first; from then on it stays.
+    // from the first; later texts are all the same.
     reader.clear();
     ASSERT_EQ(reader.streamIn(again.data(), static_cast<int>(again.size()), 1), 0) << again;
     ASSERT_EQ(jsonOf(reader), again) << "tree " << i;

@@ -1,5 +1,5 @@
-// What a document may make of a few bytes: entities, attributes of a DTD, and where errors stand.
-// The documents are parsed on a small stack.
+// How large a few bytes of a document may become: entities, attributes of a DTD, and the places of
+// errors. The documents are parsed on a small stack.
 #include <gtest/gtest.h>
 
 #include "tests/support/CapturedStderr.h"
@@ -55,7 +55,7 @@ void expectRefused(const Outcome& outcome, const std::string& line) {
   EXPECT_NE(outcome.log[0].find(line), std::string::npos) << outcome.log[0];
 }
 
-// Entities e1 = text to eLEVELS, each of which is the one before so many times.
+// Entities e1 = text to eLEVELS, each of which repeats the previous one so many times.
 std::string entities(int levels, const std::string& text, int times = 1) {
   std::string all = "<!ENTITY e1 '" + text + "'>";
   for (int i = 2; i <= levels; i++) {
@@ -65,8 +65,8 @@ std::string entities(int levels, const std::string& text, int times = 1) {
   return all;
 }
 
-// A document whose element has the last of them: as its content, in an attribute, or in one that
-// the DTD adds.
+// A document whose element has the last entity: as its content, in an attribute, or in an attribute
+// that the DTD adds.
 enum class Place { CONTENT, ATTRIBUTE, DEFAULT };
 
 std::string documentOf(const std::string& declarations, int last, Place place) {
@@ -129,7 +129,7 @@ TEST(XMLReaderEntityLimits, NextDocumentCountsAnew) {
   }
 }
 
-// Some 400 bytes that expat lets grow to two million elements, 369 MB.
+// Some 400 bytes that expat expands to two million elements, 369 MB.
 TEST(XMLReaderUnfolding, EntitiesOfElementsAreRefused) {
   const std::string text = documentOf(entities(7, "<i/>", 11), 7, Place::CONTENT);
   EXPECT_LT(text.size(), 520u);
@@ -138,7 +138,7 @@ TEST(XMLReaderUnfolding, EntitiesOfElementsAreRefused) {
   EXPECT_LE(outcome.nodes, XMLReader::MAX_UNFOLDED / 4 + 2);
 }
 
-// Half a million bytes each: expat by itself would begin to look at 8 MiB.
+// Half a million bytes each: expat alone would begin to check at 8 MiB.
 TEST(XMLReaderUnfolding, WhatOnlyTheParserSeesIsRefusedToo) {
   const std::string tenTimes = entities(6, "12345", 10);
   expectRefused(parsed(documentOf(tenTimes, 6, Place::ATTRIBUTE)), UNFOLDS);
@@ -164,7 +164,8 @@ TEST(XMLReaderUnfolding, LargeDocumentsMayUseEntities) {
   EXPECT_EQ(outcome.nodes, 20001);
 }
 
-// The rest of a document cannot make up for what unfolds at its beginning, in one piece or in many.
+// The rest of a document cannot compensate for an expansion at its beginning, in one piece or in
+// many.
 TEST(XMLReaderUnfolding, WhatIsRefusedDoesNotDependOnPieces) {
   const std::string added = "<!DOCTYPE l [<!ATTLIST i x CDATA '" + repeated("x", 1000) + "'>]><l>";
   const std::string text = added + repeated("<i/>", 500) + repeated("plain text\n", 50000) + "</l>";
@@ -182,7 +183,7 @@ TEST(XMLReaderUnfolding, WhatIsRefusedDoesNotDependOnPieces) {
   }
 }
 
-// An encoding that takes less room than UTF-8 is no unfolding.
+// An encoding with fewer bytes than UTF-8 is no expansion.
 TEST(XMLReaderUnfolding, EncodingsMakeNoDifference) {
   std::string wide = "\xFF\xFE<";
   wide += std::string("\0a\0>\0", 5);

@@ -166,14 +166,14 @@ TEST(XMLReader, DestructorEmptiesTheStations) {
   EXPECT_EQ(Stations::nodesCreated(), 2);
 }
 
-// The stations outlive every reader, also this one, which dies after main().
+// The stations outlive every reader, even this one, which is destroyed after main().
 TEST(XMLReader, MayDieAtExit) {
   static XMLReader reader;
   reader.initialize();
   EXPECT_EQ(feed(&reader, "<a x='1'><b/></a>", true), OK);
 }
 
-// Throws from one of its operations, and counts elements.
+// Throws in one of its operations, and counts elements.
 class ThrowingReader : public XMLReader {
  public:
   enum Where { NOWHERE, BEGIN, END, VALUE };
