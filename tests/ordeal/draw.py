@@ -36,7 +36,7 @@ def playing(rows):
     processor, whole, own = {}, {}, {}
     for row in rows:
         name, at = row["rate"] + " Mbit/s", float(row["seconds"])
-        if at < 2:  # the program's own start would dwarf the rest
+        if at < 2:  # the program's start would dwarf the rest
             continue
         processor.setdefault(name, []).append((at, float(row["processor"])))
         whole.setdefault(name, []).append((at, int(row["memory"]) / 1024))

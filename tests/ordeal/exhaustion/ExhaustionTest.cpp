@@ -23,7 +23,7 @@ namespace {
 
 using support::FaultServer;
 
-// Other builds make a call many times slower.
+// In other builds a call is many times slower.
 #if !defined(NDEBUG)
 constexpr long long kManyBytes = 1 << 20;
 #else
@@ -50,7 +50,7 @@ TEST_F(Exhaustion, AllHandlesStreamAtOnceOnUrlsOfTheirOwn) {
   int none = 0;
   EXPECT_EQ(x_fluvia_file_open_x(server.url("/more").c_str(), &none, 65536), FVFR_FAILED);
 
-  // By turns, a piece of each: all 255 transfers are under way together.
+  // In turns, one piece of each: all 255 transfers run together.
   std::atomic<int> wrong{0};
   std::vector<std::thread> readers;
   for (int t = 0; t < kThreads; ++t) {
@@ -75,7 +75,7 @@ TEST_F(Exhaustion, AllHandlesStreamAtOnceOnUrlsOfTheirOwn) {
   for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), FVFR_OK);
 }
 
-// Takes every descriptor that is left until it goes.
+// Takes every free descriptor during its life.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -97,8 +97,8 @@ class NoDescriptors {
   std::vector<int> taken;
 };
 
-// The undefined-behaviour sanitizer's look at an object's type needs a pipe of its own, and takes
-// the object for a wrong one when it cannot have it.
+// To check an object's type the undefined-behaviour sanitizer needs a pipe; without one it reports
+// a wrong type.
 #if defined(__SANITIZE_ADDRESS__)
 #define SKIP_WHERE_CHECKS_NEED_DESCRIPTORS() GTEST_SKIP() << "the sanitizer needs descriptors"
 #else
@@ -198,7 +198,7 @@ TEST_F(Exhaustion, ServerThatIsBackAtOnceCostsNoByte) {
 }
 
 TEST_F(Exhaustion, ServerThatStaysAwayFailsTheReadUntilTheUrlIsOpenedAnew) {
-  constexpr long long kSize = 40000000;  // more than the sockets hold of a server that has gone
+  constexpr long long kSize = 40000000;  // more than the sockets buffer of a server that has gone
   auto server = std::make_unique<FaultServer>();
   server->on("/a", support::serveRanges(kSize));
   const std::string url = server->url("/a");
@@ -219,7 +219,7 @@ TEST_F(Exhaustion, ServerThatStaysAwayFailsTheReadUntilTheUrlIsOpenedAnew) {
   EXPECT_TRUE(again.restIsPattern(0, kSize, 30000));
 }
 
-// The library cannot know: what it connects for from then on is the new resource's.
+// The library cannot know: from then on its connections get the new resource.
 TEST_F(Exhaustion, ResourceReplacedDuringPlayGivesBytesOfEitherAtTheirPlace) {
   constexpr long long kSize = 3000000;
   constexpr unsigned long long kNewBase = 777000;
@@ -255,7 +255,7 @@ TEST_F(Exhaustion, ResourceThatShrankDuringPlayEndsWithAFailure) {
   EXPECT_FALSE(file.restIsPattern(400000, kSize, 30000));
   // "416": the server has no such range.
   EXPECT_TRUE(file.last == FVFR_NOT_FOUND || file.last == FVFR_FAILED) << file.last;
-  // A stream that has failed gives nothing more, also of what it holds: at most its buffer.
+  // A failed stream returns no more bytes, not even buffered ones, which are at most its buffer.
   EXPECT_GE(x_fluvia_file_offset(file.handle), kSize / 2 - 98304 - 30000);
 }
 

@@ -1,4 +1,4 @@
-// What the library does when memory or threads run out at one particular place.
+// Memory or threads run out at one particular place.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -80,12 +80,12 @@ TEST(OutOfMemoryPool, FreesABlockThatItCannotRemember) {
   EXPECT_EQ(pool.getTotalBlockNumber(), 0);
 }
 
-// The engine of a process is started once. So a test that needs one with few workers starts it when
-// nobody has yet, and else runs again in a process of its own.
+// The engine of a process is started once. A test that needs an engine with few workers starts it
+// if it does not run yet; otherwise the test runs again in a separate process.
 class FewWorkers : public testing::Test {
  protected:
-  // The engine has so many workers from now on. False when it was started before: the test is over,
-  // it has passed or failed elsewhere.
+  // Starts the engine with that many workers. Returns false if it was already started: then the
+  // test is over, and has passed or failed in another process.
   bool startWorkers(int count) {
     if (wasStarted || ThreadEngine::getInstance()->workerCount() != 0) {
       passElsewhere();
@@ -114,7 +114,7 @@ class FewWorkers : public testing::Test {
     EXPECT_EQ(child.exitCode, 0) << child.error;
   }
 
-  static inline bool wasStarted = false;  // also with no worker at all
+  static inline bool wasStarted = false;  // also without any worker
 };
 
 class OutOfThreads : public FewWorkers {};
@@ -168,7 +168,7 @@ TEST_F(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
                                        &completions, &id),
               0);
   }
-  // All were asked for before the first one begins: what has a place is in front of its restart.
+  // All were issued before the first one begins: a request with a place is ahead of its restart.
   ASSERT_TRUE(pauses.reached("DullFile::perform started"));
   pauses.release("DullFile::perform started");
   EXPECT_TRUE(completions.waitFor(kFiles, 60));
@@ -177,7 +177,7 @@ TEST_F(OutOfThreads, TwoWorkersServeFiveReadsThatWaitForRestarts) {
 }
 #endif
 
-// Where the callbacks of a test ran on their stacks.
+// The stack addresses at which the callbacks of a test ran.
 struct Places {
   std::atomic<int> failed{0};
   std::atomic<int> other{0};
@@ -193,15 +193,15 @@ struct Places {
   }
 };
 
-// There is no memory from this callback on.
+// From this callback on there is no memory.
 void endMemory(int /*id*/, void* allAsked, int /*status*/, int /*bytes*/) {
   const torture::Spared spared;
   EXPECT_TRUE(eventually([&] { return static_cast<std::atomic<bool>*>(allAsked)->load(); }));
   torture::arm(Point::kAllocation, 1, 0);
 }
 
-// Each would otherwise be refused inside the call that refused the one before: the worker's stack,
-// or the runtime's reserve for exceptions, would end the process.
+// Otherwise each would be refused inside the call that refused the previous one: the worker's
+// stack, or the runtime's reserve for exceptions, would run out and end the process.
 TEST_F(OutOfMemoryRequests, ThatFindNoPlaceFailOneAfterTheOther) {
   constexpr int kRequests = 500;
   if (!startWorkers(2)) return;

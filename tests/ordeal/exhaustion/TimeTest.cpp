@@ -1,4 +1,4 @@
-// Time: a wall clock that is set, and a player that falls asleep.
+// Time: a wall clock that is set, and a player that sleeps.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -19,7 +19,7 @@ namespace {
 std::atomic<long> clockSetBy{0};  // seconds
 }
 
-// Stands before the system's in this program: the clock that somebody sets.
+// Replaces the system's function in this program: a clock that can be set.
 extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
   struct timespec real = {};
   clock_gettime(CLOCK_REALTIME, &real);
@@ -72,7 +72,7 @@ TEST_F(Time, StallIsFoundAlsoWhenTheClockIsSetBackDuringIt) {
   EXPECT_LT(watch.seconds(), 60);
 }
 
-// The watches count wall-clock time in 32 bits of microseconds: ten seconds forward between two
+// The watches count wall-clock time in 32 bits of microseconds. Ten seconds forward between two
 // pieces, or more than 35 minutes back, are a stall to them.
 TEST_F(Time, ClockSetForwardNeverGivesAWrongByteOrAHang) {
   constexpr long long kSize = 2000000;
@@ -99,7 +99,7 @@ TEST_F(Time, ClockSetForwardNeverGivesAWrongByteOrAHang) {
   EXPECT_TRUE(again.restIsPattern(0, kSize, 30000));
 }
 
-// The server waits as long as the player: the connection is still the first.
+// The server waits as long as the player: the first connection still stands.
 TEST_F(Time, ReaderThatSleptReadsOn) {
   const char* seconds = getenv("FLUVIA_SLEEP_SECONDS");
   if (seconds == nullptr) GTEST_SKIP() << "FLUVIA_SLEEP_SECONDS says how long";

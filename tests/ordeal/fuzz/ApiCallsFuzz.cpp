@@ -1,7 +1,7 @@
-// Sequences of calls of the C interface, decoded from bytes, on a resource that this program
-// produces from memory, with ends and failures decoded from the same bytes.
+// Decodes bytes into sequences of calls of the C interface. This program produces the resource from
+// memory; its ends and failures are decoded from the same bytes.
 //
-// It defines the choice of the producer itself, in place of the library's.
+// It replaces the library's choice of the producer.
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -40,14 +40,14 @@ class Bytes {
   size_t left_;
 };
 
-// What a run of the producer does: so many bytes, in chunks of one size, then an event.
+// The actions of one run of the producer: so many bytes, in chunks of one size, then an event.
 struct Run {
   long long bytes;
   unsigned int chunk;
   int event;  // -1: the start fails
 };
 
-// The resource of the input under way. Every opening of it is the same one.
+// The resource of the current input. All its handles share it.
 struct Resource {
   long long size = 0;
   bool sizeKnown = true;
@@ -58,8 +58,8 @@ struct Resource {
 };
 Resource resource;
 
-// Streams on the thread that starts it and holds still after an announced stop, as the producer of
-// a URL does.
+// Streams on the thread that starts it and pauses after an announced stop, as the producer of a URL
+// does.
 class MemoryRequest : public FileRequest, public util::Semaphore {
  public:
   MemoryRequest() : FileRequest("memory") {}
@@ -142,7 +142,7 @@ int MemoryRequest::stopStreaming() {
   return 0;
 }
 
-// One asynchronous read; its calls come before the input is over.
+// One asynchronous read; its callbacks come before the input ends.
 struct AsyncRead {
   explicit AsyncRead(unsigned int size) : buffer(size) {}
   std::vector<char> buffer;
@@ -169,13 +169,13 @@ void readNow(int handle, unsigned int size) {
   std::vector<char> buffer(size);
   unsigned int got = 0;
   const int result = x_fluvia_file_read(handle, buffer.data(), size, &got);
-  // From the end: a stream that cannot seek may have been moved on by the read itself.
+  // Measured from the end: the read itself may have moved a stream that cannot seek.
   const long long end = x_fluvia_file_offset(handle);
   const long long offset = result == 0 || result == -13 ? end - got : end;
   checkBytes(offset, buffer, got);
   FUZZ_CHECK(result == 0 || result == -1 || result == -4 || result == -6 || result == -13 ||
              result == -17 || result == -21);
-  // What changes has an end of its own.
+  // A resource that changes has its own end.
   FUZZ_CHECK(result != 0 || got == size || offset + got == resource.size ||
              resource.volatileContent);
 }

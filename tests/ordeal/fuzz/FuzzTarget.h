@@ -9,7 +9,7 @@
 // Every target defines this; libFuzzer or the replay program calls it for each input. Returns 0.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Ends the process with a report when a property does not hold.
+// Ends the process with a report if a property does not hold.
 #define FUZZ_CHECK(condition)                                                        \
   do {                                                                               \
     if (!(condition)) {                                                              \

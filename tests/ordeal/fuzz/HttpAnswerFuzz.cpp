@@ -1,9 +1,8 @@
-// Any bytes as what comes from the socket, into a handle that reads them.
+// Sends any bytes through a socket to a handle that reads them.
 //
-// The first byte of an input says how the handle is used; the rest are the answers, one a
-// connection, with "\n%%\n" between them. What comes after the last one is a connection that is
-// closed without a byte. Nothing but this process is ever contacted, whatever an answer redirects
-// to.
+// The first byte of an input decides how the handle is used; the rest are the responses, one for
+// each connection, with "\n%%\n" between them. After the last one, connections are closed without a
+// byte. Only this process is ever contacted, wherever a response redirects.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <netdb.h>
@@ -27,7 +26,7 @@ namespace {
 constexpr char kSeparator[] = "\n%%\n";
 constexpr size_t kMostAnswers = 8;
 
-// Answers connections on a port of 127.0.0.1, one after the other.
+// Serves connections on a port of 127.0.0.1, one after the other.
 class AnswerServer {
  public:
   AnswerServer() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -94,8 +93,8 @@ AnswerServer& server() {
   return *one;
 }
 
-// libcurl 7.88 reads freed memory when the answer to a redirected request begins with a folded
-// line. That is found in no time and hides everything else.
+// libcurl 7.88 reads freed memory if the response to a redirected request begins with a folded
+// line. A fuzzer finds that at once, and it hides everything else.
 std::string unfolded(std::string answer) {
   const size_t end = answer.find('\n');
   for (size_t at = end == std::string::npos ? answer.size() : end + 1;
@@ -119,7 +118,7 @@ std::vector<std::string> split(const std::string& text) {
 }
 
 void readSome(int handle, unsigned int size) {
-  // A buffer of the exact size, so that a sanitizer sees a byte too many.
+  // A buffer of the exact size, so that a sanitizer notices a byte too many.
   std::vector<char> buffer(size);
   unsigned int got = 0;
   const int result = x_fluvia_file_read(handle, buffer.data(), size, &got);
@@ -150,7 +149,7 @@ void useHandle(int handle, unsigned int plan) {
 
 #pragma GCC visibility push(default)
 
-// Redirects go to this process or nowhere.
+// Redirects reach this process or nothing.
 extern "C" int connect(int descriptor, const struct sockaddr* address, socklen_t length) {
   static const auto real = reinterpret_cast<decltype(&::connect)>(dlsym(RTLD_NEXT, "connect"));
   struct sockaddr_in inet = {};

@@ -1,4 +1,4 @@
-// Any bytes, in pieces of any size, give the tree that they give as one text.
+// Any bytes, in pieces of any size, give the same tree as in one text.
 #include <algorithm>
 #include <string>
 

@@ -19,7 +19,7 @@ void lookAround(JSONReader* reader) {
   xmlOf(*reader);
 }
 
-// Straight into the scanner, whose stacks are then as the last text left them.
+// Calls the scanner directly, so that its stacks are those that the last text left.
 void scanTwice(const char* text, int size) {
   JSONReader reader;
   webs::JSONParser parser(&reader);
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(result <= 0 && result >= -5);
   lookAround(&reader);
   const std::string shape = shapeOf(reader);
-  // What is written is read again without harm, whatever it holds.
+  // The written text can be read again, whatever it contains.
   const std::string written = textOf(*reader.getRawData(""));
   reader.streamIn(written.data(), static_cast<int>(written.size()), 1);
   // And the reader is as good as new.

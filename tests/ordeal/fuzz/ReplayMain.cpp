@@ -1,5 +1,5 @@
 // Runs a fuzz target over stored inputs, for builds without libFuzzer: each argument is a file, or
-// a directory of files. Fails when there is nothing to run.
+// a directory of files. Fails if there is nothing to run.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -29,7 +29,7 @@ bool run(const fs::path& input) {
     std::fprintf(stderr, "cannot read %s\n", input.c_str());
     return false;
   }
-  // The exact size, on the heap: a sanitizer sees a read beyond it.
+  // The exact size, on the heap, so that a sanitizer notices a read beyond it.
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
   std::fprintf(stderr, "%s\n", input.c_str());
   LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());

@@ -1,4 +1,4 @@
-// Any bytes as the header lines of a response, through everything that looks into them.
+// Any bytes as the header lines of a response, through all functions that read them.
 #include <algorithm>
 #include <cstdlib>
 #include <string>
@@ -19,12 +19,12 @@ class Nobody : public webs::Requestor {
   void finishReceive() override {}
 };
 
-// One call a line, as the transfer makes it.
+// One call for each line, as in a transfer.
 void feedLines(MethodRequest* session, const std::string& text) {
   size_t at = 0;
   while (at < text.size()) {
     const size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
-    // A copy of the exact size, so that a sanitizer sees a read beyond it.
+    // A copy of the exact size, so that a sanitizer notices a read beyond it.
     const std::vector<char> line(text.begin() + static_cast<long>(at),
                                  text.begin() + static_cast<long>(end));
     FUZZ_CHECK(session->headerContentIn(line.data(), 1, line.size()) == line.size());
@@ -62,7 +62,7 @@ void copyValues(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // Below every message: writing them would take most of the time.
+  // Below every message: printing them would take most of the time.
   util::LOG_LEV = -5;
   const std::string text(reinterpret_cast<const char*>(data), size);
   Nobody nobody;

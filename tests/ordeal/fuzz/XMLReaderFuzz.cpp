@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int whole = feed(&reader, text, text.size() + 1);
   const std::string shape = shapeOf(reader);
   lookAround(&reader);
-  // What is written need not be well-formed: nothing is escaped.
+  // The written text need not be well-formed: nothing is escaped.
   const std::string written = textOf(*reader.getRawData(""));
   reader.clear();
   reader.readyRead();

@@ -1,7 +1,8 @@
-// How the time of an operation grows with open handles, blocks of a buffer and queued requests.
+// Measures how the time of an operation grows with open handles, blocks of a buffer and queued
+// requests.
 //
-// Writes lines "variable,operation,count,microseconds" and prints the times, and where one grows
-// faster than the count does. Returns the number of operations that do.
+// Writes lines "variable,operation,count,microseconds". Prints the times, and where one grows
+// faster than the count. Returns the number of operations that do.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -22,12 +23,12 @@
 namespace {
 
 constexpr int kBlock = FVFR_BUFFER_BLOCK;
-// Below this a time is nothing but the cost of the call.
+// A shorter time is only the cost of the call.
 constexpr double kFloorMicroseconds = 1.0;
-// How much faster than the count a time may seem to grow from one count to the next: caches get
-// cold, clocks are coarse.
+// How much faster than the count a time may grow from one count to the next: caches get cold, and
+// clocks are coarse.
 constexpr double kTolerance = 1.5;
-// So many operations are measured, or something was left out.
+// The number of measured operations; fewer means that something was left out.
 constexpr size_t kOperations = 12;
 
 FILE* table = nullptr;
@@ -40,8 +41,8 @@ double now() {
       .count();
 }
 
-// The times of some rounds, in microseconds: what a picture shows, and what an operation costs when
-// nobody else has the processor.
+// The times of some rounds, in microseconds: the value for a picture, and the cost of an operation
+// when no other process uses the processor.
 struct Times {
   double median;
   double least;
@@ -52,7 +53,7 @@ Times summaryOf(std::vector<double> times) {
   return {times[times.size() / 2], times.front()};
 }
 
-// Over some rounds, the time of one of count calls.
+// Returns the times of one of count calls, over some rounds.
 Times timeOf(int rounds, int calls, const std::function<void(int)>& call) {
   std::vector<double> times;
   for (int round = 0; round < rounds; ++round) {
@@ -161,7 +162,7 @@ void overRequests() {
     std::vector<double> other;
     for (int round = 0; round < 9; ++round) {
       const int handle = openFile(server.url("/stalled"), 2 * kBlock);
-      // The first holds the file: all others queue behind it.
+      // The first keeps the file busy: all others queue behind it.
       std::vector<char> large(20000);
       int id = 0;
       x_fluvia_file_read_async(handle, large.data(), 20000, &ignore, nullptr, &id);
@@ -191,7 +192,7 @@ void overRequests() {
   }
 }
 
-// Each step is judged by itself: over all of them a fixed cost would hide what grows.
+// Judges each step by itself: over all of them a fixed cost would hide the growth.
 bool growsFaster(const std::vector<std::pair<int, double>>& points) {
   bool faster = false;
   for (size_t i = 1; i < points.size(); ++i) {

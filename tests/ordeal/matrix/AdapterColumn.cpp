@@ -1,5 +1,5 @@
-// The matrix's column of this library as FFmpeg sees it through the adapter, which bears outages
-// for as long as FFmpeg's own http does in its column.
+// The matrix's column of this library as FFmpeg uses it through the adapter. The adapter reconnects
+// after outages for as long as FFmpeg's own http does in its column.
 #include <string>
 
 extern "C" {

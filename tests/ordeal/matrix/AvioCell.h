@@ -10,7 +10,7 @@ extern "C" {
 
 namespace matrix {
 
-// What the columns that read through FFmpeg's AVIOContext have in common.
+// Code shared by the columns that read through FFmpeg's AVIOContext.
 
 inline std::string nameOfAvError(int error) {
   char text[AV_ERROR_MAX_STRING_SIZE] = "";

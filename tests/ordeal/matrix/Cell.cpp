@@ -19,7 +19,7 @@ class Run {
  public:
   Run(Client* column, long long bytes) : client(column), size(bytes) {}
 
-  // Reads [from, to); false when the trace is over.
+  // Reads [from, to). Returns false if the trace is over.
   bool read(long long from, long long to) {
     to = std::min(to, size);
     std::vector<char> bytes(kPiece);
@@ -57,7 +57,7 @@ class Run {
   bool sequential() { return read(0, size) && end(); }
   bool middle() { return read(size / 2, size) && read(0, 100000); }
 
-  // As a player does with a film whose index is at its end: head, tail, then two streams by turns.
+  // As a player with a film whose index is at its end: head, tail, then two streams in turns.
   bool player() {
     if (!read(0, 65536) || !read(size - 65536, size)) return false;
     for (int i = 0; i < 12; ++i) {

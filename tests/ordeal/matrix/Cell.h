@@ -6,13 +6,14 @@
 
 namespace matrix {
 
-// What is measured: something that reads a URL at offsets.
+// The measured client: reads a URL at offsets.
 class Client {
  public:
   virtual ~Client() = default;
-  // False when it failed; why says how.
+  // Returns false if it failed; why has the reason.
   virtual bool open(const std::string& url, std::string* why) = 0;
-  // Reads at most count bytes at offset. 0 at the end; -1 when it failed, why says how.
+  // Reads at most count bytes at offset. Returns 0 at the end, and -1 if it failed; why has the
+  // reason.
   virtual long readAt(long long offset, char* bytes, size_t count, std::string* why) = 0;
 };
 

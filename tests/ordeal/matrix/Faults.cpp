@@ -18,7 +18,7 @@ Fault row(const std::string& words, Behaviour behaviour) {
   return fault;
 }
 
-// Fails as given in every trace; a seek that comes first meets the failure before the read does.
+// Fails in this way in every trace; a seek that comes first meets the failure before the read does.
 Fault gives(Fault fault, const std::string& how, const std::string& reason) {
   fault.expected[kSequential] = fault.expected[kPlayer] = how;
   fault.expected[kMiddle] = "seek -4";
@@ -26,23 +26,23 @@ Fault gives(Fault fault, const std::string& how, const std::string& reason) {
   return fault;
 }
 
-// Fails as given where the trace reads to the end.
+// Fails in this way where the trace reads to the end.
 Fault atEndGives(Fault fault, const std::string& how, const std::string& reason) {
   fault.expected[kSequential] = how;
-  // The transfer runs ahead of the reader and may meet the end first.
+  // The transfer runs ahead of the reader and may reach the end first.
   fault.expected[kMiddle] = fault.expected[kPlayer] = "~" + how;
   fault.reason = reason;
   return fault;
 }
 
-// Fails as given in every trace, once bytes have come.
+// Fails in this way in every trace, after some bytes.
 Fault laterGives(Fault fault, const std::string& how, const std::string& reason) {
   for (std::string& expected : fault.expected) expected = how;
   fault.reason = reason;
   return fault;
 }
 
-// Fails as given where the trace seeks.
+// Fails in this way where the trace seeks.
 Fault seekGives(Fault fault, const std::string& how, const std::string& reason) {
   fault.expected[kMiddle] = fault.expected[kPlayer] = how;
   fault.reason = reason;
@@ -73,7 +73,8 @@ void addConnections(std::vector<Fault>* all) {
   Fault full = gives(row("connection never accepted", answerRaw("")), "read -6", kTwice);
   full.kind = Fault::kFull;
   all->push_back(full);
-  // Fits into the socket's buffer, so that no connection outlives its reader there.
+  // Fits into the socket's buffer, so that the server does not keep a connection after its reader
+  // has left.
   Fault one = row("one connection at a time", serveRanges(kSize / 2));
   one.size = kSize / 2;
   one.kind = Fault::kOneAtATime;
@@ -111,7 +112,7 @@ void addRanges(std::vector<Fault>* all) {
   all->push_back(row("the rest, called 200, with its range", serveRestAs200(kSize, true)));
   all->push_back(row("the rest, called 200, without a word", serveRestAs200(kSize, false)));
   all->push_back(row("begins 1,000 bytes early and says so", startBeside(kSize, -1000)));
-  // The first transfer may reach the target of the seek before it is asked to end.
+  // The first transfer may reach the target of the seek before it is stopped.
   all->push_back(seekGives(row("begins 1,000 bytes late and says so", startBeside(kSize, 1000)),
                            "~read -4", "the bytes before are nowhere; " + std::string(kTwice)));
   all->push_back(row("206 with a range line only", serveContentRangeOnly(kSize)));
@@ -146,7 +147,7 @@ void addStatuses(std::vector<Fault>* all) {
   all->push_back(
       gives(row("one 503, then all is well", inTurn({answerStatus(503), serveRanges(kSize)})),
             "read -17", kStatusIsFinal));
-  // A reader that waits is told why; one that comes after the stream has failed, that it has.
+  // A waiting reader learns the cause; a later one learns that the stream has failed.
   all->push_back(
       laterGives(row("ends after 500,000 bytes, then one 503, then all is well",
                      inTurn({dropAfter(kSize, 500000), answerStatus(503), serveRanges(kSize)})),

@@ -15,13 +15,13 @@ const char* nameOf(Trace trace);
 // A row of the matrix.
 struct Fault {
   std::string words;
-  long long size;  // bytes that a client has to deliver
-  // How "/fault" answers; "/behind" serves ranges. Made anew for each cell.
+  long long size;  // bytes that a client must deliver
+  // The behaviour of "/fault"; "/behind" serves ranges. Created for each cell.
   std::function<support::Behaviour()> behaviour;
-  // What our cells must show: empty for right bytes, else the beginning of how they fail; behind a
-  // '~' that or right bytes, as it comes; '|' stands between two that may come...
+  // The expected result of our cells: empty for right bytes, else the beginning of the failure.
+  // After a '~' that or right bytes, at random; '|' separates alternatives...
   std::string expected[kTraces];
-  // ...and why that is so.
+  // ...and the reason for it.
   std::string reason;
   enum Kind { kAnswer, kTls, kRefused, kFull, kOneAtATime } kind = kAnswer;
   bool flagged = false;  // with feature flag 1

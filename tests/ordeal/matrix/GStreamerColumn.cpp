@@ -33,7 +33,7 @@ class GStreamerClient : public matrix::Client {
     gst_bin_add_many(GST_BIN(pipeline), source, sink, nullptr);
     if (!gst_element_link(source, sink)) return false;
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
-    // Until the first piece is there, or it has failed.
+    // Waits until the first piece has arrived or failed.
     if (gst_element_get_state(pipeline, nullptr, nullptr, GST_CLOCK_TIME_NONE) ==
         GST_STATE_CHANGE_FAILURE) {
       *why = "open: " + error();
@@ -72,7 +72,7 @@ class GStreamerClient : public matrix::Client {
     return true;
   }
 
-  // The next piece. False at the end, with an empty reason, and after a failure.
+  // Gets the next piece. Returns false at the end, with an empty reason, and after a failure.
   bool pull(std::string* why) {
     why->clear();
     g_signal_emit_by_name(sink, "pull-sample", &sample);
@@ -83,7 +83,7 @@ class GStreamerClient : public matrix::Client {
     return gst_buffer_map(gst_sample_get_buffer(sample), &map, GST_MAP_READ) && map.size > 0;
   }
 
-  // What the pipeline's bus says went wrong; empty when nothing did.
+  // Returns the error on the pipeline's bus; empty if there was none.
   std::string error() {
     GstBus* bus = gst_element_get_bus(pipeline);
     GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);

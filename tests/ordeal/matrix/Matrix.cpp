@@ -1,10 +1,10 @@
-// Every fault times every trace times every column: who delivers the right bytes.
+// Runs every fault with every trace in every column: which clients deliver the right bytes.
 //
-// Each cell is a process of its own with a limit of 70 s against a server of its own. The first
-// column is this library: its cells must be as the list of faults says, no cell of it may have a
-// wrong byte, and no other column may be right where it is not, unless the list gives the reason.
-// The column "through an adapter" has no wrong byte either, and is right wherever this library or
-// the column FFmpeg is. The table is Markdown. Returns 0 when all that holds.
+// Each cell is a separate process with a limit of 70 s and a server of its own. The first column is
+// this library. Its cells must be as the list of faults says, and none may have a wrong byte. No
+// other column may be right where it is not, unless the list gives the reason. The column "through
+// an adapter" has no wrong byte either, and is right wherever this library or the column FFmpeg is.
+// The table is Markdown. Returns 0 if all this holds.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -67,7 +67,7 @@ pid_t start(const Column& column, const std::string& url, const Fault& fault, Tr
   _exit(127);
 }
 
-// What the program writes until its end; kills it when its time is over.
+// Returns the program's output until its end; kills it after its time limit.
 std::string outputUntilEnd(pid_t child, int output) {
   std::string text;
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(kLimitSeconds);
@@ -92,7 +92,7 @@ std::string lastLine(std::string text) {
   return line == std::string::npos ? text : text.substr(line + 1);
 }
 
-// Runs the program; the last line of its output, or that it was ended.
+// Runs the program. Returns the last line of its output, or that it was killed.
 std::string outputOf(const Column& column, const std::string& url, const Fault& fault,
                      Trace trace) {
   int ends[2];
@@ -141,7 +141,7 @@ void runAll(std::vector<Cell>* cells, int jobs) {
   for (std::thread& worker : workers) worker.join();
 }
 
-// Whether what was said begins with one of the texts between the '|'.
+// True if the text begins with one of those between the '|'.
 bool isOneOf(const std::string& said, const std::string& texts) {
   size_t at = 0;
   while (at <= texts.size()) {
@@ -152,7 +152,7 @@ bool isOneOf(const std::string& said, const std::string& texts) {
   return false;
 }
 
-// An adapter comes back where the library has given up: no reason excuses it.
+// An adapter reconnects where the library has given up: no reason excuses a failure.
 int judgeAdapter(const std::vector<const Cell*>& cells, const std::string& where) {
   const auto adapter = std::find_if(
       cells.begin(), cells.end(), [](const Cell* cell) { return cell->column->name == kAdapter; });
@@ -165,7 +165,7 @@ int judgeAdapter(const std::vector<const Cell*>& cells, const std::string& where
   return 1;
 }
 
-// Looks at the cells of one fault and trace, ours first. Returns how many are not as they must be.
+// Judges the cells of one fault and trace, ours first. Returns how many are wrong.
 int judge(const std::vector<const Cell*>& cells) {
   const Cell& ours = *cells.front();
   const Fault& fault = *ours.fault;
@@ -248,7 +248,7 @@ Options optionsOf(int count, char** words) {
   return options;
 }
 
-// A row for each trace of each fault whose words have the text in them, a cell for each column.
+// A row for each trace of each fault whose words contain the text, a cell for each column.
 std::vector<Cell> cellsOf(const std::vector<Fault>& faults, const Options& options) {
   std::vector<Cell> cells;
   for (const Fault& fault : faults) {
@@ -266,7 +266,7 @@ std::vector<Cell> cellsOf(const std::vector<Fault>& faults, const Options& optio
   return cells;
 }
 
-// Judges row by row and counts the right cells. Returns how many are not as they must be.
+// Judges row by row and counts the right cells. Returns how many are wrong.
 int judgeAll(const std::vector<Cell>& cells, const std::vector<Column>& columns) {
   int bad = 0;
   std::vector<int> right(columns.size());
@@ -289,7 +289,7 @@ int judgeAll(const std::vector<Cell>& cells, const std::vector<Column>& columns)
 
 int main(int count, char** words) {
   const Options options = optionsOf(count, words);
-  // Made now: no cell waits for the key.
+  // Created now, so that no cell waits for the key.
   certificate();
   const std::vector<Fault> faults = matrix::allFaults();
   std::vector<Cell> cells = cellsOf(faults, options);

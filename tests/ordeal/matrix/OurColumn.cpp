@@ -24,7 +24,7 @@ class OurClient : public matrix::Client {
       long long now = 0;
       const int moved = x_fluvia_file_seek(handle, offset, &now);
       if (moved != FVFR_OK) {
-        // Why there is no size is what the read says.
+        // The read reports why there is no size.
         unsigned int none = 0;
         char byte = 0;
         const int reason = x_fluvia_file_read(handle, &byte, 1, &none);

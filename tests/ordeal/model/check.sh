@@ -1,10 +1,10 @@
 #!/bin/bash
-# Checks the models of restarts with spin, and that the check notices what must not be left out.
+# Checks the models of restarts with spin, and checks that the models notice each part left out.
 #
 #   tests/ordeal/model/check.sh [--all]
 #
-# --all: also in the large sizes, which takes minutes and some GiB. Prints a line for each run with
-# its states and its errors. Exit code 1 when one has come out otherwise than it should.
+# --all: also in the large sizes, which takes minutes and some GiB. Prints a line for each run with its states
+# and its errors. Exit code 1 if one has another result than expected.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")"
 work=$(mktemp -d)
@@ -13,13 +13,13 @@ searches=()
 begun=0
 shown=0
 bad=0
-# The large sizes need the memory for themselves.
+# The large sizes need all the memory.
 at_once=$(($(nproc) + 1))
 [ "${1:-}" != --all ] || at_once=1
-# A search of some seconds is over sooner than the compiler has made it fast.
+# A search of some seconds ends before the compiler could optimise it.
 optimise=-O0
 
-# run_search FOLDER WANTED DEFINES...: leaves what is to be said of it in FOLDER/line.
+# run_search FOLDER WANTED DEFINES...: writes its line of output to FOLDER/line.
 run_search() {
   local folder=$1 wanted=$2 errors states kind=(-DSAFETY) how=()
   shift 2
@@ -34,7 +34,7 @@ run_search() {
   ./pan "${how[@]}" -m400000 -w24 >pan.log
   errors=$(sed -n 's/.*errors: \([0-9]*\)$/\1/p' pan.log)
   states=$(sed -n 's/^ *\([0-9.e+]*\) states, stored.*/\1/p' pan.log)
-  # A search that was cut short has proved nothing.
+  # A truncated search has proved nothing.
   if [ "$errors" != "$wanted" ] || grep -qE "out of memory|max search depth" pan.log; then
     {
       echo "WRONG: wanted $wanted"
@@ -44,12 +44,12 @@ run_search() {
   echo "$* : $states states, $errors errors" >line
 }
 
-# show: waits for the search that began first of those that are not shown yet.
+# show: waits for the oldest search that is not shown yet.
 show() {
   local folder=$work/$((shown + 1))
   wait "${searches[shown]}" || true
   shown=$((shown + 1))
-  # What spin, the compiler or the search itself did not survive leaves no line.
+  # If spin, the compiler or the search itself failed, there is no line.
   if [ -e "$folder/wrong" ] || [ ! -e "$folder/line" ]; then
     bad=1
     cat "$folder/wrong" 2>/dev/null || cat "$folder"/*.log
@@ -58,8 +58,8 @@ show() {
   rm -rf "$folder"
 }
 
-# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one). With
-# -DLIVE for reads that never end, in runs that are fair to every process.
+# search WANTED DEFINES...: the whole state space; WANTED errors (0, or 1 for the first one). With -DLIVE it
+# looks for reads that never end, in runs that are fair to every process.
 search() {
   if [ $((begun - shown)) -ge "$at_once" ]; then
     show
@@ -70,9 +70,9 @@ search() {
   searches+=($!)
 }
 
-# A run in which nothing below fails.
+# A run without failures below the library.
 sound=(-DEARLY=0 -DNO_MEMORY=0 -DNO_THREAD=0 -DNOT_OPENED=0)
-# Nor above, with reads of one chunk.
+# Nor in connections, with reads of one chunk.
 calm=(-DSHORT_READS -DFAILURES=0 -DEARLY=0 -DNO_MEMORY=0)
 
 # The producer of a URL.
@@ -87,14 +87,14 @@ failing=(-DPATIENT -DREADS=1 -DSHORT_READS -DFAILURES=30 -DEARLY=0 -DNO_MEMORY=0
 search 0 "${failing[@]}"
 search 1 "${failing[@]}" -DFAULT=6
 
-# Large enough for a stream that goes on where its reader does not want it.
+# Large enough for a stream that continues where its reader does not need it.
 far=(-DPATIENT -DCHUNKS=4 -DROOM=3 "${calm[@]}")
 search 0 "${far[@]}"
 for fault in 18 19 20; do search 1 "${far[@]}" "-DFAULT=$fault"; done
 search 0 "${far[@]}" -DLIVE -DENDLESS
 for fault in 18 19; do search 1 "${far[@]}" -DLIVE -DENDLESS "-DFAULT=$fault"; done
 
-# That of a local file.
+# The producer of a local file.
 optimise=-O1
 search 0 -DLOCAL -DPATIENT -DREADS=1
 optimise=-O0
@@ -114,7 +114,7 @@ if [ "${1:-}" = --all ]; then
   search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 -DSHORT_READS -DEARLY=0 -DNO_MEMORY=0
   search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 -DSHORT_READS -DEARLY=0 -DNO_MEMORY=0 -DMARGIN=1
   search 0 -DLOCAL -DPATIENT -DREADS=1 -DCHUNKS=4 -DROOM=3 -DSHORT_READS
-  # Every read ends: among all failures, in a larger size, with a close at any time.
+  # Every read ends: with all failures, in a larger size, with a close at any time.
   search 0 -DPATIENT -DLIVE
   search 0 -DPATIENT -DCHUNKS=4 -DROOM=3 -DLIVE -DENDLESS
   search 0 -DPATIENT -DCHUNKS=5 -DROOM=3 "${calm[@]}" -DLIVE -DENDLESS
@@ -122,7 +122,7 @@ if [ "${1:-}" = --all ]; then
   search 0 -DLOCAL -DPATIENT -DREADS=1 -DSHORT_READS "${sound[@]}" -UEARLY -DLIVE
   search 0 -DLOCAL -DPATIENT
   search 0 -DLOCAL -DPATIENT -DREADS=1 -DENGINES=2
-  # A close at any time: what fails below, one kind at a time.
+  # A close at any time: the failures below, one kind at a time.
   search 0 -DLOCAL -DREADS=1 "${sound[@]}"
   search 0 -DLOCAL -DREADS=1 -DSHORT_READS "${sound[@]}" -UEARLY
   search 0 -DLOCAL -DREADS=1 -DSHORT_READS "${sound[@]}" -UNO_MEMORY

@@ -1,4 +1,4 @@
-"""What a demuxer opens through the adapter for FFmpeg, for table.py."""
+"""The resources that a demuxer opens through the adapter for FFmpeg, for table.py."""
 
 from streams import entry
 

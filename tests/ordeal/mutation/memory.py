@@ -1,4 +1,4 @@
-"""What happens when memory or threads run out: the fixes, for table.py."""
+"""Fixes for memory or threads that run out, for table.py."""
 
 
 def entry(name, file, snippet, replacement, tests, **more):

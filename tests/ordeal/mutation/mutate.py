@@ -42,12 +42,12 @@ REQUIRED = {"name", "file", "snippet", "replacement", "preset", "tests"}
 
 
 class Broken(Exception):
-    """The table or the tree is not fit for the run."""
+    """The table or the tree does not allow the run."""
 
 
 def run(command, log, seconds):
-    """Runs a command with its output in the file log. Gives its exit code, or None when the time was
-    over and it was killed with everything it had started."""
+    """Runs a command with its output in the file log. Returns its exit code, or None if it exceeded its
+    time and was killed with all its children."""
     with open(log, "wb") as output:
         process = subprocess.Popen(command, cwd=COPY, stdout=output, stderr=subprocess.STDOUT,
                                    start_new_session=True)
@@ -60,14 +60,14 @@ def run(command, log, seconds):
 
 
 def tracked_files():
-    """The files of the tree, changed ones as they are, without what is ignored."""
+    """The files of the tree, also changed ones, without the ignored ones."""
     listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard"],
                             cwd=ROOT, check=True, capture_output=True, text=True)
     return [name for name in sorted(set(listed.stdout.splitlines())) if (ROOT / name).is_file()]
 
 
 def make_copy(names):
-    """Brings the copy up to date. Files that are the same keep their time, so that little is built."""
+    """Updates the copy. Unchanged files keep their time, so that little is built."""
     COPY.mkdir(parents=True, exist_ok=True)
     wanted = set(names)
     for path in COPY.rglob("*"):
@@ -82,7 +82,7 @@ def make_copy(names):
 
 
 def fingerprint(names):
-    """Changes with every source, but not with the table: an entry has a fingerprint of its own."""
+    """Depends on every source, but not on the table: each entry has its own fingerprint."""
     total = hashlib.sha256()
     for name in names:
         if not name.startswith(("docs/", "tests/ordeal/mutation/")):
@@ -95,7 +95,7 @@ def entry_key(entry, tree):
 
 
 def faults_of(entry):
-    """What is wrong with an entry, one line each."""
+    """The faults of an entry, one line each."""
     missing = REQUIRED - entry.keys()
     if missing:
         yield f"lacks {', '.join(sorted(missing))}"
@@ -152,7 +152,7 @@ def prepare(entries):
         flavour = [entry for entry in entries if entry["preset"] == preset]
         tests = "|".join(dict.fromkeys(entry["tests"] for entry in flavour))
         log = WORK / f"build-{preset}.log"
-        # What a change leaves unused is no fault of its own.
+        # A change may leave code unused; that is no fault.
         if run(["cmake", "--preset", preset, "-DFLUVIA_WERROR=OFF"], log, 300) != 0 or \
                 build(preset, targets_of(tests, TESTS), log) != 0:
             show(log)
@@ -170,7 +170,7 @@ def prepare(entries):
 
 
 def try_entry(entry):
-    """Whether the tests fail with the fix switched off."""
+    """True if the tests fail with the fix switched off."""
     path = COPY / entry["file"]
     original = path.read_text()
     log = WORK / f"{re.sub(r'[^A-Za-z0-9]+', '-', entry['name'])}.log"

@@ -1,4 +1,4 @@
-"""What comes back after an outage, for table.py."""
+"""Reconnection after an outage, for table.py."""
 
 from streams import entry
 

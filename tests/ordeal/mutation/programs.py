@@ -1,10 +1,10 @@
-"""Which tests there are and which programs have them, read from the sources: no build is needed."""
+"""Reads from the sources which tests exist and which programs have them; no build is needed."""
 
 import re
 from pathlib import Path
 
-# The tests of a folder or file, the prefix of their names for ctest, and the targets that run them;
-# the first row that fits counts.
+# The tests of a folder or file, the prefix of their names for ctest, and the targets that run them. The first
+# matching row counts.
 PROGRAMS = [
     ("tests/unit/util/", "", ["util_tests"]),
     ("tests/unit/webs/", "", ["webs_tests"]),
@@ -56,6 +56,6 @@ def all_tests(root):
 
 
 def targets_of(regexp, tests):
-    """The targets whose tests match, sorted; none when no test does."""
+    """The targets whose tests match, sorted; none if no test does."""
     return sorted({target for test, targets in tests.items() if re.search(regexp, test)
                    for target in targets})

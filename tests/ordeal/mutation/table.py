@@ -1,15 +1,15 @@
 """The fixes that are switched off one at a time, and the tests that must then fail.
 
 Each entry:
-  name         what is lost, in a few words; unique
-  file         the source, from the root
-  snippet      a text that stands there exactly once
-  replacement  what is put in its place
-  preset       the build to do it in (debug, clang, asan, tsan or release)
-  tests        regular expression for ctest -R: parts without brackets, separated by |; each must
-               match a test
-  tries        optional: run the tests so many times, until one fails; 1 unless given
-  seconds      optional: a run that lasts longer counts as failed; 150 unless given
+    name         what is lost, in a few words; unique
+    file         the source, from the root
+    snippet      a text that occurs there exactly once
+    replacement  the text in its place
+    preset       the build to use (debug, clang, asan, tsan or release)
+    tests        regular expression for ctest -R: parts without brackets, separated by |; each must
+                 match a test
+    tries        optional: run the tests so many times, until one fails; default 1
+    seconds      optional: a run that lasts longer counts as failed; default 150
 """
 
 from adapters import ENTRIES as ADAPTERS

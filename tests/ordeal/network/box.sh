@@ -1,12 +1,12 @@
 #!/bin/bash
-# A real network in a box: the library in one network namespace, a server in another, and between them
-# a cable that is pulled, loses packets, is slow or far.
+# A real network in a box: the library in one network namespace, a server in another, and between them a cable
+# that is pulled, loses packets, is slow or long.
 #
 #   tests/ordeal/network/box.sh FLUVIA LIBRARY
 #
-# FLUVIA is the command line program, LIBRARY the shared library. Needs root, ip, tc, nft, nginx, python3 and a kernel that makes
-# network namespaces; what it does not make is left out and said so. Prints a line for each case: its
-# name, "right", "wrong" or "skipped", and what came out. Exit code 1 when one is wrong. Nothing
+# FLUVIA is the command line program, LIBRARY the shared library. Needs root, ip, tc, nft, nginx, python3 and
+# a kernel with network namespaces; cases that the kernel refuses are reported as skipped. Prints a line for
+# each case: its name, "right", "wrong" or "skipped", and the result. Exit code 1 if one is wrong. Nothing
 # outside the two namespaces is contacted.
 # shellcheck disable=SC2317  # the cases are called by their names
 set -euo pipefail
@@ -50,7 +50,7 @@ make_box() {
 }
 
 run_nginx() {
-  # Not by in_server, whose subshell would be the job.
+  # Not by in_server: then its subshell would be the job.
   ip netns exec "$server" nginx -p "$work" -c "$work/nginx.conf" >"$work/nginx.err" 2>&1 &
   nginx=$!
 }
@@ -79,7 +79,7 @@ CONF
   return 1
 }
 
-# fetch URL [options]: into $work/got; the exit code in result, the seconds in took.
+# fetch URL [options]: into $work/got; sets result to the exit code and took to the seconds.
 fetch() {
   local began=$SECONDS
   result=0
@@ -89,7 +89,7 @@ fetch() {
   took=$((SECONDS - began))
 }
 
-# whole NAME FILE: what was fetched is the file.
+# whole NAME FILE: the fetched bytes are the file.
 whole() {
   if [ "$result" -eq 0 ] && cmp -s "$work/got" "$work/$2"; then
     told "$1" right "every byte, $took s"
@@ -98,8 +98,8 @@ whole() {
   fi
 }
 
-# refused NAME SECONDS: it failed, within that time: two connections of 10 s at the most, and what the
-# kernel and its name servers add.
+# refused NAME SECONDS: it failed within that time: at most two connections of 10 s, and the time of the
+# kernel and its name servers.
 refused() {
   if [ "$result" -eq 1 ] && [ "$took" -le "$2" ]; then
     told "$1" right "an error after $took s"
@@ -154,7 +154,7 @@ case_cable_long() {
   refused "cable pulled for 15 s, not reopened" 40
 }
 
-# The server goes, and its name cannot be resolved for five seconds: what is known of it is used.
+# The server goes, and its name cannot be resolved for five seconds: the cached address is used.
 case_name_gone() {
   mkdir -p "/etc/netns/$client"
   printf 'nameserver 10.77.0.2\noptions timeout:1 attempts:1\n' >"/etc/netns/$client/resolv.conf"
@@ -173,7 +173,7 @@ case_name_gone() {
   : >"$work/gone"
   kill "$nginx"
   wait "$nginx" || true
-  # The library gives up, and what comes back after it asks for the name.
+  # The library gives up; the reconnection resolves the name.
   sleep 2
   run_nginx
   sleep 3
@@ -295,7 +295,7 @@ case_titles() {
 }
 
 case_ipv6() {
-  # The pulled cable has taken it away.
+  # The pulled cable has removed the address.
   in_client ip addr replace fd77::1/64 dev veth0 nodad
   in_client ip addr del 10.77.0.1/24 dev veth0
   fetch "http://[fd77::2]/small" --ipv 6

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Carries packets between two network namespaces, each of them late.
+"""Carries packets between two network namespaces, each with a delay.
 
     delay.py NAMESPACE DEVICE NAMESPACE DEVICE MILLISECONDS
 
-Makes a TUN device in each namespace (the caller gives them addresses) and forwards what comes out of
-one into the other after that many milliseconds. Prints "ready" and runs until it is ended.
+Makes a TUN device in each namespace (the caller gives them addresses) and forwards packets from one to the
+other after that many milliseconds. Prints "ready" and runs until it is killed.
 """
 
 import ctypes

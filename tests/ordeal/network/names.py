@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A name server that counts: names.py ADDRESS ANSWER LOG
 
-Answers every question for an IPv4 address with ANSWER, all others with nothing, and writes a line with
-the name to LOG for each question for an IPv4 address. Prints "ready" once it listens.
+Answers every query for an IPv4 address with ANSWER and all others with nothing. Writes a line with the name
+to LOG for each query for an IPv4 address. Prints "ready" once it listens.
 """
 
 import socket

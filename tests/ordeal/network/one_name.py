@@ -1,7 +1,7 @@
 """A name server for one name: one_name.py ADDRESS NAME HOST [FILE]
 
-Answers queries for NAME on port 53 of ADDRESS with the IPv4 address HOST. While FILE is there, and for other
-names always, it says that there is no such name.
+Answers queries for NAME on port 53 of ADDRESS with the IPv4 address HOST. While FILE exists, and always for
+other names, it answers that there is no such name.
 """
 
 import os

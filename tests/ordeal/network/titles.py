@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """One player that opens one title after the other: titles.py LIBRARY URL...
 
-Reads the first byte of each through the C interface and closes it. Exit code 1 when one fails.
+Reads the first byte of each through the C interface and closes it. Exit code 1 if one fails.
 """
 
 import ctypes

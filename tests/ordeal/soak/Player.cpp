@@ -122,12 +122,12 @@ void Player::seek(long long offset) {
   }
 }
 
-// False at the end and after a failure: another film is chosen then.
+// Returns false at the end and after a failure: then another film is chosen.
 bool Player::read(unsigned int size) {
   unsigned int got = 0;
   const int result = x_fluvia_file_read(handle, bytes.data(), size, &got);
   long long at = position;
-  // A stream that cannot seek may be set on by what it no longer holds.
+  // A stream that cannot seek may advance past bytes that are no longer buffered.
   if (!film->seekable && result == FVFR_OK) at = x_fluvia_file_offset(handle) - got;
   if (support::firstDifference(static_cast<unsigned long long>(at), bytes.data(), got) >= 0) {
     wrong = "wrong byte in " + film->url + " at " + std::to_string(at);

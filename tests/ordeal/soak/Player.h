@@ -13,7 +13,7 @@ namespace soak {
 struct Film {
   std::string url;
   long long size;
-  bool mayFail;  // its server gives up now and then
+  bool mayFail;  // its server sometimes fails
   bool seekable;
 };
 
@@ -21,20 +21,20 @@ struct Counts {
   std::atomic<long long> bytes{0};
   std::atomic<long long> seeks{0};
   std::atomic<long long> opens{0};
-  std::atomic<long long> failures{0};  // that films may have
+  std::atomic<long long> failures{0};  // of films that may fail
 };
 
-// Where players wait with everything closed.
+// Makes players wait with everything closed.
 class Interval {
  public:
   explicit Interval(int count) : players(count) {}
-  // Asks all to close, and waits until they have.
+  // Makes all players close, and waits until they have.
   void begin();
   void end();
   bool asked() const { return wanted; }
-  // A player has closed; returns when the interval is over.
+  // Called by a player that has closed; returns when the interval is over.
   void wait();
-  // A player goes home.
+  // Called by a player that ends.
   void leave();
 
  private:
@@ -45,11 +45,11 @@ class Interval {
   int players;
 };
 
-// Somebody in front of a television: watches, skips, scrubs, pauses, switches, until stop is set.
-// Empty, or what was wrong. Runs on a thread of its own.
+// Imitates a viewer: watches, skips, scrubs, pauses, switches, until stop is set. Returns an empty
+// string, or the error. Runs on a thread of its own.
 class Player {
  public:
-  // rate: the bits a second at which films are watched; 0: almost as fast as they come.
+  // rate: the bits a second at which films are watched; 0: almost at full speed.
   Player(const std::vector<Film>* films, Interval* interval, Counts* counts, unsigned int seed,
          long long rate);
   std::string play(const std::atomic<bool>* stop);

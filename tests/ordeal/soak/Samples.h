@@ -6,37 +6,38 @@
 
 namespace soak {
 
-// What the process holds at a time.
+// The resources of the process at one time.
 struct Sample {
   double seconds = 0;
-  double processor = 0;  // seconds of processor time, from the process' start on
+  double processor = 0;  // seconds of processor time since the process' start
   long long memory = 0;  // resident bytes
-  long long heap = 0;    // bytes of the heaps that are in use
+  long long heap = 0;    // bytes of the heaps in use
   int descriptors = 0;
   int threads = 0;
 };
 
 Sample takeSample(double seconds);
 
-// Judges memory over time and what is left when all is closed.
+// Judges memory over time, and the resources left when all is closed.
 //
 // Threads: one.
 class Samples {
  public:
-  // seconds: how long it will take, a sample each; they shall not look like memory that is kept.
+  // seconds: the length of the run, one sample each. Reserves their memory now, so that it does not
+  // look like growth.
   explicit Samples(int seconds) { running.reserve(static_cast<size_t>(seconds) + 64); }
 
   void add(const Sample& sample) { running.push_back(sample); }
   // Taken while every handle is closed.
   void addQuiet(const Sample& sample) { quiet.push_back(sample); }
 
-  // Empty when the last quarter's median of memory lies at most 1 % and 512 KiB above the second
-  // quarter's, and whenever all was closed descriptors and threads were the same and the heaps had
-  // at most 64 KiB more in use than the first time; else what is not so.
+  // Returns an empty string if the last quarter's median of memory is at most 1 % and 512 KiB above
+  // the second quarter's, descriptors and threads were the same whenever all was closed, and the
+  // heaps then had at most 64 KiB more in use than the first time. Else returns the difference.
   std::string verdict() const;
   std::string summary() const;
-  // Lines "seconds,processor,memory,heap,descriptors,threads,quiet". False when the file cannot be
-  // written.
+  // Writes lines "seconds,processor,memory,heap,descriptors,threads,quiet". Returns false if the
+  // file cannot be written.
   bool write(const std::string& path) const;
 
  private:

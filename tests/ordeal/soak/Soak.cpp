@@ -1,11 +1,11 @@
-// Players with human habits for as long as is wanted: sixteen that watch almost as fast as the
-// films come, unless told otherwise.
+// Players with human habits for any time: by default sixteen that watch almost as fast as the films
+// come.
 //
-// Before the seconds that count it warms up for five minutes, unless told otherwise: until then the
-// heaps of the C library grow, one a processor. The films are those of the given URLs (of a server
-// that is sound) and those of a fault server in a process of its own. Returns 0 when every byte was
-// right, nothing failed that may not, and memory, descriptors and threads came back to where they
-// were.
+// Before the measured seconds it warms up, for five minutes by default: until then the heaps of the
+// C library grow, one for each processor. The films are those of the given URLs (of a server
+// without faults) and those of a fault server in a separate process. Returns 0 if every byte was
+// right, only what may fail failed, and memory, descriptors and threads returned to their first
+// values.
 #include <fcntl.h>
 #include <malloc.h>
 #include <signal.h>
@@ -68,7 +68,7 @@ std::vector<soak::Film> filmsOf(const std::string& server) {
           {server + "/reset", kSize, true, true}};
 }
 
-// Waits until the threads and connections of closed files are gone, as far as they go.
+// Waits until the threads and connections of closed files are gone, as far as possible.
 soak::Sample quietSample(double seconds, const soak::Sample& before) {
   support::eventually([&] {
     const soak::Sample now = soak::takeSample(seconds);
@@ -87,8 +87,8 @@ int make(const char* path, long long size) {
   return out ? 0 : 1;
 }
 
-// Takes a sample a second, and now and then one with every handle closed. Empty, or what went
-// wrong.
+// Takes a sample every second, and at intervals one with every handle closed. Returns an empty
+// string, or the error.
 std::string watch(int seconds, soak::Interval* interval, soak::FullPool* pool,
                   soak::Samples* samples) {
   const auto begin = std::chrono::steady_clock::now();
@@ -100,7 +100,7 @@ std::string watch(int seconds, soak::Interval* interval, soak::FullPool* pool,
     if (second % std::max(1, seconds / kIntervals) != 0) continue;
     interval->begin();
     pool->release();
-    // The first time everything that lives as long as the process has been made.
+    // At the first time, everything that lives as long as the process has been made.
     quiet = quietSample(second, quiet);
     samples->addQuiet(quiet);
     const std::string fault = pool->fill();
@@ -110,7 +110,7 @@ std::string watch(int seconds, soak::Interval* interval, soak::FullPool* pool,
   return "";
 }
 
-// Tells what was done and what went wrong. False when anything did.
+// Prints the figures and the errors. Returns false if there was an error.
 bool report(const std::vector<std::string>& wrong, const soak::Counts& counts,
             const soak::Samples& samples) {
   bool well = true;
@@ -132,7 +132,7 @@ struct Options {
   int seconds = 60;
   int warm = 300;
   int players = 16;
-  long long rate = 0;  // bits a second; 0: almost as fast as the films come
+  long long rate = 0;  // bits a second; 0: almost at full speed
   std::string csv = "soak.csv";
   std::vector<soak::Film> others;
   std::pair<std::string, long long> made;
@@ -169,7 +169,7 @@ int run(const std::vector<soak::Film>& films, const std::string& server, const O
 }
 
 // As many heaps as a process on 32-bit ARM has. On 64 bits there are four times as many, and
-// threads that come and go fill them one after the other for hours.
+// short-lived threads fill them one after the other for hours.
 void limitHeaps() { mallopt(M_ARENA_MAX, 2 * static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
 
 Options parse(int count, char** words) {
@@ -190,7 +190,7 @@ Options parse(int count, char** words) {
   return options;
 }
 
-// Starts the fault server's process and learns its port. False when that fails.
+// Starts the fault server's process and reads its port. Returns false if that fails.
 bool startServer(pid_t* server, int* port) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return false;

@@ -215,7 +215,7 @@ void Actor::checkRead(Mine* file, unsigned int asked, int result, unsigned int g
     if (result != FVFR_FAILED || got != 0) fail(*file, "gave " + std::to_string(result));
     return;
   }
-  // A stream that cannot seek may be set on by what it no longer holds.
+  // A stream that cannot seek may advance past bytes that are no longer buffered.
   long long from = moved ? at - got : at;
   if (closing) from = file->position;
   if (from != file->position && (target.seekable || from < file->position)) {
@@ -240,7 +240,7 @@ void Actor::checkRead(Mine* file, unsigned int asked, int result, unsigned int g
   if (result == FVFR_OK && got == wanted && (from < target.size || target.mortal())) return;
   if (result == FVFR_END_OF_FILE && from >= target.size) return;
   if (target.failures.count(result) != 0) return;
-  // Set on past the end: there is nothing to move the buffer to.
+  // Advanced past the end: there is nothing to move the buffer to.
   if (!target.seekable && from > target.size && result == FVFR_FAILED) return;
   if (disturbed && (result == FVFR_FAILED || result == FVFR_NOT_APPLIED)) return;
   fail(*file, "gave " + std::to_string(result) + " and " + std::to_string(got) + " bytes from " +

@@ -14,23 +14,23 @@
 
 namespace stress {
 
-// One thread of a round: makes random calls on handles of its own, checks each, and meddles with
-// the handles of others.
+// One thread of a round: makes random calls on handles of its own, checks each, and acts on the
+// handles of others.
 //
 // Threads: run() on one; doing(), since() and unblock() from any.
 class Actor {
  public:
-  // patient: waits for the transfer's own limits instead of breaking off what is stalled.
+  // patient: waits for the transfer's own limits instead of aborting stalled calls.
   Actor(World* world, Roster* roster, Tally* tally, unsigned int seed, bool patient);
   ~Actor();
 
-  // Makes that many steps, or fewer when something went wrong, and closes what it has opened.
+  // Makes that many steps, or fewer after an error, and closes the handles it has opened.
   void run(int steps);
 
-  // What it does now, and how long it has been at it.
+  // The current step, and how long it has run.
   std::string doing() const;
   double seconds() const;
-  // Breaks off a step that waits for a stalled resource for longer than it was meant to.
+  // Aborts a step that waits too long for a stalled resource.
   void unblock();
 
  private:
@@ -38,7 +38,7 @@ class Actor {
     std::shared_ptr<Held> held;
     long long position = 0;
   };
-  // Tells what is done while it lives, and which handle it may wait for (null: none).
+  // Names the current step during its life, and the handle it may wait for (null: none).
   class Step {
    public:
     Step(Actor* actor, const std::string& what, const std::shared_ptr<Held>& held);
@@ -49,7 +49,7 @@ class Actor {
    private:
     Actor* actor_;
   };
-  // A break that met a read, or may have.
+  // A break that hit a read, or may have.
   struct Mark {
     explicit Mark(const Held& file);
     bool disturbed() const;
@@ -93,7 +93,7 @@ class Actor {
 
   mutable std::mutex lock;
   std::string now;
-  std::shared_ptr<Held> stalled;  // what the step may wait for without end
+  std::shared_ptr<Held> stalled;  // a handle that the step may wait for without end
   std::chrono::steady_clock::time_point begun;
   std::chrono::milliseconds patience{0};
   bool closeInstead = false;

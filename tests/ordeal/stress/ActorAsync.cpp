@@ -1,4 +1,4 @@
-// Asynchronous reads, several readers on one handle, and meddling with the handles of others.
+// Asynchronous reads, several readers on one handle, and acting on the handles of others.
 #include <algorithm>
 #include <set>
 #include <thread>
@@ -11,11 +11,11 @@ namespace stress {
 
 namespace {
 
-// How long a completion may take before the round counts as hung.
+// A completion that takes longer counts as a hang.
 constexpr int kAnswerSeconds = 100;
 constexpr int kCrew = 3;
 
-// Reads one after the other, each asked for in the callback of the last.
+// Reads one after the other, each issued in the callback of the previous one.
 class Chain : public std::enable_shared_from_this<Chain> {
  public:
   Chain(World* where, Tally* counts, std::shared_ptr<Held> file, int count, unsigned int size,
@@ -27,7 +27,7 @@ class Chain : public std::enable_shared_from_this<Chain> {
         piece(size),
         closeAtEnd(closes) {}
 
-  // Asks for the next read. False when there is none.
+  // Issues the next read. Returns false if there is none.
   bool next(long long from) {
     if (left-- <= 0) return false;
     auto request = std::make_shared<Request>(world, tally, held, from, piece);
@@ -58,7 +58,7 @@ class Chain : public std::enable_shared_from_this<Chain> {
     return changed.wait_for(guard, std::chrono::seconds(kAnswerSeconds), [&] { return over; });
   }
 
-  // After the end.
+  // Valid after the end.
   const std::vector<std::shared_ptr<Request>>& requests() const { return made; }
 
  private:
@@ -66,7 +66,7 @@ class Chain : public std::enable_shared_from_this<Chain> {
     const bool more = done->status() == FVFR_ASYNC_DONE && done->bytes() > 0 &&
                       next(done->from + static_cast<long long>(done->bytes()));
     if (more) return;
-    // Inside an abort the handle is in use by this very thread.
+    // During an abort this very thread uses the handle.
     if (closeAtEnd && !done->insideAbort()) {
       ++tally->strangeCloses;
       held->close(world, tally, true);
@@ -77,7 +77,7 @@ class Chain : public std::enable_shared_from_this<Chain> {
   const std::shared_ptr<Held> held;
   World* const world;
   Tally* const tally;
-  int left;  // used by one callback at a time
+  int left;  // only one callback at a time uses it
   const unsigned int piece;
   const bool closeAtEnd;
   std::mutex lock;
@@ -94,7 +94,7 @@ void Actor::await(const std::shared_ptr<Request>& request) {
   }
 }
 
-// Several requests at once. Some are aborted; seldom the handle is closed with them under way.
+// Several requests at once. Some are aborted; rarely the handle is closed while they run.
 void Actor::batch(size_t which) {
   Mine* file = &mine[which];
   const Step now_(this, "asynchronous reads", file->held);
@@ -113,9 +113,9 @@ void Actor::batch(size_t which) {
   settle(which, asked);
 }
 
-// Waits for the answers and checks them. Requests of a handle run in the order they were asked for,
-// and each begins where the handle stood when it was asked for: where it stood first, or behind any
-// of those before it.
+// Waits for the completions and checks them. Requests of a handle run in the order of their issue.
+// Each begins at the handle's position when it was issued: the first position, or behind any of the
+// requests before it.
 void Actor::settle(size_t which, const std::vector<std::shared_ptr<Request>>& asked) {
   Mine* file = &mine[which];
   if (random() % 40 == 0) {
@@ -149,7 +149,7 @@ void Actor::chain(Mine* file) {
     fail(*file, "no end");
     return;
   }
-  // Also when the round fails meanwhile: each owns the chain until it is finished.
+  // Also if the round fails meanwhile: each owns the chain until it is finished.
   kept.insert(kept.end(), run->requests().begin(), run->requests().end());
   for (const std::shared_ptr<Request>& request : run->requests()) {
     await(request);
@@ -159,7 +159,7 @@ void Actor::chain(Mine* file) {
   }
 }
 
-// Several threads read one handle to its end: every byte goes to one of them, once.
+// Several threads read one handle to its end: each byte goes to exactly one of them.
 void Actor::crew() {
   std::vector<Target*> fit;
   for (const auto& target : world->targets) {
@@ -259,7 +259,7 @@ void Actor::meddle() {
   }
 }
 
-// One setting; null for what is refused up front is left to the interface's own tests.
+// Makes one setting. The interface's own tests cover null for settings that are refused at once.
 int Actor::setOne(const Held& held, int* wanted) {
   const int handle = held.handle;
   const bool http = held.target->http;
@@ -280,7 +280,7 @@ int Actor::setOne(const Held& held, int* wanted) {
       return x_fluvia_file_set_featureflag(handle, static_cast<int>(random() % 2));
     case 6:
       *wanted = FVFR_OK;
-      // Not so slow that a step takes long.
+      // Fast enough that no step takes long.
       return x_fluvia_file_http_set_speed(
           handle, random() % 3 == 0 ? 0 : 4000000 + static_cast<long long>(random() % 40000000));
     case 7: {
@@ -289,7 +289,7 @@ int Actor::setOne(const Held& held, int* wanted) {
     }
     default:
       *wanted = FVFR_OK;
-      // A stream whose length is unknown may be asked for again without end when it is volatile.
+      // A volatile stream of unknown length may be requested again without end.
       return held.target->sized ? x_fluvia_file_volatile(handle) : FVFR_OK;
   }
 }
@@ -307,7 +307,7 @@ void Actor::set(const std::shared_ptr<Held>& held) {
   }
 }
 
-// What the server said, and figures. The texts live until this thread asks again.
+// The server's response, and figures. The texts are valid until this thread's next query.
 void Actor::readText(Mine* file) {
   const Step now_(this, "texts and figures", file->held);
   const Held::Use use(file->held.get());

@@ -10,8 +10,8 @@ namespace stress {
 
 namespace {
 
-// Held alone by an open, shared by a close that others' calls may overlap: a number must not pass
-// to another file while somebody may still call with it.
+// An open takes it exclusively, and a close shares it if others' calls may overlap: a number must
+// not pass to another file while a thread may still call with it.
 std::shared_mutex& numbers() {
   static std::shared_mutex made;
   return made;
@@ -21,7 +21,7 @@ std::shared_mutex& numbers() {
 
 std::shared_ptr<Held> Held::open(World* world, Target* target) {
   if (target->beforeAny) {
-    // A second open would wait for the first byte and hold up the whole interface.
+    // A second open would wait for the first byte and block the whole interface.
     int none = 0;
     if (!target->handles.compare_exchange_strong(none, 1)) return nullptr;
   } else {

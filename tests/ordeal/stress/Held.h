@@ -14,32 +14,32 @@ namespace stress {
 
 class Request;
 
-// An open handle. Its owner reads and seeks; others break, ask, set, and close it.
+// An open handle. Its owner reads and seeks; others break, query, set, and close it.
 //
-// Threads: any; every call on the number is made inside a Use, so that none meets a number that has
-//          passed to another file.
+// Threads: any. Every call on the number is made inside a Use, so that no call uses a number that
+//          has passed to another file.
 class Held {
  public:
-  // Null when the interface refused, or the target may not be opened now.
+  // Returns null if the interface refused, or if the target may not be opened now.
   static std::shared_ptr<Held> open(World* world, Target* target);
 
   const int handle;
   Target* const target;
   Disturbances disturbances;
-  // This handle has had a byte or the size: until then a break of any handle of the resource may
-  // meet its reads.
+  // This handle has had a byte or the size. Until then a break of any handle of the resource may
+  // hit its reads.
   std::atomic<bool> learnt{false};
 
-  // Closes the handle; when somebody has begun to, waits until that close has returned. inCallback:
-  // inside a callback, where nothing is waited for.
+  // Closes the handle. If another thread has begun to, waits until that close has returned.
+  // inCallback: inside a callback, where it does not wait.
   void close(World* world, Tally* tally, bool inCallback);
-  // As x_fluvia_file_read_abort(handle, 0); nothing when the handle is being closed.
+  // As x_fluvia_file_read_abort(handle, 0); does nothing if the handle is being closed.
   void breakRead(World* world, Tally* tally);
   bool isClosing() const;
-  // Close has returned, on a thread of the caller's: no callback may come any more.
+  // Close has returned, on a thread of the caller: no more callbacks may come.
   bool isClosed() const { return closed; }
 
-  // A call on the handle's number. False when the handle is being closed.
+  // A call on the handle's number. False if the handle is being closed.
   class Use {
    public:
     explicit Use(Held* held);
@@ -52,7 +52,7 @@ class Held {
     Held* held_;
   };
 
-  // Requests of this handle, to be aborted by anybody.
+  // Requests of this handle, which any thread may abort.
   void post(const std::shared_ptr<Request>& request);
   std::shared_ptr<Request> someRequest(std::mt19937* random);
 
@@ -62,7 +62,7 @@ class Held {
   mutable std::mutex lock;
   std::condition_variable left;
   bool closing = false;
-  bool returned = false;  // from the close
+  bool returned = false;  // by the close
   int users = 0;
   std::atomic<bool> closed{false};
   std::vector<std::weak_ptr<Request>> posted;
@@ -72,7 +72,7 @@ class Held {
 class Roster {
  public:
   void add(const std::shared_ptr<Held>& held);
-  // Null when there is none.
+  // Returns null if there is none.
   std::shared_ptr<Held> some(std::mt19937* random);
   void forget(const std::shared_ptr<Held>& held);
   size_t size() const;

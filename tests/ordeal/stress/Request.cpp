@@ -54,7 +54,7 @@ void Request::abort() {
   if (held->isClosing()) closedMeanwhile = true;
   if (closedMeanwhile) return;
   if (result != FVFR_OK) fail("abort gave " + std::to_string(result));
-  // Taken out of the queue: told twice, at once. Otherwise told later, by its worker.
+  // Removed from the queue: called back twice, at once. Otherwise called back later, by its worker.
   if (whileAborting != 0 && whileAborting != 2) {
     fail(std::to_string(whileAborting) + " callbacks during its abort");
   }
@@ -87,7 +87,7 @@ void Request::count(int id, int status, int readBytes) {
   }
   if (counting.owns_lock()) counting.unlock();
   if (first && then) then(this);
-  // Whoever waits may let this object go: the last thing that is done to it.
+  // The last access: a waiting thread may free this object now.
   std::lock_guard<std::mutex> guard(lock);
   ++calls;
   changed.notify_all();
@@ -108,7 +108,7 @@ bool Request::statusIsRight(long long position, bool disturbed) const {
     case FVFR_ASYNC_CANCELLED:
       return aborted || held->isClosing();
     case FVFR_ASYNC_FAILED:
-      // Past the end of what has no known length there is nothing to move the buffer to.
+      // Past the end of a stream of unknown length there is nothing to move the buffer to.
       return disturbed || target.mortal() || (!target.sized && position > target.size);
     default:
       return false;

@@ -18,32 +18,32 @@ namespace stress {
 // One asynchronous read, from its issue to its last callback.
 //
 // Threads: any. An abort and the counting of a callback exclude each other, so that an abort never
-//          meets the id's next owner.
+//          reaches the id's next owner.
 class Request {
  public:
   Request(World* where, Tally* counts, std::shared_ptr<Held> file, long long position,
           unsigned int size);
 
-  // Asks for the read. False when it was refused (the handle is being closed, or stands for
-  // nothing); no callback comes then.
+  // Issues the read. Returns false if it was refused (the handle is being closed, or has no file);
+  // then no callback comes.
   bool issue();
-  // Aborts it when no callback has come.
+  // Aborts it if no callback has come.
   void abort();
-  // Waits until it has been called back; false after seconds.
+  // Waits until it has been called back. Returns false after seconds.
   bool waitUntilAnswered(int seconds);
   bool answered() const { return calls > 0; }
-  // This thread is inside abort(): its callback comes here.
+  // True if this thread is inside abort(): its callback runs here.
   bool insideAbort() const { return aborter.load() == std::this_thread::get_id(); }
-  // Compares what came with the resource, when it was answered. positions are those at which it may
-  // have begun: a request before it may have moved the handle before it was asked for.
+  // Compares the bytes with the resource, if it was called back. positions are those at which it
+  // may have begun: an earlier request may have moved the handle before this one was issued.
   void check(const std::set<long long>& positions);
-  // No callback can come any more: checks their number and frees the buffer.
+  // No more callbacks can come: checks their number and frees the buffer.
   void finish();
 
   int status() const { return firstStatus; }
   unsigned int bytes() const { return static_cast<unsigned int>(firstBytes); }
 
-  const long long from;  // the handle's position before it was asked for
+  const long long from;  // the handle's position before the issue
   const unsigned int asked;
   const std::shared_ptr<Held> held;
   // Called in the first callback, without locks.
@@ -67,7 +67,7 @@ class Request {
   std::atomic<int> calls{0};
   int firstStatus = 0;
   int firstBytes = 0;
-  std::atomic<bool> aborted{false};   // an abort was called before a callback had come
+  std::atomic<bool> aborted{false};   // an abort was called before any callback had come
   std::atomic<int> whileAborting{0};  // callbacks on the aborting thread, inside its abort
   std::atomic<bool> closedMeanwhile{false};
   int ownMark = 0;

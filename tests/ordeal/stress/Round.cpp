@@ -15,11 +15,11 @@ namespace stress {
 
 namespace {
 
-// A step waits for a transfer's own limits at most: two of ten seconds, for itself and for the
+// A step waits at most for a transfer's own limits: two of ten seconds, for itself and for the
 // handles before it. Far more is a hang.
 constexpr double kHangSeconds = 150;
 
-// Breaks off what is stalled, and looks for what hangs; a thread each, as a break may hang too.
+// Aborts stalled calls and watches for hangs; on a thread each, as an abort may hang too.
 class Guard {
  public:
   explicit Guard(std::vector<std::unique_ptr<Actor>>* watched)
@@ -72,8 +72,8 @@ class Guard {
   std::thread watcher;
 };
 
-// Holds threads up at the library's pause points for a moment, where there are any: what is seldom
-// between two steps becomes common.
+// Holds threads briefly at the library's pause points, if there are any: rare interleavings become
+// common.
 #if defined(FLUVIA_PAUSE_POINTS)
 void dawdle(const char*) {
   thread_local std::minstd_rand random(static_cast<unsigned int>(gettid()));
@@ -105,7 +105,7 @@ void runActors(World* world, std::mt19937* random, Tally* tally) {
   if (roster.size() != 0) world->fail("handles are left");
 }
 
-// Every handle was closed: the next one is the first.
+// Every handle was closed: the next number is the first one.
 void checkNumbers(World* world) {
   int handle = 0;
   const int result = x_fluvia_file_open("/nowhere", &handle);

@@ -8,8 +8,8 @@
 namespace stress {
 
 // Draws servers, resources, threads and operations from the seed, runs them, closes everything and
-// looks whether anything is left. Empty, or what went wrong. A hang ends the process, after it has
-// told what every thread does.
+// checks that nothing is left. Returns an empty string, or the error. A hang ends the process after
+// a report of each thread's step.
 std::string runRound(unsigned int seed, Tally* tally);
 
 }  // namespace stress

@@ -10,9 +10,9 @@ struct Plan {
   int seconds = 0;  // 0: until the rounds are over
 };
 
-// Runs rounds one after the other; prints the seed, what went through, and what went wrong with the
-// command that repeats it. Sends standard error, where libcurl tells of every request, nowhere; a
-// sanitizer's report goes where it went. True when nothing went wrong.
+// Runs rounds one after the other. Prints the seed, the counts, and each error with the command
+// that repeats it. Discards standard error, to which libcurl logs every request; a sanitizer's
+// report still goes to its old destination. Returns true without errors.
 bool run(const Plan& plan);
 
 }  // namespace stress

@@ -1,7 +1,6 @@
-// Throws random calls on random servers at the library and checks every answer.
+// Makes random calls on random servers and checks every result.
 //
-// Exit code 0: nothing went wrong; 1: something did; 3:
-// a thread hung, and the stacks of all were printed.
+// Exit code 0: no error; 1: an error; 3: a thread hung, and the stacks of all were printed.
 #include <random>
 
 #include "tests/ordeal/stress/Run.h"

@@ -1,4 +1,4 @@
-// The stress program's own test, and the seeds that once failed, by the name of what they found.
+// The stress program's own test, and the seeds that once failed, named after the defect.
 #include <gtest/gtest.h>
 
 #include "tests/ordeal/stress/Round.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Whether those rounds of a seed pass.
+// True if those rounds of a seed pass.
 bool passes(unsigned int seed, int firstRound, int rounds) {
   stress::Plan plan;
   plan.seed = seed;
@@ -25,15 +25,16 @@ TEST(Stress, WrongByteIsFound) {
   stress::plantWrongByte(false);
 }
 
-// Seeds that failed once, by what they found. A round is not the same twice, as threads are not.
+// Seeds that failed once, by the defect they found. A round is never the same twice, because of its
+// threads.
 
-// It hit in two of three runs.
+// It failed in two of three runs.
 TEST(StressFound, ServersKeptConnectionsThatWereStopped) {
   EXPECT_TRUE(passes(2, 7, 1));
   EXPECT_TRUE(passes(2, 7, 1));
 }
 
-// Connections that all ended inside a block filled a gap from its beginning each time.
+// If every connection ended inside a block, each filled a gap from its beginning.
 TEST(StressFound, ReaderWaitedForABlockThatWasNeverFull) { EXPECT_TRUE(passes(501, 207, 1)); }
 
 }  // namespace

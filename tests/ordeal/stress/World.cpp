@@ -21,10 +21,10 @@ const support::TestCertificate& certificate() {
   return made;
 }
 
-// What a read gives when the server answers so.
+// The result of a read when the server responds with that status.
 int codeOf(int status) { return status < 500 ? FVFR_NOT_FOUND : FVFR_NOT_AVAILABLE; }
 
-// A piece now and then, each time at another pace.
+// Sends pieces at changing intervals.
 Behaviour uneven(long long size, unsigned int seed) {
   return [=](Exchange& exchange) {
     std::mt19937 random(seed + static_cast<unsigned int>(exchange.number()));
@@ -47,7 +47,7 @@ World::World(unsigned int seed, Tally* counts) : bufferSize(0), tally(counts), r
   } else {
     server = std::make_unique<support::FaultServer>();
   }
-  // On a fast loopback a reader that was forgotten looks served.
+  // On a fast loopback a forgotten reader looks served.
   if (random() % 3 == 0) {
     const long long rate = 1000000 + static_cast<long long>(random() % 2000000);
     link = std::make_unique<support::SlowLink>(server->port(), 0, rate);
@@ -138,7 +138,7 @@ std::string World::throughLink(const std::string& url) const {
   return linked;
 }
 
-// The expectation is moved instead of the bytes: every one that is compared is wrong.
+// Moves the expectation instead of the bytes: every compared byte is wrong.
 void World::lie() {
   for (const auto& target : targets) ++target->base;
 }
@@ -276,7 +276,7 @@ void World::addMortal() {
       serve(addFailing("no content", 0), support::answerStatus(204), true);
       break;
     case 3:
-      // Each takes a while: few bytes a connection would be too slow for a round.
+      // Each takes a while: with few bytes a connection a round would take too long.
       serve(addFailing("reset after " + std::to_string(150000 + some), size),
             support::resetAfter(size, 150000 + some), true);
       break;
@@ -289,7 +289,7 @@ void World::addMortal() {
             true);
       break;
     case 6: {
-      // An end without a byte counts as an empty resource or as a failed connection.
+      // An end without a byte is an empty resource or a failed connection.
       Target* target = addFailing("closed at once", 0, FVFR_NOT_FOUND);
       serve(target, random() % 2 == 0 ? support::answerRaw("") : support::dropAfter(size, 0), true);
       break;
@@ -301,7 +301,7 @@ void World::addMortal() {
   }
 }
 
-// A target whose reads may fail, as all do, and with one more code where that is not 0.
+// A target whose reads may fail, as all do, and also with code if that is not 0.
 Target* World::addFailing(const std::string& kind, long long size, int code) {
   Target* target = add(kind, size);
   target->failures = {FVFR_NOT_APPLIED, FVFR_FAILED};

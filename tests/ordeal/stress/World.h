@@ -17,14 +17,14 @@
 
 namespace stress {
 
-// Counts breaks, so that an operation can tell whether one met it.
+// Counts breaks, so that an operation knows whether one overlapped it.
 class Disturbances {
  public:
   void begin() { ++begun; }
   void end() { ++ended; }
-  // Taken before an operation...
+  // Called before an operation...
   int mark() const { return ended; }
-  // ...and asked after it: false when no break overlapped it.
+  // ...and after it: false if no break overlapped it.
   bool since(int mark) const { return begun != mark; }
 
  private:
@@ -32,7 +32,7 @@ class Disturbances {
   std::atomic<int> ended{0};
 };
 
-// One resource and what may be expected of it.
+// One resource and its possible results.
 struct Target {
   std::string url;
   std::string kind;  // in words
@@ -42,7 +42,7 @@ struct Target {
   bool empty = false;      // no file behind the handle: everything fails with -4
   bool sized = true;       // the size is known from the first byte on
   bool seekable = true;    // else only within the span of streams that cannot seek
-  bool stalls = false;     // falls silent: whoever waits has to be broken off
+  bool stalls = false;     // falls silent: waiting calls must be aborted
   bool beforeAny = false;  // silent before the first byte: opened once at a time
   std::set<int> failures;  // codes of reads that may fail without a break; empty: none may
 
@@ -66,11 +66,11 @@ class World {
   std::vector<std::unique_ptr<Target>> targets;
   int bufferSize;  // of every open, in bytes
 
-  // Notes what went wrong; the first one stays.
+  // Records an error; the first one stays.
   void fail(const std::string& what);
   bool failed() const { return wrong; }
   std::string failure() const;
-  // Waits until the servers have no connection. False after seconds.
+  // Waits until the servers have no connection. Returns false after seconds.
   bool waitUntilIdle(int seconds) const;
 
  private:
@@ -99,7 +99,7 @@ class World {
   std::string first;
 };
 
-// What makes every resource of later worlds send a wrong byte, to see that it is found.
+// Makes every resource of later worlds send a wrong byte, to test that it is found.
 void plantWrongByte(bool planted);
 
 }  // namespace stress

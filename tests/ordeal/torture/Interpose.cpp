@@ -1,4 +1,4 @@
-// The functions have to be defined under their plain names.
+// The functions must be defined under their plain names.
 #undef _FILE_OFFSET_BITS
 
 #include "tests/ordeal/torture/Interpose.h"
@@ -22,7 +22,7 @@
 #include <cstring>
 #include <new>
 
-// The allocators below these: a sanitizer's, which keeps its checks, else the C library's.
+// The allocators below these: a sanitizer's, so that its checks work, else the C library's.
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -47,10 +47,10 @@ std::atomic<long> firstFailing{0};
 std::atomic<long> countFailing{0};
 std::atomic<long> counted{0};
 std::atomic<long> failed{0};
-// The program itself is linked statically with this: reading it needs no memory.
+// The program itself is statically linked with this: reading it needs no memory.
 thread_local int spared = 0;
 
-// True when this call has to fail.
+// True if this call must fail.
 bool due(Point point) {
   if (armedPoint.load(std::memory_order_relaxed) != static_cast<int>(point) || spared > 0) {
     return false;
@@ -81,7 +81,7 @@ void* below(std::atomic<void*>* known, const char* name) {
     return reinterpret_cast<decltype(&::name)>(torture::below(&known, #name)); \
   }())
 
-// The faster clock: told time = told base + (time - base) * factor, for both kinds of clock.
+// The faster clock: shown time = shown base + (time - base) * factor, for both kinds of clock.
 struct Rate {
   int64_t factor = 1;
   int64_t realBase[2] = {0, 0};
@@ -231,7 +231,7 @@ void* allocateOrThrow(size_t size) {
   return block;
 }
 
-// libcurl wakes itself over a pair of local sockets, which do not fail so.
+// libcurl wakes itself over a pair of local sockets, whose calls do not fail like that.
 bool isNetwork(int descriptor) {
   int domain = 0;
   socklen_t length = sizeof domain;
@@ -258,7 +258,7 @@ int openWithMode(int flags, va_list arguments, Call call) {
 using torture::due;
 using torture::Point;
 
-// Seen by every shared library of the process.
+// Visible to every shared library of the process.
 #pragma GCC visibility push(default)
 
 extern "C" {
@@ -308,7 +308,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
   return TORTURE_BELOW(pthread_create)(thread, attributes, start, argument);
 }
 
-// Asked by sanitizers as a thread begins; they end the process when it has no memory.
+// Sanitizers call it as a thread begins; they end the process if it has no memory.
 int pthread_getattr_np(pthread_t thread, pthread_attr_t* attributes) {
   const torture::Spared ours;
   return TORTURE_BELOW(pthread_getattr_np)(thread, attributes);

@@ -3,14 +3,14 @@
 
 #include <string>
 
-// Functions of the system that the program which contains this defines itself, so that everything
-// in the process calls them here first: the library, libcurl, the crypto library, libstdc++. Each
-// can be told to fail; the clock can be told to run faster.
+// System functions that the program which contains this defines itself. Everything in the process
+// calls them here first: the library, libcurl, the crypto library, libstdc++. Each can be made to
+// fail; the clock can be made to run faster.
 //
-// Threads: any. One thing is tortured at a time.
+// Threads: any. One kind of call is tortured at a time.
 namespace torture {
 
-// What can be told to fail.
+// The kinds of calls that can fail.
 enum class Point {
   kNone,
   kAllocation,  // malloc, calloc, realloc, aligned_alloc, posix_memalign, operator new: no memory
@@ -23,20 +23,20 @@ enum class Point {
   kResolve      // getaddrinfo: EAI_AGAIN
 };
 
-// Name of a point as the command line has it, and back; kNone for no such name.
+// Name of a point on the command line, and back; kNone for an unknown name.
 const char* nameOf(Point point);
 Point pointOf(const std::string& name);
 
 // From now on the calls of that kind are counted from 1; those from first to first + count - 1
-// fail. count 0: every one from first on. first 0: none, they are only counted.
+// fail. count 0: every one from first on. first 0: none fails, they are only counted.
 void arm(Point point, long first, long count);
-// Counts and fails nothing any more. Returns how many calls were counted since arm().
+// Stops counting and failing. Returns how many calls were counted since arm().
 long disarm();
-// How many calls have failed since arm().
+// Returns how many calls have failed since arm().
 long failures();
 
-// Calls of this thread are neither counted nor failed while one of these lives: what a test
-// allocates for itself.
+// During its life calls of this thread are neither counted nor failed: for the allocations of the
+// test itself.
 class Spared {
  public:
   Spared();
@@ -45,7 +45,7 @@ class Spared {
   Spared& operator=(const Spared&) = delete;
 };
 
-// Within a Spared: calls of this thread count again while one of these lives.
+// Inside a Spared: during its life calls of this thread count again.
 class Counted {
  public:
   Counted();
@@ -57,8 +57,8 @@ class Counted {
   int before_;
 };
 
-// Has all clocks, poll and timed waits run that many times as fast from now on; 1 is real time.
-// Descriptors are still waited for as long as it takes, only time-outs are shorter.
+// Makes all clocks, poll and timed waits run that many times as fast from now on; 1 is real time.
+// Only time-outs are shorter: a wait for a descriptor still lasts until it is ready.
 void setClockSpeed(int factor);
 
 // "torture.test" is a host name that resolves to 127.0.0.1, with a resolver thread as every name.

@@ -1,4 +1,4 @@
-// How long the address of a host name holds.
+// How long the address of a host name is cached.
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -14,7 +14,7 @@ namespace {
 
 using torture::Point;
 
-// Has that many seconds pass on all clocks.
+// Advances all clocks by that many seconds.
 void pass(int seconds) {
   const time_t until = time(nullptr) + seconds;
   torture::setClockSpeed(200);

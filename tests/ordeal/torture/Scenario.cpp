@@ -36,7 +36,7 @@ struct AsyncRead {
   }
 };
 
-// Aborts what a handle reads when a call of its user lasts too long.
+// Aborts the read of a handle if a call of its user takes too long.
 class Impatience {
  public:
   Impatience() : thread_([this] { watch(); }) {}
@@ -89,7 +89,7 @@ class Impatience {
 };
 
 class User {
-  // The thread calls the library: what it allocates in there counts.
+  // This thread calls the library: its allocations in there count.
   template <typename Call>
   auto inside(Call call) {
     if (impatience_) impatience_->begin(handle_);
@@ -231,12 +231,12 @@ class User {
     if (abort) {
       accept(inside([&] { return x_fluvia_file_read_abort(handle_, id); }), {FVFR_OK}, "abort");
     }
-    // Bounded by the deadline of the whole run.
+    // The deadline of the whole run limits it.
     inside([&] {
       while (read.calls == 0) std::this_thread::yield();
     });
     finishAsync(offset, read, abort);
-    // An abort has made both calls by the time it returns, or left one to the worker.
+    // An abort has made both callbacks before it returns, or leaves one to the worker.
     if (read.calls > (abort ? 2 : 1))
       complain("called back " + std::to_string(read.calls) + " times");
   }

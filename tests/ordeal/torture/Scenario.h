@@ -3,21 +3,21 @@
 
 #include <string>
 
-// What is done with the library while something fails under it.
+// The use of the library while something below it fails.
 namespace torture {
 
 // Resource of the test pattern. Threads: none of its own.
 struct Resource {
   std::string url;
   long long size;  // bytes
-  // A local file that cannot be opened again gives neither bytes nor an end: its reads wait until
-  // they are aborted. They are, after three seconds.
+  // A local file that cannot be reopened delivers neither bytes nor an end: its reads wait until
+  // they are aborted, which happens after three seconds.
   bool impatient = false;
 };
 
-// How strictly the answers are judged.
+// How strictly the results are judged.
 enum class Judge {
-  kMayFail,  // any code that the interface has; bytes that come are right, each call returns
+  kMayFail,  // any code of the interface; delivered bytes are right, each call returns
   kMustPass  // everything succeeds
 };
 

@@ -1,6 +1,6 @@
-// Fails one thing under the library at a time, each time in a process of its own, and wants every
-// call to return with a clear code, no wrong byte, nothing left behind, and the library to work
-// again afterwards.
+// Makes one call below the library fail at a time, each in a separate process. Requires that every
+// call returns with a clear code, that no byte is wrong, that nothing is left behind, and that the
+// library works again afterwards.
 //
 // rough is a server that breaks one connection off and falls silent on the next. The cold ones are
 // the first use of the library in their process; before the others it has been used once.
@@ -56,8 +56,8 @@ struct Job {
   Point point = Point::kNone;
   long first = 0;
   long length = 1;
-  std::string url;    // what is used while something fails
-  std::string plain;  // what is used before and after
+  std::string url;    // used while something fails
+  std::string plain;  // used before and after
 
   bool isLocal() const { return scenario == "local" || scenario == "cold-local"; }
   bool isCold() const { return scenario.compare(0, 5, "cold-") == 0; }
@@ -88,8 +88,8 @@ int runChild(const Job& job) {
   std::cout << "counted " << counted << " failed " << torture::failures() << std::endl;
   if (!problem.empty()) return wrong("during", problem);
 
-  // Workers that could not be made, or a crypto library that could not be prepared, are missing for
-  // the life of the process.
+  // Workers that could not be created, or a crypto library that could not be initialized, are
+  // missing for the life of the process.
   const Judge after = job.isCold() ? Judge::kMayFail : Judge::kMustPass;
   bool filelessLater = false;
   const std::string later = torture::useLibrary(plain, after, &filelessLater);
@@ -122,7 +122,7 @@ struct Options {
 struct Outcome {
   long counted = 0;
   long failed = 0;
-  std::string trouble;  // empty: all well
+  std::string trouble;  // empty: no error
 };
 
 std::string contentsOf(const std::string& path) {
@@ -211,7 +211,8 @@ class Driver {
     const long troublesBefore = troubles_;
     const long failedBefore = failedCalls_;
     runAll(scenario, point, todo);
-    // Threads make the count differ from run to run: on until one passes untouched.
+    // Threads make the count differ from run to run: continues until a run passes without a
+    // failure.
     for (long next = untouched.counted + 1; !sampled && options_.only == 0; ++next) {
       const Outcome outcome = runOne(job(scenario, point, next));
       report(scenario, point, next, outcome);
@@ -301,7 +302,7 @@ class Driver {
     return child;
   }
 
-  // The wait status; a child past its deadline shows its threads and is killed.
+  // Returns the wait status. A child past its deadline prints its threads' stacks and is killed.
   int await(pid_t child, const std::string& base) const {
     int status = 0;
     const bool ended = support::eventually(
