@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Shared by what runs in the box (scripts/arm-box); to be sourced in the folder of the repository.
+# Shared by the scripts that run in the box (scripts/arm-box); to be sourced in the folder of the repository.
 set -euo pipefail
 export TMPDIR=/root
 
@@ -10,20 +10,20 @@ begin() {
   echo "== $* ($(cut -d ' ' -f 1 /proc/uptime) s)"
 }
 
-# As the device's owner does it: dpkg refuses what the box has no libraries for.
+# Installs as the device's owner does: dpkg refuses packages whose libraries the box lacks.
 install_packages() {
   begin install
   dpkg --install build/packages/{libfluviafs0,fluviafs-tools}_*_armhf.deb
   fluvia --version
 }
 
-# transfers NAME: a test with a real server, by the installed command.
+# transfers NAME: a test with a real server, using the installed command.
 transfers() {
   begin "transfers: $1"
   FLUVIA=/usr/bin/fluvia "tests/products/servers/$1"
 }
 
-# tests PROGRAM [FILTER]: of the build with UBSan. None must be none.
+# tests PROGRAM [FILTER]: of the build with UBSan. At least one test must match.
 tests() {
   begin "tests: $*"
   local name=${1##*/}
@@ -38,7 +38,7 @@ tests() {
   grep -q '<testsuites tests="[1-9]' "$report"
 }
 
-# one_test PROGRAM TEST: shows what it says when it fails.
+# one_test PROGRAM TEST: prints its output if it fails.
 one_test() {
   local log=$TMPDIR/test.$BASHPID code=0
   timeout --kill-after=10 900 "build/armv7-ubsan/tests/$1" --gtest_brief=1 --gtest_filter="$2" >"$log" 2>&1 ||
@@ -52,8 +52,8 @@ one_test() {
 }
 export -f one_test
 
-# each_test PROGRAM [FILTER]: every test in a process of its own, as on the host; some count on it. Most wait
-# rather than compute: four at a time. None must be none.
+# each_test PROGRAM [FILTER]: every test in a process of its own, as on the host; some need it. Most wait
+# rather than compute: four at a time. At least one test must match.
 each_test() {
   begin "each test: $*"
   local names
@@ -65,7 +65,7 @@ each_test() {
   echo "$(wc -l <<<"$names") tests of $1 passed"
 }
 
-# attempt COMMAND...: goes on after a failure, which bad remembers.
+# attempt COMMAND...: continues after a failure, which bad records.
 bad=0
 attempt() {
   "$@" || {

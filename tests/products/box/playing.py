@@ -31,7 +31,7 @@ def command(peer, given, rate, seconds, begin):
 
 
 def turn(peer, given, rate):
-    """The driver's figures, and "minute": its CPU seconds a minute."""
+    """Returns the driver's figures, and "minute": its CPU seconds a minute."""
     done = subprocess.run(command(peer, given, rate, given.seconds, 5), capture_output=True, text=True,
                           check=False)
     if done.returncode != 0:
@@ -51,7 +51,7 @@ def turns(given):
 
 
 def minutes(runs, rate, peer):
-    """CPU seconds a minute, of each turn, beyond what sleeping costs."""
+    """CPU seconds a minute, of each turn, less the cost of sleeping."""
     idle = median(run["minute"] for run in runs if run["rate"] == rate and run["peer"] == "idle")
     return [run["minute"] - idle for run in runs if run["rate"] == rate and run["peer"] == peer]
 
@@ -72,7 +72,7 @@ def show_cost(runs):
 
 
 def memory(pid="self"):
-    """KiB that are resident, and those of them that are no file's."""
+    """KiB that are resident, and those of them that belong to no file."""
     kib = {}
     for line in Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="utf-8").splitlines()[1:]:
         name, value = line.split()[:2]
@@ -81,7 +81,7 @@ def memory(pid="self"):
 
 
 class Processor:
-    """Seconds of processor time of all threads of a process, also of those that have ended."""
+    """Seconds of processor time of all threads of a process, including ended ones."""
 
     def __init__(self, pid):
         self.folder, self.threads = Path(f"/proc/{pid}/task"), {}
@@ -97,7 +97,7 @@ class Processor:
 
 
 def samples(given, rate, seconds):
-    """A player of the library's from its start on: lines of rate, second, % of a processor, KiB."""
+    """A player of the library from its start on: lines of rate, second, % of a processor, KiB."""
     lines = []
     with subprocess.Popen(command("ours", given, rate, seconds, 0), stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL) as player:
@@ -120,7 +120,7 @@ CURLOPT_BUFFERSIZE = 98
 
 
 def use_libcurl(url, certificate):
-    """Four MiB by libcurl, with the receive buffer that the library asks for. The handle stays."""
+    """Reads four MiB with libcurl, with the library's receive buffer. The handle stays."""
     curl, libc = ctypes.CDLL("libcurl.so.4"), ctypes.CDLL("libc.so.6")
     for function in (curl.curl_easy_init, libc.fopen):
         function.restype = ctypes.c_void_p
@@ -162,7 +162,7 @@ class Library:
 
 
 def resident(url, certificate):
-    """[(state, KiB resident, KiB of them no file's)] of this process, which has used libcurl before."""
+    """[(state, KiB resident, KiB of them without a file)] of this process, which has already used libcurl."""
     use_libcurl(url, certificate)
     library_there = [("libcurl used", *memory())]
     library = Library()

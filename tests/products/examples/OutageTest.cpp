@@ -1,4 +1,4 @@
-// The rules by which a failed handle is opened again.
+// The rules for reopening a failed handle.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace support;
 
-// A handle on a name, after a read that fails or gives the first byte.
+// A handle on a name, after a read that fails or returns the first byte.
 class ReadOnce {
  public:
   explicit ReadOnce(const std::string& name) {
@@ -34,7 +34,7 @@ class ReadOnce {
 
 std::string refusedUrl() { return "http://127.0.0.1:" + std::to_string(closedPort()) + "/film"; }
 
-// What the outage says when every try fails as soon as it was made.
+// The pauses of the outage if every try fails at once.
 std::vector<long> pausesUntilTheEnd(FluviaOutage* outage, int handle) {
   std::vector<long> pauses;
   long long now = 12345;
@@ -106,7 +106,7 @@ TEST(FluviaOutage, StatusDecides) {
   }
 }
 
-// Longer than a part of a name may be: no name server is asked.
+// Longer than a part of a name may be: no name server is queried.
 TEST(FluviaOutage, NameThatIsNotResolvedComesBack) {
   const ReadOnce failed("http://" + std::string(70, 'a') + ".test/film");
   FluviaOutage outage;
@@ -115,7 +115,7 @@ TEST(FluviaOutage, NameThatIsNotResolvedComesBack) {
   EXPECT_EQ(fluvia_outage_pause(&outage, failed.number, 0), 0);
 }
 
-// To the library both are a 404.
+// To the library both look like a 404.
 TEST(FluviaOutage, CutAnswerComesBackAndAnEmptyOneDoesNot) {
   FaultServer server;
   server.on("/cut", answerRaw("HTTP/1.1 200 OK\r\nCont"));
@@ -172,8 +172,8 @@ TEST(FluviaOutage, ComparesSizeAndType) {
   EXPECT_TRUE(fluvia_outage_is_same(&outage, page.number)) << "no type was given";
 }
 
-// The library learns the size of a chunked body from its end, which may have come before anybody
-// asks.
+// The library learns the size of a chunked body from its end, which may come before the first
+// query.
 TEST(FluviaOutage, SizeLearntFromTheEndIsNoChange) {
   FaultServer server;
   server.on("/short", serveChunked(100000));

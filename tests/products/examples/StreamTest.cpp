@@ -1,4 +1,4 @@
-// A stream that outlives the outages of its server.
+// A stream that survives the outages of its server.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,15 +23,15 @@ namespace {
 using namespace support;
 using Clock = std::chrono::steady_clock;
 
-// More than sockets and the buffer hold, so that a server that goes away still has something to
-// give.
+// More than sockets and the buffer can store, so that a server that goes away still has unsent
+// bytes.
 constexpr long long kSize = 16000000;
 
 double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// A stream with what it said.
+// A stream and its notices.
 class Streamed {
  public:
   explicit Streamed(const std::string& name, int seconds = FLUVIA_OUTAGE_SECONDS) {
@@ -55,7 +55,8 @@ class Streamed {
   Streamed(const Streamed&) = delete;
   Streamed& operator=(const Streamed&) = delete;
 
-  // Reads up to the offset to; the result of the last read. Every byte has to be the pattern's.
+  // Reads up to the offset to. Returns the result of the last read. Every byte must be the
+  // pattern's.
   int readTo(long long to) {
     std::vector<char> bytes(32768);
     int result = FVFR_OK;
@@ -71,14 +72,14 @@ class Streamed {
   }
 
   FluviaStream* stream = nullptr;
-  std::vector<std::string> notices;  // the reading thread's
+  std::vector<std::string> notices;  // used by the reading thread only
   std::atomic<int> told{0};
   int wantedNotices = 1000;  // so many are waited for
   std::function<void()> onNotice;
   int applied = 0;
 };
 
-// A server that can go away and come back, at one address.
+// A server that can go away and come back at the same address.
 class Comes {
  public:
   explicit Comes(Behaviour behaviour) : server_(new FaultServer), port_(server_->port()) {
@@ -187,7 +188,7 @@ TEST(FluviaStream, GivesUpWhenItsSecondsAreOver) {
   EXPECT_EQ(film.notices.back(), "the server refuses the connection");
 }
 
-// Another one under the name: other bytes at a place must never be passed off as those.
+// Another resource under the name: its bytes must never be returned as those of the first.
 TEST(FluviaStream, ChangedResourceIsAnErrorForGood) {
   for (const bool longer : {true, false}) {
     const std::string video = "Content-Type: video/mp4\r\n";
@@ -209,7 +210,7 @@ TEST(FluviaStream, ChangedResourceIsAnErrorForGood) {
   }
 }
 
-// Its bytes are read again from the beginning, more than the library would skip by itself.
+// Its bytes are reread from the beginning, more than the library would skip.
 TEST(FluviaStream, StreamThatCannotSeekGoesOnToo) {
   FaultServer server;
   server.on("/live", inTurn({cutChunk(kSize, 2500000), answerStatus(503), serveChunked(kSize)}));
@@ -219,7 +220,7 @@ TEST(FluviaStream, StreamThatCannotSeekGoesOnToo) {
   EXPECT_EQ(live.notices.size(), 2u);
 }
 
-// The library would read the bytes of another place and say nothing.
+// The library would read the bytes of another place without an error.
 TEST(FluviaStream, SeekIsRefusedWhereTheStreamCannotButToTheBeginning) {
   FaultServer server;
   server.on("/live", serveChunked(kSize));
@@ -235,7 +236,7 @@ TEST(FluviaStream, SeekIsRefusedWhereTheStreamCannotButToTheBeginning) {
   EXPECT_EQ(server.requestCount("/live"), 2);
 }
 
-// Ten seconds of silence end the transfer; the stream makes another.
+// Ten seconds of silence end the transfer; the stream starts another.
 TEST(FluviaStream, SilenceIsAnOutage) {
   FaultServer server;
   server.on("/film", inTurn({stallAfter(kSize, 1000000), serveRanges(kSize)}));
@@ -245,8 +246,8 @@ TEST(FluviaStream, SilenceIsAnOutage) {
   EXPECT_EQ(film.notices[0], "the server has fallen silent; trying again in 0.0 s");
 }
 
-// Two streams of one name, one after the other: the failed one of each keeps no other from going
-// on.
+// Two streams of one name, one after the other: the failed handle of one does not keep the other
+// from continuing.
 TEST(FluviaStream, StreamsOfOneNameComeBackTogether) {
   Comes server(serveRanges(kSize));
   Streamed one(server.url());
@@ -261,7 +262,7 @@ TEST(FluviaStream, StreamsOfOneNameComeBackTogether) {
   EXPECT_EQ(other.readTo(kSize), FVFR_OK);
 }
 
-// The quickest of a few: the machine may be busy.
+// Takes the fastest of a few: the machine may be busy.
 TEST(FluviaStream, AbortEndsTheWaitBetweenTriesWithin50Milliseconds) {
   double best = 1e9;
   for (int i = 0; i < 5 && best >= 0.05; ++i) {
@@ -300,7 +301,7 @@ TEST(FluviaStream, AbortEndsAReadThatWaitsForBytes) {
   EXPECT_LT(secondsSince(begin), patience(5)) << "it was not the library's time limit";
 }
 
-// An open of a name that is open and silent holds up every call of the library for ten seconds.
+// An open of a name that is open and silent blocks every call of the library for ten seconds.
 TEST(FluviaStream, AbortDoesNotWaitWhileTheLibraryIsHeldUp) {
   FaultServer server;
   server.on("/silent", staySilent());

@@ -1,12 +1,12 @@
 # shellcheck shell=bash
 # For the trials of the packages; to be sourced.
 
-# say WHAT: the step that follows, for whoever reads the output of a failure.
+# say WHAT: prints the next step, for readers of a failure's output.
 say() {
   echo "== $*"
 }
 
-# compare EXPECTED COMMAND...: the standard output of the command is the file.
+# compare EXPECTED COMMAND...: the command's standard output must equal the file.
 compare() {
   local expected=$1
   shift

@@ -1,9 +1,9 @@
 #!/bin/bash
-# Tries the packages as a stranger who has just got them: run in a Debian that has nothing of ours.
+# Tries the packages as a new user would: run in a Debian that has nothing of ours.
 #
 #   in-root.sh VERSION URL     URL is the file /trial/sample on a server
 #
-# The packages and what the trial takes lie in /trial.
+# The packages and the files of the trial are in /trial.
 set -euo pipefail
 cd /trial
 # shellcheck disable=SC1091  # there when it runs

@@ -1,4 +1,4 @@
-// The AVIOContext for FFmpeg: what a player does not see in frames.
+// The AVIOContext for FFmpeg: behaviour that does not show in frames.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,7 +17,7 @@ extern "C" {
 
 namespace {
 
-// Left alone, the read would fail by the library's own time limit and with another code.
+// Without the abort the read would fail after the library's own time limit, with another code.
 TEST(FluviaAvio, AbortEndsAReadThatWaits) {
   support::FaultServer server;
   server.on("/stalls", support::stallAfter(1000000, 100000));
@@ -78,7 +78,7 @@ TEST(FluviaAvio, TellsSizeSeekabilityAndWhatIsWrong) {
   EXPECT_EQ(source, nullptr);
 }
 
-// The result of the connect of a name, with the default settings but for the seconds.
+// Returns the result of connecting to a name, with the default settings except for the seconds.
 int connectTo(const std::string& name, int seconds) {
   FluviaStreamSettings settings = FLUVIA_STREAM_SETTINGS;
   settings.seconds = seconds;
@@ -89,7 +89,7 @@ int connectTo(const std::string& name, int seconds) {
   return result;
 }
 
-// The library's code for the first two is that of a missing resource.
+// For the first two the library's code is that of a missing resource.
 TEST(FluviaAvio, ErrorsTellWhatTheTransferMet) {
   support::FaultServer server;
   server.on("/silent", support::staySilent());
@@ -106,7 +106,7 @@ TEST(FluviaAvio, ErrorsTellWhatTheTransferMet) {
   EXPECT_EQ(connectTo(refused, 0), AVERROR(ECONNREFUSED));
 }
 
-// Whoever seeks there gets no other bytes for those it wanted.
+// A refused seek never returns bytes of another place.
 TEST(FluviaAvio, NeverSeeksWhereTheLibraryCannot) {
   support::FaultServer server;
   server.on("/live", support::serveChunked(3000000));
@@ -122,7 +122,7 @@ TEST(FluviaAvio, NeverSeeksWhereTheLibraryCannot) {
   fluvia_avio_close(&source);
 }
 
-// What FFmpeg reads is what it would have read.
+// FFmpeg reads the same bytes as without the outage.
 TEST(FluviaAvio, OutageCostsNoByteAndAChangeIsAnError) {
   constexpr long long kSize = 16000000;
   support::FaultServer server;

@@ -1,5 +1,6 @@
-// The element as the demuxers of adaptive streams use it: what the sources of pieces have of the
-// one that read the playlist, how often a playlist is read, ranges, many short sources.
+// The element as the demuxers of adaptive streams use it: which settings the sources of pieces
+// inherit from the one that read the playlist, how often a playlist is read, ranges, many short
+// sources.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,7 +18,7 @@ namespace {
 
 using support::FaultServer;
 
-// As a demuxer does it: the inner bin is started when the outer source runs.
+// As a demuxer does: the inner bin is started when the outer source runs.
 void playInside(const Pipeline& pipeline) {
   GstElement* inner = pipeline.inside("inner");
   gst_element_set_locked_state(inner, TRUE);
@@ -55,7 +56,7 @@ TEST(Inheritance, WhatASourceWasSetToItKeeps) {
   EXPECT_EQ(server.requests("/piece").at(0).header("User-Agent"), "tv/1");
 }
 
-// Else every piece of a stream whose playlist is checked would come from anybody.
+// Otherwise the pieces of a stream with a checked playlist could come from anybody.
 TEST(Inheritance, CertificatesOfPiecesAreCheckedAsThatOfThePlaylist) {
   const support::TestCertificate trusted;
   const support::TestCertificate other;
@@ -71,7 +72,7 @@ TEST(Inheritance, CertificatesOfPiecesAreCheckedAsThatOfThePlaylist) {
   EXPECT_EQ(bad.requestCount("/piece"), 0);
 }
 
-// Two films in one pipeline are strangers to each other.
+// Two films in one pipeline are independent.
 TEST(Inheritance, SourceBesideAnotherHasNothingOfIt) {
   FaultServer server;
   server.on("/one", support::serveRanges(1000));
@@ -84,7 +85,7 @@ TEST(Inheritance, SourceBesideAnotherHasNothingOfIt) {
   EXPECT_EQ(server.requests("/two").at(0).header("Cookie"), "");
 }
 
-// A list of a live stream: each answer is another one of the same length.
+// A list of a live stream: each response is another list of the same length.
 support::Behaviour countingList(std::atomic<int>* count) {
   return [count](support::Exchange& exchange) {
     support::answerStatus(200, "#EXTM3U " + std::to_string(100 + (*count)++))(exchange);
@@ -107,7 +108,7 @@ std::string playedText(Pipeline* pipeline) {
   return text;
 }
 
-// Demuxers keep the element and the first source plays on, while the list changes.
+// Demuxers keep the element, and the first source continues to play while the list changes.
 TEST(Playlists, AreReadAnewEachTime) {
   std::atomic<int> count{0};
   FaultServer server;
@@ -124,7 +125,7 @@ TEST(Playlists, AreReadAnewEachTime) {
   EXPECT_EQ(playedText(&first), "#EXTM3U 103");
 }
 
-// Plays the next piece as demuxers do: the element is set to its name, and to its range.
+// Plays the next piece as demuxers do: sets the element to its name and its range.
 void playPiece(Pipeline* pipeline, const std::string& uri, gint64 begin = 0, gint64 end = -1) {
   GstElement* element = pipeline->inside("source");
   pipeline->set(GST_STATE_READY);
@@ -138,7 +139,8 @@ void playPiece(Pipeline* pipeline, const std::string& uri, gint64 begin = 0, gin
   ASSERT_TRUE(pipeline->waitFor(GST_MESSAGE_EOS)) << pipeline->error();
 }
 
-// A stream whose pieces are parts of one file is read as a file is: what follows is there already.
+// A stream whose pieces are parts of one file is read like one file: the next bytes are already
+// buffered.
 TEST(Ranges, OfOneFileAreReadWithOneRequest) {
   FaultServer server;
   server.on("/film", support::serveRanges(900000));

@@ -1,4 +1,4 @@
-// fluviasrc as an application meets it.
+// fluviasrc as an application uses it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,14 +20,14 @@ namespace {
 
 using support::FaultServer;
 
-// A wait inside the library ends by its own time limit, after ten seconds at the least.
+// A wait inside the library ends with its own time limit, after at least ten seconds.
 constexpr double kNoWait = 8;
 
 std::string source(const std::string& location) {
   return "fluviasrc name=source location=" + location + " ";
 }
 
-// How often a resource was opened: its first request asks for no range.
+// Returns how often a resource was opened: its first request has no range.
 int openings(const FaultServer& server, const std::string& path) {
   const std::vector<std::string> ranges = server.ranges(path);
   return static_cast<int>(std::count(ranges.begin(), ranges.end(), ""));
@@ -44,7 +44,7 @@ TEST(FluviaSrc, PushesAFileWhole) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
-// A demuxer asks before it starts the source, and then pulls.
+// A demuxer queries the source before it starts it, and then pulls.
 TEST(FluviaSrc, LetsItselfBePulledWhereTheResourceSeeks) {
   FaultServer server;
   server.on("/film", support::serveRanges(1000000));
@@ -72,7 +72,7 @@ TEST(FluviaSrc, LetsItselfBePulledWhereTheResourceSeeks) {
   gst_object_unref(pad);
 }
 
-// A picture that ends within a piece is not kept waiting for the piece's end.
+// A picture that ends within a piece does not wait for the piece's end.
 TEST(FluviaSrc, PushesWhatHasArrived) {
   FaultServer server;
   server.on("/stalls", support::stallAfter(5000000, 30000));
@@ -84,7 +84,7 @@ TEST(FluviaSrc, PushesWhatHasArrived) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
-// And what is fast comes in large pieces, a moment later.
+// And fast data comes in large pieces, a moment later.
 TEST(FluviaSrc, PushesLargePiecesOnceItRuns) {
   FaultServer server;
   server.on("/film", support::serveRanges(8000000));
@@ -97,7 +97,7 @@ TEST(FluviaSrc, PushesLargePiecesOnceItRuns) {
       &pieces);
   pipeline.set(GST_STATE_PLAYING);
   ASSERT_TRUE(pipeline.waitFor(GST_MESSAGE_EOS)) << pipeline.error();
-  // 107 of 64 KiB after the first mebibyte; before it one for each sixteenth that it grows by.
+  // 107 of 64 KiB after the first mebibyte; before it, one for each growth by a sixteenth.
   EXPECT_LE(pieces, 107 + 90);
 }
 
@@ -114,7 +114,7 @@ TEST(FluviaSrc, PushesAStreamThatCannotSeek) {
   EXPECT_FALSE(pipeline.seekByte(0)) << "and says that it cannot seek";
 }
 
-// Whatever the way in which a server leaves the length out; also when it is known late only.
+// In whatever way a server omits the length; also if the element learns it late.
 TEST(FluviaSrc, SaysThatAStreamWithoutALengthCannotSeek) {
   FaultServer server;
   server.on("/chunked", support::serveChunked(700000));
@@ -161,7 +161,7 @@ TEST(FluviaSrc, NoStateChangeWaitsForASilentServer) {
   EXPECT_LT(waited, kNoWait);
 }
 
-// Plays what the server has at /film to its end.
+// Plays the server's /film to its end.
 void playOnce(const FaultServer& server, int startupWait) {
   Taken taken;
   Pipeline pipeline(source(server.url("/film")) + "startup-wait=" + std::to_string(startupWait) +
@@ -175,7 +175,8 @@ void playOnce(const FaultServer& server, int startupWait) {
 
 class StartsAndStops : public ::testing::TestWithParam<int> {};
 
-// A stop may come before the source was opened, while it waits for the last one's close, or later.
+// A stop may come before the source was opened, while it waits for the previous one's close, or
+// later.
 TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
   FaultServer server;
   server.on("/film", support::serveRanges(300000));
@@ -202,7 +203,7 @@ TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
 
 INSTANTIATE_TEST_SUITE_P(FluviaSrc, StartsAndStops, ::testing::Values(0, 1, 5, 1000));
 
-// Serves count bytes, or nothing of the answer with -1, then waits to be told to go on.
+// Serves count bytes, or no byte of the response for -1, then waits for goOn.
 support::Behaviour waitAfter(long long size, long long count, const std::atomic<bool>* goOn) {
   return [=](support::Exchange& exchange) {
     long long first = 0;
@@ -229,7 +230,7 @@ support::Behaviour waitAfter(long long size, long long count, const std::atomic<
 
 class TwoElements : public ::testing::TestWithParam<int> {};
 
-// Both wait for the same bytes, of the middle or of the beginning.
+// Both wait for the same bytes, in the middle or at the beginning.
 TEST_P(TwoElements, OneIsDestroyedWhileTheOthersReadWaits) {
   std::atomic<bool> goOn{false};
   FaultServer server;
@@ -246,7 +247,8 @@ TEST_P(TwoElements, OneIsDestroyedWhileTheOthersReadWaits) {
     ASSERT_TRUE(server.waitForRequests("/film", 1));
     second.set(GST_STATE_PLAYING);
     const long long held = std::max(0, GetParam()) / 65536 * 65536;
-    // The read that waits for the server has its turn; the other one waits for that or for bytes.
+    // The read that waits for the server has its turn; the other one waits for the turn or for
+    // bytes.
     ASSERT_TRUE(support::eventually(
         [&] { return std::max(taken[0].bytes.load(), taken[1].bytes.load()) >= held; }));
     const support::Stopwatch watch;
@@ -286,7 +288,7 @@ GstPadProbeReturn countFlushes(GstPad*, GstPadProbeInfo* info, gpointer count) {
   return GST_PAD_PROBE_OK;
 }
 
-// One for each sink of a pipeline; a demuxer that passes both on ends up at the key frame.
+// One for each sink of a pipeline; a demuxer that passes both on would end up at the key frame.
 TEST(FluviaSrc, SeekThatComesTwiceIsDoneOnce) {
   FaultServer server;
   server.on("/film", support::serveRanges(3000000));
@@ -341,7 +343,7 @@ TEST(FluviaSrc, ErrorsSayWhatIsWrong) {
   }
 }
 
-// The demuxers of adaptive streams decide by the number.
+// The demuxers of adaptive streams depend on the status.
 TEST(FluviaSrc, ErrorsCarryTheStatusOfTheServer) {
   FaultServer server;
   Pipeline pipeline(source(server.url("/missing")) + "! fakesink");
@@ -359,7 +361,7 @@ TEST(FluviaSrc, ErrorsCarryTheStatusOfTheServer) {
   gst_message_unref(message);
 }
 
-// Everything that an error message carries.
+// All texts of an error message.
 std::string wholeError(Pipeline* pipeline) {
   GstBus* bus = gst_element_get_bus(pipeline->element());
   GstMessage* message = gst_bus_timed_pop_filtered(bus, 30 * GST_SECOND, GST_MESSAGE_ERROR);
@@ -397,7 +399,7 @@ TEST(FluviaSrc, ErrorsKeepThePasswordOfAUrlToThemselves) {
   g_error_free(error);
 }
 
-// People copy addresses from playbin's command line.
+// Users copy addresses from playbin's command line.
 TEST(FluviaSrc, LocationMayBeAUriOfItsOwn) {
   const support::TemporaryFolder folder;
   const std::string file = folder.makePattern("a film", 300000);
@@ -419,7 +421,7 @@ TEST(FluviaSrc, LocationMayBeAUriOfItsOwn) {
   }
 }
 
-// What an outage message of the element says; null when none comes.
+// The fields of an outage message of the element; null if none comes.
 struct OutageMessage {
   bool waiting = false;
   std::string reason;
@@ -451,7 +453,7 @@ std::unique_ptr<OutageMessage> nextOutage(Pipeline* pipeline) {
   return told;
 }
 
-// A server that is away for a moment, and what the element tells of it.
+// A server that is away for a moment, and the element's messages about it.
 TEST(FluviaSrc, OutlivesAnOutageAndTellsOfIt) {
   auto server = std::make_unique<FaultServer>();
   const int port = server->port();
@@ -482,13 +484,13 @@ TEST(FluviaSrc, OutlivesAnOutageAndTellsOfIt) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
-// None of them waits for the server, nor for the next try. The quickest of a few.
+// None of them waits for the server or for the next try. Takes the fastest of a few.
 TEST(FluviaSrc, FlushAndStateChangeEndTheWaitOfAnOutage) {
   double flush = 1e9;
   double stop = 1e9;
   for (int i = 0; i < 5 && (flush >= 0.05 || stop >= 0.05); ++i) {
     auto server = std::make_unique<FaultServer>();
-    // Not all of it may be on its way already when the server goes.
+    // A part must not be on its way yet when the server goes.
     server->on("/film", support::dropAfter(3000000, 1000000));
     Taken taken;
     Pipeline pipeline(source(server->url("/film")) + "buffer-size=262144 ! fakesink name=sink");
@@ -535,7 +537,7 @@ TEST(FluviaSrc, CertificatesAreCheckedOnceAuthoritiesAreNamed) {
   EXPECT_FALSE(bad.waitFor(GST_MESSAGE_EOS));
 }
 
-// All of them are announced as changeable there.
+// The element declares all of them changeable there.
 TEST(FluviaSrc, PropertiesSetInReadyHoldFromTheNextStartOn) {
   FaultServer server;
   server.on("/film", support::serveRanges(300000));
@@ -622,7 +624,7 @@ TEST(FluviaSrc, TakesPlainHttpWhenItsRankIsRaised) {
   gst_object_unref(feature);
 }
 
-// Demuxers that are pushed take a source without a length for one that cannot seek.
+// Pushed demuxers treat a source without a length as one that cannot seek.
 TEST(FluviaSrc, TellsItsSizeWhenItIsKnownAfterTheStart) {
   std::atomic<bool> goOn{false};
   FaultServer server;
@@ -693,8 +695,8 @@ TEST(FluviaSrc, BufferingMessagesEndAtAHundred) {
   EXPECT_EQ(last, 100);
 }
 
-// Plays as applications do that listen: paused while less than 100 is told. Returns how often it
-// was.
+// Plays as applications do that obey buffering messages: paused below 100. Returns how often it was
+// paused.
 int pausesOf(Pipeline* pipeline) {
   constexpr GstMessageType kEnds = static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR);
   int pauses = 0;
@@ -719,7 +721,7 @@ int pausesOf(Pipeline* pipeline) {
   return pauses;
 }
 
-// At its end the buffer of a stream runs low for good.
+// At a stream's end its buffer stays low.
 TEST(FluviaSrc, BufferingOfAStreamWithoutALengthEndsWithIt) {
   FaultServer server;
   server.on("/live", support::serveChunked(3000000));

@@ -1,7 +1,7 @@
 // Decodes a URI with GStreamer and prints a checksum of every frame.
 //
-// A line is the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
-// first, then sound. What --timing and --paced measure goes to standard error.
+// A line has the stream's kind, the frame's time in nanoseconds and the MD5 of its bytes; pictures
+// first, then sound. The results of --timing and --paced go to standard error.
 #include <gst/gst.h>
 
 #include <cstdio>
@@ -31,15 +31,15 @@ struct Options {
 
 Options options;
 
-// One decoded stream: its sink, and the lines of its frames when all are wanted.
+// One decoded stream: its sink, and the lines of its frames if all of them are needed.
 struct Stream {
   explicit Stream(const char* of) : kind(of) {}
 
   std::string kind;
   GstElement* sink = nullptr;
   std::vector<std::string> lines;
-  // Of the clock over the frames' times, in microseconds: that of the most punctual frame, and how
-  // much more the latest one had.
+  // The clock minus the frames' times, in microseconds: of the most punctual frame, and how much
+  // more it was for the latest one.
   gint64 ahead = G_MAXINT64;
   gint64 late = 0;
 };
@@ -82,8 +82,8 @@ GstElement* makeSink(Player* player, Stream* stream) {
   return sink;
 }
 
-// A sink for the first stream of each kind, and for what follows it when an adaptive stream has
-// changed its rate; another stream beside it is thrown away.
+// A sink for the first stream of each kind, and for its successor when an adaptive stream has
+// changed its rate; other streams are discarded.
 void onPad(GstElement*, GstPad* pad, gpointer data) {
   Player* player = static_cast<Player*>(data);
   GstCaps* caps = gst_pad_get_current_caps(pad);
@@ -112,8 +112,8 @@ void onSource(GstElement*, GstElement* source, gpointer) {
   if (options.push) g_object_set(source, "startup-wait", 0, nullptr);
 }
 
-// The peer's, also for what a playlist names: what it costs to look at certificates is not measured
-// here, only that it is encrypted.
+// For the peer, also for the resources of a playlist: the measurement includes encryption, but not
+// the check of certificates.
 void onElement(GstBin*, GstBin*, GstElement* element, gpointer) {
   if (!options.authorities.empty() &&
       g_object_class_find_property(G_OBJECT_GET_CLASS(element), "ssl-strict") != nullptr) {
@@ -121,7 +121,7 @@ void onElement(GstBin*, GstBin*, GstElement* element, gpointer) {
   }
 }
 
-// Says what our element tells of an outage, as the other players do.
+// Prints our element's messages about an outage, as the other players do.
 void tellOutage(GstMessage* message) {
   const GstStructure* told = gst_message_get_structure(message);
   if (told == nullptr || !gst_structure_has_name(told, "fluviasrc-outage")) return;
@@ -136,7 +136,7 @@ void tellOutage(GstMessage* message) {
   }
 }
 
-// Waits for one of these messages. False, with the error told, when there is none.
+// Waits for one of these messages. Returns false, and prints the error, if there is none.
 bool waitFor(const Player& player, GstMessageType types) {
   GstBus* bus = gst_element_get_bus(player.pipeline);
   GstMessage* message = nullptr;

@@ -1,4 +1,4 @@
-// What the element makes of the first bytes of a resource.
+// The element's decision about the first bytes of a resource.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,7 +17,7 @@ std::string box(const std::string& type, const std::string& body) {
   return number(8 + body.size(), 4) + type + body;
 }
 
-// The header of a box whose body is not there yet.
+// The header of a box whose body has not arrived.
 std::string beginning(const std::string& type, unsigned int size) { return number(size, 4) + type; }
 
 const std::string kType = box("ftyp", "isom" + std::string(20, '\0'));
@@ -76,7 +76,7 @@ TEST(Head, MovieWithItsIndexInFrontIsIndexed) {
          Medium::kIndexed);
 }
 
-// The table of samples is large: it need not be read to its end.
+// The table of samples is large: it is not necessary to read it to its end.
 TEST(Head, MovieWithALongTrackIsIndexed) {
   expect(kType + beginning("moov", 500000) + box("mvhd", std::string(100, 'h')) +
              beginning("trak", 400000) + std::string(100, 't'),
@@ -117,7 +117,7 @@ TEST(Head, AnythingElseIsPulled) {
   expect("ID3" + std::string(4093, '\0'), Medium::kOther);
 }
 
-// A box of no size, or one that ends before its header does, is no movie.
+// A box without a size, or one that ends before its header does, is no movie.
 TEST(Head, BrokenBoxesLeaveNothingToWaitFor) {
   expect(kType + number(0, 4) + "moov" + std::string(100, '\0'), Medium::kOther);
   expect(kType + box("moov", number(4, 4) + "trak" + std::string(100, '\0')), Medium::kOther);

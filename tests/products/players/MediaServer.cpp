@@ -1,8 +1,7 @@
 // Serves the files of a folder on loopback, with faults, until its standard input ends.
 //
 // Prints its address, and with --tls on a second line the file of its certificate. At the end it
-// prints for each file that was requested: requests, bytes of body, name (with the folders below
-// FOLDER).
+// prints for each requested file: requests, bytes of body, name (with the folders below FOLDER).
 #include <unistd.h>
 
 #include <cstdio>
@@ -19,7 +18,7 @@
 
 namespace {
 
-// Files of the folder and those below, named from there.
+// Files of the folder and its subfolders, with their relative names.
 std::vector<std::string> filesIn(const std::string& folder) {
   namespace fs = std::filesystem;
   std::vector<std::string> names;

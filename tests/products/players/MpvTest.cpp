@@ -1,4 +1,4 @@
-// The streams for libmpv: what a viewer who stops does not see in frames.
+// The streams for libmpv: stopping, which does not show in frames.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -38,7 +38,7 @@ class Player {
   Player(const Player&) = delete;
   Player& operator=(const Player&) = delete;
 
-  // Stops and waits for the end of the file. The seconds that took.
+  // Stops and waits for the end of the file. Returns the seconds.
   double stop() {
     const auto begin = Clock::now();
     EXPECT_EQ(mpv_command_string(player, "stop"), 0);
@@ -46,7 +46,7 @@ class Player {
     return std::chrono::duration<double>(Clock::now() - begin).count();
   }
 
-  // How the file ended: a reason of mpv; -1 when it did not.
+  // Returns how the file ended: a reason of mpv; -1 if it did not.
   int waitForEnd() {
     const auto until = Clock::now() + support::patienceOf(30);
     while (Clock::now() < until) {
@@ -74,7 +74,7 @@ TEST(FluviaMpv, StopEndsTheWaitForASilentServer) {
   EXPECT_LT(player.stop(), support::patience(5));
 }
 
-// The stream would try again for eight seconds more.
+// The stream would retry for eight seconds more.
 TEST(FluviaMpv, StopEndsTheWaitForAServerThatIsAway) {
   Player player("http://127.0.0.1:" + std::to_string(support::closedPort()) + "/film");
   ASSERT_TRUE(support::eventually([&] { return player.notices >= 4; })) << "a pause of two seconds";
@@ -88,8 +88,8 @@ TEST(FluviaMpv, MissingFileIsAnErrorAtOnce) {
   EXPECT_EQ(server.requestCount("/missing"), 1);
 }
 
-// mpv's demuxer for HLS would have FFmpeg open what the playlist names; without it mpv takes the
-// playlist for a list of films, and asks the streams for those.
+// mpv's demuxer for HLS would let FFmpeg open the resources of the playlist. Without it mpv treats
+// the playlist as a list of films, and opens those through the streams.
 TEST(FluviaMpv, HlsIsAListOfItsPiecesAndNobodyElseAsks) {
   support::FaultServer server;
   const std::string playlist =

@@ -1,5 +1,5 @@
-// What a demuxer opens through the adapter for FFmpeg beside the first resource, asked for as the
-// HLS demuxer does.
+// The resources that a demuxer opens through the adapter for FFmpeg beside the first one, opened as
+// the HLS demuxer does.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -29,7 +29,7 @@ using support::FaultServer;
 
 constexpr int kSize = 300000;
 
-// Half a second of silence, which a demuxer can be opened on.
+// Half a second of silence, enough to open a demuxer.
 std::string sound() {
   const auto number = [](unsigned int value, int bytes) {
     std::string text;
@@ -79,7 +79,7 @@ class Nested {
     return context;
   }
   void close(AVIOContext* context) { EXPECT_EQ(format->io_close2(format, context), 0); }
-  // The whole of it.
+  // Returns the whole resource.
   std::string fetch(const std::string& address, const Options& asked = {}) {
     AVIOContext* context = nullptr;
     if (ask(&context, address, asked) < 0) return "not opened";
@@ -132,7 +132,7 @@ TEST(FluviaNested, RangeIsCutOutAndItsFirstByteIsByteZero) {
   nested.close(range);
 }
 
-// They follow each other in the buffer of one connection.
+// Ranges follow each other in the buffer of one connection.
 TEST(FluviaNested, RangesOfOneResourceShareARequest) {
   FaultServer server;
   server.on("/film.ts", support::serveRanges(kSize));
@@ -168,7 +168,7 @@ const Nested::Options kSecret = {{"key", "30313233343536373839616263646566"},
 TEST(FluviaNested, DecryptsWhatItIsAskedToDecrypt) {
   FaultServer server;
   Nested nested(server);
-  // Around whole blocks, and around the pieces that are decrypted at once.
+  // Around whole blocks, and around the size of one decryption.
   for (const int bytes : {0, 1, 15, 16, 17, 32752, 32767, 32768, 32769, 300000}) {
     const auto size = static_cast<size_t>(bytes);
     const std::string text = support::pattern(0, size);
@@ -268,7 +268,7 @@ TEST(FluviaNested, DataInTheAddressIsLeftToFFmpeg) {
   EXPECT_EQ(nested.fetch("data:text/plain;base64,a2V5"), "key");
 }
 
-// Of servers that share a name one may not have yet what its neighbour has announced.
+// Of servers that share a name, one may not have a piece yet that another has announced.
 TEST(FluviaNested, MissingPieceIsAskedForOnceMore) {
   FaultServer server;
   server.on("/late.ts", support::inTurn({support::answerStatus(404), support::serveRanges(kSize)}));
@@ -295,7 +295,7 @@ TEST(FluviaNested, SameAddressIsLoadedAnew) {
   nested.close(open);
 }
 
-// Sends half of a large resource, and the rest when it is told.
+// Sends half of a large resource, and the rest on request.
 class HalfFirst {
  public:
   static constexpr int kLarge = 4000000;
@@ -331,7 +331,7 @@ TEST(FluviaNested, NextPieceConnectsWhenThePresentOneHasAlmostArrived) {
   constexpr int kRead = HalfFirst::kLarge / 4;
   std::vector<unsigned char> bytes(kRead);
   ASSERT_EQ(avio_read(one, bytes.data(), kRead), kRead);
-  // The lowest free handle tells how many are open.
+  // The lowest free handle shows how many are open.
   int third = 0;
   ASSERT_EQ(x_fluvia_file_open("/third", &third), FVFR_OK);
   EXPECT_EQ(third, 3) << "the present piece has the line for itself";
@@ -381,7 +381,7 @@ TEST(FluviaNested, AbortEndsReadsAndOpens) {
   EXPECT_EQ(fluvia_avio_missing(nested.source), 0) << "nothing is missing that was not wanted";
 }
 
-// Its demuxer would fetch the pieces by FFmpeg's own means.
+// Its demuxer would fetch the pieces with FFmpeg's own protocols.
 TEST(FluviaNested, DashIsRefused) {
   FaultServer server;
   server.on("/film.mpd",
@@ -397,7 +397,7 @@ TEST(FluviaNested, DashIsRefused) {
   fluvia_avio_close(&source);
 }
 
-// One second of a server that restarts: between two pieces, and in the middle of one.
+// A server restarts within one second: between two pieces, and in the middle of one.
 TEST(FluviaNested, ServerThatRestartsCostsNoByte) {
   FaultServer server;
   server.on("/one.ts",

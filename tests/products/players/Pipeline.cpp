@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-// GStreamer and its elements keep memory until the process ends. The leaks of what is ours are
-// looked for by the tests of the reader, which need none of them.
+// GStreamer and its elements keep memory until the process ends. The tests of the reader, which
+// need none of them, look for our leaks.
 extern "C" int __lsan_is_turned_off();
 extern "C" __attribute__((visibility("default"), used)) int __lsan_is_turned_off() { return 1; }
 
@@ -13,7 +13,7 @@ namespace {
 
 void loadOnce() {
   static const bool loaded = [] {
-    // The list of elements of the person who tests stays as it is.
+    // The user's own list of elements must not change.
     setenv("GST_REGISTRY", FLUVIA_REGISTRY, 0);
     gst_init(nullptr, nullptr);
     GError* error = nullptr;

@@ -1,4 +1,4 @@
-// Players as people use them: scrubbing, two at a time.
+// Players in typical use: scrubbing, two at a time.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -20,7 +20,7 @@ using support::FaultServer;
 
 std::string medium(const std::string& name) { return std::string(FLUVIA_MEDIA) + "/" + name; }
 
-// Shows pictures and plays sound in real time, to nobody.
+// Plays pictures and sound in real time, without output.
 std::string player(const std::string& url, const std::string& more = "") {
   return "uridecodebin uri=fluvia+" + url +
          " name=decoder ! fakesink name=picture sync=true decoder. ! fakesink sync=true " + more;
@@ -35,7 +35,7 @@ void scrub(const std::string& url, unsigned int seed) {
   ASSERT_TRUE(pipeline->waitFor(GST_MESSAGE_ASYNC_DONE)) << pipeline->error();
   watchdog.at("pausing");
   pipeline->set(GST_STATE_PAUSED);
-  // What is tested: the connection is left alone that long.
+  // The test itself: the connection is left alone that long.
   std::this_thread::sleep_for(std::chrono::seconds(5));
   const gint64 length = pipeline->duration();
   ASSERT_GT(length, 0);
@@ -43,7 +43,7 @@ void scrub(const std::string& url, unsigned int seed) {
     watchdog.at("scrubbing, seek " + std::to_string(i));
     const gint64 to = static_cast<gint64>(random() % 1000) * (length / 1000);
     EXPECT_TRUE(pipeline->seek(to, GST_SEEK_FLAG_KEY_UNIT));
-    // Now and then the viewer lets a picture come.
+    // Sometimes the viewer waits for a picture.
     if (random() % 5 == 0) {
       ASSERT_EQ(gst_element_get_state(pipeline->element(), nullptr, nullptr, 60 * GST_SECOND),
                 GST_STATE_CHANGE_SUCCESS);
@@ -73,8 +73,8 @@ TEST(Playing, ScrubbedFileNeverHangs) {
   scrub("file://" + medium("film.mp4"), seed);
 }
 
-// Their buffers hold two fifths of the film: what one has read is gone when the other lags far
-// behind.
+// Their buffers hold two fifths of the film: if one lags far behind, the bytes that the other has
+// read are gone.
 void playTogether(const std::string& name, long long size) {
   FaultServer server;
   server.on("/" + name, support::serveFile(medium(name)));
@@ -93,7 +93,7 @@ void playTogether(const std::string& name, long long size) {
   second.set(GST_STATE_PLAYING);
   EXPECT_TRUE(first.waitFor(GST_MESSAGE_EOS, 90)) << first.error();
   EXPECT_TRUE(second.waitFor(GST_MESSAGE_EOS, 90)) << second.error();
-  // At the far end of the link: what the server's own socket still held was never sent.
+  // Counted at the far end of the link: bytes left in the server's own socket were never sent.
   const long long sent = link.bytesDown();
   ::testing::Test::RecordProperty("sent", static_cast<int>(sent));
   ::testing::Test::RecordProperty("requests", server.requestCount("/" + name));

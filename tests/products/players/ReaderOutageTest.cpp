@@ -1,5 +1,5 @@
-// The element's reader while its server is away. The rules are those of examples/reopen, which has
-// tests of its own; here is what the reader makes of them.
+// The element's reader while its server is away. examples/reopen has the rules and its own tests;
+// these test how the reader applies them.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,11 +24,11 @@ using support::FaultServer;
 using Outcome = SourceReader::Outcome;
 
 constexpr int kLong = 30000;
-// More than sockets and buffers take: a server that goes cannot have sent all of it.
+// More than sockets and buffers take: a server that goes away cannot have sent all of it.
 constexpr long long kSize = 16000000;
 constexpr long long kStep = 65536;
 
-// A server that goes away and comes back, at one address.
+// A server that goes away and comes back at the same address.
 class Comes {
  public:
   explicit Comes(Behaviour behaviour) : server_(new FaultServer), port_(server_->port()) {
@@ -48,7 +48,7 @@ class Comes {
   const int port_;
 };
 
-// What a reader has told of outages.
+// The outage reports of a reader.
 class Told {
  public:
   SourceReader::OutageObserver observer() {
@@ -73,7 +73,7 @@ class Told {
   std::vector<SourceOutage> all_;
 };
 
-// Reads [from, to) in steps and compares; what the last read gave.
+// Reads [from, to) in steps and compares. Returns the result of the last read.
 Outcome readOn(SourceReader& reader, long long from, long long to) {
   for (long long at = from; at < to; at += kStep) {
     SourceReader::Piece piece;
@@ -173,7 +173,7 @@ TEST(SourceOutage, EndsWhenItsSecondsAreOver) {
   EXPECT_NE(reader.explanation().find("refuses"), std::string::npos) << reader.explanation();
 }
 
-// Bytes of another resource must never be passed off as those.
+// Bytes of another resource must never be returned as those of the first.
 TEST(SourceOutage, ChangedResourceIsAnErrorForGood) {
   const std::string video = "Content-Type: video/mp4\r\n";
   const std::string page = "Content-Type: text/html\r\n";
@@ -195,7 +195,7 @@ TEST(SourceOutage, ChangedResourceIsAnErrorForGood) {
   }
 }
 
-// The quickest of a few: the machine may be busy.
+// Takes the fastest of a few: the machine may be busy.
 TEST(SourceOutage, InterruptEndsTheWaitWithin50Milliseconds) {
   double best = 1e9;
   for (int i = 0; i < 5 && best >= 0.05; ++i) {
@@ -235,7 +235,7 @@ TEST(SourceOutage, ReaderGoesWhileItWaits) {
   EXPECT_EQ(readOn(next, 0, kSize), Outcome::kDone);
 }
 
-// More than the library would skip by itself.
+// More than the library would skip.
 TEST(SourceOutage, StreamThatCannotSeekGoesOnToo) {
   FaultServer server;
   server.on("/live", support::inTurn({support::cutChunk(kSize, 2500000), support::answerStatus(503),
@@ -246,7 +246,7 @@ TEST(SourceOutage, StreamThatCannotSeekGoesOnToo) {
   EXPECT_GE(told.all().size(), 2u);
 }
 
-// A failed stream that another reader keeps open is shared by whoever opens its name.
+// A failed stream that another reader keeps open is shared by every open of its name.
 TEST(SourceOutage, ReadersOfOneNameComeBackTogether) {
   Comes comes(support::serveRanges(kSize));
   Told told;

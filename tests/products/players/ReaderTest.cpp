@@ -19,7 +19,7 @@
 #include "util/PausePoint.h"
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// The points of the element's reader are held as those of the library are.
+// The pause points of the element's reader are held like those of the library.
 extern "C" void fluvia_src_pause_point(const char* name) { util::pausePoint(name); }
 #endif
 
@@ -81,7 +81,7 @@ TEST(SourceReader, EmptyFileEndsAtOnce) {
   EXPECT_EQ(reader.read(0, 100, &piece), Outcome::kEnd);
 }
 
-// Of a block that is not full yet, which whoever wants all of it would wait for.
+// Of a block that is not full yet; a read of the whole block would wait for it.
 TEST(SourceReader, ReadsWhatHasArrived) {
   FaultServer server;
   server.on("/stalls", support::stallAfter(1000000, 20000));
@@ -109,7 +109,7 @@ TEST(SourceReader, KnowsWhatTheMediumIs) {
   EXPECT_EQ(static_cast<int>(film.waitForFacts(kLong).medium), static_cast<int>(Medium::kOther));
 }
 
-// The second reader would share what the first one holds.
+// Otherwise the second reader would share the first one's buffer.
 TEST(SourceReader, ReleasedReaderLetsTheNextOneAskTheServer) {
   FaultServer server;
   server.on("/list", support::serveRanges(3000));
@@ -124,7 +124,7 @@ TEST(SourceReader, ReleasedReaderLetsTheNextOneAskTheServer) {
   EXPECT_FALSE(first.isReleased());
 }
 
-// Left alone, the read would fail by the library's own time limit.
+// Without the interrupt the read would fail after the library's own time limit.
 TEST(SourceReader, InterruptEndsAReadThatWaits) {
   FaultServer server;
   server.on("/stalls", support::stallAfter(1000000, 100000));
@@ -243,8 +243,8 @@ TEST(SourceReader, SettingsReachTheServer) {
   EXPECT_EQ(server.requests("/film").at(0).header("Cookie"), "a=b");
 }
 
-// Opening a name again while its last handle is being closed waits inside the library, so the
-// second reader waits for the first one's end on a thread of its own.
+// Reopening a name while its last handle is being closed waits inside the library. So the second
+// reader waits for the first one's end on a thread of its own.
 TEST(SourceReader, NameIsOpenedAgainAfterItWasClosed) {
   FaultServer server;
   server.on("/film", support::inTurn({support::staySilent(), support::serveRanges(100000)}));
@@ -256,7 +256,7 @@ TEST(SourceReader, NameIsOpenedAgainAfterItWasClosed) {
 }
 
 #if defined(FLUVIA_PAUSE_POINTS)
-// A player that is stopped before its source could open it starts again.
+// A player that was stopped before its source could open the name starts again.
 TEST(SourceReader, ReaderThatLeftBeforeItOpenedIsNotWaitedFor) {
   FaultServer server;
   server.on("/film", support::serveRanges(100000));
@@ -301,7 +301,7 @@ TEST(SourceReader, LevelsTellWhatIsHeld) {
   EXPECT_EQ(reader.levels().wanted, 499000);
 }
 
-// What is left of a stream whose length nobody said is known once all of it has arrived.
+// The rest of a stream of unknown length is known once all of it has arrived.
 TEST(SourceReader, LevelsEndWithAStreamWithoutALength) {
   FaultServer server;
   server.on("/live", support::serveChunked(500000));

@@ -1,7 +1,7 @@
 // A long, slow link as a program.
 //
-// Prints the port of 127.0.0.1 that leads to PORT, and at the end of standard input the connections
-// and bytes that came down. A number on standard input is its rate from then on.
+// Prints the port of 127.0.0.1 that leads to PORT. At the end of standard input it prints the
+// connections and bytes that came down. A number on standard input is its rate from then on.
 #include <cstdio>
 #include <cstdlib>
 

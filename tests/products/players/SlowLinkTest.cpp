@@ -1,4 +1,4 @@
-// The link that stands for a long way to the server.
+// The link that simulates a long way to the server.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,4 +1,4 @@
-// The threads that the element's readers run on.
+// The threads of the element's readers.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-// The thread that did a piece of work; the kernel gives no number twice so soon.
+// Returns the thread that did a piece of work; the kernel does not reuse a number so early.
 pid_t doneBy() {
   auto done = std::make_shared<std::promise<pid_t>>();
   std::future<pid_t> id = done->get_future();
@@ -21,7 +21,7 @@ pid_t doneBy() {
   return id.get();
 }
 
-// One that has just done its work may not be ready for the next; the others then are.
+// A thread that has just done its work may not be ready for the next; then another one is.
 TEST(SourceThreads, WorkOneAfterTheOtherTakesNoThreadEach) {
   std::set<pid_t> used;
   for (int i = 0; i < 300; ++i) used.insert(doneBy());

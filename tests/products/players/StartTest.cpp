@@ -1,4 +1,4 @@
-// What a start and a seek of a player cost: requests, which on a long link are most of the time.
+// The cost of a player's start and seek: requests, which on a long link take most of the time.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -88,16 +88,16 @@ TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
   }
 }
 
-// Pushed, a Matroska file starts without its index, and the first seek fetches it. That of an MP4
-// file has to be there: in front, or fetched from the end.
-// A seek may have to fill a gap before what is held.
+// Pushed, a Matroska file starts without its index, and the first seek fetches it. An MP4 file
+// needs its index: in front, or fetched from the end.
+// A seek may have to fill a gap before the buffered bytes.
 INSTANTIATE_TEST_SUITE_P(Media, FarStart,
                          ::testing::Values(Cost{"film.mkv", 524288, 1, 3, 2},
                                            Cost{"front.mp4", 524288, 1, 2, 2},
                                            Cost{"film.mp4", 524288, 3, 2, 2}));
 
-// Its demuxer looks at the next fragment before it takes the pictures of one, and the sound, which
-// stands behind all of them. Going there and back by requests took six.
+// Its demuxer reads the next fragment before it takes the pictures of one, and the sound, which is
+// stored after all of them. Seeking there and back took six requests.
 TEST(FarFragments, SeekIsOneRequest) {
   FarMedium medium("fragmented.mp4");
   Player player(medium.url(), 1048576);
@@ -108,7 +108,7 @@ TEST(FarFragments, SeekIsOneRequest) {
   EXPECT_LE(medium.requests() - before, 2) << medium.asked();
 }
 
-// Whether a pipeline accepts to play a medium backwards.
+// Returns whether a pipeline agrees to play a medium backwards.
 bool playsBackwards(const std::string& url, const char* access) {
   Pipeline pipeline("uridecodebin uri=fluvia+" + url + " name=decoder ! fakesink");
   const auto setAccess = +[](GstElement*, GstElement* source, const char* value) {
@@ -123,7 +123,7 @@ bool playsBackwards(const std::string& url, const char* access) {
          pipeline.waitFor(GST_MESSAGE_ASYNC_DONE);
 }
 
-// What docs/players.md tells those who want it.
+// As docs/players.md says.
 TEST(Backwards, NeedsToBePulled) {
   for (const char* const name : {"film.mp4", "film.mkv"}) {
     SCOPED_TRACE(name);
@@ -156,7 +156,7 @@ bool offersPull(const std::string& location, const std::string& more) {
   return pulled;
 }
 
-// Whatever seeks less exactly when it is pushed, or not at all, is pulled.
+// Media that seek less exactly if they are pushed, or not at all, are pulled.
 TEST_P(Access, FollowsTheMedium) {
   const std::string name = GetParam().name;
   const std::string file = std::string(FLUVIA_MEDIA) + "/" + name;

@@ -21,7 +21,7 @@ name=$2
 here=$(dirname "$(realpath "$0")")
 media=${FLUVIA_MEDIA:-$build/media}/hls
 agent=fluvia-players/1
-# GStreamer keeps a list of its elements; that of the person who tests stays as it is.
+# GStreamer keeps a list of its elements; the user's own list must not change.
 export GST_REGISTRY=$build/gst-registry.bin
 # The libraries of players keep memory until the process ends.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
@@ -59,7 +59,7 @@ fail() {
 # shellcheck source=/dev/null
 . "$here/served.sh"
 
-# serve_with_faults [options of media-server]: the folder of all kinds, at $root.
+# serve_with_faults [options of media-server]: serves the folder of all kinds at $root.
 serve_with_faults() {
   mkfifo input address
   "$build/tests/products/players/media-server" "$@" "$media" <input >address 2>server.log &
@@ -73,7 +73,7 @@ frames() {
   "$build/tests/products/players/gst-frames" "$@"
 }
 
-# ours URI: what GStreamer decodes of a name of the library, into the file got.
+# ours URI: writes the frames that GStreamer decodes from a name of the library to the file got.
 ours() {
   frames --plugin "$build/plugins/gstreamer/libgstfluvia.so" ${ca:+--ca "$ca"} \
     --user-agent "$agent" "fluvia+$1" >got 2>errors || fail "$1: $(tail -5 errors)"
@@ -87,13 +87,13 @@ playlist_of() {
   esac
 }
 
-# local_frames PLAYLIST: what GStreamer decodes of the files themselves, into the file expected.
+# local_frames PLAYLIST: writes the frames that GStreamer decodes from the local files to the file expected.
 local_frames() {
   frames "file://$media/$1" >expected 2>errors || fail "$1 from the files: $(tail -5 errors)"
   [ "$(grep -c '^video ' expected)" -ge 500 ] || fail "$1 has not 500 pictures but $(grep -c '^video ' expected)"
 }
 
-# same_frames KIND: what comes over $root is what comes from the files.
+# same_frames KIND: the frames over $root must equal those from the files.
 same_frames() {
   local list
   list=$(playlist_of "$1")
@@ -145,7 +145,8 @@ restart() {
   check_agents 11
 }
 
-# lengthen RATE: a link of that many bytes a second leads to the server; another rate is written to 5.
+# lengthen RATE: puts a link of that many bytes a second before the server; write another rate to 5 to change
+# it.
 lengthen() {
   local port
   mkfifo link-input link-port
@@ -156,12 +157,12 @@ lengthen() {
   root=http://127.0.0.1:$port/
 }
 
-# So many pieces of pictures were asked for; the server notes one when it has been sent.
+# True if so many pieces of pictures were served; the server logs a piece after sending it.
 has_given() {
   [ "$(grep -c 'rate[0-9]-[0-9]*\.ts' nginx/access.log)" -ge "$1" ]
 }
 
-# Of the log, which rate each piece had.
+# Prints the rate of each piece in the log.
 rates_of_log() {
   sed -n 's|.*/rate\([0-9]\)-\([0-9]*\)\.ts .*|\1 \2|p' nginx/access.log
 }
@@ -184,7 +185,7 @@ rates() {
   wait "$player" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
   [ "$(grep -c '^video ' got)" -eq "$(wc -l <expected.0)" ] || fail "$(grep -c '^video ' got) pictures"
-  # Each picture is there at its time, as one of the rates has it.
+  # Each picture must appear at its time, as in one of the rates.
   paste -d ' ' expected.0 expected.1 expected.2 <(grep '^video ' got) >all
   awk '$2 != $11 || ($12 != $3 && $12 != $6 && $12 != $9) { bad = 1; print "picture " NR ": " $0 }
     END { exit bad }' all >wrong || fail "$(head -3 wrong)"
@@ -193,8 +194,8 @@ rates() {
   check_agents 12
 }
 
-# live PIECES [options of live_hls.py]: plays a live stream to its end. The pictures are those of the
-# film, of so many pieces at least, but for the last piece: the demuxer of GStreamer leaves that out.
+# live PIECES [options of live_hls.py]: plays a live stream to its end. The pictures must be those of the
+# film, of at least so many pieces, except for the last piece, which the demuxer of GStreamer leaves out.
 live() {
   local pieces=$1
   shift
@@ -225,7 +226,7 @@ test=${name#gst_adaptive_}
 case $test in
   https | drops | faults | restart | rates | absolute) "$test" ;;
   live) live 3 --first 5 ;;
-  # 40 seconds, of a window of 6.
+  # 40 seconds, with a window of 6.
   live_long) live 18 --rounds 2 ;;
   *) kind "$test" ;;
 esac

@@ -1,8 +1,8 @@
 #!/bin/bash
-# Makes the media files of the player tests, 20 seconds each, in the folder given.
+# Makes the media files of the player tests, 20 seconds each, in the given folder.
 #
-# The same on every machine of one FFmpeg version: a moving test picture and a tone, coded bit-exact.
-# One coded stream is put into all containers that take it.
+# They are the same on every machine with one FFmpeg version: a moving test picture and a tone, coded
+# bit-exact. One coded stream is put into all containers that accept it.
 set -euo pipefail
 out=$1
 mkdir -p "$out"

@@ -18,7 +18,7 @@ hls_run() {
   ffmpeg -nostdin -hide_banner -loglevel error -y "$@"
 }
 
-# What all HLS has: whole, pieces of two seconds, cut at the key pictures that the film has there.
+# Options of all HLS: whole, pieces of two seconds, cut at the film's key pictures.
 hls_options=(-f hls -hls_time 2 -hls_list_size 0 -hls_playlist_type vod)
 
 make_hls_ts() {
@@ -45,7 +45,7 @@ make_hls_fmp4_bytes() {
     -hls_segment_filename "$2/fmp4bytes/film.mp4" "$2/fmp4bytes/film.m3u8"
 }
 
-# The key has the name of a medium: FFmpeg opens no other beside a local playlist.
+# The key is named like a medium: FFmpeg opens no other name beside a local playlist.
 make_hls_aes() {
   mkdir -p "$2/aes"
   printf '0123456789abcdef' >"$2/aes/key.ts"

@@ -3,11 +3,11 @@
 
     live_hls.py PLAYLIST FOLDER [--window PIECES] [--first PIECE] [--rounds N]
 
-The pieces of PLAYLIST (HLS of MPEG-TS, named relatively) come into FOLDER one by one, each when the
-one before it has lasted; live.m3u8 there names the last ones, three by default. A piece that leaves
-the playlist is deleted. It begins with a full window from piece number --first on, tells so by the
-line "live", and ends after the last piece of the last round with #EXT-X-ENDLIST. The rounds after
-the first begin with a discontinuity, as after an advertisement.
+Writes the pieces of PLAYLIST (HLS of MPEG-TS, with relative names) to FOLDER one by one, each after the
+duration of the previous one. live.m3u8 there lists the last ones, three by default. A piece that leaves the
+playlist is deleted. It begins with a full window from piece number --first on, prints the line "live" then,
+and ends after the last piece of the last round with #EXT-X-ENDLIST. Later rounds begin with a discontinuity,
+as after an advertisement.
 """
 import argparse
 import os
@@ -18,7 +18,7 @@ from pathlib import Path
 
 
 def pieces_of(playlist):
-    """Its pieces in order, each as seconds and file."""
+    """The pieces of a playlist in order, each as seconds and file."""
     pieces, seconds = [], 0.0
     for line in playlist.read_text(encoding="utf-8").splitlines():
         if line.startswith("#EXTINF:"):
@@ -29,7 +29,7 @@ def pieces_of(playlist):
 
 
 class Live:
-    """What stands in the folder now."""
+    """The current contents of the folder."""
 
     def __init__(self, folder, window):
         self.folder = folder

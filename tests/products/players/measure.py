@@ -36,7 +36,7 @@ FIELDS = ["file", "round_trip_ms", "way", "first_ms", "seek_ms", "seek_worst_ms"
 
 
 def ways(build, file):
-    """Who plays a file, and how. HLS through FFmpeg is measured elsewhere."""
+    """The players of a file, with their commands. HLS through FFmpeg is measured elsewhere."""
     frames = [build + "/examples/ffmpeg/frames"]
     gst = [build + "/tests/products/players/gst-frames"]
     plugin = ["--plugin", build + "/plugins/gstreamer/libgstfluvia.so"]
@@ -48,7 +48,7 @@ def ways(build, file):
 
 
 class Link:
-    """A slow link for one run of a player; counts what came through."""
+    """A slow link for one run of a player; counts requests and bytes."""
 
     def __init__(self, build, port, round_trip, log):
         self.log = log
@@ -63,7 +63,7 @@ class Link:
             return sum(1 for _ in file)
 
     def end(self):
-        """Requests made and bytes sent. The server notes a request when it has ended."""
+        """Returns requests made and bytes sent. The server logs a request when it has ended."""
         return self.end_with_connections()[:2]
 
     def end_with_connections(self):
@@ -79,7 +79,7 @@ class Link:
 
 
 def play(build, port, log, round_trip, command, prefix, file, seeks):
-    """None for a player that does not play it to the end: some refuse to seek in some media."""
+    """Returns None for a player that does not play it to the end: some refuse to seek in some media."""
     link = Link(build, port, round_trip, log)
     url = f"{prefix}http://127.0.0.1:{link.port}/{file}"
     options = ["--timing", "--seeks", str(seeks), "--seed", SEED]
@@ -112,7 +112,7 @@ def summary(file, round_trip, name, starts, seeks):
 
 
 def run(build, port, log, files):
-    """The ways take turns, so that whatever else the machine does meets all of them."""
+    """The ways take turns, so that other load of the machine affects all of them."""
     print(f"# {measured_at()}")
     out = csv.DictWriter(sys.stdout, FIELDS)
     out.writeheader()
@@ -134,7 +134,7 @@ def rows_of(path):
 
 
 def origin_of(path):
-    """Which commit the figures were measured at, as its first line says."""
+    """Returns the commit of the figures, from its first line."""
     with open(path, encoding="utf-8") as file:
         return file.readline().lstrip("# ").strip()
 

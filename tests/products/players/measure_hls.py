@@ -29,9 +29,9 @@ ROUND_TRIPS = (0, 20, 100)
 
 
 def ways(build, authority):
-    """Who plays, by what, and with what in front of the address."""
+    """The players, each with its source and the prefix of its address."""
     frames = [build + "/examples/ffmpeg/frames"]
-    # Whether a certificate is checked costs little; souphttpsrc cannot be told by what for the pieces.
+    # A check of the certificate costs little; souphttpsrc cannot be given an authority for the pieces.
     gst = [build + "/tests/products/players/gst-frames", "--ca", authority]
     plugin = ["--plugin", build + "/plugins/gstreamer/libgstfluvia.so"]
     return (("FFmpeg, libfluviafs", frames, ""), ("FFmpeg, its own http", frames + ["--plain"], ""),
@@ -43,7 +43,7 @@ FIELDS = ["scheme", "round_trip_ms", "way", "first_ms", "seek_ms", "seek_worst_m
 
 
 class Case:
-    """A scheme, a round trip and a way, with what each of its runs gave."""
+    """A scheme, a round trip and a way, with the results of its runs."""
 
     def __init__(self, scheme, port, round_trip, way):
         self.scheme, self.port, self.round_trip = scheme, port, round_trip
@@ -51,7 +51,7 @@ class Case:
         self.seen = {field: [] for field in FIELDS}
 
     def play(self, build, log, name, options):
-        """What the player says, its requests, connections and bytes."""
+        """Returns the player's figures, its requests, connections and bytes."""
         link = Link(build, self.port, self.round_trip, log)
         url = f"{self.prefix}{self.scheme}://127.0.0.1:{link.port}/{name}"
         command = [*self.command, *options, url]
@@ -99,7 +99,7 @@ def run(build, ports, log, name, authority, rounds):
     out.writeheader()
     for (scheme, port), round_trip in itertools.product(ports.items(), ROUND_TRIPS):
         cases = [Case(scheme, port, round_trip, way) for way in ways(build, authority)]
-        # The ways take turns, so that whatever else the machine does meets both.
+        # The ways take turns, so that other load of the machine affects both.
         for case in cases * rounds:
             case.measure(build, log, name)
         for case in cases:

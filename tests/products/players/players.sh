@@ -25,7 +25,7 @@ everything="$films sound.mp3 sound.flac"
 adaptive="ts fmp4 bytes fmp4bytes aes rates"
 agent=fluvia-players/1
 seed=${FLUVIA_SEED:-$RANDOM}
-# GStreamer keeps a list of its elements; that of the person who tests stays as it is.
+# GStreamer keeps a list of its elements; the user's own list must not change.
 export GST_REGISTRY=$build/gst-registry.bin
 # The libraries of players keep memory until the process ends.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
@@ -71,7 +71,7 @@ fail() {
 # shellcheck source=/dev/null
 . "$here/served.sh"
 
-# serve [options of media-server]: serves the media; its address is in $served.
+# serve [options of media-server]: serves the media; sets $served to its address.
 serve() {
   mkfifo input address
   "$build/tests/products/players/media-server" "$@" "$media" <input >address 2>server.log &
@@ -92,7 +92,7 @@ lengthen() {
   served=http://127.0.0.1:$port
 }
 
-# reach WAY: makes the media reachable that way. Their names then begin with $root.
+# reach WAY: makes the media available in that way. Their names then begin with $root.
 reach() {
   case $1 in
     path) root=$media/ ;;
@@ -124,8 +124,7 @@ uri() {
   esac
 }
 
-# Which stream mpv numbers first depends on which is ready first: as "video" and "audio", pictures
-# before sound.
+# mpv numbers the stream first that is ready first: prints them as "video" and "audio", pictures before sound.
 mpv_frames() {
   awk -F', *' '
     /^#media_type/ { split($0, word, /[ :]+/); kind[word[2]] = word[3]; next }
@@ -133,7 +132,7 @@ mpv_frames() {
     { print kind[$1], $2, $3, $4, $5, $6 }' "$1" | sort -s -r -k 1,1
 }
 
-# frames PLAYER NAME [options]: what the player decodes from a name of the library.
+# frames PLAYER NAME [options]: the frames that the player decodes from a name of the library.
 frames() {
   local player=$1 source=$2
   shift 2
@@ -152,7 +151,7 @@ frames() {
   esac
 }
 
-# plain PLAYER FILE [options]: what it decodes from the file itself.
+# plain PLAYER FILE [options]: the frames that it decodes from the file itself.
 plain() {
   local player=$1 file=$2
   shift 2
@@ -179,7 +178,7 @@ playlist_of() {
   esac
 }
 
-# mount_media [options]: mounts all media on mnt. The test is skipped where there is no /dev/fuse for us.
+# mount_media [options]: mounts all media on mnt. Skips the test if /dev/fuse is not usable.
 mount_media() {
   local file sources=()
   if [ ! -w /dev/fuse ]; then
@@ -242,7 +241,7 @@ over() {
   if [ "$1" = mount ]; then mount_media; fi
   for file in $everything; do
     frames "$1" "$root$file" >got 2>errors || fail "$file: $(tail -5 errors)"
-    # Pushed, GStreamer decodes the same frames.
+    # If pushed, GStreamer must decode the same frames.
     cmp got "$reference/${1/pushed/gstreamer}.$file" || fail "$file: other frames than from the plain file"
   done
 }
@@ -275,8 +274,8 @@ byte_seeks() {
   [ "$(wc -l <got)" -eq 20 ] || fail "not 20 packets"
 }
 
-# play_with_outage PLAYER: plays the film from nginx, which sends it slowly, into the file got. Comes
-# back when the player is in the middle of it; it is $player_id then.
+# play_with_outage PLAYER: plays the film from nginx, which sends it slowly, into the file got. Returns when
+# the player $player_id is in the middle of it.
 play_with_outage() {
   mkdir nginx www
   cp "$media/film.mp4" www
@@ -289,11 +288,11 @@ play_with_outage() {
     *) frames "$1" "${root}film.mp4" >got 2>errors & ;;
   esac
   player_id=$!
-  # A connection has sent a third of it.
+  # A connection has sent a third of the film.
   await 60 "it does not begin" has_sent 900000
 }
 
-# hls_frames KIND REFERENCE: the frames of the playlist in $root are those of that reference.
+# hls_frames KIND REFERENCE: the frames of the playlist in $root must equal those of that reference.
 hls_frames() {
   frames ffmpeg "$root$1" --user-agent "$agent" >got 2>errors || fail "$1: $(tail -5 errors)"
   cmp got "$reference/ffmpeg.hls.$2" || fail "$1: other frames than from the files"
@@ -324,7 +323,7 @@ hls_over() {
   esac
 }
 
-# Names with a host, of one playlist on another server than its pieces; pieces that have moved.
+# Names with a host, a playlist on another server than its pieces, and pieces that have moved.
 ffmpeg_hls_addresses() {
   mkdir www
   cp -r "$media/hls/ts" "$media/hls/aes" www
@@ -334,7 +333,7 @@ ffmpeg_hls_addresses() {
   sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >www/absolute.m3u8
   hls_frames absolute.m3u8 ts
   hls_frames moved/film.m3u8 ts
-  # The playlist is a file of this machine, its pieces and their key are not.
+  # The playlist is a local file; its pieces and their key are remote.
   sed "s|@ROOT@|${root}ts|" www/ts/absolute.m3u8.in >here.m3u8
   sed -e "s|key.ts|${root}aes/key.ts|" -e "s|^piece|${root}aes/piece|" www/aes/film.m3u8 >secret.m3u8
   root=$dir/ hls_frames here.m3u8 ts
@@ -367,7 +366,7 @@ ffmpeg_hls_faults() {
   for kind in ts fmp4 bytes aes rates; do hls_frames "$(playlist_of "$kind")" "$kind"; done
 }
 
-# nginx is gone until the player has noticed, in the middle of a piece.
+# nginx is gone until the player has noticed it, in the middle of a piece.
 ffmpeg_hls_restart() {
   local code=0
   serve_folder "$media/hls" "limit_rate 400k;"
@@ -383,12 +382,12 @@ ffmpeg_hls_restart() {
   check_agents 11
 }
 
-# has_chosen N: whether the player takes that rate.
+# has_chosen N: true if the player takes that rate.
 has_chosen() {
   [ "$(sed -n 's/^rate //p' errors | tail -1)" = "$1" ]
 }
 
-# A player that takes the rate that the line suffices for, while that becomes slow and fast again.
+# A player picks the rate for its link, while the link becomes slow and fast again.
 ffmpeg_hls_rates() {
   local code=0 changes
   serve_folder "$media/hls"
@@ -403,8 +402,8 @@ ffmpeg_hls_rates() {
   wait "$player_id" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
   await 60 "it does not choose rate 2" has_chosen 2
-  # Of the group of pictures in which it takes up a rate again FFmpeg's demuxer leaves some bytes out,
-  # over its own http too; and the sound of a decoder that begins anew is another one at first.
+  # When FFmpeg's demuxer resumes a rate, it leaves out some bytes of that group of pictures, over its own
+  # http too. The sound of a restarted decoder differs at first.
   grep ^video got >shown
   grep -vxF -f "$reference/ffmpeg.hls.rates" shown >others || true
   changes=$(grep -c "^rate" errors)
@@ -414,7 +413,7 @@ ffmpeg_hls_rates() {
   check_agents 12
 }
 
-# A piece that is not there at all: the demuxer goes on without it, and the player is told.
+# A piece that never exists: the demuxer continues without it, and the player is informed.
 ffmpeg_hls_missing() {
   local code=0
   mkdir www
@@ -428,8 +427,8 @@ ffmpeg_hls_missing() {
   [ "$(pictures got | wc -l)" -eq 450 ] || fail "not 450 pictures but $(pictures got | wc -l)"
 }
 
-# hls_live PIECES [options]: plays to the end; the pictures are the last ones of the stream, so many
-# pieces at least. The sound has no gap; what a decoder makes of it depends on where it began.
+# hls_live PIECES [options]: plays to the end. The pictures must be the last ones of the stream, of at least
+# so many pieces. The sound must have no gap; its decoded bytes depend on where it began.
 hls_live() {
   local pieces=$1 rounds=1 at
   shift
@@ -440,7 +439,7 @@ hls_live() {
   [ "$(pictures got | wc -l)" -ge $((50 * pieces)) ] || fail "only $(pictures got | wc -l) pictures"
   pictures got | cmp - <(pictures whole | tail -n "$(pictures got | wc -l)") || fail "other pictures"
   [ "$(grep -c ^audio got)" -gt $((80 * pieces)) ] || fail "only $(grep -c ^audio got) frames of sound"
-  # A frame lasts 2090 ticks. A round begins with the first time again.
+  # A frame lasts 2090 ticks. A round restarts at the first time.
   awk '/^audio/ { if (last && $3 > last && $3 - last > 2095) exit 1; last = $3 }' got || fail "a gap in the sound"
   check_agents $((pieces + 2))
 }
@@ -517,7 +516,7 @@ replaced() {
   esac
 }
 
-# serve_faulty: the server with faults of the command line's tests, with the file film.
+# serve_faulty: serves the file film with the faulty server of the command line's tests.
 serve_faulty() {
   cp "$media/film.ts" film
   cat film film film >longer && mv longer film
@@ -569,7 +568,7 @@ mount_reader_can_be_killed() {
   [ $((SECONDS - began)) -lt 40 ] || fail "the end took $((SECONDS - began)) s"
 }
 
-# Two who read a stream without a length, one after the other and at the same time.
+# Two programs read a stream without a length, one after the other and at the same time.
 mount_of_a_stream() {
   serve_faulty
   everything=chunked mount_media
@@ -592,7 +591,7 @@ mount_hides_passwords() {
   ! grep -q secret errors || fail "$(cat errors)"
 }
 
-# A read has the error that fits: a silent server was a missing file.
+# A read returns the right error: a silent server used to be a missing file.
 mount_tells_what_the_server_did() {
   serve_faulty
   everything="gone stalls" mount_media --reopen 0
@@ -602,7 +601,7 @@ mount_tells_what_the_server_did() {
   grep -q "timed out" errors || fail "silence: $(cat errors)"
 }
 
-# The player tells how it is used: on request, and where it is used wrongly.
+# The player prints its usage: on request, and after a wrong command line.
 mpv_usage() {
   local code wrong
   local player=$build/examples/mpv/player
@@ -618,7 +617,7 @@ mpv_usage() {
   done
 }
 
-# The commands of the README, as they stand but for the address and the folder of the build.
+# The commands of the README, unchanged except for the address and the folder of the build.
 readme_recipes() {
   local line count=0
   reach http
@@ -626,7 +625,7 @@ readme_recipes() {
     line=${line//build\/release/$build}
     line=${line//http:\/\/media.example\//$root}
     case $line in
-      # One of the sinks that GStreamer tries where there is no display crashes.
+      # One of the sinks that GStreamer tries without a display crashes.
       *gst-launch*) line="$line video-sink=fakesink audio-sink=fakesink" ;;
     esac
     timeout 90 sh -c "$line" >out 2>errors || fail "$line: $(tail -5 errors)"
@@ -639,7 +638,7 @@ case $name in
   ffmpeg_hls_seeks) ffmpeg_hls_seeks ;;
   ffmpeg_hls_over_*) hls_over "${name##*_}" ;;
   ffmpeg_hls_live) hls_live 3 --first 4 ;;
-  # 40 seconds, of a window of 6.
+  # 40 seconds, with a window of 6.
   ffmpeg_hls_live_long) hls_live 18 --rounds 2 ;;
   *_over_*) over "${name%%_*}" "${name##*_}" ;;
   *_away_* | *_busy_* | *_silent_*)

@@ -1,10 +1,10 @@
 # shellcheck shell=bash disable=SC2034,SC2154  # variables of the test's
-# A server of the tests with players: nginx, what it has sent, and who asked it; to be sourced in a folder
-# of the test's own ($dir), after fail(). $here is this folder, $agent what the library calls itself.
+# A server of the tests with players: nginx, its sent bytes, and its clients; to be sourced in the test's own
+# folder ($dir), after fail(). $here is this folder, $agent the library's user agent.
 # shellcheck disable=SC1091  # it is the one of the repository
 . "$here/../../../scripts/nginx.sh"
 
-# await SECONDS WHAT COMMAND...: until the command succeeds.
+# await SECONDS WHAT COMMAND...: waits until the command succeeds.
 await() {
   local tries=$(($1 * 20)) what=$2
   shift 2
@@ -15,18 +15,18 @@ await() {
   done
 }
 
-# The process of nginx that answers.
+# The worker process of nginx.
 nginx_worker() {
   read -r worker <"/proc/$nginx_id/task/$nginx_id/children"
   echo "$worker"
 }
 
-# has_sent BYTES: whether the process of nginx that answers has sent so many.
+# has_sent BYTES: true if the worker process of nginx has sent so many.
 has_sent() {
   [ "$(sed -n 's/^wchar: //p' "/proc/$(nginx_worker)/io")" -gt "$1" ]
 }
 
-# serve_folder FOLDER [LINES]: nginx serves it; with the file cert.pem here over https. It is at $root.
+# serve_folder FOLDER [LINES]: nginx serves it at $root; over https if the file cert.pem is here.
 serve_folder() {
   local scheme=http lines=${2:-}
   mkdir nginx
@@ -52,14 +52,14 @@ stop_nginx() {
   nginx_id=""
 }
 
-# restart_nginx: where it was, with its configuration as it is now.
+# restart_nginx: restarts it at the same address, with its current configuration.
 restart_nginx() {
   nginx -p "$dir/nginx" -e "$dir/nginx/error.log" -c "$dir/nginx/nginx.conf" 2>nginx.out &
   nginx_id=$!
   await_port "$NGINX_PORT" "$nginx_id" || fail "nginx does not come back: $(cat nginx.out)"
 }
 
-# Ends nginx and looks at its log: whatever was asked for, the library has.
+# Stops nginx and checks its log: the library must have made every request.
 check_agents() {
   local requests
   stop_nginx

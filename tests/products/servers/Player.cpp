@@ -1,9 +1,9 @@
-// A player's way through a resource: reads seven packets of a transport stream at a time, 6 Mbit/s,
-// for some seconds, then jumps between 90 % and 10 % of it. Every byte is compared with those of a
+// Reads a resource as a player does: seven packets of a transport stream at a time, 6 Mbit/s, for
+// some seconds. Then it jumps between 90 % and 10 % of it. Every byte is compared with those of a
 // file.
 //
 // Prints the longest wait of a read of each kind, in milliseconds: "playing N jumping N". Exit code
-// 1 when a call fails or a byte differs.
+// 1 if a call fails or a byte differs.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

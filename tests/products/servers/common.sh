@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Shared by the tests against real servers; to be sourced from the root of the repository. Each runs
-# its server in the foreground on loopback, with everything it needs in a folder that goes with it.
+# Shared by the tests against real servers; to be sourced from the root of the repository. Each runs its
+# server in the foreground on loopback, with all its files in a folder that is removed at the end.
 set -euo pipefail
 . scripts/nginx.sh
 
@@ -39,14 +39,14 @@ serve() {
   await_port "$port" "$!" || fail "does not listen: $*"
 }
 
-# make_media FILE BYTES: bytes without a pattern, the same every time.
+# make_media FILE BYTES: bytes without a pattern, the same in every run.
 make_media() {
   openssl enc -aes-128-ctr -K 00112233445566778899aabbccddeeff -iv 00000000000000000000000000000000 \
     </dev/zero 2>/dev/null | head -c "$2" >"$1" || true
   [ "$(stat -c %s "$1")" -eq "$2" ] || fail "cannot make $1"
 }
 
-# same URL FILE [options]: every byte is the file's, read from beginning to end, with small and large
+# same URL FILE [options]: every byte must equal the file's, read from beginning to end, with small and large
 # reads and buffers, and from an offset.
 same() {
   local url=$1 file=$2
@@ -65,13 +65,13 @@ part() {
   cmp <(tail -c "+$(($3 + 1))" "$2" | head -c "$4") "$folder/out" || fail "other bytes of $1 at $3"
 }
 
-# seeks URL COUNT [options]: random seeks and reads agree with one plain reading.
+# seeks URL COUNT [options]: random seeks and reads must equal one sequential reading.
 seeks() {
   "$fluvia" check "$1" --count "$2" "${@:3}" >"$folder/out" 2>&1 || fail "check: $(cat "$folder/out")"
 }
 
-# plays URL FILE [CA]: a player's way through the file. Nothing on loopback forces a wait, so a read
-# of seconds means that it was forgotten; less may be a busy machine.
+# plays URL FILE [CA]: reads the file as a player does. On loopback no read has to wait, so a read of seconds
+# means that its reader was forgotten; a shorter one may be a busy machine.
 plays() {
   timeout 60 "$player" "$1" "$2" "${3:-}" >"$folder/out" 2>"$folder/err" ||
     fail "the player fails: $(grep -v "^[*<>\[]" "$folder/err" | tail -n 1)"
@@ -81,15 +81,15 @@ plays() {
   done
 }
 
-# make_certificate NAME: cert.pem and key.pem of the folder, of that host name.
+# make_certificate NAME: makes cert.pem and key.pem in the folder, for that host name.
 make_certificate() {
   openssl req -x509 -newkey rsa:2048 -nodes -keyout "$folder/key.pem" -out "$folder/cert.pem" \
     -days 2 -subj "/CN=$1" -addext "subjectAltName=DNS:$1" 2>"$folder/openssl.log" ||
     fail "no certificate"
 }
 
-# restarted URL FILE COMMAND...: every byte comes although the server that was started last is killed
-# in the middle, and started again by COMMAND once the reader has met the outage.
+# restarted URL FILE COMMAND...: every byte must arrive although the last started server is killed in the
+# middle. COMMAND restarts it once the reader has met the outage.
 restarted() {
   local url=$1 file=$2 reader
   shift 2
@@ -115,7 +115,7 @@ restarted() {
   cmp "$file" "$folder/out" || fail "other bytes after a restart"
 }
 
-# fact URL KEY: what info tells, as JSON.
+# fact URL KEY: a value of info, as JSON.
 fact() {
   "$fluvia" info --json "$1" "${@:3}" | python3 -c 'import json,sys; print(json.load(sys.stdin)[sys.argv[1]])' "$2"
 }
@@ -127,7 +127,7 @@ tells() {
   [ "$value" = "$3" ] || fail "$2 of $1 is \"$value\", not \"$3\""
 }
 
-# fails CODE TEXT COMMAND...: ends so and says so.
+# fails CODE TEXT COMMAND...: it must end with that code and print that text.
 fails() {
   local code=0
   "${@:3}" >"$folder/out" 2>"$folder/err" || code=$?

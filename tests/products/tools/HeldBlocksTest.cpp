@@ -14,7 +14,7 @@ namespace {
 using tools::HeldBlocks;
 using tools::Span;
 
-// The same without any cleverness.
+// The same in the simplest way.
 std::vector<Span> plainly(const std::map<int, Span>& blocks, size_t most) {
   std::vector<Span> spans;
   for (const auto& block : blocks) {
@@ -72,7 +72,7 @@ TEST(HeldBlocks, NearestStretchesAreJoinedWhenThereAreTooMany) {
   EXPECT_EQ(told[4].end, 550) << "the gap of 10 was the smallest";
 }
 
-// Blocks of several lists may hold the same bytes for a while.
+// Blocks of several lists may temporarily hold the same bytes.
 TEST(HeldBlocks, RandomChangesGiveWhatAPlainListGives) {
   const unsigned int seed = support::printedSeed();
   std::mt19937 random(seed);

@@ -14,7 +14,7 @@ using tools::LogFact;
 using tools::LogReader;
 using tools::LogWord;
 
-// An entry with its text in a place of its own.
+// An entry with its own copy of the text.
 struct Kept {
   double seconds;
   long thread;
@@ -30,7 +30,7 @@ struct Reading {
                        std::string(entry.fact.text)});
   }};
 
-  // In pieces of that size.
+  // Reads the log in pieces of that size.
   explicit Reading(const std::string& log, size_t piece = 1 << 20) {
     for (size_t at = 0; at < log.size(); at += piece) {
       const std::string part = log.substr(at, piece);
@@ -39,7 +39,7 @@ struct Reading {
     reader.finish();
   }
 
-  // What each entry says, and which thread wrote it.
+  // The fact of each entry, and the thread that wrote it.
   std::vector<std::pair<LogWord, long>> heads() const {
     std::vector<std::pair<LogWord, long>> all;
     for (const Kept& entry : entries) all.emplace_back(entry.word, entry.thread);
@@ -49,7 +49,7 @@ struct Reading {
 
 using Heads = std::vector<std::pair<LogWord, long>>;
 
-// The fact points into the text, so that must stay.
+// The fact points into the text, so the text must stay.
 LogFact factOf(std::string_view function, std::string_view text) {
   LogFact fact;
   EXPECT_TRUE(tools::recognise(function, text, &fact)) << function << ": " << text;
@@ -127,7 +127,7 @@ TEST(LogReader, HeadTellsWhenAndWho) {
   EXPECT_EQ(log.entries[0].word, LogWord::kWriterWaits);
 }
 
-// As two opens at the same moment wrote it.
+// As written by two simultaneous opens.
 TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
   const Reading log(
       "[FluviaFS][00:23983:618][1443][x_fluvia_file_open_x][57]-------[FluviaFS][00:23983:618]"
@@ -142,7 +142,7 @@ TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
       "[FluviaFS][00:23983:622][1450][streamIn][50]-------[FluviaFS][00:23983:622][1451]"
       "[sendData][60]-------wait in streamIn\n"
       "(handle:0x1) Data In  size = 9, version = 0\n");
-  // The last two: the text of the first head stands behind the second.
+  // The last two: the text of the first head is after the second head.
   ASSERT_EQ(log.heads(), (Heads{{LogWord::kOpenBegin, 1443},
                                 {LogWord::kReadEnd, 1448},
                                 {LogWord::kStatus, 1450},
@@ -154,7 +154,7 @@ TEST(LogReader, LinesThatStandInEachOtherAreTakenApart) {
 }
 
 TEST(LogReader, TextThatComesAfterAThreadsNextHeadIsAnothersOwn) {
-  // The reader's text in the second line is of no interest; the writer's wakes nobody up.
+  // The reader's text in the second line is irrelevant; the writer's wakes no thread.
   const Reading reading(
       "[FluviaFS][00:1:1][7][easyFill][303]-------[FluviaFS][00:1:1][8][streamIn][2]-------\n"
       "output from block13 0 data, begin:9437184, payload:0, seq = 9437184\n"
@@ -220,7 +220,7 @@ TEST(LogReader, LineWithoutAnEndTakesLittleMemory) {
   EXPECT_EQ(reading.reader.counts().foreign, 1);
 }
 
-// Nobody may crash or hang it; what comes out is not looked at.
+// No input may crash or hang it; the result is not checked.
 TEST(LogReader, AnyBytesAreTaken) {
   unsigned int state = 4711;
   const auto next = [&state] { return state = state * 1664525u + 1013904223u, state >> 16; };
@@ -241,7 +241,7 @@ TEST(LogReader, AnyBytesAreTaken) {
   EXPECT_EQ(reading.reader.counts().bytes, static_cast<long long>(log.size()));
 }
 
-// Heads whose text does not come are looked for in what follows, but not for ever.
+// Heads without a text are searched for in later lines, but not without limit.
 TEST(LogReader, WorkForTextsOfNobodyIsBounded) {
   std::string log;
   for (int i = 0; i < 100; ++i) {

@@ -1,6 +1,6 @@
 // A player's hour in a few seconds, for pictures and their tests: streams from a server that cuts a
-// connection and falls silent, at a player's pace, with seeks. Its standard error is the log, its
-// standard output the reader's thread and each of its reads, in ms of the log's clock.
+// connection and falls silent, at a player's pace, with seeks. Standard error is the log. Standard
+// output is the reader's thread and each of its reads, in ms of the log's clock.
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,17 +26,17 @@ constexpr long long kFilm = 12 * kMiB;
 constexpr long long kSound = 3 * kMiB;
 constexpr unsigned int kPiece = 65536;
 
-// Where the film's reader is.
+// The position of the film's reader.
 std::atomic<long long> filmPosition{0};
 
-// What the log counts its milliseconds from too.
+// The log counts its milliseconds from the same time.
 long long clockMs() {
   return std::chrono::duration_cast<milliseconds>(
              std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
 
-// Until the film's reader has everything before offset, so that it waits for what comes next.
+// Waits until the film's reader has everything before offset, so that it waits for the next byte.
 bool untilRead(Exchange& exchange, long long offset) {
   for (int i = 0; i < 3000 && filmPosition < offset; ++i) {
     if (!exchange.pause(10)) return false;
@@ -44,8 +44,8 @@ bool untilRead(Exchange& exchange, long long offset) {
   return filmPosition >= offset;
 }
 
-// Answers a request for a range at about 4 MiB/s. Gives the connection up after limit bytes, or is
-// silent there until the film's reader has come so far, and for silence ms more.
+// Responds to a range request at about 4 MiB/s. After limit bytes it ends the connection, or is
+// silent until the film's reader has come that far and for silence ms more.
 void serve(Exchange& exchange, long long size, long long limit, int silence) {
   long long first = 0;
   long long last = -1;
@@ -69,7 +69,7 @@ void serve(Exchange& exchange, long long size, long long limit, int silence) {
   }
 }
 
-// Reads count bytes at a pace; false when a byte is wrong or missing.
+// Reads count bytes at a pace. Returns false if a byte is wrong or missing.
 bool play(int handle, long long from, long long count, int pause,
           std::atomic<long long>* position) {
   std::vector<char> buffer(kPiece);
@@ -118,7 +118,7 @@ int main() {
   support::FaultServer server;
   server.on("/film.mp4", [](Exchange& exchange) {
     const int turn = exchange.number();
-    // The first connection is cut, the second falls silent, the third is late; the rest is well.
+    // The first connection is cut, the second falls silent, the third is late; the others are good.
     if (turn == 2 && !exchange.pause(400)) return;
     serve(exchange, kFilm, turn == 0 ? 3 * kMiB : turn == 1 ? kMiB : -1, turn == 1 ? 1500 : 0);
   });

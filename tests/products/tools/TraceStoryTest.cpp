@@ -46,7 +46,8 @@ static_assert(tools::kReadAheadMargin == util::BufferQueueProbe::kReadAheadMargi
 // A log as the library writes it, line by line.
 class Log {
  public:
-  // At that millisecond of the log, by that thread. Seconds begin at 100 for the head's sake.
+  // A line at that millisecond of the log, of that thread. Seconds begin at 100 to fit the head's
+  // format.
   Log& line(int ms, long thread, const std::string& function, const std::string& text) {
     text_ += "[FluviaFS][00:" + std::to_string(100 + ms / 1000) + ":" + std::to_string(ms % 1000) +
              "][" + std::to_string(thread) + "][" + function + "][1]-------" + text + "\n";
@@ -183,7 +184,7 @@ TEST(TraceStory, CapturedLogTellsOfTheCutAndTheSilence) {
   EXPECT_TRUE(told.story.hasDumps());
 }
 
-// Cut anywhere: an earlier end changes nothing of what was there before.
+// Cut anywhere: an earlier end changes nothing before it.
 TEST(TraceStory, CapturedLogMayBeCutAnywhere) {
   const std::string log = captured("cut.log");
   for (size_t size = 0; size < log.size(); size += 997) {
@@ -259,7 +260,7 @@ TEST(TraceStory, DumpCorrectsWhatIsHeld) {
   EXPECT_EQ(held[1].end, 98400);
 }
 
-// By the work and not by the clock: 25 MB of such a log took minutes.
+// Counts the work and not the time: 25 MB of such a log took minutes.
 TEST(TraceStory, WorkOfALineDoesNotGrowWithTheBlocks) {
   constexpr int kStored = 20000;
   Log log;
@@ -363,7 +364,7 @@ TEST(TraceStory, WriterIsHeldBackWhileTheBufferIsFull) {
   EXPECT_NEAR(told.lane().pauses()[0].end, 0.6, 1e-9);
 }
 
-// The library gives a silent connection up by itself, or sooner for a reader that was broken off.
+// The library aborts a silent connection after its limit, or earlier for a reader that was aborted.
 TEST(TraceStory, TellsWhoGaveASilentConnectionUp) {
   Log log;
   log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0);

@@ -18,7 +18,7 @@ TEST(TreeText, FirstCharacterTellsTheKind) {
   EXPECT_EQ(tools::kindOf(""), BodyKind::kJson);
 }
 
-// Each character of the text in UTF-16, the byte order mark before it.
+// Each character of the text in UTF-16, after the byte order mark.
 std::string wide(const std::string& text, bool bigEndian) {
   std::string made = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
   for (const char c : text) made += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
@@ -82,7 +82,7 @@ TEST(Printable, EscapesControlsOfEverySort) {
   EXPECT_EQ(tools::printable("\u2028\u2029"), "\\u2028\\u2029");
 }
 
-// An old terminal takes the byte 9b for the beginning of a command.
+// An old terminal treats the byte 9b as the beginning of a command.
 TEST(Printable, EscapesBytesThatAreNoUtf8) {
   EXPECT_EQ(tools::printable("\x9B"
                              "2J"),

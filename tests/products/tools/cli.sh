@@ -15,13 +15,13 @@ fail() {
   exit 1
 }
 
-# make_file NAME BYTES: no two parts of it are alike, and every run makes the same.
+# make_file NAME BYTES: no two parts of it are alike, and every run makes the same file.
 make_file() {
   seq 1 100000000 2>/dev/null | head -c "$2" >"$1" || true
   [ "$(stat -c %s "$1")" -eq "$2" ] || fail "cannot make a file of $2 bytes"
 }
 
-# gives CODE COMMAND...: runs it with its output in the files out and err.
+# gives CODE COMMAND...: runs it with its output in the files out and err; it must return that code.
 gives() {
   local code=0
   "${@:2}" >out 2>err || code=$?
@@ -124,7 +124,7 @@ check_passes_and_repeats_a_seed() {
 }
 
 check_finds_a_wrong_byte() {
-  # The plain reading is bent: byte 150000 comes out changed. Asan wants to be told of the preload.
+  # The plain reading is bent: byte 150000 is changed. Asan must be configured for the preload.
   make_file file 200000
   export ASAN_OPTIONS=${ASAN_OPTIONS:-}:verify_asan_link_order=0
   gives 3 env LD_PRELOAD="$bent" BENT_OFFSET=150000 "$fluvia" check file --seed 1
@@ -255,7 +255,7 @@ tree_has_a_limit() {
   says "the tree exceeds its limit"
 }
 
-# serve: an HTTP server for the test's directory; its address is in $served.
+# serve: an HTTP server for the test's directory; sets $served to its address.
 serve() {
   : >server.log  # the look at it may come before the server's shell
   python3 -u -m http.server 0 --bind 127.0.0.1 >server.log 2>&1 &
@@ -268,7 +268,7 @@ serve() {
   fail "the server does not start: $(cat server.log)"
 }
 
-# serve_faulty: faulty.py with the file "film"; its address is in $served.
+# serve_faulty: faulty.py with the file "film"; sets $served to its address.
 serve_faulty() {
   make_file film 8000000
   mkfifo address
@@ -365,7 +365,7 @@ info_tells_why_there_is_nothing() {
     gives 1 "$fluvia" info "$served/$status"
     says " answered $status: "
   done
-  # Longer than a part of a name may be: no name server is asked.
+  # Longer than a part of a name may be: no name server is queried.
   gives 1 "$fluvia" info "http://$(printf 'a%.0s' {1..70}).test/"
   says "nobody knows the name of that server"
   says "--ipv any"

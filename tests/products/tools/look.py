@@ -1,8 +1,8 @@
-"""Looks at the pictures of a trace: are the reader, the connections and the waits where the log says?
+"""Checks the pictures of a trace: are the reader, the connections and the waits where the log says?
 
 look.py FOLDER has scene.log, scene.txt, scene.html, light.html and dark.html (the page after its scripts
-ran), light.png and dark.png. What must be there is found without the tools that drew the page: the waits by
-the reader's own clock in scene.txt, the rest in the log, where lines that stand in each other are left out.
+ran), light.png and dark.png. The expected values do not come from the tools that drew the page: the waits
+come from the reader's own clock in scene.txt, the rest from the log, without interleaved lines.
 """
 
 import html
@@ -13,7 +13,7 @@ import sys
 import zlib
 
 HEAD = re.compile(r'^\[FluviaFS\]\[00:(\d+):(\d+)\]\[(\d+)\]\[(\w+)\]\[\d+\]-------(.*)$')
-# A wait that is looked for in the picture, in ms: the scene's server lets its reader wait for 1500 and 400.
+# The shortest wait to find in the picture, in ms: the scene's server makes its reader wait for 1500 and 400.
 LONG = 200
 problems = []
 
@@ -62,7 +62,7 @@ class Picture:
         return min((abs(p - a), 0, a), (abs(p - b), 1, b), (abs(p - c), 2, c))[2]
 
     def near(self, x, y, colour, reach):
-        """Whether a pixel at most reach away has that colour."""
+        """True if a pixel at most reach away has that colour."""
         for row in range(max(0, y - reach), min(self.height, y + reach + 1)):
             for column in range(max(0, x - reach), min(self.width, x + reach + 1)):
                 pixel = self.rows[row][column * self.step:column * self.step + 3]
@@ -72,7 +72,8 @@ class Picture:
 
 
 def read_log(path, reader):
-    """Of the film: the time of the first line, when the reader was where, and the connections, in ms."""
+    """Of the film: the time of the first line, the reader's positions over time, and the connections, in
+    ms."""
     first, positions, connections, running = None, [], [], None
     for line in open(path, encoding='latin-1'):
         match = HEAD.match(line.rstrip('\n'))
@@ -97,7 +98,7 @@ def read_log(path, reader):
 
 
 def read_scene(path):
-    """What the scene itself saw: the film's reader, its reads in the log's ms, the film's requests."""
+    """The scene's own records: the film's reader, its reads in the log's ms, the film's requests."""
     text = open(path, encoding='utf-8').read()
     reads = [(int(a), int(b)) for a, b in re.findall(r'^read (\d+) (\d+)$', text, re.M)]
     return re.search(r'^reader (\d+)$', text, re.M)[1], reads, int(re.search(r'requests (\d+)', text)[1])
@@ -134,7 +135,7 @@ def look_at_picture(name, picture, plot, colours, log):
     missing = [(t, v) for t, v in seen
                if not picture.near(x(t), y(v), colours['reader0'], 3)]
     expect(not missing, f'{name}: the reader is not at {missing[:5]} ({len(missing)} of {len(seen)})')
-    # Far from the curve its colour is nowhere.
+    # Far from the curve its colour must not appear.
     for t, v in seen[::5]:
         far = plot['low'] + (plot['high'] - plot['low']) * (0.95 if v < plot['high'] / 2 else 0.04)
         around = [w for s, w in positions if abs(x(s) - x(t)) < 12]
@@ -143,7 +144,7 @@ def look_at_picture(name, picture, plot, colours, log):
                    f'{name}: the reader\'s colour at {t} ms, {far:.0f}')
     bar = plot['y'] + plot['barTop']
     for connection in connections:
-        # Behind the words, which begin at the left, and above the hatching.
+        # To the right of the words, which begin at the left, and above the hatching.
         at = x(connection['b']) - 4
         expect(picture.near(at, round(bar + 1), colours[outcome(connection)], 1),
                f'{name}: no bar in the colour of {outcome(connection)} for {connection}')

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Streams with a cut, a silence and seeks, draws the log, and looks at the page in a headless browser,
-# light and dark; trace.sh BUILD [FOLDER] keeps the log, the page and the pictures in FOLDER.
+# Streams with a cut, a silence and seeks, draws the log, and checks the page in a headless browser, light and
+# dark; trace.sh BUILD [FOLDER] keeps the log, the page and the pictures in FOLDER.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/../../.."
 tree=$(realpath "$1")
@@ -14,8 +14,8 @@ end() {
 trap end EXIT
 trap 'exit 130' INT TERM
 
-# browse OUTPUT ARGUMENTS...: a browser with a profile of its own, that asks nobody outside. A group of
-# its own, so that none of its helpers stays.
+# browse OUTPUT ARGUMENTS...: a browser with its own profile, which contacts no host outside. It has its own
+# process group, so that all its children can be stopped.
 browse() {
   local output=$1
   shift
