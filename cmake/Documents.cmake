@@ -7,7 +7,7 @@ execute_process(COMMAND ${PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/scripts/interface
                 COMMAND_ERROR_IS_FATAL ANY)
 install(DIRECTORY ${FLUVIA_MANUAL} DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT dev)
 
-# What documents are made of their sources: pictures, and the reference of the C interface.
+# The documents that are made from sources: pictures, and the reference of the C interface.
 add_custom_target(docs
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/pictures
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/reference

@@ -1,4 +1,4 @@
-# What every target of the project is compiled with, and the libraries it is built on.
+# The compile options of every target of the project, and the libraries it uses.
 option(FLUVIA_TESTS "Build the tests" ON)
 option(FLUVIA_WERROR "Warnings are errors" ON)
 option(FLUVIA_PAUSE_POINTS "Compile the named pause points that tests use to force interleavings" OFF)
@@ -22,7 +22,7 @@ find_package(Threads REQUIRED)
 # 7.87: CURLOPT_QUICK_EXIT; 7.85: CURLOPT_REDIR_PROTOCOLS_STR.
 find_package(CURL 7.87.0 REQUIRED)
 find_package(OpenSSL REQUIRED)
-# 2.4.0: it can be told how far entities may unfold.
+# 2.4.0: it can limit how far entities expand.
 find_package(EXPAT 2.4.0 REQUIRED)
 if(EXPAT_VERSION_STRING VERSION_LESS 2.7.1)
   message(STATUS "expat ${EXPAT_VERSION_STRING}: 2.7.1 or newer is recommended, see SECURITY.md")
@@ -43,13 +43,13 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(fluvia_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  # Notes about what GCC 7 changed in how 64-bit arguments are passed; no older compiler is about.
+  # Notes about GCC 7's change in passing 64-bit arguments; no older compiler is in use.
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)
 endif()
 if(FLUVIA_PAUSE_POINTS)
   target_compile_definitions(fluvia_options INTERFACE FLUVIA_PAUSE_POINTS)
 endif()
-# A debug build and one with a sanitizer look for faults.
+# A debug build and one with a sanitizer check invariants.
 if(FLUVIA_CHECK_INVARIANTS OR FLUVIA_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_definitions(fluvia_options INTERFACE FLUVIA_CHECK_INVARIANTS)
 endif()
@@ -57,8 +57,8 @@ if(FLUVIA_SANITIZE)
   add_compile_options(-fsanitize=${FLUVIA_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${FLUVIA_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-    # The instrumentation makes GCC 12 see uninitialised members in the standard library's own code;
-    # the other builds keep the warning.
+    # The instrumentation makes GCC 12 report uninitialised members in the standard library's own code; the
+    # other builds keep the warning.
     add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-maybe-uninitialized>)
   endif()
   if(FLUVIA_SANITIZE MATCHES undefined)
@@ -71,8 +71,8 @@ if(CCACHE)
   set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
   if(FLUVIA_PRECOMPILE_TESTS)
-    # What ccache cannot see through a precompiled header: __TIME__ and the like, which nothing here uses,
-    # and macros that are defined before it, which the command line defines for all.
+    # ccache cannot check two things through a precompiled header: __TIME__ and the like, which nothing here
+    # uses, and macros defined before it, which the command line defines for all.
     set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
   endif()
 endif()

@@ -4,8 +4,8 @@ if(NOT FLUVIA_PACKAGES)
   return()
 endif()
 
-# What faces the network is hardened as Debian's own packages are. scripts/abi reads the debug
-# information of the library; for the programs it would double the time to compile.
+# Code that faces the network is hardened as in Debian's own packages. scripts/abi reads the debug information
+# of the library; for the programs it would double the compile time.
 target_compile_options(fluviafs_objects PRIVATE -g -fstack-protector-strong -D_FORTIFY_SOURCE=2)
 
 get_target_property(soversion fluviafs SOVERSION)
@@ -23,7 +23,7 @@ set(release 1)
 set(PACKAGING ${CMAKE_CURRENT_SOURCE_DIR}/packaging)
 set(PACKAGING_MADE ${CMAKE_CURRENT_BINARY_DIR}/packaging)
 
-# What every package says of itself. A version without a date in CHANGELOG.md is not released.
+# Fields of every package. A version without a date in CHANGELOG.md is not released.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/CHANGELOG.md)
 file(STRINGS CHANGELOG.md headings REGEX "^## ")
 list(GET headings 0 heading)
@@ -69,8 +69,8 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${FLUVIA_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-# The library itself, where dpkg-shlibdeps finds it for the programs that are linked with it, and the
-# libraries of the target when it is another machine.
+# The library itself, so that dpkg-shlibdeps finds it for the programs linked with it, and the libraries of
+# the target if it is another machine.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_CURRENT_BINARY_DIR})
 if(CMAKE_SYSROOT)
   list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
@@ -85,11 +85,11 @@ over local files and HTTP or HTTPS resources. It keeps data ahead of the
 reader, reconnects where the reader needs it, and shares one download between
 all handles on the same URL.
 .")
-# dpkg-shlibdeps knows which functions are called, not with which options.
+# dpkg-shlibdeps knows which functions are called, but not with which options.
 set(on_curl "libcurl4 (>= 7.87.0)")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${on_curl})
-# SECURITY.md says why. Debian 12 has none so new, so that the packages only suggest it.
+# For the reason see SECURITY.md. Debian 12 has no such version, so the packages only suggest it.
 set(newer_expat "libexpat1 (>= 2.7.1)")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS ${newer_expat})
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${summary} - shared library

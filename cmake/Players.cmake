@@ -1,4 +1,4 @@
-# What the integrations with players are built on. Each is built where its packages are there.
+# Dependencies of the integrations with players. Each integration is built if its packages are installed.
 option(FLUVIA_PLAYERS "Build the integrations with players whose packages are there" ON)
 option(FLUVIA_PLAYERS_REQUIRED "A missing package of an integration is an error" OFF)
 if(FLUVIA_PLAYERS)

@@ -1,8 +1,8 @@
 # The shared library as it is shipped: SONAME, exports and installation.
 include(CMakePackageConfigHelpers)
 
-# Installed files belong to a component, and a component becomes a package (cmake/Packages.cmake).
-# What names none is for those who build on the library.
+# Installed files belong to a component, and a component becomes a package (cmake/Packages.cmake). A file
+# without one is for developers who use the library.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
 
 target_link_libraries(fluviafs PRIVATE Threads::Threads ${FLUVIA_DEPENDENCIES})

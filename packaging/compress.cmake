@@ -1,4 +1,4 @@
-# Run by cpack on what it has collected: manual pages and changelogs are stored compressed.
+# cpack runs it on the collected files: manual pages and changelogs are stored compressed.
 set(share ${CPACK_TEMPORARY_DIRECTORY}/*/usr/share)
 file(GLOB pages ${share}/man/man*/*.[1-9] ${share}/doc/*/changelog ${share}/doc/*/changelog.Debian)
 if(NOT pages)

@@ -1,6 +1,5 @@
-# Run by cpack on the packages it has made, for what this CPack cannot say: libraries of several
-# architectures may be installed beside each other, and ldconfig is called by a trigger, not by
-# maintainer scripts.
+# cpack runs it on its packages, for two settings that this CPack lacks: libraries of several architectures
+# may be installed beside each other, and a trigger calls ldconfig, not maintainer scripts.
 foreach(package ${CPACK_PACKAGE_FILES})
   set(tree ${package}.tree)
   file(REMOVE_RECURSE ${tree})

@@ -1,4 +1,4 @@
-"""Pictures of figures as SVG: bars beside each other, lines over an axis."""
+"""Pictures of figures as SVG: bars beside each other, and lines over an axis."""
 
 import math
 from html import escape
@@ -6,14 +6,14 @@ from typing import NamedTuple
 
 
 class Sheet:
-    """One picture. Positions are pixels from its upper left corner, those of words their base line."""
+    """One picture. Positions are pixels from its upper left corner; those of texts are their base line."""
 
     def __init__(self, width, height):
         self.width, self.height, self.lines = width, height, []
         self.add("rect", width="100%", height="100%", fill="#fff")
 
     def add(self, name, words=None, **attributes):
-        """An element; an underscore in an attribute's name stands for a hyphen."""
+        """Adds an element; an underscore in an attribute's name becomes a hyphen."""
         given = "".join(f' {key.replace("_", "-")}="{number(value)}"'
                         for key, value in attributes.items())
         self.lines.append(f"<{name}{given}/>" if words is None
@@ -29,12 +29,12 @@ class Sheet:
 
 
 def number(value):
-    """Positions to a tenth of a pixel."""
+    """A position, to a tenth of a pixel."""
     return f"{value:.1f}".removesuffix(".0") if isinstance(value, float) else str(value)
 
 
 class Bar(NamedTuple):
-    value: float  # None: there is no bar, only its words
+    value: float  # None: no bar, only its words
     words: str    # behind the bar
     colour: str
     name: str = ""  # before the bar
@@ -43,7 +43,7 @@ class Bar(NamedTuple):
 def bars(sheet, left, top, width, title, rows, thick=16, gap=6):
     """A panel of bars, the longest of this width. A row is a Bar or the heading of the next ones.
 
-    Names stand left of left, words right of the bars. Returns the lower edge.
+    Names are left of left, words right of the bars. Returns the lower edge.
     """
     longest = max((row.value or 0 for row in rows if isinstance(row, Bar)), default=0) or 1
     sheet.text(left, top, title, font_weight="bold")
@@ -66,7 +66,7 @@ def bars(sheet, left, top, width, title, rows, thick=16, gap=6):
 
 
 def legend(sheet, left, top, step, colours):
-    """What {name: colour} stands for, in one row."""
+    """The key of {name: colour}, in one row."""
     for index, (name, colour) in enumerate(colours.items()):
         sheet.add("rect", x=left + index * step, y=top, width=12, height=12, fill=colour)
         sheet.text(left + index * step + 18, top + 10, name)
@@ -87,7 +87,7 @@ def ticks(low, high, logarithmic):
 
 
 class Axis:
-    """Places values between two pixels."""
+    """Maps values to pixels between two positions."""
 
     def __init__(self, values, begin, end, logarithmic=False, zero=False):
         self.low, self.high = (0 if zero else min(values)), max(values)
@@ -106,7 +106,7 @@ LINES_WIDTH, LINES_HEIGHT = 760, 260
 
 
 def lines(sheet, top, title, series, across, logarithmic=False, zero=False):
-    """A chart of {name: [(x, y)]} below top; across is what x is. zero: y begins there."""
+    """A chart of {name: [(x, y)]} below top; across names the x axis. zero: y begins at 0."""
     left, right, bottom = 70, LINES_WIDTH - 250, top + LINES_HEIGHT - 40
     points = [point for each in series.values() for point in each]
     x_axis = Axis([x for x, _ in points], left, right, logarithmic)

@@ -2,15 +2,15 @@
 # Shared by ./run, ./test and the scripts they call; to be sourced from the root of the repository.
 
 JOBS=$(nproc)
-# A compiler cache inside the build tree works for everybody and leaves with it. Whoever has set up
-# another keeps it.
+# A compiler cache inside the build tree works for every user and is removed with it. A cache that the user
+# has set up is kept.
 export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/.ccache}"
 export CCACHE_COMPILERCHECK=content
-# What a file includes is taken from the compiler, which says it anyway. Otherwise every file that the cache
-# does not have is preprocessed first, a quarter of the time of a small one.
+# Takes a file's includes from the compiler, which lists them anyway. Otherwise every file that the cache
+# lacks is preprocessed first, a quarter of the time of a small one.
 export CCACHE_DEPEND=1
 
-# quietly COMMAND...: its output is shown only when it fails.
+# quietly COMMAND...: shows its output only if it fails.
 quietly() {
   mkdir -p build
   local log

@@ -1,11 +1,10 @@
 # shellcheck shell=bash
-# Where mmdebstrap has Debian from: as this machine; to be sourced.
+# The Debian repository for mmdebstrap: that of this machine; to be sourced.
 
 DEBIAN_SUITE=bookworm
 
-# debian_repository: where this machine has the suite from, as a line of sources.list. Updates are left
-# out: what is built against the release runs with them, and mirrors are not always complete for all
-# architectures.
+# debian_repository: this machine's source of the suite, as a line of sources.list. Updates are left out:
+# programs built with the release run with them, and mirrors are not always complete for all architectures.
 debian_repository() {
   local address
   # shellcheck disable=SC2016  # apt expands them
@@ -15,7 +14,7 @@ debian_repository() {
   echo "deb ${address:-http://deb.debian.org/debian} $DEBIAN_SUITE main"
 }
 
-# debian_apt_options: what this machine needs to reach its mirrors, as lines of apt.conf.
+# debian_apt_options: the options with which this machine reaches its mirrors, as lines of apt.conf.
 debian_apt_options() {
   apt-config dump | grep -E '^Acquire::(https?|Check-|Retries|ForceIPv)' || true
   echo 'APT::Install-Recommends "false";'

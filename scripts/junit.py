@@ -1,19 +1,18 @@
 #!/usr/bin/env python3
-"""What a run of ctest has done, from the JUnit file it wrote.
+"""Reports a run of ctest, from the JUnit file it wrote.
 
-    scripts/junit.py FILE EXIT_CODE
+  scripts/junit.py FILE EXIT_CODE
 
-Prints "passed failed skipped" on the first line, then a line for each test that was skipped, with its
-reason, and for whatever else is wrong with the run. A test that could not run (its program is missing,
-what it stands on has failed) has failed. So has a run that executed no test, or that ended otherwise
-than its tests did.
+Prints "passed failed skipped" on the first line, then a line for each skipped test, with its reason, and for
+each other fault of the run. A test that could not run (its program is missing, or its fixture has failed) has
+failed. So has a run that executed no test, or whose exit code does not fit its tests.
 """
 
 import re
 import sys
 import xml.etree.ElementTree as ElementTree
 
-# What ctest calls a test that said by itself that it is skipped.
+# ctest's words for a test that reported itself as skipped.
 SAID_SO = ('SKIP_REGULAR_EXPRESSION_MATCHED', 'SKIP_RETURN_CODE=')
 
 
@@ -23,7 +22,7 @@ def skipped_by_itself(case):
 
 
 def reason(case):
-    """What the test says of it: GoogleTest's message, or the last line of a script."""
+    """The reason that the test gives: GoogleTest's message, or the last line of a script."""
     lines = [line.strip() for line in (case.findtext('system-out') or '').splitlines() if line.strip()]
     for line, following in zip(lines, lines[1:]):
         if re.search(r':\d+: Skipped$', line) and not following.startswith('['):
@@ -32,7 +31,7 @@ def reason(case):
 
 
 def judge(cases, code):
-    """(passed, failed, skipped, lines to show)."""
+    """(passed, failed, skipped, lines to print)."""
     passed = failed = skipped = 0
     lines = []
     for case in cases:

@@ -1,4 +1,4 @@
-"""Which commit figures were measured at: for the programs that write them."""
+"""The commit at which figures were measured, for the programs that write them."""
 
 import subprocess
 from pathlib import Path
@@ -12,7 +12,7 @@ def git(*words):
 
 
 def measured_at():
-    """For the text of a table or picture."""
+    """Text for a table or picture."""
     commit = git("rev-parse", "--short=12", "HEAD")
     if commit is None:
         return "measured at an unknown commit"

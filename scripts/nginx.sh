@@ -3,7 +3,7 @@
 
 PATH=$PATH:/usr/sbin:/sbin
 
-# free_port: a port of 127.0.0.1 on which nobody listens.
+# free_port: a port of 127.0.0.1 without a listener.
 free_port() {
   local port
   while :; do
@@ -15,7 +15,7 @@ free_port() {
   done
 }
 
-# await_port PORT PID: until PID listens there. Fails when it ends first or after ten seconds.
+# await_port PORT PID: waits until PID listens there. Fails if it ends first or after ten seconds.
 await_port() {
   local tries=200
   while [ "$tries" -gt 0 ] && kill -0 "$2" 2>/dev/null; do
@@ -28,8 +28,8 @@ await_port() {
   return 1
 }
 
-# start_nginx FOLDER ROOT [LINES]: serves the files of ROOT, keeping its own things in FOLDER; LINES
-# go into the server block, and those of the variable NGINX_HTTP above it. Sets NGINX_PORT and NGINX_PID.
+# start_nginx FOLDER ROOT [LINES]: serves the files of ROOT, with its own files in FOLDER; LINES go into the
+# server block, and those of the variable NGINX_HTTP above it. Sets NGINX_PORT and NGINX_PID.
 start_nginx() {
   local folder=$1 root=$2 lines=${3:-} user=""
   [ "$(id -u)" -ne 0 ] || user="user root;"

@@ -1,17 +1,17 @@
 # shellcheck shell=bash
-# How ./test counts; to be sourced after scripts/common.sh.
+# The counts of ./test; to be sourced after scripts/common.sh.
 
 PASSED=0
 FAILED=0
 SKIPPED=0
-# Skips that tests/skips.txt does not name.
+# Skips that are not in tests/skips.txt.
 UNEXPECTED=0
 STARTED=$SECONDS
 COMPLETE=no
-# What goes on meanwhile: the process group of each check, and the file with its output.
+# Checks that run in the background: the process group of each, and the file with its output.
 declare -A BEGUN=() OUTPUT=()
 
-# told NAME PASSED FAILED SKIPPED: adds up and prints the part's line.
+# told NAME PASSED FAILED SKIPPED: adds the counts up and prints the part's line.
 told() {
   PASSED=$((PASSED + $2))
   FAILED=$((FAILED + $3))
@@ -23,7 +23,7 @@ told() {
   echo "$line"
 }
 
-# check NAME COMMAND...: one check; its output is shown only when it fails.
+# check NAME COMMAND...: one check; its output is shown only if it fails.
 check() {
   local name=$1
   shift
@@ -49,14 +49,14 @@ begin() {
   set +m
 }
 
-# behind NAME COMMAND...: begins a check that computes, while what follows mostly waits. It takes what
-# the others leave of the processors. await tells it.
+# behind NAME COMMAND...: begins a check that computes, while the next ones mostly wait. It gets the
+# processor time that the others leave. await reports its result.
 behind() {
   begin 19 "$@"
 }
 
-# beside NAME COMMAND...: begins a check that mostly waits, as soon as fewer than two for a processor
-# go on. await tells it.
+# beside NAME COMMAND...: begins a check that mostly waits, once fewer than two for each processor run. await
+# reports its result.
 beside() {
   while [ "$(jobs -rp | wc -l)" -ge $((2 * JOBS)) ]; do
     wait -n || true
@@ -64,7 +64,7 @@ beside() {
   begin 0 "$@"
 }
 
-# await NAME: tells what was begun under the name, when it has ended.
+# await NAME: waits for the check begun under that name and reports its result.
 await() {
   local result=0
   wait "${BEGUN[$1]}" || result=1
@@ -74,7 +74,7 @@ await() {
   told "$1" $((1 - result)) "$result" 0
 }
 
-# end_begun: ends what nobody has awaited. Fails when there was any.
+# end_begun: ends the checks that were not awaited. Fails if there was any.
 end_begun() {
   local name
   [ "${#BEGUN[@]}" -gt 0 ] || return 0
@@ -85,7 +85,7 @@ end_begun() {
   return 1
 }
 
-# show_lines: the lines that scripts/junit.py prints for a run, from standard input.
+# show_lines: shows the lines that scripts/junit.py prints for a run, from standard input.
 show_lines() {
   local line name
   while read -r line; do
@@ -98,8 +98,7 @@ show_lines() {
   done
 }
 
-# run_ctest PRESET [ctest options]: runs the tests of a build; shows what failed, and why tests were
-# skipped.
+# run_ctest PRESET [ctest options]: runs the tests of a build; shows the failures, and why tests were skipped.
 run_ctest() {
   local preset=$1
   shift
@@ -123,14 +122,14 @@ run_ctest() {
   show_lines <<<"$(tail -n +2 <<<"$result")"
 }
 
-# tree_to_test: the name of what is committed, when that is all there is.
+# tree_to_test: the name of the committed tree, if nothing else has changed.
 tree_to_test() {
   if [ -z "$(git status --porcelain 2>&1)" ]; then
     git rev-parse 'HEAD^{tree}'
   fi
 }
 
-# remember_green TREE: scripts/release wants to know that all tests of a tree have passed. It must have
+# remember_green TREE: records for scripts/release that all tests of a tree have passed. The tree must have
 # been the same from first to last.
 remember_green() {
   if [ "$FAILED" -eq 0 ] && [ "$UNEXPECTED" -eq 0 ] && [ -n "$1" ] && [ "$(tree_to_test)" = "$1" ]; then
@@ -138,7 +137,7 @@ remember_green() {
   fi
 }
 
-# sum_up: the last line, whatever happened before. For the EXIT trap.
+# sum_up: prints the last line, in any case. For the EXIT trap.
 sum_up() {
   if ! end_begun || [ "$COMPLETE" != yes ]; then
     echo "The run ended early." >&2

@@ -1,4 +1,4 @@
-# 32-bit ARM, hard float, against the sysroot that scripts/arm-sysroot makes. Tests run in qemu.
+# 32-bit ARM, hard float, with the sysroot of scripts/arm-sysroot. Tests run in qemu.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 
@@ -14,8 +14,8 @@ set(FLUVIA_TRIPLET arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER ${FLUVIA_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${FLUVIA_TRIPLET}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${FLUVIA_TRIPLET})
-# By the target's own loader rather than by qemu's -L, which would show programs the sysroot's folders
-# in place of the machine's, "/" among them.
+# Uses the target's own loader rather than qemu's -L, which would show programs the sysroot's folders in place
+# of the machine's, "/" among them.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;${CMAKE_SYSROOT}/lib/ld-linux-armhf.so.3;--library-path
     ${CMAKE_SYSROOT}/lib/${FLUVIA_TRIPLET}:${CMAKE_SYSROOT}/usr/lib/${FLUVIA_TRIPLET})
 

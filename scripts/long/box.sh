@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# A booted 32-bit ARM system (scripts/arm-box): the C interface's tests and models, servers, files
-# beyond 4 GiB, what user emulation cannot run; stress for FLUVIA_BOX_SECONDS, else ten minutes, players for
-# twice as long; a player in less and less memory; what playing costs. Leaves build/box-*.log, and in
+# A booted 32-bit ARM system (scripts/arm-box): the C interface's tests and models, servers, files beyond 4
+# GiB, and tests that user emulation cannot run; stress for FLUVIA_BOX_SECONDS, else ten minutes, players for
+# twice as long; a player in less and less memory; the cost of playing. Leaves build/box-*.log, and in
 # build/box soak.csv, playing.csv, playing.json and the pictures box-soak.svg and box-playing.svg.
 BOX_TESTS=(webs_tests api_tests http_tests process_tests exhaustion_tests ordeal_stress ordeal_soak)
 
@@ -11,7 +11,7 @@ make_for_box() {
     configure armv7-ubsan && build armv7-ubsan --target "${BOX_TESTS[@]}"
 }
 
-# in_box NAME SECONDS [options of scripts/arm-box] PROGRAM [ARGUMENT...]: shows what the program says.
+# in_box NAME SECONDS [options of scripts/arm-box] PROGRAM [ARGUMENT...]: shows the program's output.
 in_box() {
   local log=build/box-$1.log limit=$2
   shift 2

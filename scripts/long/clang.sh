@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Every test in a build by Clang, without its optimiser: the ordinary run only builds it.
+# Every test in a Clang build without optimisation: the ordinary run only builds it.
 make_clang() {
   configure clang -DFLUVIA_TESTS=ON && build clang
 }

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# How much of api/, util/ and webs/ the tests reach: 95 of 100 lines, 85 of 100 branches. Leaves the
-# tables of docs/coverage.md and what is not reached in build/coverage.
+# How much of api/, util/ and webs/ the tests reach: 95 of 100 lines, 85 of 100 branches. Leaves the tables of
+# docs/coverage.md and the unreached lines in build/coverage.
 check "packages of coverage" scripts/install-dependencies coverage
 make_coverage() {
   configure coverage -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=OFF &&

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Each fuzz target for FUZZ_SECONDS (600), beginning with its stored corpus and what earlier runs have
-# found. What breaks it is left in build/fuzz; executions and coverage in build/fuzz/NAME.log. Leaks
-# are the replay's to find: looking for them after each input takes most of the time.
+# Each fuzz target for FUZZ_SECONDS (600), beginning with its stored corpus and the inputs of earlier runs.
+# Inputs that break it are left in build/fuzz; executions and coverage in build/fuzz/NAME.log. The replay
+# looks for leaks: here a search after each input would take most of the time.
 FUZZ_SECONDS=${FUZZ_SECONDS:-600}
 
 # name of the target, its folder in tests/ordeal/fuzz/corpus

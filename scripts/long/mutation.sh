@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Switches each fix off and wants its test to fail; see tests/ordeal/mutation.
+# Switches each fix off and expects its test to fail; see tests/ordeal/mutation.
 . scripts/sanitizers.sh
 mkdir -p build
 tests/ordeal/mutation/mutate.py | tee build/mutation.log || true

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# A real network in a box of two network namespaces; what comes out is left in build/network.log.
+# A real network in a box of two network namespaces; its output is left in build/network.log.
 set -o pipefail
 
 make_fluvia() {
@@ -12,7 +12,7 @@ if tests/ordeal/network/box.sh build/release/tools/fluvia build/release/libfluvi
   told "network in a box" "$(grep -c " right " build/network.log || true)" 0 \
     "$(grep -c " skipped " build/network.log || true)"
 else
-  # One that ends before it has judged has failed too.
+  # A run that ends before it has judged has failed too.
   wrong=$(grep -c " wrong " build/network.log || true)
   told "network in a box" "$(grep -c " right " build/network.log || true)" $((wrong > 0 ? wrong : 1)) 0
 fi

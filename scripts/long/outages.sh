@@ -12,7 +12,7 @@ for player in ffmpeg gstreamer mpv mount cat; do
     check "$player, $way" timeout --kill-after=10 200 tests/products/players/players.sh "$PWD/build/release" "${player}_$way"
   done
 done
-# HLS: a live stream of 40 s, and one on a line that is too slow for it.
+# HLS: a live stream of 40 s, and one on a link that is too slow for it.
 for test in live_long live_late; do
   check "ffmpeg, HLS $test" timeout --kill-after=10 200 tests/products/players/players.sh "$PWD/build/release" "ffmpeg_hls_$test"
 done

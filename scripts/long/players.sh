@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What a player feels over a long, slow link, beside FFmpeg's and GStreamer's own HTTP. The figures
-# are left in build/player-figures; docs/players.md shows those of one such run.
+# What a viewer notices over a long, slow link, beside FFmpeg's and GStreamer's own HTTP. The figures are left
+# in build/player-figures; docs/players.md shows those of one such run.
 . scripts/nginx.sh
 
 make_measured_players() {
@@ -14,8 +14,8 @@ copy_film() {
   ffmpeg -nostdin -hide_banner -loglevel error -y -i "$out/film.mkv" -c copy "$@" "$out/$name"
 }
 
-# A minute of noise at 6 Mbit/s: more than a buffer holds; MP4 with its index at the end, in front, and
-# in fragments; HLS in pieces of six seconds.
+# A minute of noise at 6 Mbit/s, larger than a buffer; MP4 with its index at the end, in front, and in
+# fragments; HLS in pieces of six seconds.
 make_measured_media() {
   local out=build/player-figures/media
   mkdir -p "$out/stream"
@@ -48,7 +48,7 @@ measure_players() (
     tests/products/players/measure.py picture "$out/players.csv" >"$out/players.svg"
 )
 
-# Half of it as HLS, in pieces of six seconds: some with more bytes than a buffer, none with all.
+# Half of it as HLS, in pieces of six seconds: some are larger than a buffer, none has all bytes.
 make_measured_hls() {
   local out=build/player-figures/media
   [ ! -e "$out/hls/complete" ] || return 0
@@ -66,7 +66,7 @@ measure_hls() (
     -subj /CN=127.0.0.1 -addext "subjectAltName=IP:127.0.0.1" 2>"$tls/openssl.log" || return 1
   start_nginx "$plain" "$out/media/hls" || return 1
   local plain_port=$NGINX_PORT plain_id=$NGINX_PID
-  # Both write one log: it is counted.
+  # Both write one log, whose requests are counted.
   ln -s "$plain/access.log" "$tls/access.log"
   NGINX_LISTEN=ssl start_nginx "$tls" "$out/media/hls" \
     "ssl_certificate $tls/cert.pem; ssl_certificate_key $tls/key.pem;" || code=1

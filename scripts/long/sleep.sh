@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# A player that falls asleep for a minute and reads on.
+# A player that sleeps for a minute and reads on.
 make_exhaustion() {
   configure release -DFLUVIA_TESTS=ON && build release --target exhaustion_tests
 }

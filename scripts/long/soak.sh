@@ -14,7 +14,7 @@ soak() {
   "$program" --make "$folder/www/film.ts" 20000000
   start_nginx "$folder" "$folder/www" "location /limited/ { alias $folder/www/; limit_rate 3m; }"
   local url=http://127.0.0.1:$NGINX_PORT
-  # What each thread puts by for its next allocations counts as in use, and grows with their number.
+  # Each thread's cache of freed memory counts as in use, and grows with the number of threads.
   GLIBC_TUNABLES=glibc.malloc.tcache_count=0 "$program" \
     --seconds "${FLUVIA_SOAK_SECONDS:-3600}" --csv build/soak.csv \
     --url "$url/film.ts" 20000000 --url "$url/limited/film.ts" 20000000 \
