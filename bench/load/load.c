@@ -1,6 +1,6 @@
-/* Time that loading a library takes once the libraries it needs are there: each of 21 new processes
- * loads all but the last name, then takes the time of the last with all symbols resolved. Prints
- * the shortest in microseconds.
+/* Measures how long it takes to load a library after the libraries it needs. Each of 21 new
+ * processes loads all names except the last, then takes the time of the last with all symbols
+ * resolved. Prints the shortest time in microseconds.
  *
  *   load LIBRARY... LIBRARY */
 #include <dlfcn.h>

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A fragmented track has no table of samples, and is a few hundred bytes long.
+// A fragmented track has no table of samples, and has a few hundred bytes.
 constexpr long long kTrackWithoutSamples = 16384;
 
 long long numberAt(const std::string& bytes, size_t at, int count) {
@@ -125,7 +125,7 @@ Head unknownUpTo(const std::string& bytes, long long at) {
   return head;
 }
 
-// A movie with fragments says so among its tracks. Pushed demuxers refuse to seek in it.
+// A movie with fragments has a box for them among its tracks. Pushed demuxers refuse to seek in it.
 Head lookAtMovie(const std::string& bytes, const Box& movie) {
   Head head;
   long long at = movie.body;

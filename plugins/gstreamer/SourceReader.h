@@ -95,9 +95,9 @@ class SourceReader {
   }
   // Same, for the bytes that have arrived: at least least bytes and at most most.
   Outcome read(long long offset, unsigned int least, unsigned int most, Piece* piece);
-  // Closes the source once its reads are done. To other callers it is closed at once: the next open
-  // of the name gets what the server has then. A read opens it again and returns the same bytes or
-  // none.
+  // Closes the source after its reads. To other callers it is closed at once: the next open of the
+  // name gets the server's current resource. A read reopens the source and returns the same bytes
+  // or none.
   void release();
   bool isReleased() const;
   // Makes waiting and later reads return kInterrupted until resume().

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery(100);
 constexpr std::chrono::milliseconds kLevelsWait(50);
-// An abort of another handle meets every read of a resource whose size is not known yet.
+// An abort of another handle breaks every read of a resource whose size is not known yet.
 constexpr int kTries = 5;
 constexpr unsigned int kFirstRead = 4096;
 // A fragment's head, the next one's, the pictures, the sound, the pictures again: the restarts that
@@ -411,8 +411,8 @@ SourceReader::Outcome SourceReader::Worker::fetchOnce(unsigned int size, unsigne
   return abandoned(ticket) ? Outcome::kInterrupted : Outcome::kFailed;
 }
 
-// Waits until the library no longer uses the buffer. An abandoned request is aborted once: it has a
-// number of its own, so the abort cannot come too early or meet another request.
+// Waits until the library no longer uses the buffer. An abandoned request is aborted once: it has
+// its own number, so the abort cannot come too early or reach another request.
 void SourceReader::Worker::waitForCompletion(Lock& held, int request, unsigned long long ticket) {
   bool broken = false;
   while (pending_) {

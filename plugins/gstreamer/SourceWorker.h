@@ -64,7 +64,7 @@ class SourceReader::Worker {
   bool closeReleased(Lock& held);
   // Reads and survives outages of the server.
   Outcome fetch(const Span& span, unsigned long long ticket, Piece* piece);
-  // Same on the current handle; retries if an abort of another handle met the read.
+  // Same on the current handle; retries if an abort of another handle broke the read.
   Outcome fetchHere(const Span& span, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   unsigned int sizeNow(const Span& span) const;

@@ -1,5 +1,5 @@
-/* The public header needs no other header, may be included twice, and every
-   function of its two families can be taken the address of with the type that callers rely on. */
+/* The public header needs no other header and may be included twice. The address of every
+   function of its two families has the type that callers rely on. */
 #include <fluviafs.h>
 
 #define FAMILY(prefix)                                                                      \
@@ -45,7 +45,7 @@ HTTP_FAMILY(c);
 int (*xCAPath)(int, const char*) = x_fluvia_file_http_set_CAPath;
 int (*xUrlIp)(int, char*) = x_fluvia_file_http_get_url_ip;
 
-/* An array of negative size stops the compilation when a value that callers have compiled in moves.
+/* An array of negative size stops the compilation if a value that callers have compiled in changes.
  */
 #define SAME(name, constant, value) typedef char name[(constant) == (value) ? 1 : -1]
 SAME(okIs0, FVFR_OK, 0);

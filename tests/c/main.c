@@ -1,4 +1,4 @@
-/* With header.c a program that needs every function of the library, in any standard. */
+/* With header.c, a program that uses every function of the library, in any standard. */
 #include <fluviafs.h>
 #include <stdio.h>
 

@@ -1,4 +1,4 @@
-// fluvia-mount: sources as the read-only files of a folder, by FUSE.
+// fluvia-mount: sources as the read-only files of a folder, with FUSE.
 #define FUSE_USE_VERSION 32
 
 #include <fuse.h>

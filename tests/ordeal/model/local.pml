@@ -7,14 +7,14 @@ byte runVersion;
 byte requestCount;     /* in chunks; 0: to the end */
 bool fileOpen = true;  /* initialize */
 bool fileEof;
-byte fileAt;           /* the chunk that the file gives next */
+byte fileAt;           /* the chunk that is read next */
 bool fileUsed;         /* a thread is inside the stream object */
 bool producerFreed;
 byte notOpenedLeft = NOT_OPENED;
 byte stoppedRun;       /* the last run that a stop has ended; runs count from 1 */
 
 #ifdef LIVE
-/* In 5 ms the start is over: it waits for nobody who waits for the stop. */
+/* In 5 ms the start is over: it waits for no thread that waits for the stop. */
 #define mayRepeat false
 #else
 #define mayRepeat true
@@ -22,17 +22,17 @@ byte stoppedRun;       /* the last run that a stop has ended; runs count from 1 
 
 #define touchProducer assert(!producerFreed)
 
-/* setStopWait does nothing: a run that was refused is over. */
+/* setStopWait does nothing: a refused run has ended. */
 inline setStopWait() {
   skip
 }
 
-/* The bytes that are stored are those of the place they go to. */
+/* Bytes are stored at their own place. */
 inline checkPlace(bytes) {
   assert(!bytes || at == writeHead)
 }
 
-/* An end that the queue listens to is that of the current version, by a run that goes on. */
+/* The queue accepts only an end of the current version, from a run that was not stopped. */
 inline checkEvent() {
   assert(needExit || (myRun > stoppedRun && myVersion == version))
 }
@@ -43,7 +43,7 @@ inline startStreaming() {
   touchProducer;
   fileUsed = true;
   atomic {
-    /* The count may be one that the pieces step over. */
+    /* The pieces may step over the count. */
     if
     :: requestCount = length
     :: requestCount = 0
@@ -73,8 +73,8 @@ inline startStreaming() {
           running = true;
           currentRun++;
           startThread(FILE_THREAD);
-          /* Every start finds the request of the one before withdrawn by a stop: so the question
-             whether that request still stands, which takes no lock, is never asked. */
+          /* A stop has withdrawn the previous start's request before every start: so the check
+             whether that request still stands, which takes no lock, is never made. */
           if
           :: started
           :: else ->
@@ -84,7 +84,7 @@ inline startStreaming() {
           fi
        fi
     fi;
-    /* Only a thread that cannot be made keeps a connection from being started. */
+    /* A connection is not started only if the thread cannot be created. */
     assert(!refused || threads[FILE_THREAD].failed);
     fileUsed = false;
     from = 0;
@@ -114,7 +114,7 @@ inline readChunk() {
        got = false;
        if
        :: fileAt >= CHUNKS -> fileEof = true
-       /* a medium that was pulled out gives nothing */
+       /* a medium that was pulled out returns no bytes */
        :: earlyLeft > 0 && fileAt < CHUNKS -> earlyLeft--
        :: fileAt < CHUNKS -> got = true; fileAt++
        /* the last piece is a short one */
@@ -199,7 +199,7 @@ end:
            fi
         od;
         notifyPerformEnd();
-        /* what the next run does not need to know */
+        /* state that the next run does not need */
         d_step {
           myRun = 0;
           count = 0;
@@ -227,7 +227,7 @@ inline stopStreaming() {
     running = false;
     stoppedRun = currentRun;
     fileOpen = false;
-    /* what no run needs any more */
+    /* state that no run needs any more */
     fileAt = 0;
     requestCount = 0;
     runVersion = 0;

@@ -1,78 +1,77 @@
 /* Reader, transfer, engine and close around one buffer queue and its producer.
  *
- * The states are the code's own, by its names; what is left out is the content of blocks. A
- * resource has CHUNKS chunks and the queue room for ROOM of them. Waiting is on conditions without
- * time-outs and without wake-ups out of nothing, so that a wake-up that the code forgets is a
- * deadlock here; the waits that the code repeats after milliseconds may go on by themselves. What
- * is done under feedLock, a producer's lock or a thread object's is one step up to the next wait;
- * what is asked without a lock stands between the steps.
+ * The states and their names are the code's own; the content of blocks is left out. A resource has
+ * CHUNKS chunks and the queue has room for ROOM of them. Conditions have neither time-outs nor
+ * spurious wake-ups, so that a wake-up that the code forgets is a deadlock here. Waits that the
+ * code repeats after milliseconds may continue by themselves. Work under feedLock, a producer's
+ * lock or a thread object's is one step up to the next wait; queries without a lock are between
+ * the steps.
  *
  * This file is the queue with its reader, engine, abort and close. The producer is that of a URL
  * (url.pml, whose transfer runs on the queue's worker), or with LOCAL that of a local file
  * (local.pml, which has a thread of its own).
  *
- * Checked: every process comes to its end (no reader waits for ever, close terminates), nothing is
- * touched after it was freed, no read fails without a cause, version and tasks stay in bounds; and
- * of a local file: a run that was stopped delivers nothing more, no end is told but that of the
- * current version, bytes come to their own place, the file is closed under nobody.
+ * Checked: every process terminates (no reader waits for ever, close terminates), there is no use
+ * after free, no read fails without a cause, version and tasks stay within limits. For a local
+ * file: a stopped run delivers nothing more, only the end of the current version is reported,
+ * bytes are stored at their own place, and no thread uses the file when it is closed.
  *
  * Service is checked too. After a reader began to wait, the queue takes at most one chunk that does
  * not serve it before its bytes come or a newer version is announced (unserved). A chunk serves the
- * reader when it completes the bytes at position, or when the stream comes to them next: within
- * MARGIN chunks of writeHead. A reader that waits in the block which is written next asks for
- * nothing. What any other reader asks for (wishAsks) stands until that reader goes on, whoever
- * lowers needFeed.
+ * reader if it completes the bytes at position, or if the stream reaches them next: within MARGIN
+ * chunks of writeHead. A reader that waits in the block that is written next requests nothing. The
+ * request of any other reader (wishAsks) stands until that reader continues, even if needFeed is
+ * lowered.
  *
- * A transfer without room may pause: then a read that leaves a chunk wakes it or does not, as the
- * reader is near the write head or far from it. The clock that ends a pause is left out, so whoever
- * is served here is served without it.
+ * A transfer without room may pause: then a read that leaves a chunk wakes it only if the reader is
+ * near the write head. The clock that ends a pause is left out, so every reader that is served here
+ * is served without it.
  *
  * With LIVE the search looks for a read that never ends (served), in runs that are fair to every
  * process. With ENDLESS the last chunk stands for the rest of a long resource. The network brings
- * pieces of it as long as the connection stands, and nobody reads there: nothing but the queue ends
- * that connection.
+ * pieces of it as long as the connection lasts, and no reader is there: only the queue ends that
+ * connection.
  *
- * READS, ENGINES, FAILURES, EARLY, NO_MEMORY, NO_THREAD and NOT_OPENED bound a run: reads of a free
- * choice of positions, of one chunk or (not with SHORT_READS) up to the end, workers of the engine,
- * errors of the connection, connections or runs that end early, restarts that find no memory for
- * their task (or, of a local file, no block), threads that cannot be made, files that cannot be
- * opened. With PATIENT the handle is closed when its reads are over: whoever waits for ever is a
- * deadlock then. Without it the close comes at any time. In both another thread aborts once. Reads
- * are numbered; an abort and a close break the read that they find by its number, once, and wait
- * for its end.
+ * READS, ENGINES, FAILURES, EARLY, NO_MEMORY, NO_THREAD and NOT_OPENED limit a run: reads at any
+ * positions, of one chunk or (not with SHORT_READS) up to the end; workers of the engine; errors of
+ * the connection; connections or runs that end early; restarts without memory for their task (or,
+ * of a local file, without a block); threads that cannot be created; files that cannot be opened.
+ * With PATIENT the handle is closed after its reads: then a wait without end is a deadlock. Without
+ * it the close comes at any time. In both cases another thread aborts once. Reads are numbered; an
+ * abort and a close break the current read by its number, once, and wait for its end.
  *
- * Wanted, and no fault: a local file that cannot be opened again gives neither bytes nor an end.
- * Its read waits until it is aborted or its handle closed. So only after that (lost) a patient
- * close may find a reader that waits, and it has to end its wait.
+ * Intentional, and no fault: a local file that cannot be reopened delivers neither bytes nor an
+ * end. Its read waits until it is aborted or its handle is closed. So only after that (lost) a
+ * patient close may find a waiting reader, and it has to end its wait.
  *
- * FAULT takes one thing away that the code does, and check.sh wants an error for each:
- *   1  a reader that is broken off does not tell who broke it
- *   2  a close does not wake who waits
+ * FAULT leaves out one thing that the code does, and check.sh expects an error for each:
+ *   1  a broken read does not inform the thread that broke it
+ *   2  a close does not wake waiting threads
  *   3  a stop is announced before there is memory for the restart that brings it
  *   4  a stop is not repeated while the worker is about to start the producer
  *   5  the close does not wait for restart tasks
- *   6  a connection that failed is taken for one that was cancelled
+ *   6  a failed connection is treated as a cancelled one
  *  17  a transfer that finds no room does not wake a reader that waits for more than there is room
- *  18  a chunk does not renew the wish of a reader that waits
- *  19  a restart forgets that wish when its connection begins
- *  20  a transfer lowers the wish of a reader to which it does not come
- *  21  a break that comes before its read is forgotten
- *  22  a read that finds itself broken waits nevertheless
- *  23  a chunk renews the wish also when the reader's bytes are held: a reader that was woken and
- *      has not got the lock yet may then have a transfer without room restarted again and again
- *  24  a break that is late takes back one that names a later read
- *  25  a reader that begins to wait leaves a transfer without room in its pause
+ *  18  a chunk does not renew the wish of a waiting reader
+ *  19  a restart clears that wish when its connection begins
+ *  20  a transfer clears the wish of a reader that it does not reach
+ *  21  a break that comes before its read is lost
+ *  22  a broken read waits nevertheless
+ *  23  a chunk renews the wish even if the reader's bytes are buffered: a reader that was woken and
+ *      has not got the lock yet may then restart a transfer without room again and again
+ *  24  a late break cancels one that names a later read
+ *  25  a reader that begins to wait does not end the pause of a transfer without room
  * and of a local file's producer:
- *   7  a run does not look whether it is still the current one
- *   8  a stop that met a start is not repeated when that start is over
- *   9  the producer goes without waiting for its thread
- *  10  the queue does not note that a run which it refused was the last word
- *  11  a reader that goes on waiting does not ask for a connection, though nothing streams
- *  12  a start during a run is forgotten when that run is over
- *  13  a forced stop does not wake a thread that sleeps
- *  14  a run that was refused sends its end
- *  15  the close waits for a thread that could not be made
- *  16  an end of the file that an earlier run met is not forgotten at a start
+ *   7  a run does not check that it is still the current one
+ *   8  a stop that met a start is not repeated after that start
+ *   9  the producer is destroyed without waiting for its thread
+ *  10  the queue does not record that a run which it refused has ended
+ *  11  a reader that waits again does not request a connection, though nothing streams
+ *  12  a start during a run is lost when that run ends
+ *  13  a forced stop does not wake a sleeping thread
+ *  14  a refused run sends its end
+ *  15  the close waits for a thread that could not be created
+ *  16  a start does not clear the end of the file that an earlier run met
  */
 #ifndef READS
 #define READS 2
@@ -121,7 +120,7 @@ mtype = { NO_EVENT, PARTIAL_END, STREAM_ERROR, CANCELED };
 
 /* Locks. */
 bool queueLock, feedLock, workerLock, producerLock;
-/* Who waits on feedLock's condition: reader, transfer, closer, aborter. */
+/* True for threads that wait on feedLock's condition: reader, transfer, closer, aborter. */
 bool waitR, waitT, waitC, waitA;
 bool pauses;           /* the transfer waits for room, and no reader was near the write head */
 
@@ -136,8 +135,8 @@ byte tasksQueued;      /* on the engine, not taken */
 byte restartTasks;     /* queued or running */
 bool needFeed, breakRequested, readRunning;
 bool connecting, workerStarted, releaseCalled, connectionStored, endReported;
-bool wishStands;       /* the reader waits, until it has the lock again, also when it was woken */
-bool wishAsks;         /* another connection may have to bring what it waits for */
+bool wishStands;       /* the reader waits: true until it has the lock again, even once woken */
+bool wishAsks;         /* its bytes may need another connection */
 byte brokenUpTo;       /* the highest number of a read that a break has named */
 byte emptyEnds;
 byte streamFrom;
@@ -170,7 +169,7 @@ byte noMemoryLeft = NO_MEMORY;
 /* A read may fail: two ends in a row without a byte, two errors, or nothing to go on with. */
 #define hasCause (releaseCalled || noMemoryLeft < NO_MEMORY || threadFailed || \
                   earlyLeft + 2 <= EARLY || failuresLeft + 2 <= FAILURES)
-/* The stream brings what the reader wants soon. */
+/* The stream is about to bring the reader's bytes. */
 #define brings (position >= writeHead && position - writeHead <= MARGIN)
 #define acquire(l) atomic { !l -> l = true }
 #define unlock(l) l = false
@@ -190,8 +189,8 @@ inline waitFeed(w) {
   touch
 }
 
-/* One of the chunks that are held makes room for another; the reader's own only when there is no
-   other. When the reader was in it last, or in a block that is empty, it is in the new one now. */
+/* One buffered chunk makes room for another; the reader's own only if there is no other. A reader
+   that was in it last, or in an empty block, is in the new one now. */
 inline makeRoom(chunk) {
   if
   :: heldCount < ROOM
@@ -215,7 +214,7 @@ inline makeRoom(chunk) {
   fi
 }
 
-/* moveReaderTo: from block to block towards what the reader wants, as far as they go. */
+/* moveReaderTo: from block to block towards the reader's position, as far as there are blocks. */
 inline moveReader() {
   d_step {
     walk = tail;
@@ -272,7 +271,7 @@ inline failStream() {
   notifyAll()
 }
 
-/* prepareRestart: prepared tells whether there is memory for the task. */
+/* prepareRestart: prepared is true if there is memory for the task. */
 inline prepareRestart() {
   prepared = true;
   if
@@ -320,7 +319,7 @@ inline restartAt(from) {
   fi
 }
 
-/* fragmentStreaming with the task prepared: up to the next chunk that is held. */
+/* fragmentStreaming with the task prepared: up to the next buffered chunk. */
 inline placeAt(chunk) {
   makeRoom(chunk);
   writeHead = chunk;
@@ -343,7 +342,7 @@ inline placeAt(chunk) {
   queueRestart(writeHead)
 }
 
-/* fragmentOrNext at what the reader wants, with the task prepared, or failPlacement */
+/* fragmentOrNext at the reader's position, with the task prepared, or failPlacement */
 inline place() {
   if
 #ifdef LOCAL
@@ -375,7 +374,7 @@ typedef ThreadObject {
   bool alive;           /* a run is requested */
   bool forceClose, created, sleeping, wakeRequested;
   bool failed;          /* createResult is not 0 */
-  bool sleeps, stopper  /* who waits on the object's condition: its thread, a forced stop */
+  bool sleeps, stopper  /* its thread, or a forced stop, waits on the object's condition */
 };
 #define WORKER 0
 #define FILE_THREAD 1
@@ -390,8 +389,8 @@ byte noThreadLeft = noThreads;
 #define threadFailed (noThreadLeft != noThreads)
 #define threadExists(t) (threads[t].created && !threads[t].failed)
 
-/* The object's lock is held for each of these and nothing waits with it, so they are single steps.
-   A start tells in started whether it was taken. */
+/* Each of these holds the object's lock and none waits with it, so they are single steps. A start
+   sets started if it was accepted. */
 inline startThread(t) {
   atomic {
     if
@@ -602,7 +601,7 @@ inline readOnce() {
        breakRequested = false;
        needFeed = false;
        readRunning = false;
-       /* It has moved on in the blocks, which may be the room that the transfer waits for. */
+       /* It has left a block, which may be the room that the transfer waits for. */
        if
        :: before != tail && waitT -> notifyAll()
        :: before != tail && waitT && pauses
@@ -674,7 +673,7 @@ inline streamIn(bytes) {
     :: else
     fi;
 #if FAULT != 18
-    /* As the reader would by itself if every chunk woke it. */
+    /* As the reader itself would if every chunk woke it. */
     if
 #if FAULT == 23
     :: wishStands && wishAsks -> needFeed = true
@@ -693,7 +692,7 @@ inline streamIn(bytes) {
        do
        :: !bytes -> break
 #ifdef LOCAL
-       /* Its run was to end before, but its pieces stepped over the count. */
+       /* Its run should have ended before, but its pieces stepped over the count. */
        :: bytes && held[writeHead] ->
           goOn = false;
           break
@@ -859,7 +858,7 @@ inline continueAfterEnd() {
      if
      :: writeHead >= CHUNKS -> parkUntilFed()
 #ifdef LOCAL
-     /* walkForGap: its count ended the run where chunks are held. */
+     /* walkForGap: its count ended the run where chunks are buffered. */
      :: writeHead < CHUNKS && held[writeHead] ->
         d_step {
           gap = writeHead;
@@ -1085,7 +1084,7 @@ end:
 
 /* ---------------------------------------------------------------- close */
 
-/* breakReads: of every read up to that number, whether the queue knows of it yet or not */
+/* breakReads: of every read up to that number, also of one that the queue does not know yet */
 inline breakReads(highest, w) {
   atomic {
     acquire(feedLock);
@@ -1113,8 +1112,8 @@ inline breakReads(highest, w) {
   }
 }
 
-/* An abort of another thread, once, while the handle is open: breaks the read that it finds, and
-   waits for its end. */
+/* An abort by another thread, once, while the handle is open: breaks the current read and waits for
+   its end. */
 proctype Aborter() {
   byte mine;
   if
@@ -1132,8 +1131,7 @@ proctype Closer() {
   (readerDone && aborterDone) || lost;
 #ifndef ENDLESS
   timeout;
-  /* Nothing moves any more: what still waits is a parked transfer, not one that burns its
-     processor. */
+  /* Nothing moves any more: a transfer that still waits is parked and does not spin. */
   assert(!holding);
 #endif
 #endif
@@ -1187,6 +1185,6 @@ init {
 }
 
 #ifdef LIVE
-/* A read ends, however long it waits. */
+/* Every read ends at some time. */
 ltl served { [] (reading -> <> !reading) }
 #endif

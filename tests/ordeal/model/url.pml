@@ -5,7 +5,7 @@ bool alive, finished = true, stopWait, armed, isActive, running;
 bool firstReceived;    /* a first piece of the resource has come */
 
 #ifdef LIVE
-/* In 5 ms the start that a stop came too early for has begun. */
+/* A stop that came before its start is repeated after 5 ms, when the start has begun. */
 #define mayRepeat alive
 #else
 #define mayRepeat true
@@ -45,7 +45,7 @@ inline transfer() {
 #else
      :: failuresLeft > 0 -> failuresLeft--; event = STREAM_ERROR; break
 #endif
-     /* a server that says nothing more, met by a close */
+     /* a silent server, met by a close */
      :: closing -> !isActive
      :: earlyLeft > 0 -> earlyLeft--; event = PARTIAL_END; break
      :: writeHead >= CHUNKS && myVersion == version -> event = PARTIAL_END; break

@@ -1,5 +1,5 @@
-/* To be preloaded: reading by pread(2), with 64-bit offsets, gives a changed byte at the file
-   offset in BENT_OFFSET. */
+/* To be preloaded: pread(2), with 64-bit offsets, returns a changed byte at the file offset in
+   BENT_OFFSET. */
 #include <dlfcn.h>
 #include <stdlib.h>
 #include <string.h>
