@@ -29,7 +29,7 @@ void fill(Packet* packet, unsigned stream, unsigned counter, std::mt19937* rando
 }
 
 bool write(std::FILE* file) {
-  std::mt19937 random(20240229);  // NOLINT: the sample is to be the same every time
+  std::mt19937 random(20240229);  // NOLINT: the sample must be the same every time
   std::array<unsigned, kStreams.size()> counters{};
   Packet packet{};
   for (unsigned i = 0; i < kPackets; ++i) {

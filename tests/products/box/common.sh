@@ -70,7 +70,7 @@ bad=0
 attempt() {
   "$@" || {
     echo "FAILED: $*"
-    # shellcheck disable=SC2034  # whoever sources this looks at it
+    # shellcheck disable=SC2034  # used by the sourcing script
     bad=1
   }
 }

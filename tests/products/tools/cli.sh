@@ -257,7 +257,7 @@ tree_has_a_limit() {
 
 # serve: an HTTP server for the test's directory; sets $served to its address.
 serve() {
-  : >server.log  # the look at it may come before the server's shell
+  : >server.log  # the first check may come before the server's shell
   python3 -u -m http.server 0 --bind 127.0.0.1 >server.log 2>&1 &
   trap "kill $!; rm -rf '$dir'" EXIT
   for _ in $(seq 200); do
