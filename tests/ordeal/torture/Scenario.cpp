@@ -231,12 +231,12 @@ class User {
     if (abort) {
       accept(inside([&] { return x_fluvia_file_read_abort(handle_, id); }), {FVFR_OK}, "abort");
     }
-    // The deadline of the whole run limits it.
+    // Bounded by the deadline of the whole run.
     inside([&] {
       while (read.calls == 0) std::this_thread::yield();
     });
     finishAsync(offset, read, abort);
-    // An abort has made both callbacks before it returns, or leaves one to the worker.
+    // An abort has made both calls by the time it returns, or left one to the worker.
     if (read.calls > (abort ? 2 : 1))
       complain("called back " + std::to_string(read.calls) + " times");
   }
