@@ -21,19 +21,6 @@ namespace {
 
 constexpr int kTraceLevel = 3;  // everything
 
-struct CatOptions {
-  std::string source;
-  std::string output;
-  long long offset = 0;
-  long long length = -1;  // -1: to the end
-  unsigned int readSize = 65536;
-  int buffer = 0;
-  bool async = false;
-  int reopen = FLUVIA_OUTAGE_SECONDS;
-  std::string report;  // file, "-" for standard error, empty for none
-  std::string trace;   // file of a page about the run, empty for none
-};
-
 // Result of one read of the library: a code of FVFR_* and the number of valid bytes.
 struct ReadResult {
   int code = FVFR_FAILED;
@@ -311,43 +298,8 @@ int runTraced(const CatOptions& options, const Screen& screen) {
 
 }  // namespace
 
-void addCat(CLI::App& app, Command* chosen) {
-  auto options = std::make_shared<CatOptions>();
-  CLI::App* cat = app.add_subcommand("cat", "Write SRC to standard output or a file");
-  cat->add_option("SRC", options->source, "Path or URL")->required();
-  cat->add_option("-o,--output", options->output, "Write to FILE")->type_name("FILE");
-  cat->add_option("--offset", options->offset, "Begin at byte N (K, M, G are understood)")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
-  cat->add_option("--length", options->length, "Write at most N bytes")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
-  cat->add_option("--read-size", options->readSize, "Bytes of a read; default 64K")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 1 << 30))
-      ->type_name("N");
-  cat->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 0x7FFFFFFF))
-      ->type_name("N");
-  cat->add_flag("--async", options->async, "Read with asynchronous requests");
-  cat->add_option("--reopen", options->reopen,
-                  "Bear an outage of the server N seconds, 0 for not at all; default 60")
-      ->check(CLI::Range(0, 1000000))
-      ->type_name("N");
-  cat->add_option("--report", options->report,
-                  "At the end, write size, rate and SHA-256 to FILE (-: standard error)")
-      ->type_name("FILE");
-  cat->add_option("--trace", options->trace,
-                  "Log everything, and draw the run as an HTML page into FILE")
-      ->type_name("FILE");
-  cat->callback([options, chosen] {
-    *chosen = [options](const Screen& screen) {
-      return options->trace.empty() ? Cat(*options, screen).run() : runTraced(*options, screen);
-    };
-  });
+int runCat(const CatOptions& options, const Screen& screen) {
+  return options.trace.empty() ? Cat(options, screen).run() : runTraced(options, screen);
 }
 
 }  // namespace tools

@@ -18,15 +18,6 @@
 namespace tools {
 namespace {
 
-struct CheckOptions {
-  std::string source;
-  unsigned int count = 1000;
-  unsigned int readSize = 262144;
-  int buffer = 0;
-  unsigned int seed = 0;
-  bool seeded = false;
-};
-
 // The same bytes from another source: a local file read directly, or a copy of a resource made by
 // one reading from beginning to end.
 class Reference {
@@ -244,29 +235,8 @@ class Check {
 
 }  // namespace
 
-void addCheck(CLI::App& app, Command* chosen) {
-  auto options = std::make_shared<CheckOptions>();
-  CLI::App* check =
-      app.add_subcommand("check", "Seek and read at random and compare with a plain read of SRC");
-  check->add_option("SRC", options->source, "Path or URL")->required();
-  check->add_option("--count", options->count, "Seeks, each with a read; default 1000")
-      ->check(CLI::Range(1, 1000000000))
-      ->type_name("N");
-  check->add_option("--read-size", options->readSize, "Most bytes of a read; default 256K")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 1 << 30))
-      ->type_name("N");
-  check->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 0x7FFFFFFF))
-      ->type_name("N");
-  CLI::Option* seed =
-      check->add_option("--seed", options->seed, "Repeat the run that printed this seed")
-          ->type_name("N");
-  check->callback([options, chosen, seed] {
-    options->seeded = seed->count() != 0;
-    *chosen = [options](const Screen& screen) { return Check(*options, screen).run(); };
-  });
+int runCheck(const CheckOptions& options, const Screen& screen) {
+  return Check(options, screen).run();
 }
 
 }  // namespace tools

@@ -1,10 +1,10 @@
 #ifndef FLUVIAFS_TOOLS_COMMANDS_H_
 #define FLUVIAFS_TOOLS_COMMANDS_H_
 
-#include <CLI/CLI.hpp>
-#include <functional>
+#include <string>
 
 #include "Screen.h"
+#include "Source.h"
 
 namespace tools {
 
@@ -17,14 +17,62 @@ enum ExitCode : int {
   kExitOutput = 4,   // the output cannot be written
 };
 
-// A subcommand: called after the command line has been parsed; returns the exit code.
-using Command = std::function<int(const Screen&)>;
+// The subcommands. source is a path or URL; a buffer of 0 bytes is the library's own size. Each
+// returns the exit code.
 
-// Each adds its subcommand with its options to app, and sets *chosen if that subcommand is
-// selected.
-void addCat(CLI::App& app, Command* chosen);
-void addInfo(CLI::App& app, Command* chosen);
-void addCheck(CLI::App& app, Command* chosen);
+struct CatOptions {
+  std::string source;
+  std::string output;
+  long long offset = 0;
+  long long length = -1;  // -1: to the end
+  unsigned int readSize = 65536;
+  int buffer = 0;
+  bool async = false;
+  int reopen = FLUVIA_OUTAGE_SECONDS;  // of an outage; 0: not at all
+  std::string report;                  // file, "-" for standard error, empty for none
+  std::string trace;                   // file of a page about the run, empty for none
+};
+
+// Writes the source to standard output or a file.
+int runCat(const CatOptions& options, const Screen& screen);
+
+struct InfoOptions {
+  std::string source;
+  bool json = false;
+};
+
+// Shows what is known about the source.
+int runInfo(const InfoOptions& options, const Screen& screen);
+
+struct CheckOptions {
+  std::string source;
+  unsigned int count = 1000;
+  unsigned int readSize = 262144;
+  int buffer = 0;
+  unsigned int seed = 0;
+  bool seeded = false;
+};
+
+// Seeks and reads at random and compares with a plain read of the source.
+int runCheck(const CheckOptions& options, const Screen& screen);
+
+struct TreeOptions {
+  std::string source;
+  bool xml = false;
+  bool json = false;
+  long long limit = 256LL << 20;  // bytes of the tree; room for a million small nodes
+};
+
+// Shows an XML or JSON body as the library's readers parse it.
+int runTree(const TreeOptions& options, const Screen& screen);
+
+struct TraceOptions {
+  std::string log;
+  std::string output;
+};
+
+// Shows a log of the library as an HTML page.
+int runTrace(const TraceOptions& options, const Screen& screen);
 
 }  // namespace tools
 

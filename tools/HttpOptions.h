@@ -1,7 +1,6 @@
 #ifndef FLUVIAFS_TOOLS_HTTPOPTIONS_H_
 #define FLUVIAFS_TOOLS_HTTPOPTIONS_H_
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "Screen.h"
@@ -23,13 +22,6 @@ struct HttpOptions {
   bool fastTimeouts = false;
   bool insecure = false;
 };
-
-// Adds the options to app.
-void addHttpOptions(CLI::App& app, HttpOptions* options);
-
-// Exit code of the program if its arguments asked for help or were wrong. Prints the help or the
-// error, without the passwords of URLs. Returns 0 after help.
-int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer);
 
 // Applies the options to every URL opened from now on. options and screen must outlive that. Warns
 // on screen, once, when an https:// source is read without certificate checks.

@@ -14,11 +14,6 @@
 namespace tools {
 namespace {
 
-struct InfoOptions {
-  std::string source;
-  bool json = false;
-};
-
 struct Facts {
   std::string name;
   long long size = -1;  // -1: unknown
@@ -110,6 +105,8 @@ int probe(const Source& source) {
   return result == FVFR_END_OF_FILE ? FVFR_OK : result;
 }
 
+}  // namespace
+
 int runInfo(const InfoOptions& options, const Screen& screen) {
   Source source;
   std::string error;
@@ -137,18 +134,6 @@ int runInfo(const InfoOptions& options, const Screen& screen) {
     return kExitOutput;
   }
   return kExitOk;
-}
-
-}  // namespace
-
-void addInfo(CLI::App& app, Command* chosen) {
-  auto options = std::make_shared<InfoOptions>();
-  CLI::App* info = app.add_subcommand("info", "Tell what is known about SRC");
-  info->add_option("SRC", options->source, "Path or URL")->required();
-  info->add_flag("--json", options->json, "As one JSON object");
-  info->callback([options, chosen] {
-    *chosen = [options](const Screen& screen) { return runInfo(*options, screen); };
-  });
 }
 
 }  // namespace tools

@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "Commands.h"
 #include "Output.h"
 #include "trace/LogReader.h"
 #include "trace/TracePage.h"
@@ -16,11 +17,6 @@
 
 namespace tools {
 namespace {
-
-struct TraceOptions {
-  std::string log;
-  std::string output;
-};
 
 // Feeds the whole file to the reader. Returns false with errno set.
 bool readAll(int file, LogReader* reader) {
@@ -54,6 +50,8 @@ bool readLog(const std::string& log, LogReader* reader, std::string* error) {
   return read;
 }
 
+}  // namespace
+
 int runTrace(const TraceOptions& options, const Screen& screen) {
   std::string error;
   TraceStory story;
@@ -73,8 +71,6 @@ int runTrace(const TraceOptions& options, const Screen& screen) {
   return kExitOk;
 }
 
-}  // namespace
-
 bool writePage(const std::string& page, Output* output, std::string* error) {
   constexpr size_t kPiece = 1 << 20;
   for (size_t at = 0; at < page.size(); at += kPiece) {
@@ -84,16 +80,6 @@ bool writePage(const std::string& page, Output* output, std::string* error) {
     }
   }
   return output->finish(error);
-}
-
-void addTrace(CLI::App& app, Command* chosen) {
-  auto options = std::make_shared<TraceOptions>();
-  CLI::App* trace = app.add_subcommand("trace", "Draw a log of the library as an HTML page");
-  trace->add_option("LOG", options->log, "Log file; - for standard input")->required();
-  trace->add_option("-o,--output", options->output, "Write to FILE")->type_name("FILE");
-  trace->callback([options, chosen] {
-    *chosen = [options](const Screen& screen) { return runTrace(*options, screen); };
-  });
 }
 
 }  // namespace tools

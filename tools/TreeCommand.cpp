@@ -1,5 +1,3 @@
-#include "TreeCommand.h"
-
 #include <fluviafs.h>
 
 #include <cstdio>
@@ -7,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Commands.h"
 #include "Source.h"
 #include "TreeText.h"
 
@@ -16,15 +15,6 @@ namespace {
 // A body becomes a tree in memory, many times its size: a larger one is not a response.
 const size_t kMaxBody = size_t{64} << 20;
 const unsigned int kReadSize = 65536;
-// Room for a million small nodes.
-const long long kTreeLimit = 256LL << 20;
-
-struct TreeOptions {
-  std::string source;
-  bool xml = false;
-  bool json = false;
-  long long limit = kTreeLimit;
-};
 
 bool readBody(const std::string& name, std::string* body, std::string* error) {
   Source source;
@@ -66,6 +56,8 @@ std::string problemOf(const ParsedBody& parsed, const std::string& source) {
   return parsed.isTooLarge() ? text + ". --limit sets another." : text;
 }
 
+}  // namespace
+
 int runTree(const TreeOptions& options, const Screen& screen) {
   std::string body, error;
   if (!readBody(options.source, &body, &error)) {
@@ -93,30 +85,6 @@ int runTree(const TreeOptions& options, const Screen& screen) {
   if (parsed.error().empty()) return kExitOk;
   screen.fail(problemOf(parsed, options.source));
   return kExitSource;
-}
-
-}  // namespace
-
-void addTree(CLI::App& app, Command* chosen) {
-  auto options = std::make_shared<TreeOptions>();
-  CLI::App* tree = app.add_subcommand("tree", "Show the XML or JSON body at SRC as a tree");
-  tree->add_option("SRC", options->source, "Path or URL")->required();
-  CLI::Option* xml =
-      tree->add_flag("--xml", options->xml, "Write the tree back as XML; SRC must be XML");
-  tree->add_flag("--json", options->json, "Write the tree back as JSON; SRC must be JSON")
-      ->excludes(xml);
-  tree->add_option("--limit", options->limit,
-                   "Give up when the tree takes more than N bytes, 0 for never; default 256M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
-  tree->footer(
-      "A body whose first character is '<' is read as XML, any other as JSON. --xml and --json\n"
-      "escape nothing: a '<' or a quote in a value is written as it is. Without them, control\n"
-      "characters, backslashes and quotes are shown with a backslash.");
-  tree->callback([options, chosen] {
-    *chosen = [options](const Screen& screen) { return runTree(*options, screen); };
-  });
 }
 
 }  // namespace tools

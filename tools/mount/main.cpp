@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "../HttpOptions.h"
+#include "../HttpCommandLine.h"
 #include "../Screen.h"
 #include "../Source.h"
 #include "MountedFiles.h"

@@ -225,9 +225,10 @@ int judge() {
 
 int main(int count, char** words) {
   std::string file;
-  CLI::App app("How the time of an operation grows with handles, blocks and requests.");
-  app.add_option("FILE", file, "Where the figures go, as CSV")->required();
-  support::parseOrExit(app, count, words, 100);
+  support::CommandLine line(
+      "How the time of an operation grows with handles, blocks and requests.");
+  line.option("FILE", &file, "Where the figures go, as CSV").required();
+  line.parseOrExit(count, words, 100);
   table = fopen(file.c_str(), "w");
   if (table == nullptr) return 100;
   support::silenceStderr();

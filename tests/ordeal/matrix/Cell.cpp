@@ -79,13 +79,13 @@ int runCell(Client* client, int count, char** words) {
   std::string url;
   std::string trace;
   long long size = 0;
-  CLI::App app("Reads a resource as one cell of the matrix and compares every byte.");
-  app.add_option("URL", url, "Of the resource")->required();
-  app.add_option("SIZE", size, "Its bytes")->required();
-  app.add_option("TRACE", trace, "How to read it")
-      ->required()
-      ->check(CLI::IsMember({"sequential", "middle", "player"}));
-  support::parseOrExit(app, count, words, 3);
+  support::CommandLine line("Reads a resource as one cell of the matrix and compares every byte.");
+  line.option("URL", &url, "Of the resource").required();
+  line.option("SIZE", &size, "Its bytes").required();
+  line.option("TRACE", &trace, "How to read it")
+      .required()
+      .oneOf({"sequential", "middle", "player"});
+  line.parseOrExit(count, words, 3);
   const auto begin = std::chrono::steady_clock::now();
   Run run(client, size);
   bool right = client->open(url, &run.why);

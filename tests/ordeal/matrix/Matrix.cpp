@@ -231,16 +231,17 @@ struct Options {
 Options optionsOf(int count, char** words) {
   Options options;
   std::vector<std::string> columns;
-  CLI::App app("Every fault times every trace times every column: who delivers the right bytes.");
-  app.add_option("--jobs", options.jobs, "Cells at a time")->capture_default_str();
-  app.add_option("--table", options.table, "Where the table goes, as Markdown");
-  app.add_option("--only", options.only, "Only the faults with this in their words");
-  app.add_option("NAME=PROGRAM", columns, "The columns")
-      ->required()
-      ->check([](const std::string& column) {
+  support::CommandLine line(
+      "Every fault times every trace times every column: who delivers the right bytes.");
+  line.option("--jobs", &options.jobs, "Cells at a time").withDefault();
+  line.option("--table", &options.table, "Where the table goes, as Markdown");
+  line.option("--only", &options.only, "Only the faults with this in their words");
+  line.option("NAME=PROGRAM", &columns, "The columns")
+      .required()
+      .checkedBy([](const std::string& column) {
         return column.find('=') == std::string::npos ? column + " has no =" : std::string();
       });
-  support::parseOrExit(app, count, words, 3);
+  line.parseOrExit(count, words, 3);
   for (const std::string& column : columns) {
     const size_t equals = column.find('=');
     options.columns.push_back({column.substr(0, equals), column.substr(equals + 1)});

@@ -175,17 +175,17 @@ void limitHeaps() { mallopt(M_ARENA_MAX, 2 * static_cast<int>(sysconf(_SC_NPROCE
 Options parse(int count, char** words) {
   Options options;
   std::vector<std::pair<std::string, long long>> urls;
-  CLI::App app("Players with human habits for as long as is wanted.");
-  app.add_option("--seconds", options.seconds, "Seconds that count")->capture_default_str();
-  app.add_option("--warm", options.warm, "Seconds before those")->capture_default_str();
-  app.add_option("--players", options.players)->capture_default_str();
-  app.add_option("--rate", options.rate, "Bits a second; 0: almost as fast as the films come")
-      ->capture_default_str();
-  app.add_option("--csv", options.csv, "Where the samples go")->capture_default_str();
-  app.add_option("--url", urls, "URL and size of a film of a sound server; may be repeated")
-      ->allow_extra_args(false);
-  app.add_option("--make", options.made, "Only write a film of that size for another server");
-  support::parseOrExit(app, count, words);
+  support::CommandLine line("Players with human habits for as long as is wanted.");
+  line.option("--seconds", &options.seconds, "Seconds that count").withDefault();
+  line.option("--warm", &options.warm, "Seconds before those").withDefault();
+  line.option("--players", &options.players).withDefault();
+  line.option("--rate", &options.rate, "Bits a second; 0: almost as fast as the films come")
+      .withDefault();
+  line.option("--csv", &options.csv, "Where the samples go").withDefault();
+  line.option("--url", &urls, "URL and size of a film of a sound server; may be repeated")
+      .repeatable();
+  line.option("--make", &options.made, "Only write a film of that size for another server");
+  line.parseOrExit(count, words);
   for (const auto& [url, size] : urls) options.others.push_back({url, size, false, true});
   return options;
 }

@@ -10,11 +10,11 @@ int main(int count, char** words) {
   stress::Plan plan;
   plan.seed = std::random_device()();
   plan.seconds = 10;
-  CLI::App app("Makes random calls on random servers and checks every answer.");
-  app.add_option("--seconds", plan.seconds, "0: until the rounds are over")->capture_default_str();
-  app.add_option("--seed", plan.seed, "Without it, one is drawn and printed");
-  app.add_option("--round", plan.firstRound, "The first round")->capture_default_str();
-  app.add_option("--rounds", plan.rounds, "0: until the time is over")->capture_default_str();
-  support::parseOrExit(app, count, words);
+  support::CommandLine line("Makes random calls on random servers and checks every answer.");
+  line.option("--seconds", &plan.seconds, "0: until the rounds are over").withDefault();
+  line.option("--seed", &plan.seed, "Without it, one is drawn and printed");
+  line.option("--round", &plan.firstRound, "The first round").withDefault();
+  line.option("--rounds", &plan.rounds, "0: until the time is over").withDefault();
+  line.parseOrExit(count, words);
   return stress::run(plan) ? 0 : 1;
 }

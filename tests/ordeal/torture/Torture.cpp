@@ -111,7 +111,7 @@ int runChild(const Job& job) {
 struct Options {
   std::vector<std::string> scenarios;
   std::vector<Point> points;
-  size_t most = 500;
+  unsigned int most = 500;
   long length = 1;
   long only = 0;
   unsigned int jobs = 2;
@@ -344,25 +344,25 @@ Options parse(int argc, char** argv) {
   options.scenarios = {"local", "http", "rough", "cold-local", "cold-http"};
   std::vector<std::string> points = {"thread", "socket", "connect", "open",
                                      "read",   "send",   "resolve", "allocation"};
-  CLI::App app("Fails one thing under the library at a time, each in a process of its own.");
-  app.add_option("--scenario", options.scenarios, "What to do; may be repeated")
-      ->allow_extra_args(false)
-      ->check(CLI::IsMember(options.scenarios))
-      ->capture_default_str();
-  app.add_option("--point", points, "What fails; may be repeated")
-      ->allow_extra_args(false)
-      ->check(CLI::IsMember(points))
-      ->capture_default_str();
-  app.add_option("--points", options.most, "Sample at most that many numbers of each point")
-      ->capture_default_str();
-  app.add_option("--length", options.length, "Calls in a row that fail; 0: all from that one on")
-      ->capture_default_str();
-  app.add_option("--only", options.only, "Only this number");
-  app.add_option("--jobs", options.jobs, "Processes at a time")->capture_default_str();
-  app.add_option("--deadline", options.deadline, "Seconds after which a run hangs")
-      ->capture_default_str();
-  app.add_option("--seed", options.seed, "Of the sampling; FLUVIA_SEED or 1");
-  support::parseOrExit(app, argc, argv);
+  support::CommandLine line(
+      "Fails one thing under the library at a time, each in a process of its own.");
+  line.option("--scenario", &options.scenarios, "What to do; may be repeated")
+      .repeatable()
+      .oneOf(options.scenarios)
+      .withDefault();
+  line.option("--point", &points, "What fails; may be repeated")
+      .repeatable()
+      .oneOf(points)
+      .withDefault();
+  line.option("--points", &options.most, "Sample at most that many numbers of each point")
+      .withDefault();
+  line.option("--length", &options.length, "Calls in a row that fail; 0: all from that one on")
+      .withDefault();
+  line.option("--only", &options.only, "Only this number");
+  line.option("--jobs", &options.jobs, "Processes at a time").withDefault();
+  line.option("--deadline", &options.deadline, "Seconds after which a run hangs").withDefault();
+  line.option("--seed", &options.seed, "Of the sampling; FLUVIA_SEED or 1");
+  line.parseOrExit(argc, argv);
   for (const std::string& name : points) options.points.push_back(torture::pointOf(name));
   return options;
 }

@@ -227,22 +227,23 @@ bool playAll(Player& player) {
 }
 
 void parse(int argc, char** argv) {
-  CLI::App app("Decodes a URI with GStreamer and prints a checksum of every frame.");
-  CLI::Option* plugin = app.add_option("--plugin", options.plugin, "Load our element from this");
-  app.add_flag("--prefer", options.prefer, "Make it the source of all http")->needs(plugin);
-  app.add_flag("--push", options.push, "It does not wait until it knows that it may be pulled");
-  app.add_option("--ca", options.authorities, "Certificates to verify the server with");
-  app.add_option("--user-agent", options.userAgent, "As whom to send requests");
-  app.add_flag("--paced", options.paced,
-               "Show every frame at its time, and print by how much the latest one was late");
-  app.add_option("--seeks", options.seeks,
-                 "Seek to that many random times and print the picture (or sound) there");
-  app.add_option("--seed", options.seed, "Of the random times")->capture_default_str();
-  app.add_flag("--timing", options.timing,
-               "Print the milliseconds of the first frame, and of each seek to the key frame "
-               "nearest before");
-  app.add_option("URI", options.uri, "What to decode")->required();
-  support::parseOrExit(app, argc, argv);
+  support::CommandLine line("Decodes a URI with GStreamer and prints a checksum of every frame.");
+  const support::CommandLine::Option plugin =
+      line.option("--plugin", &options.plugin, "Load our element from this");
+  line.flag("--prefer", &options.prefer, "Make it the source of all http").needs(plugin);
+  line.flag("--push", &options.push, "It does not wait until it knows that it may be pulled");
+  line.option("--ca", &options.authorities, "Certificates to verify the server with");
+  line.option("--user-agent", &options.userAgent, "As whom to send requests");
+  line.flag("--paced", &options.paced,
+            "Show every frame at its time, and print by how much the latest one was late");
+  line.option("--seeks", &options.seeks,
+              "Seek to that many random times and print the picture (or sound) there");
+  line.option("--seed", &options.seed, "Of the random times").withDefault();
+  line.flag("--timing", &options.timing,
+            "Print the milliseconds of the first frame, and of each seek to the key frame "
+            "nearest before");
+  line.option("URI", &options.uri, "What to decode").required();
+  line.parseOrExit(argc, argv);
 }
 
 bool loadPlugin() {

@@ -41,17 +41,18 @@ struct Options {
 
 Options parse(int argc, char** argv) {
   Options options;
-  CLI::App app("Serves the files of a folder on loopback, with faults, until its input ends.");
-  app.add_flag("!--plain,--tls", options.tls, "Serve http (the default) or https");
-  app.add_option("--drop", options.drop, "End every connection after that many bytes of body");
-  app.add_option("--missing-once", options.missingOnce,
-                 "Answer 404 to the first request for this file; may be repeated")
-      ->allow_extra_args(false);
-  app.add_option("--cut-once", options.cutOnce,
-                 "End the first response of this file in its middle; may be repeated")
-      ->allow_extra_args(false);
-  app.add_option("FOLDER", options.folder, "What to serve")->required();
-  support::parseOrExit(app, argc, argv);
+  support::CommandLine line(
+      "Serves the files of a folder on loopback, with faults, until its input ends.");
+  line.flag("!--plain,--tls", &options.tls, "Serve http (the default) or https");
+  line.option("--drop", &options.drop, "End every connection after that many bytes of body");
+  line.option("--missing-once", &options.missingOnce,
+              "Answer 404 to the first request for this file; may be repeated")
+      .repeatable();
+  line.option("--cut-once", &options.cutOnce,
+              "End the first response of this file in its middle; may be repeated")
+      .repeatable();
+  line.option("FOLDER", &options.folder, "What to serve").required();
+  line.parseOrExit(argc, argv);
   return options;
 }
 

@@ -12,16 +12,16 @@ int main(int argc, char** argv) {
   int port = 0;
   int roundTrip = 0;
   long long rate = 0;
-  CLI::App app("A long, slow link to a server of this machine.");
-  app.add_option("PORT", port, "Port of the server on 127.0.0.1")->required();
-  app.add_option("ROUND-TRIP", roundTrip, "Milliseconds")->required();
-  app.add_option("RATE", rate, "Bytes per second; 0: unlimited")->capture_default_str();
-  support::parseOrExit(app, argc, argv);
+  support::CommandLine line("A long, slow link to a server of this machine.");
+  line.option("PORT", &port, "Port of the server on 127.0.0.1").required();
+  line.option("ROUND-TRIP", &roundTrip, "Milliseconds").required();
+  line.option("RATE", &rate, "Bytes per second; 0: unlimited").withDefault();
+  line.parseOrExit(argc, argv);
   support::SlowLink link(port, roundTrip, rate);
   printf("%d\n", link.port());
   fflush(stdout);
-  char line[64];
-  while (fgets(line, sizeof line, stdin) != nullptr) link.setRate(atoll(line));
+  char rateText[64];
+  while (fgets(rateText, sizeof rateText, stdin) != nullptr) link.setRate(atoll(rateText));
   printf("%d %lld\n", link.connectionCount(), link.bytesDown());
   return 0;
 }

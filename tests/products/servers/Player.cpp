@@ -97,13 +97,14 @@ int main(int count, char** arguments) {
   std::string authorities;
   double seconds = 4;
   int jumps = 30;
-  CLI::App app("A player's way through a resource, comparing every byte with those of a file.");
-  app.add_option("URL", url, "Of the resource")->required();
-  app.add_option("FILE", path, "What it must be")->required();
-  app.add_option("CA", authorities, "Certificates to verify the server with; may be empty");
-  app.add_option("SECONDS", seconds, "How long to play")->capture_default_str();
-  app.add_option("JUMPS", jumps, "How many")->capture_default_str();
-  support::parseOrExit(app, count, arguments);
+  support::CommandLine line(
+      "A player's way through a resource, comparing every byte with those of a file.");
+  line.option("URL", &url, "Of the resource").required();
+  line.option("FILE", &path, "What it must be").required();
+  line.option("CA", &authorities, "Certificates to verify the server with; may be empty");
+  line.option("SECONDS", &seconds, "How long to play").withDefault();
+  line.option("JUMPS", &jumps, "How many").withDefault();
+  line.parseOrExit(count, arguments);
   std::ifstream file(path, std::ios::binary);
   const std::string expected((std::istreambuf_iterator<char>(file)), {});
   Player player(url, authorities, expected);
