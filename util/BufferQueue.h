@@ -104,6 +104,8 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   void expectReader(long long offset) EXCLUDES(feedLock);
   // A number that grows with every connection.
   int connectionVersion() const { return version; }
+  // A number that grows whenever a read waits for data.
+  unsigned int readerWaits() const { return waits; }
   // Offset of the first byte of the front block, 0 when the list is empty.
   long long getMiniBlockOffset() EXCLUDES(feedLock);
 
@@ -416,6 +418,7 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   // The highest number that breakReads() was called with.
   unsigned long long brokenUpTo GUARDED_BY(feedLock);
   ReaderWish wish GUARDED_BY(feedLock);
+  Relaxed<unsigned int> waits;  // of readers so far; written under feedLock
   // Decides whether to batch wake-ups for a fast reader.
   ReaderPace pace GUARDED_BY(feedLock);
   RoomWish room GUARDED_BY(feedLock);

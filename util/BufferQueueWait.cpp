@@ -17,6 +17,7 @@ constexpr int kGatherMs = 2;
 // few blocks of them), or until anything but data comes. A reader that keeps up with the transfer
 // waits for more bytes than it lacks, but not for long.
 void BufferQueue::waitAsReader(ReaderWish::Kind kind) {
+  ++waits;
   wish = ReaderWish();
   wish.kind = kind;
   wish.asks = kind == ReaderWish::kBlock && needFeed;

@@ -25,7 +25,7 @@ ReadTurns::ReadTurns(util::BufferQueue* queue)
       members(0),
       aloneReads(0),
       busy(false),
-      taker{nullptr, nullptr, false},
+      taker{nullptr, nullptr, 0, false},
       first(nullptr),
       run{nullptr, 0, 0},
       nextLook(kNever),
@@ -110,14 +110,16 @@ ReadTurns::Turn::Turn(ReadTurns* turns, const FluviaFile* reader, long long posi
   Waiting waiting(turns_, &waiter);
   part_ = waiting.wait() ? Part::kTurn : Part::kBroken;
   version_ = turns_->queue_->connectionVersion();
+  waits_ = turns_->queue_->readerWaits();
   FLUVIA_PAUSE_POINT("ReadTurns::Turn over");
 }
 
 ReadTurns::Turn::~Turn() {
   if (part_ == Part::kAlone) turns_->endAlone();
   if (part_ != Part::kTurn) return;
+  const bool waited = turns_->queue_->readerWaits() != waits_;
   const bool restarted = turns_->queue_->connectionVersion() != version_;
-  turns_->end(reader_, position_, bytes_, restarted);
+  turns_->end(Done{reader_, position_, bytes_, waited, restarted});
 }
 
 // Counts first and checks then; a read of a joining handle checks after it has joined. So one of
@@ -135,18 +137,20 @@ void ReadTurns::endAlone() {
   schedule(util::monotonicMs());
 }
 
-void ReadTurns::end(const FluviaFile* reader, long long from, unsigned int bytes, bool restarted) {
+void ReadTurns::end(const Done& done) {
   util::Lock guard(lock);
   const long long now = util::monotonicMs();
+  // The transfer may have reused the read's blocks after it got the turn.
+  if (done.waited && fetchingSince == 0) fetchingSince = taker.since;
   const bool fetches = fetchingSince != 0;
   fetched = fetchTime(now);
   fetchingSince = 0;
   busy = false;
-  if (Reader* known = find(reader)) {
-    known->steady = known->position == from;
-    known->position = from + bytes;
+  if (Reader* known = find(done.reader)) {
+    known->steady = known->position == done.from;
+    known->position = done.from + done.bytes;
     known->lastRead = now;
-    if (restarted && fetches) run = Run{reader, now, from};
+    if (done.restarted && fetches) run = Run{done.reader, now, done.from};
     keepAhead(*known);
   }
   schedule(now);
@@ -258,7 +262,7 @@ ReadTurns::Waiter* ReadTurns::best(long long now, long long* lookAt) {
 void ReadTurns::give(Waiter* waiter, long long now) {
   unlink(waiter);
   busy = true;
-  taker = Taker{waiter->file, waiter->request, false};
+  taker = Taker{waiter->file, waiter->request, now, false};
   const long long kept = now - waiter->since - (fetchTime(now) - waiter->fetchedBefore);
   if (kept > longest) longest = static_cast<int>(kept);
   fetchingSince = missingFrom(*waiter) == kNever ? 0 : now;
@@ -306,12 +310,20 @@ long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   const Reader* reader = run.of == nullptr || run.of == waiter.file ? nullptr : find(run.of);
   if (reader == nullptr || hasJumped(*reader)) return now;
   const long long age = now - run.began;
-  const long long stored = reader->position + queue_->getBufferedSize(reader->position) - run.from;
-  if (reader->steady && stored < queue_->getBufferSize() / kStoredShare) {
+  if (reader->steady && isBeingFilled(*reader)) {
     return std::min(run.began + kFillMs, now + std::max<long long>(age, 2));
   }
   const long long limit = run.began + kTurnMs;
   return isWaiting(run.of) ? limit : std::min(limit, reader->lastRead + kPauseMs);
+}
+
+// True while the transfer still has to store, and does store, the bytes for which the reader keeps
+// its run through pauses.
+bool ReadTurns::isBeingFilled(const Reader& reader) {
+  const long long until = reader.position + queue_->getBufferedSize(reader.position);
+  const long long size = queue_->getContentSize();
+  if (until - run.from >= queue_->getBufferSize() / kStoredShare) return false;
+  return (size <= 0 || until < size) && queue_->comesNext(until);
 }
 
 // True if the reader waits for bytes elsewhere than where it last read, with another connection: it

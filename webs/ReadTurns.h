@@ -31,7 +31,12 @@ class FluviaFile;
 //     restarted for. That reader keeps it for a run. A run ends when its reader pauses for kPauseMs
 //     or needs bytes elsewhere, and kTurnMs after the restart in any case. Only a reader that
 //     continues to read steadily keeps it longer, and through pauses: until the transfer has stored
-//     a share of the buffer for it since the restart, at most kFillMs.
+//     a share of the buffer for it since the restart, at most kFillMs, and only while the transfer
+//     does bring those bytes.
+// A run begins with every read that waited for data while the stream was restarted. It does not
+// matter what was buffered when that read got its turn: until the read reaches the queue, the
+// transfer may have reused its blocks. So the run is never that of an earlier reader, for which
+// nobody stores anything.
 //
 // What ends each wait:
 //   - an event: another read's turn ends, a handle is closed, or the read itself is aborted or its
@@ -39,7 +44,8 @@ class FluviaFile;
 //     affected read.
 //   - a time limit: one of those above. The first waiter sleeps until the earliest of them. What
 //     the transfer stores is not announced: the first waiter checks when the age of the run has
-//     doubled.
+//     doubled. If the transfer leaves the run's bytes, or they end with the resource, that check
+//     finds it, and the limits of a run whose bytes are stored apply.
 // So while others read buffered bytes, or one has a run whose bytes are stored, a read waits for
 // kTurnMs and the read in progress. Each further reader that needs a connection adds its run.
 //
@@ -85,6 +91,7 @@ class ReadTurns {
     long long position_;
     unsigned int bytes_ = 0;
     int version_ = 0;
+    unsigned int waits_ = 0;
     Part part_ = Part::kAlone;
   };
 
@@ -151,14 +158,22 @@ class ReadTurns {
   struct Taker {
     const FluviaFile* file;
     const void* request;
-    bool met;  // an abort has met it since
+    long long since;  // when it got the turn
+    bool met;         // an abort has met it since
+  };
+  // A read whose turn ends.
+  struct Done {
+    const FluviaFile* reader;
+    long long from;
+    unsigned int bytes;
+    bool waited;     // for data
+    bool restarted;  // the stream was restarted meanwhile
   };
   class Waiting;
 
   bool beginAlone();
   void endAlone() EXCLUDES(lock);
-  void end(const FluviaFile* reader, long long from, unsigned int bytes, bool restarted)
-      EXCLUDES(lock);
+  void end(const Done& done) EXCLUDES(lock);
 
   void keepAhead(const Reader& last) REQUIRES(lock);
   void schedule(long long now) REQUIRES(lock);
@@ -167,6 +182,7 @@ class ReadTurns {
   long long missingFrom(const Waiter& waiter) REQUIRES(lock);
   long long lagEnds(const Waiter& waiter, long long now) REQUIRES(lock);
   long long runEnds(const Waiter& waiter, long long now) REQUIRES(lock);
+  bool isBeingFilled(const Reader& reader) REQUIRES(lock);
   bool hasJumped(const Reader& reader) REQUIRES(lock);
   void give(Waiter* waiter, long long now) REQUIRES(lock);
   bool isTaken() REQUIRES(lock);

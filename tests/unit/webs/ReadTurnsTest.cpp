@@ -12,6 +12,7 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
+#include "tests/support/SteppedQueue.h"
 #include "tests/support/Watchdog.h"
 #include "util/BufferQueue.h"
 #include "util/Clock.h"
@@ -44,6 +45,11 @@ class ReadTurnsProbe {
   static void startRun(ReadTurns& turns, const FluviaFile* file, long long began, long long from) {
     util::Lock guard(turns.lock);
     turns.run = ReadTurns::Run{file, began, from};
+  }
+  // Who has the run.
+  static const FluviaFile* runner(ReadTurns& turns) {
+    util::Lock guard(turns.lock);
+    return turns.run.of;
   }
   // When a read that has waited since then may go, as far as readers that lag or the run decide.
   static long long lagEnds(ReadTurns& turns, const FluviaFile* file, long long position,
@@ -224,7 +230,7 @@ TEST_F(ReadTurnsTest, RunWhoseBytesAreStoredEndsWithAPauseOfItsReader) {
 }
 
 TEST_F(ReadTurnsTest, SteadyReaderKeepsItsRunThroughPausesUntilBytesAreStored) {
-  const long long far = 20LL * kCapacity;
+  const long long far = 2 * kBlock;  // where the transfer stores
   ProbedTurns::startRun(turns, handle(1), 1000, far);
   ProbedTurns::note(turns, handle(1), far + 188, 1000, true);
   EXPECT_GT(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1100), 1100);
@@ -233,8 +239,16 @@ TEST_F(ReadTurnsTest, SteadyReaderKeepsItsRunThroughPausesUntilBytesAreStored) {
       << "at most so long";
 }
 
-TEST_F(ReadTurnsTest, ReaderThatJumpedKeepsNoRunThroughPauses) {
+TEST_F(ReadTurnsTest, RunThatTheTransferHasLeftEndsWithAPauseOfItsReader) {
   const long long far = 20LL * kCapacity;
+  ProbedTurns::startRun(turns, handle(1), 1000, far);
+  ProbedTurns::note(turns, handle(1), far + 188, 1000, true);
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1010), 1010)
+      << "nobody stores the bytes that it waits for";
+}
+
+TEST_F(ReadTurnsTest, ReaderThatJumpedKeepsNoRunThroughPauses) {
+  const long long far = 2 * kBlock;
   ProbedTurns::startRun(turns, handle(1), 1000, far);
   ProbedTurns::note(turns, handle(1), far + 188, 1000, false);
   EXPECT_EQ(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1002),
@@ -242,7 +256,7 @@ TEST_F(ReadTurnsTest, ReaderThatJumpedKeepsNoRunThroughPauses) {
 }
 
 TEST_F(ReadTurnsTest, LooksAtARunGrowRareAsItGrowsOld) {
-  const long long far = 20LL * kCapacity;
+  const long long far = 2 * kBlock;  // where the transfer stores
   ProbedTurns::startRun(turns, handle(1), 1000, far);
   ProbedTurns::note(turns, handle(1), far + 188, 1000, true);
   int looks = 0;
@@ -417,7 +431,63 @@ TEST_F(ReadTurnsTest, TimeThatAReadIsHeldBackIsRecorded) {
   EXPECT_LT(Turns::longestHoldback(), 100) << "but not its fetch";
 }
 
+// Turns over a queue that the test feeds.
+class SteppedTurns : public support::SteppedQueue {
+ protected:
+  const webs::FluviaFile* handle(int number) const {
+    return reinterpret_cast<const webs::FluviaFile*>(&handles[number]);
+  }
+
+  // Compared only.
+  const char handles[2] = {};
+};
+
+TEST_F(SteppedTurns, RunWhoseReaderHasTheRestOfTheResourceEndsWithAPause) {
+  producer.size = 2 * kBlock;
+  ASSERT_TRUE(beginsWith(16, 2 * kBlock));
+  webs::ReadTurns turns(queue.get());
+  turns.join(handle(0));
+  ProbedTurns::startRun(turns, handle(0), 1000, 0);
+  ProbedTurns::note(turns, handle(0), 188, 1000, true);
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(1), 0, 1001, 1010), 1010)
+      << "a quarter of the buffer is more than there is";
+}
+
 #if defined(FLUVIA_PAUSE_POINTS)
+// The read's bytes are there when it gets the turn, and are gone when it comes to the queue. Else
+// the run would stay with the one before, for which nobody stores anything any more.
+TEST_F(SteppedTurns, ReadWhoseBytesAreReusedAfterItGotTheTurnBeginsARunIfItRestarts) {
+  ASSERT_TRUE(beginsWith(4, 2 * kBlock));
+  webs::ReadTurns turns(queue.get());
+  for (int i = 0; i < 2; ++i) turns.join(handle(i));
+  const long long began = util::monotonicMs();
+  ProbedTurns::startRun(turns, handle(1), began, 2 * kBlock);
+  ProbedTurns::note(turns, handle(1), 2 * kBlock + 188, began, true);
+  support::Pauses pauses;
+  pauses.holdAt("ReadTurns::Turn over");
+  unsigned int got = 0;
+  support::WaitingCall reading(queue.get(), [&] {
+    webs::ReadTurns::Turn turn(&turns, handle(0), 0, 188);
+    char bytes[188];
+    long long now = 0;
+    EXPECT_TRUE(queue->seek(0, &now));
+    EXPECT_EQ(queue->read(bytes, 188, &got), 0);
+    turn.hasRead(got);
+  });
+  EXPECT_TRUE(pauses.reached("ReadTurns::Turn over"));
+  queue->expectReader(kBlock);
+  EXPECT_EQ(deliver(2 * kBlock, 3 * kBlock), 1);
+  EXPECT_EQ(queue->getBufferedSize(0), 0);
+  pauses.release("ReadTurns::Turn over");
+  EXPECT_TRUE(givesWay(5LL * kBlock, 1));
+  EXPECT_EQ(deliver(0, kBlock), 1);
+  EXPECT_TRUE(reading.hasReturned());
+  EXPECT_EQ(got, 188u);
+  EXPECT_EQ(ProbedTurns::runner(turns), handle(0));
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(0), 50LL * kCapacity, began, began), began)
+      << "it waits for a run that is over";
+}
+
 std::atomic<int> looks{0};
 
 void countLooks(const char* name) {
