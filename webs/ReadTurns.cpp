@@ -217,11 +217,15 @@ void ReadTurns::breakForClose(const FluviaFile* reader) {
 void ReadTurns::schedule(long long now) {
   if (first == nullptr) aloneReads.fetch_and(~kAwaited);
   if (first == nullptr || isTaken()) return;
+  fetched = fetchTime(now);
+  fetchingSince = 0;
   long long lookAt = kNever;
   if (Waiter* chosen = best(now, &lookAt)) {
     give(chosen, now);
     return;
   }
+  const Reader* runner = find(run.of);
+  if (runner != nullptr && keepsThroughPauses(*runner)) fetchingSince = now;
   const bool sleepsUntilThen = keeper == first && nextLook <= lookAt;
   if (sleepsUntilThen) return;
   nextLook = lookAt;
@@ -310,16 +314,17 @@ long long ReadTurns::runEnds(const Waiter& waiter, long long now) {
   const Reader* reader = run.of == nullptr || run.of == waiter.file ? nullptr : find(run.of);
   if (reader == nullptr || hasJumped(*reader)) return now;
   const long long age = now - run.began;
-  if (reader->steady && isBeingFilled(*reader)) {
+  if (keepsThroughPauses(*reader)) {
     return std::min(run.began + kFillMs, now + std::max<long long>(age, 2));
   }
   const long long limit = run.began + kTurnMs;
   return isWaiting(run.of) ? limit : std::min(limit, reader->lastRead + kPauseMs);
 }
 
-// True while the transfer still has to store, and does store, the bytes for which the reader keeps
-// its run through pauses.
-bool ReadTurns::isBeingFilled(const Reader& reader) {
+// True if the reader of the run continues steadily, and the transfer still has to store, and does
+// store, a share of the buffer for it.
+bool ReadTurns::keepsThroughPauses(const Reader& reader) {
+  if (!reader.steady) return false;
   const long long until = reader.position + queue_->getBufferedSize(reader.position);
   const long long size = queue_->getContentSize();
   if (until - run.from >= queue_->getBufferSize() / kStoredShare) return false;
@@ -392,7 +397,7 @@ ReadTurns::Reader* ReadTurns::find(const FluviaFile* reader) {
   return found == readers.end() ? nullptr : &*found;
 }
 
-// How long reads that had to fetch data have had the turn until now.
+// How long data has been fetched until now.
 long long ReadTurns::fetchTime(long long now) {
   return fetchingSince == 0 ? fetched : fetched + now - fetchingSince;
 }

@@ -107,8 +107,9 @@ class ReadTurns {
   // For a handle that is being closed: ends all its waits at once, also future ones.
   void breakForClose(const FluviaFile* reader) EXCLUDES(lock);
 
-  // The longest time, in milliseconds, that a read of this process waited for its turn while no
-  // read fetched new data: others read buffered bytes, or the policy delayed it.
+  // The longest time, in milliseconds, that a read of this process waited for its turn while
+  // nothing was fetched, neither by a read nor for a run: others read buffered bytes, or the policy
+  // delayed it.
   static int longestHoldback() { return longest; }
   static void forgetLongestHoldback() { longest = 0; }
 
@@ -182,7 +183,7 @@ class ReadTurns {
   long long missingFrom(const Waiter& waiter) REQUIRES(lock);
   long long lagEnds(const Waiter& waiter, long long now) REQUIRES(lock);
   long long runEnds(const Waiter& waiter, long long now) REQUIRES(lock);
-  bool isBeingFilled(const Reader& reader) REQUIRES(lock);
+  bool keepsThroughPauses(const Reader& reader) REQUIRES(lock);
   bool hasJumped(const Reader& reader) REQUIRES(lock);
   void give(Waiter* waiter, long long now) REQUIRES(lock);
   bool isTaken() REQUIRES(lock);
@@ -212,8 +213,8 @@ class ReadTurns {
   // until then: the first one, once it has checked nextLook.
   long long nextLook GUARDED_BY(lock);
   Waiter* keeper GUARDED_BY(lock);
-  // How long reads that had to fetch data have had the turn, and since when the current one has it
-  // (0: the bytes that it needs are buffered).
+  // How long data has been fetched while a read waited: by a read that has the turn, or by the
+  // transfer for a run that keeps others waiting; and since when (0: nothing is fetched).
   long long fetched GUARDED_BY(lock);
   long long fetchingSince GUARDED_BY(lock);
 

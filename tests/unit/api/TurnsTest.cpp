@@ -17,6 +17,7 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/IsPattern.h"
+#include "tests/support/Lateness.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/SlowLink.h"
@@ -95,6 +96,7 @@ class FileApiTurns : public testing::Test {
       check(handles.back(), 1);
     }
     ReadTurns::forgetLongestHoldback();
+    support::Lateness lateness;
     std::vector<std::thread> threads;
     std::vector<long long> longest(habits.size());
     for (size_t i = 0; i < habits.size(); ++i) {
@@ -103,16 +105,26 @@ class FileApiTurns : public testing::Test {
       });
     }
     for (std::thread& thread : threads) thread.join();
+    late = lateness.stop();
+    printf("held back %d ms, the machine is late by %.0f ms\n", ReadTurns::longestHoldback(), late);
     for (const int handle : handles) EXPECT_EQ(x_fluvia_file_close(handle), FVFR_OK);
     return ofTheFirst ? longest[0] : *std::max_element(longest.begin(), longest.end());
   }
 
-  // The longest time that one read is held back while the others have runs of their own. Includes
-  // time for a busy machine, on which the transfer may store a run's bytes late.
-  static double holdbackOf(size_t handles) {
-    return support::patience(ReadTurns::kFillMs * static_cast<double>(handles - 1) + 150);
+  // Checks the time for which a read was held back while others read buffered bytes or had theirs
+  // stored: 100 ms beside one other handle, and a turn more for each further one. A busy machine
+  // may be late to wake the waiter, and a reader that has the turn.
+  ::testing::AssertionResult heldBackInBounds(size_t handles) const {
+    const double limit =
+        support::patience(100 + ReadTurns::kTurnMs * static_cast<double>(handles - 2));
+    const int longest = ReadTurns::longestHoldback();
+    if (longest <= limit + 3 * late) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure()
+           << "a read was held back for " << longest << " ms, with " << handles
+           << " handles, on a machine that is late by " << late << " ms";
   }
 
+  double late = 0;  // of the last readTogether(), in milliseconds
   const support::CapturedStderr log{0};
   support::TemporaryFolder folder;
   support::FaultServer server;
@@ -153,6 +165,40 @@ TEST_F(FileApiTurns, CloseEndsAWaitForTheReadOfAnotherHandle) {
     EXPECT_FALSE(first.ended);
     EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
   }
+}
+
+// The best of several tries: on a busy machine a thread may be late.
+TEST_F(FileApiTurns, AbortOrCloseEndsAWaitForATurnWithin20Ms) {
+  const int blocked = support::openBlocked(folder, "a");
+  BackgroundRead first(blocked);
+  ASSERT_TRUE(support::isBlocked(log));
+  for (const bool closes : {false, true}) {
+    auto best = std::chrono::milliseconds::max();
+    for (int i = 0; i < 20 && best > support::patienceOf(20) / 1000; ++i) {
+      const int waiting = open(folder.file("a"));
+      const support::CapturedStderr steps(1);
+      BackgroundRead second(waiting);
+      EXPECT_TRUE(support::hasBegun(steps, waiting));
+      const auto start = Clock::now();
+      if (closes) {
+        EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+      }
+      EXPECT_TRUE(eventually([&] {
+        if (!closes) {
+          EXPECT_EQ(x_fluvia_file_read_abort(waiting, 0), FVFR_OK);
+        }
+        return second.ended.load();
+      }));
+      const auto took = Clock::now() - start;
+      best = std::min(best, std::chrono::duration_cast<std::chrono::milliseconds>(took));
+      if (!closes) {
+        EXPECT_EQ(x_fluvia_file_close(waiting), FVFR_OK);
+      }
+    }
+    EXPECT_LE(best, support::patienceOf(20) / 1000) << (closes ? "close" : "abort");
+  }
+  EXPECT_FALSE(first.ended);
+  EXPECT_EQ(x_fluvia_file_close(blocked), FVFR_OK);
 }
 
 TEST_F(FileApiTurns, AbortOfARequestThatWaitsForItsTurnIsAnsweredAtOnce) {
@@ -203,8 +249,9 @@ TEST_F(FileApiTurns, ReaderOfPacketsDoesNotHoldUpOneThatReadsOn) {
   const Habit packets{188, 188000, false, 0};
   const Habit fast{32768, 4e6, false, 0};
   for (const std::string& url : {folder.makePattern("a", kSize), server.url("/a")}) {
-    EXPECT_LT(readTogether(url, {packets, fast}, 3), support::patience(1500));
-    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(2));
+    const long long longest = readTogether(url, {packets, fast}, 3);
+    EXPECT_LT(longest, support::patience(300) + 10 * late);
+    EXPECT_TRUE(heldBackInBounds(2));
   }
 }
 
@@ -213,8 +260,9 @@ TEST_F(FileApiTurns, TwoPacedReadersFarApartKeepTheirPace) {
   for (const double slower : {400e3, 16e3}) {
     const Habit one{1316, slower == 400e3 ? 400e3 : 750e3, false, kSize / 10};
     const Habit other{1316, slower, false, kSize / 10 * 8};
-    EXPECT_LT(readTogether(server.url("/a"), {one, other}, 6), support::patience(1500));
-    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(2));
+    const long long longest = readTogether(server.url("/a"), {one, other}, 6);
+    EXPECT_LT(longest, support::patience(300) + 10 * late);
+    EXPECT_TRUE(heldBackInBounds(2));
   }
 }
 
@@ -262,7 +310,7 @@ TEST_F(FileApiTurns, NoReadIsHeldBackForLongWhateverTheOthersDo) {
     }
     readTogether(round % 2 == 0 ? server.url("/a") : local, habits, 2,
                  static_cast<unsigned int>(random()));
-    EXPECT_LE(ReadTurns::longestHoldback(), holdbackOf(count)) << "round " << round;
+    EXPECT_TRUE(heldBackInBounds(count)) << "round " << round;
   }
 }
 

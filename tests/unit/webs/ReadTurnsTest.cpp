@@ -499,6 +499,7 @@ TEST_F(ReadTurnsTest, ReadThatIsHeldBackLooksOnlyNowAndThen) {
   ProbedTurns::note(turns, handle(1), kBlock, util::monotonicMs() + 100000, true);
   ProbedTurns::startRun(turns, handle(1), util::monotonicMs(), 10 * kBlock);
   looks = 0;
+  Turns::forgetLongestHoldback();
   util::setPauseHook(&countLooks);
   enter("f", 2, 50LL * kCapacity);
   release();
@@ -506,6 +507,23 @@ TEST_F(ReadTurnsTest, ReadThatIsHeldBackLooksOnlyNowAndThen) {
   EXPECT_EQ(order, "f");
   EXPECT_GE(looks, 2) << "it was not held back";
   EXPECT_LE(looks, 20);
+  EXPECT_LT(Turns::longestHoldback(), Turns::kTurnMs)
+      << "the transfer stores for the run meanwhile";
+}
+
+// A wait that polls would pass here more often.
+TEST_F(ReadTurnsTest, BreakOrCloseWakesAWaitThatSleepsAndNothingElseDoes) {
+  const webs::ReadTurns::Turn first(&turns, handle(0), 0, 1);
+  looks = 0;
+  util::setPauseHook(&countLooks);
+  enter("b", 1, 0);
+  enter("c", 2, 50LL * kCapacity);
+  EXPECT_TRUE(eventually([] { return looks.load() == 2; }));
+  turns.breakWait(handle(1), nullptr);
+  turns.breakForClose(handle(2));
+  EXPECT_EQ(release(), "");
+  util::setPauseHook(nullptr);
+  EXPECT_EQ(looks, 2) << "each slept once, until it was broken";
 }
 
 // A held back read that goes to sleep while another has the turn is woken at that turn's end.
