@@ -1,5 +1,5 @@
-// No reader waits while the link brings unneeded bytes: a handle jumps over a slow link, and several
-// handles read on over it. Each read is compared with the bytes that came down meanwhile.
+// No reader waits while the link brings unneeded bytes: a handle jumps over a slow link, and
+// several handles read on over it. Each read is compared with the bytes that came down meanwhile.
 #include <gtest/gtest.h>
 
 #include <algorithm>
