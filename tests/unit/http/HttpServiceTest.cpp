@@ -218,7 +218,7 @@ INSTANTIATE_TEST_SUITE_P(
     All, HttpServiceOfHandles,
     testing::Values(
         Company{"FilmAndSound", 3000000, {{1316, 200e3, 6000000}, {1316, 16e3, 50000000}}},
-        Company{"TwoFilms", 3000000, {{1316, 300e3, 6000000}, {1316, 300e3, 50000000}}},
+        Company{"TwoFilms", 2000000, {{1316, 200e3, 6000000}, {1316, 200e3, 50000000}}},
         Company{"FilmAndCopy", 2000000, {{1316, 200e3, 6000000}, {32768, 0, 30000000}}}),
     companyOf);
 
