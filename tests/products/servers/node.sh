@@ -27,6 +27,8 @@ start_files
 url=http://127.0.0.1:$files
 same "$url/media.ts" "$www/media.ts"
 seeks "$url/media.ts" 200
+tells "$url/media.ts" size 20000000
+part "$url/media.ts" "$www/media.ts" 19999990 100
 plays "$url/media.ts" "$www/media.ts"
 fails 1 "the server answered 404" "$fluvia" cat "$url/none.ts"
 restarted "$url/media.ts" "$www/media.ts" start_files
