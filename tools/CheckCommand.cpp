@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Passwords.h"
 #include "Source.h"
 
 namespace tools {
@@ -38,7 +39,7 @@ class Reference {
     }
     file_ = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
     if (file_ < 0) {
-      *error = "cannot read " + name + ": " + std::strerror(errno);
+      *error = "cannot read " + maskPassword(name) + ": " + std::strerror(errno);
       return false;
     }
     const off_t end = lseek(file_, 0, SEEK_END);
@@ -122,7 +123,7 @@ class Check {
       return failed(kExitSource, error);
     }
     if (!source_.isLocal() && !source_.hasLength()) {
-      return failed(kExitSource, "cannot check " + source_.name() +
+      return failed(kExitSource, "cannot check " + maskPassword(source_.name()) +
                                      ": a stream without a length cannot seek, and what is read "
                                      "after a step back may be bytes of another place");
     }

@@ -143,7 +143,7 @@ int parseCommandLine(int count, char** words, CommandLine* line) {
     app.parse(count, words);
   } catch (const CLI::ParseError& answer) {
     line->command = nullptr;
-    return exitAfterParsing(app, answer) == 0 ? kExitOk : kExitUsage;
+    return exitAfterParsing(app, answer, count, words) == 0 ? kExitOk : kExitUsage;
   }
   return kExitOk;
 }

@@ -53,12 +53,13 @@ void addHttpOptions(CLI::App& app, HttpOptions* options) {
       ->group(group);
 }
 
-int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer) {
+int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer, int count,
+                     const char* const* words) {
   std::ostringstream help;
   std::ostringstream wrong;
   const int code = app.exit(answer, help, wrong);
   std::cout << help.str() << std::flush;
-  std::cerr << maskPasswords(wrong.str()) << std::flush;
+  std::cerr << maskPasswords(wrong.str(), {words, words + count}) << std::flush;
   return code;
 }
 

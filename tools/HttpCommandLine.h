@@ -15,8 +15,9 @@ namespace tools {
 void addHttpOptions(CLI::App& app, HttpOptions* options);
 
 // Exit code of the program if its arguments asked for help or were wrong. Prints the help or the
-// error, without the passwords of URLs. Returns 0 after help.
-int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer);
+// error, without the passwords of the URLs among the program's words. Returns 0 after help.
+int exitAfterParsing(const CLI::App& app, const CLI::ParseError& answer, int count,
+                     const char* const* words);
 
 }  // namespace tools
 

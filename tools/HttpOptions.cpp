@@ -60,7 +60,7 @@ bool applyHttpOptions(int handle, const std::string& name, std::string* error) {
   for (const Setting& setting : kSettings) {
     const std::string& value = forced->*setting.value;
     if (!value.empty() && setting.set(handle, value.c_str()) != FVFR_OK) {
-      *error = "cannot apply " + std::string(setting.option) + " to " + name;
+      *error = "cannot apply " + std::string(setting.option) + " to " + maskPassword(name);
       return false;
     }
   }

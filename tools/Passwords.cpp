@@ -16,22 +16,26 @@ bool isAuthority(const std::string& text) {
   return colon == std::string::npos || isPort(host.substr(colon + 1));
 }
 
-}  // namespace
+// Where the password of a URL begins, behind the colon, and its size, without the "@".
+struct Place {
+  size_t begin = std::string::npos;  // npos: there is none
+  size_t size = 0;
+};
 
-std::string maskPassword(const std::string& url) {
+Place placeOf(const std::string& url) {
   const size_t scheme = url.find(":/");
-  if (scheme == std::string::npos) return url;
+  if (scheme == std::string::npos) return {};
   const size_t begin = url.find_first_not_of('/', scheme + 1);
-  if (begin == std::string::npos) return url;
+  if (begin == std::string::npos) return {};
   const size_t end = url.find_first_of("/?#", begin);
   const bool valid = isAuthority(url.substr(begin, end - begin));
   const size_t at = url.rfind('@', valid ? end : std::string::npos);
   const size_t colon = url.find(':', begin);
-  if (at == std::string::npos || colon == std::string::npos || colon > at) return url;
-  return url.substr(0, colon + 1) + "***" + url.substr(at);
+  if (at == std::string::npos || colon == std::string::npos || colon > at) return {};
+  return {colon + 1, at - colon - 1};
 }
 
-std::string maskPasswords(const std::string& text) {
+std::string maskWords(const std::string& text) {
   std::string shown;
   for (size_t at = 0; at < text.size();) {
     const size_t end = text.find_first_of(" \t\n", at);
@@ -41,6 +45,29 @@ std::string maskPasswords(const std::string& text) {
     at = next;
   }
   return shown;
+}
+
+}  // namespace
+
+std::string maskPassword(const std::string& url) {
+  const Place place = placeOf(url);
+  return place.begin == std::string::npos
+             ? url
+             : std::string(url).replace(place.begin, place.size, "***");
+}
+
+std::string maskPasswords(std::string text, const std::vector<std::string>& names) {
+  const std::string shown = ":***@";
+  for (const std::string& name : names) {
+    const Place place = placeOf(name);
+    if (place.begin == std::string::npos) continue;
+    const std::string secret = ":" + name.substr(place.begin, place.size) + "@";
+    for (size_t at = text.find(secret); at != std::string::npos;
+         at = text.find(secret, at + shown.size())) {
+      text.replace(at, secret.size(), shown);
+    }
+  }
+  return maskWords(text);
 }
 
 }  // namespace tools

@@ -2,6 +2,7 @@
 #define FLUVIAFS_TOOLS_PASSWORDS_H_
 
 #include <string>
+#include <vector>
 
 namespace tools {
 
@@ -10,8 +11,9 @@ namespace tools {
 // the password.
 std::string maskPassword(const std::string& url);
 
-// Same for all URLs in a text, each up to the next blank.
-std::string maskPasswords(const std::string& text);
+// Masks the passwords of names wherever they stand in text, and those of all other URLs in it, each
+// up to the next blank: whoever puts a name into a text masks it there, or passes it here.
+std::string maskPasswords(std::string text, const std::vector<std::string>& names = {});
 
 }  // namespace tools
 

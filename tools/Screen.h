@@ -30,7 +30,8 @@ class Screen {
 
   // Writes text unchanged.
   void print(const std::string& text) const;
-  // Writes the program's name, the text without the passwords of URLs, and a line end.
+  // Writes the program's name, the text without the passwords of URLs, and a line end. A URL whose
+  // password has a blank must be masked in the text.
   void fail(const std::string& text) const;
 
  private:

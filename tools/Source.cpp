@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "HttpOptions.h"
+#include "Passwords.h"
 
 namespace tools {
 namespace {
@@ -97,7 +98,7 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
     return false;
   }
   if (x_fluvia_file_bufferSize(handle()) == FVFR_FAILED) {
-    *error = "cannot open " + name +
+    *error = "cannot open " + maskPassword(name) +
              (local_ ? ": no memory for its buffer; ask for less with --buffer"
                      : ": it names no server the library could ask");
     return false;
@@ -116,9 +117,9 @@ bool Source::isReachable(const std::string& name, std::string* error) {
   const std::string problem = failed ? failed.message() : localProblem();
   if (problem.empty()) return true;
   const std::string scheme = schemeOf(name);
-  *error = "cannot read " + name + ": " + problem;
+  *error = "cannot read " + maskPassword(name) + ": " + problem;
   if (!scheme.empty()) {
-    *error = "cannot read " + name + ": " + scheme +
+    *error = "cannot read " + maskPassword(name) + ": " + scheme +
              ":// is not among what can be read; a source is a path or an http:// or https:// URL";
   }
   return false;
@@ -213,8 +214,9 @@ std::string Source::transferProblem(int status) const {
 std::string Source::explain(const std::string& action, int code) const {
   const bool byCode = local_ || code == FLUVIA_STREAM_CHANGED || code == FLUVIA_STREAM_ABORTED;
   const std::string why = byCode ? "" : transferProblem(downloadStatus());
-  return "cannot " + action + " " + name_ + ": " + (why.empty() ? meaning(code) : why) + " (" +
-         std::to_string(code) + "). Try again with --log FILE -v to see what the library met.";
+  return "cannot " + action + " " + maskPassword(name_) + ": " +
+         (why.empty() ? meaning(code) : why) + " (" + std::to_string(code) +
+         "). Try again with --log FILE -v to see what the library met.";
 }
 
 }  // namespace tools

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Passwords.h"
 #include "Source.h"
 #include "TreeText.h"
 
@@ -30,7 +31,7 @@ bool readBody(const std::string& name, std::string* body, std::string* error) {
     }
     if (got == 0) return true;
     if (body->size() + got > kMaxBody) {
-      *error = name + " is larger than 64 MiB: too large for a tree";
+      *error = maskPassword(name) + " is larger than 64 MiB: too large for a tree";
       return false;
     }
     body->append(buffer.data(), got);
@@ -52,7 +53,8 @@ bool print(const ParsedBody& parsed, bool writeBack) {
 
 std::string problemOf(const ParsedBody& parsed, const std::string& source) {
   const std::string kind = parsed.kind() == BodyKind::kXml ? "XML" : "JSON";
-  const std::string text = "cannot understand " + source + " as " + kind + ": " + parsed.error();
+  const std::string text =
+      "cannot understand " + maskPassword(source) + " as " + kind + ": " + parsed.error();
   return parsed.isTooLarge() ? text + ". --limit sets another." : text;
 }
 
@@ -67,13 +69,13 @@ int runTree(const TreeOptions& options, const Screen& screen) {
   const ParsedBody parsed(body, options.limit);
   const bool isXml = parsed.kind() == BodyKind::kXml;
   if (options.xml && !isXml) {
-    screen.fail(options.source +
+    screen.fail(maskPassword(options.source) +
                 " is not XML, and --xml writes back only XML: JSON keys hold "
                 "their quotes. Use --json.");
     return kExitUsage;
   }
   if (options.json && isXml) {
-    screen.fail(options.source +
+    screen.fail(maskPassword(options.source) +
                 " is XML, and --json writes back only JSON: XML keys have no "
                 "quotes. Use --xml.");
     return kExitUsage;

@@ -186,17 +186,19 @@ static int takeStream(Part* part) {
   return 0;
 }
 
-/* Names it without its folder, and without what a query or a password may reveal. */
+/* Names it without its server and folder, and without what a query or a password may reveal. */
 static int noteMissing(Part* part, int error, const char* why) {
   FluviaParts* parts = part->parts;
   const size_t length = strcspn(part->name, "?#");
+  const char* least = part->name + lengthOfHost(part->name);
   const char* begin = part->name + length;
-  while (begin > part->name && begin[-1] != '/') --begin;
+  while (begin > least && begin[-1] != '/') --begin;
   const int shown = (int)(part->name + length - begin);
   part->ended = 1;
   part->error = error;
   ++parts->missing;
-  snprintf(parts->problem, sizeof parts->problem, "%.*s: %s", shown, begin, why);
+  snprintf(parts->problem, sizeof parts->problem, "%.*s%s%s", shown, begin, shown > 0 ? ": " : "",
+           why);
   return error;
 }
 

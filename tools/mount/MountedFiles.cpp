@@ -10,10 +10,13 @@
 namespace tools {
 namespace {
 
-// The last part of a path or URL, without the query of a URL.
+// The last part of a path, or of the path of a URL: before it may be a password.
 std::string lastPart(const Source& source) {
   std::string name = source.name();
-  if (!source.isLocal()) name.resize(std::min(name.find_first_of("?#"), name.size()));
+  if (!source.isLocal()) {
+    name.resize(std::min(name.find_first_of("?#"), name.size()));
+    name.erase(0, name.find('/', name.find("//") + 2));
+  }
   while (!name.empty() && name.back() == '/') name.pop_back();
   name = name.substr(name.rfind('/') + 1);
   return name.empty() || name == "." || name == ".." ? "source" : name;

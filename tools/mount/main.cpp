@@ -252,7 +252,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& answer) {
-    return tools::exitAfterParsing(app, answer) == 0 ? kExitOk : kExitUsage;
+    return tools::exitAfterParsing(app, answer, argc, argv) == 0 ? kExitOk : kExitUsage;
   }
   const std::string folder = names.back();
   names.pop_back();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
@@ -281,6 +282,18 @@ TEST(FluviaNested, MissingPieceIsAskedForOnceMore) {
   EXPECT_EQ(context, nullptr);
   EXPECT_EQ(fluvia_avio_missing(nested.source), 1);
   EXPECT_STREQ(fluvia_avio_problem(nested.source), "gone.ts: the server answered 404");
+}
+
+TEST(FluviaNested, ProblemNamesNoServer) {
+  FaultServer server;
+  for (const char* path : {"/", "/?a=b"}) server.on(path, support::answerStatus(403));
+  Nested nested(server);
+  const std::string address = "http://me:secret@" + server.url("").substr(strlen("http://"));
+  for (const char* path : {"/", "", "?a=b"}) {
+    AVIOContext* context = nullptr;
+    EXPECT_LT(nested.ask(&context, address + path), 0);
+    EXPECT_STREQ(fluvia_avio_problem(nested.source), "the server answered 403") << path;
+  }
 }
 
 // A live playlist is asked for under the same name again and again.

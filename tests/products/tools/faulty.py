@@ -2,7 +2,7 @@
 
 faulty.py FILE prints its address. FILE is what it serves:
 
-/film       with ranges
+/film, /    with ranges
 /away...    with ranges; the first connection ends after 2,500,000 bytes, then 503, 503, 429, 408,
             and then all is well
 /gone...    the first connection ends after 2,500,000 bytes, then 404
@@ -83,7 +83,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             number = self.counts.get(path, 0)
             self.counts[path] = number + 1
         try:
-            if path == '/film':
+            if path in ('/', '/film'):
                 self.ranges(self.content)
             elif path == '/chunked':
                 self.chunked()
