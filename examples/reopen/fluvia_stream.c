@@ -7,7 +7,7 @@
 #include <string.h>
 #include <time.h>
 
-enum { kBreakAgainMs = 5, kProblemRoom = 160, kSkipPiece = 65536 };
+enum { kBreakAgainMs = 5, kAskEveryMs = 20, kProblemRoom = 160, kSkipPiece = 65536 };
 
 struct FluviaStream {
   /* Only for the reading thread. */
@@ -162,9 +162,13 @@ static void dropHandle(FluviaStream* stream) {
   if (handle > 0) x_fluvia_file_close(handle);
 }
 
-/* Waits that long. Returns 0 if the stream was aborted before. */
-static int rest(FluviaStream* stream, long ms) {
-  const struct timespec until = timeAt(nowMs() + ms);
+static int isWanted(const FluviaStream* stream) {
+  return stream->settings.unwanted == NULL || !stream->settings.unwanted(stream->settings.data);
+}
+
+/* Waits until then. Returns 0 if the stream was aborted before. */
+static int restUntil(FluviaStream* stream, long long then) {
+  const struct timespec until = timeAt(then);
   int result = 0;
   pthread_mutex_lock(&stream->lock);
   while (!stream->aborted && result == 0) {
@@ -173,6 +177,19 @@ static int rest(FluviaStream* stream, long ms) {
   const int aborted = stream->aborted;
   pthread_mutex_unlock(&stream->lock);
   return !aborted;
+}
+
+/* Waits that long. Returns 0 if the stream was aborted before, or is not wanted any more. */
+static int rest(FluviaStream* stream, long ms) {
+  const long long end = nowMs() + ms;
+  long long until = 0;
+  do {
+    if (!isWanted(stream)) return 0;
+    until = nowMs() + kAskEveryMs;
+    if (stream->settings.unwanted == NULL || until > end) until = end;
+    if (!restUntil(stream, until)) return 0;
+  } while (until < end);
+  return isWanted(stream);
 }
 
 /* ---- Reading ------------------------------------------------------------------------------- */
@@ -200,6 +217,7 @@ static int skip(FluviaStream* stream) {
     if (left <= 0) break;
     result = readHandle(stream, dropped, left < kSkipPiece ? (unsigned int)left : kSkipPiece, &got);
     if (result == FVFR_END_OF_FILE) result = FLUVIA_STREAM_CHANGED;
+    if (result == FVFR_OK && !isWanted(stream)) result = FLUVIA_STREAM_ABORTED;
     if (result == FVFR_OK && nowMs() > until) result = FVFR_SEEK_REFUSED;
   }
   free(dropped);
@@ -274,10 +292,6 @@ static int isFailure(int result) {
          result != FLUVIA_STREAM_CHANGED;
 }
 
-static int isWanted(const FluviaStream* stream) {
-  return stream->settings.unwanted == NULL || !stream->settings.unwanted(stream->settings.data);
-}
-
 /*
  * The handle has failed with that result: opens the resource again until a handle is at the
  * position, or the failure is final.
@@ -292,8 +306,7 @@ static int recover(FluviaStream* stream, int result) {
              pause % 1000 / 100);
     notify(stream, FLUVIA_STREAM_WAITS, text);
     dropHandle(stream);
-    result = isWanted(stream) && rest(stream, pause) && isWanted(stream) ? reopen(stream)
-                                                                         : FLUVIA_STREAM_ABORTED;
+    result = rest(stream, pause) ? reopen(stream) : FLUVIA_STREAM_ABORTED;
   }
   if (result == FVFR_OK || result == FLUVIA_STREAM_ABORTED) return result;
   if (!isFailure(result)) noteProblem(stream, result);

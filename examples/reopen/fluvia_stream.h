@@ -49,7 +49,8 @@ typedef struct FluviaStreamSettings {
   /* Called on the thread that reads or connects; may be null. */
   void (*notice)(FluviaStreamNotice notice, const char* text, void* data);
   /*
-   * Called before each retry in an outage. If it returns non-zero, the waiting call returns
+   * Called before each retry in an outage and every 20 ms while that is waited for, and while
+   * bytes before the position are read again. If it returns non-zero, the waiting call returns
    * FLUVIA_STREAM_ABORTED, and a later call continues to retry. May be null.
    */
   int (*unwanted)(void* data);

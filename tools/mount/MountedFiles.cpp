@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <utility>
 
@@ -55,18 +56,8 @@ int errnoOfStatus(int status) {
   }
 }
 
-int errnoOf(const Source& source, int result) {
-  switch (result) {
-    case FVFR_SEEK_REFUSED:
-      return ESPIPE;
-    case FLUVIA_STREAM_CHANGED:
-      return ESTALE;
-    case FLUVIA_STREAM_ABORTED:
-      return EIO;
-    default:
-      return source.isLocal() ? EIO : errnoOfStatus(source.downloadStatus());
-  }
-}
+// How often a read that waits behind another asks whether it is still wanted.
+constexpr auto kAskEvery = std::chrono::milliseconds(20);
 
 }  // namespace
 
@@ -138,23 +129,42 @@ void MountedFiles::end(File* file, Reading* reading) {
   readings_.erase(found);
 }
 
+int MountedFiles::errnoOf(const Source& source, int result) const {
+  switch (result) {
+    case FVFR_SEEK_REFUSED:
+      return ESPIPE;
+    case FLUVIA_STREAM_CHANGED:
+      return ESTALE;
+    case FLUVIA_STREAM_ABORTED:
+      return isUnwanted() ? EINTR : EIO;
+    default:
+      return source.isLocal() ? EIO : errnoOfStatus(source.downloadStatus());
+  }
+}
+
 int MountedFiles::read(const File& file, Reading* reading, char* buffer, size_t size,
-                       long long offset) {
+                       long long offset) const {
   if (offset < 0) return -EINVAL;
   if (file.size >= 0 && offset >= file.size) return 0;
-  const std::lock_guard<std::mutex> mine(reading->turn);
-  Source& source = reading->source;
-  const int moved = source.moveTo(offset);
-  if (moved != FVFR_OK) return -errnoOf(source, moved);
+  std::unique_lock<std::timed_mutex> mine(reading->turn, std::defer_lock);
+  while (!mine.try_lock_for(kAskEvery)) {
+    if (isUnwanted()) return -EINTR;
+  }
+  return readOn(&reading->source, buffer, size, offset);
+}
+
+int MountedFiles::readOn(Source* source, char* buffer, size_t size, long long offset) const {
+  const int moved = source->moveTo(offset);
+  if (moved != FVFR_OK) return -errnoOf(*source, moved);
   size_t done = 0;
   // Reads all of it: to the kernel a short read is the end of the file.
   while (done < size) {
     unsigned int got = 0;
     const auto wanted = static_cast<unsigned int>(std::min<size_t>(size - done, INT_MAX));
-    const int result = source.read(buffer + done, wanted, &got);
+    const int result = source->read(buffer + done, wanted, &got);
     done += got;
     if (result == FVFR_END_OF_FILE) break;
-    if (result != FVFR_OK) return -errnoOf(source, result);
+    if (result != FVFR_OK) return -errnoOf(*source, result);
   }
   return static_cast<int>(done);
 }

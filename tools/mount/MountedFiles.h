@@ -20,7 +20,7 @@ class MountedFiles {
   // One stream that reads use.
   struct Reading {
     Source source;
-    std::mutex turn;  // held from moving the position until its bytes are read
+    std::timed_mutex turn;  // held from moving the position until its bytes are read
   };
   struct File {
     std::string name;       // in the folder, without a slash
@@ -31,7 +31,8 @@ class MountedFiles {
   };
 
   // Call before add(). Reads retry for that many seconds in an outage; notice reports outages, on
-  // any thread. A read for whose thread unwanted() returns true is aborted before the next retry.
+  // any thread. A read for whose thread unwanted() returns true ends while it waits for the next
+  // retry or behind another read.
   void bearOutages(int seconds, std::function<void(const std::string& text)> notice,
                    std::function<bool()> unwanted);
   // Opens a source and waits for its first byte. Returns false with *error set if there is none.
@@ -49,13 +50,16 @@ class MountedFiles {
 
   // Reads at most size bytes at offset and waits for them. Returns their number, fewer only at the
   // end, or a negative errno.
-  static int read(const File& file, Reading* reading, char* buffer, size_t size, long long offset);
+  int read(const File& file, Reading* reading, char* buffer, size_t size, long long offset) const;
 
   // Ends all waiting reads and all later ones. Never waits.
   void abort();
 
  private:
   bool open(File* file, Reading* reading, std::string* error) const;
+  bool isUnwanted() const { return unwanted_ && unwanted_(); }
+  int readOn(Source* source, char* buffer, size_t size, long long offset) const;
+  int errnoOf(const Source& source, int result) const;
 
   int seconds_ = 0;
   std::function<void(const std::string& text)> notice_;

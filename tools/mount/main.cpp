@@ -100,10 +100,12 @@ int releaseFile(const char* path, struct fuse_file_info* info) {
 
 int readFile(const char* path, char* buffer, size_t size, off_t offset,
              struct fuse_file_info* info) {
-  return tools::MountedFiles::read(*fileAt(path), readingOf(info), buffer, size, offset);
+  return mounted().files.read(*fileAt(path), readingOf(info), buffer, size, offset);
 }
 
-void* begin(struct fuse_conn_info*, struct fuse_config*) {
+void* begin(struct fuse_conn_info* connection, struct fuse_config*) {
+  // The kernel does not report that a program was killed in an asynchronous direct read.
+  connection->want &= ~static_cast<unsigned int>(FUSE_CAP_ASYNC_DIO);
   mounted().screen.fail(std::to_string(mounted().files.files().size()) + " files in " +
                         mounted().folder + "; end with Ctrl-C or fusermount3 -u");
   return &mounted();
