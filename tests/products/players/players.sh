@@ -500,7 +500,10 @@ outage() {
   esac
   wait "$player_id" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
-  [ "$1" = mount ] || grep -q "going on at byte" errors || fail "there was no outage: $(cat errors)"
+  case $1 in
+    mount) await_said "*going on at byte*" ;;
+    *) grep -q "going on at byte" errors || fail "there was no outage: $(cat errors)" ;;
+  esac
   case $1 in
     cat) cmp got "$media/film.mp4" || fail "other bytes" ;;
     *) cmp got "$reference/$1.film.mp4" || fail "other frames than from the plain file" ;;
@@ -515,7 +518,7 @@ replaced() {
   restart_nginx
   wait "$player_id" || code=$?
   case $1 in
-    mount) grep -q "the resource has changed" <&6 || fail "it does not say so" ;;
+    mount) await_said "*the resource has changed*" ;;
     *) grep -q "the resource has changed" errors || fail "it says: $(tail -5 errors)" ;;
   esac
   [ "$1" = mount ] || [ "$code" -ne 0 ] || fail "exit code 0"
