@@ -14,7 +14,7 @@ class Pauses {
   Pauses(const Pauses&) = delete;
   Pauses& operator=(const Pauses&) = delete;
 
-  // The next thread that reaches that point waits there.
+  // The next thread that reaches that point waits there. Releases a thread that is held there.
   void holdAt(const std::string& point);
   // Waits until a thread is held there. Returns false after 20 seconds (of patience).
   bool reached(const std::string& point);

@@ -9,6 +9,7 @@
 #include "Passwords.h"
 #include "PausePoint.h"
 #include "SourceReader.h"
+#include "SourceThreads.h"
 #include "tests/support/Behaviours.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/Pattern.h"
@@ -299,6 +300,44 @@ TEST(SourceReader, ReadersThatLeaveWhileTheyWaitForACloseDoNotWaitForEachOther) 
   pauses.release("SourceReader::run before close");
   ASSERT_TRUE(fourth.waitForFacts(kLong).known) << "the name is dead";
   EXPECT_TRUE(readsPattern(fourth, 0, 100000));
+}
+
+// A stop while the worker has not entered its name yet, while it opens, and after its first bytes.
+TEST(SourceReader, StartsAndStopsHeldAtEachPauseLeaveNothingBehind) {
+  const std::string begun = "SourceReader::run begun";
+  const std::string closing = "SourceReader::run before close";
+  FaultServer server;
+  server.on("/film", support::serveRanges(100000));
+  const auto start = [&] {
+    return std::make_unique<SourceReader>(server.url("/film"), SourceSettings());
+  };
+  support::Pauses pauses;
+  pauses.holdAt(closing);
+  EXPECT_TRUE(readsPattern(*start(), 0, 100000));
+  ASSERT_TRUE(pauses.reached(closing));
+  const int threadsBefore = support::threadCount();
+  const int descriptorsBefore = support::descriptorCount();
+  for (int i = 0; i < 100; ++i) {
+    pauses.release(closing);
+    pauses.holdAt(begun);
+    pauses.holdAt(closing);
+    auto reader = start();
+    ASSERT_TRUE(pauses.reached(begun)) << i;
+    if (i % 3 == 0) reader.reset();
+    pauses.release(begun);
+    if (i % 3 == 1) {
+      ASSERT_TRUE(reader->waitForFacts(kLong).known) << i << ": the name is dead";
+    }
+    reader.reset();
+    ASSERT_TRUE(pauses.reached(closing)) << i;
+  }
+  pauses.release(closing);
+  EXPECT_TRUE(readsPattern(*start(), 0, 100000));
+  const int threads = threadsBefore + static_cast<int>(SourceThreads::kKept);
+  EXPECT_TRUE(support::eventually([&] { return support::threadCount() <= threads; }))
+      << support::threadCount() << " threads after " << threadsBefore;
+  EXPECT_TRUE(support::eventually([&] { return support::descriptorCount() <= descriptorsBefore; }))
+      << support::descriptorCount() << " descriptors after " << descriptorsBefore;
 }
 #endif
 
