@@ -2,13 +2,14 @@
 # A real network in a box of two network namespaces; its output is left in build/network.log.
 set -o pipefail
 
-make_fluvia() {
-  configure release && build release --target fluvia fluviafs
+make_networked() {
+  configure release -DFLUVIA_TESTS=ON -DFLUVIA_PLAYERS=ON && build release
 }
 
-scripts/install-dependencies network
-check "build fluvia" make_fluvia
-if tests/ordeal/network/box.sh build/release/tools/fluvia build/release/libfluviafs.so | tee build/network.log; then
+scripts/install-dependencies network players
+check "build with the players" make_networked
+check "media and references" tests/products/players/players.sh "$PWD/build/release" make_media
+if tests/ordeal/network/box.sh build/release | tee build/network.log; then
   told "network in a box" "$(grep -c " right " build/network.log || true)" 0 \
     "$(grep -c " skipped " build/network.log || true)"
 else

@@ -2,17 +2,18 @@
 # A real network in a box: the library in one network namespace, a server in another, and between them a cable
 # that is pulled, loses packets, is slow or long.
 #
-#   tests/ordeal/network/box.sh FLUVIA LIBRARY
+#   tests/ordeal/network/box.sh BUILD
 #
-# FLUVIA is the command line program, LIBRARY the shared library. Needs root, ip, tc, nft, nginx, python3 and
-# a kernel with network namespaces; cases that the kernel refuses are reported as skipped. Prints a line for
+# BUILD is the folder of a build with the players, their media and references (players.sh BUILD make_media).
+# Needs root, ip, tc, nft, nginx, python3 and a kernel with network namespaces; cases that the kernel refuses are reported as skipped. Prints a line for
 # each case: its name, "right", "wrong" or "skipped", and the result. Exit code 1 if one is wrong. Nothing
 # outside the two namespaces is contacted.
 # shellcheck disable=SC2317  # the cases are called by their names
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
-fluvia=$(realpath "$1")
-library=$(realpath "$2")
+build=$(realpath "$1")
+fluvia=$build/tools/fluvia
+library=$build/libfluviafs.so
 PATH=$PATH:/usr/sbin:/sbin
 work=$(mktemp -d)
 tag=fluvia$$
@@ -154,26 +155,31 @@ case_cable_long() {
   refused "cable pulled for 15 s, not reopened" 40
 }
 
-# The server goes, and its name cannot be resolved for five seconds: the cached address is used.
-case_name_gone() {
+# know_name NAMESPACE ADDRESS: a name server there, at which film.test is that address, except while
+# the file gone is there.
+know_name() {
   mkdir -p "/etc/netns/$client"
-  printf 'nameserver 10.77.0.2\noptions timeout:1 attempts:1\n' >"/etc/netns/$client/resolv.conf"
-  ip netns exec "$server" python3 "$here/one_name.py" 10.77.0.2 film.test 10.77.0.2 "$work/gone" \
-    >"$work/names.out" 2>&1 &
-  local names=$! tries
-  for tries in $(seq 100); do
+  printf 'nameserver %s\noptions timeout:1 attempts:1\n' "$2" >"/etc/netns/$client/resolv.conf"
+  ip netns exec "$1" python3 "$here/one_name.py" "$2" film.test "$2" "$work/gone" >"$work/names.out" 2>&1 &
+  names=$!
+  for _ in $(seq 100); do
     grep -q ready "$work/names.out" && break
     sleep 0.1
   done
+}
+
+# The server goes, and its name cannot be resolved for five seconds.
+case_name_gone() {
+  local names began=$SECONDS reader
+  know_name "$server" 10.77.0.2
   rate 16mbit
-  local began=$SECONDS reader
   ip netns exec "$client" timeout 90 "$fluvia" cat --output "$work/got" http://film.test/large 2>"$work/err" &
   reader=$!
   sleep 1
   : >"$work/gone"
   kill "$nginx"
   wait "$nginx" || true
-  # The library gives up; the reconnection resolves the name.
+  # The library gives up, and what comes back after it asks for the name.
   sleep 2
   run_nginx
   sleep 3
@@ -183,7 +189,27 @@ case_name_gone() {
   took=$((SECONDS - began))
   kill "$names"
   full_rate
-  whole "name gone for 5 s" large
+  if grep -q "nobody knows the name of that server" "$work/err"; then
+    whole "name gone for 5 s, cat" large
+  else
+    told "name gone for 5 s, cat" wrong "nobody has missed it"
+  fi
+}
+
+# The same for the others that bear an outage, with a server and a name server beside them.
+case_name_gone_for_players() {
+  local player names
+  know_name "$client" 127.0.0.1
+  for player in gstreamer ffmpeg mpv mount; do
+    if FLUVIA_HOST=film.test FLUVIA_GONE=$work/gone ip netns exec "$client" timeout --kill-after=10 200 \
+      "$here/../../products/players/players.sh" "$build" "${player}_nameless_5" >"$work/err" 2>&1; then
+      told "name gone for 5 s, $player" right "every frame"
+    else
+      told "name gone for 5 s, $player" wrong "$(grep "^${player}_nameless_5:" "$work/err" || tail -n 1 "$work/err")"
+    fi
+    rm -f "$work/gone"
+  done
+  kill "$names"
 }
 
 case_loss() {
@@ -308,5 +334,5 @@ if ! make_box 2>"$work/box.err"; then
   exit 0
 fi
 start_server
-for name in plain cable cable_long name_gone loss slow far unreachable resolver titles ipv6; do "case_$name"; done
+for name in plain cable cable_long name_gone name_gone_for_players loss slow far unreachable resolver titles ipv6; do "case_$name"; done
 exit "$bad"

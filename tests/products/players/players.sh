@@ -7,6 +7,8 @@
 # PLAYER_away_N       the film, while nginx is gone for N seconds in the middle of it
 # PLAYER_busy_N       the same, while it answers 503
 # PLAYER_silent_N     the same, while it says nothing
+# PLAYER_nameless_N   the same, while it is gone for 2 seconds and its name for N; tests/ordeal/network/box.sh
+#                     runs it, where the name FLUVIA_HOST is unknown while the file FLUVIA_GONE is there
 # PLAYER_replaced     the same, and when it is back it has another film under the name
 # PLAYER_hls_over_WAY every frame of every kind of HLS, as the same player decodes it from the files
 # PLAYER_hls_FAULT    the same, with a server that does something wrong
@@ -213,6 +215,14 @@ await_said() {
   done
 }
 
+# is_said PLAYER TEXT: the player, or fluvia-mount below it, has said so.
+is_said() {
+  case $1 in
+    mount) await_said "*$2*" ;;
+    *) grep -q "$2" errors || fail "it does not say $2, but: $(tail -5 errors)" ;;
+  esac
+}
+
 # The media, and what each player makes of them without us.
 make_media() {
   "$here/fixtures.sh" "$media"
@@ -291,7 +301,7 @@ play_with_outage() {
   cp "$media/film.mp4" www
   start_nginx "$dir/nginx" "$dir/www" "limit_rate 400k;" || fail "nginx does not start"
   nginx_id=$NGINX_PID
-  root=http://127.0.0.1:$NGINX_PORT/
+  root=http://${FLUVIA_HOST:-127.0.0.1}:$NGINX_PORT/
   if [ "$1" = mount ]; then everything=film.mp4 mount_media; fi
   case $1 in
     cat) "$build/tools/fluvia" cat "${root}film.mp4" >got 2>errors & ;;
@@ -471,7 +481,7 @@ ffmpeg_hls_live_late() {
   check_agents 4
 }
 
-# outage PLAYER away|busy|silent SECONDS
+# outage PLAYER away|busy|silent|nameless SECONDS
 outage() {
   local code=0 silenced
   play_with_outage "$1"
@@ -491,6 +501,14 @@ outage() {
       cp good.conf nginx/nginx.conf
       restart_nginx
       ;;
+    nameless)
+      : >"$FLUVIA_GONE"
+      stop_nginx
+      sleep 2
+      restart_nginx
+      sleep $(($3 - 2))
+      rm "$FLUVIA_GONE"
+      ;;
     silent)
       silenced=$(nginx_worker)
       kill -STOP "$silenced"
@@ -500,10 +518,8 @@ outage() {
   esac
   wait "$player_id" || code=$?
   [ "$code" -eq 0 ] || fail "exit code $code: $(tail -5 errors)"
-  case $1 in
-    mount) await_said "*going on at byte*" ;;
-    *) grep -q "going on at byte" errors || fail "there was no outage: $(cat errors)" ;;
-  esac
+  [ "$2" != nameless ] || is_said "$1" "nobody knows the name of that server"
+  is_said "$1" "going on at byte"
   case $1 in
     cat) cmp got "$media/film.mp4" || fail "other bytes" ;;
     *) cmp got "$reference/$1.film.mp4" || fail "other frames than from the plain file" ;;
@@ -517,10 +533,7 @@ replaced() {
   cp "$media/film.mkv" www/film.mp4
   restart_nginx
   wait "$player_id" || code=$?
-  case $1 in
-    mount) await_said "*the resource has changed*" ;;
-    *) grep -q "the resource has changed" errors || fail "it says: $(tail -5 errors)" ;;
-  esac
+  is_said "$1" "the resource has changed"
   [ "$1" = mount ] || [ "$code" -ne 0 ] || fail "exit code 0"
   case $1 in
     cat) cmp got <(head -c "$(stat -c %s got)" "$media/film.mp4") || fail "other bytes" ;;
@@ -686,7 +699,7 @@ case $name in
   # 40 seconds, with a window of 6.
   ffmpeg_hls_live_long) hls_live 18 --rounds 2 ;;
   *_over_*) over "${name%%_*}" "${name##*_}" ;;
-  *_away_* | *_busy_* | *_silent_*)
+  *_away_* | *_busy_* | *_silent_* | *_nameless_*)
     way=${name#*_}
     outage "${name%%_*}" "${way%%_*}" "${name##*_}"
     ;;
