@@ -19,10 +19,11 @@ class FFmpegClient : public matrix::Client {
     av_log_set_level(AV_LOG_QUIET);
     avformat_network_init();
     AVDictionary* options = nullptr;
+    // Not reconnect_at_eof: it takes the end of a stream for an error.
     av_dict_set(&options, "reconnect", "1", 0);
     av_dict_set(&options, "reconnect_streamed", "1", 0);
     av_dict_set(&options, "reconnect_on_network_error", "1", 0);
-    av_dict_set(&options, "reconnect_on_http_error", "5xx", 0);
+    av_dict_set(&options, "reconnect_on_http_error", "408,429,5xx", 0);
     av_dict_set(&options, "reconnect_delay_max", "4", 0);
     av_dict_set(&options, "rw_timeout", "5000000", 0);
     av_dict_set(&options, "timeout", "5000000", 0);

@@ -144,9 +144,11 @@ void addStatuses(std::vector<Fault>* all) {
     all->push_back(gives(row("status " + std::to_string(status), answerStatus(status)),
                          status < 500 ? "read -21" : "read -17", kStatusIsFinal));
   }
-  all->push_back(
-      gives(row("one 503, then all is well", inTurn({answerStatus(503), serveRanges(kSize)})),
-            "read -17", kStatusIsFinal));
+  for (const int status : {408, 429, 503}) {
+    all->push_back(gives(row("one " + std::to_string(status) + ", then all is well",
+                             inTurn({answerStatus(status), serveRanges(kSize)})),
+                         status < 500 ? "read -21" : "read -17", kStatusIsFinal));
+  }
   // A waiting reader learns the cause; a later one learns that the stream has failed.
   all->push_back(
       laterGives(row("ends after 500,000 bytes, then one 503, then all is well",

@@ -5,9 +5,9 @@
 #   tests/ordeal/network/box.sh BUILD
 #
 # BUILD is the folder of a build with the players, their media and references (players.sh BUILD make_media).
-# Needs root, ip, tc, nft, nginx, python3 and a kernel with network namespaces; cases that the kernel refuses are reported as skipped. Prints a line for
-# each case: its name, "right", "wrong" or "skipped", and the result. Exit code 1 if one is wrong. Nothing
-# outside the two namespaces is contacted.
+# Needs root, ip, tc, nft, nginx, python3 and a kernel with network namespaces; cases that the kernel refuses
+# are reported as skipped. Prints a line for each case: its name, "right", "wrong" or "skipped", and the result.
+# Exit code 1 if one is wrong. Nothing outside the two namespaces is contacted.
 # shellcheck disable=SC2317  # the cases are called by their names
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
@@ -155,8 +155,8 @@ case_cable_long() {
   refused "cable pulled for 15 s, not reopened" 40
 }
 
-# know_name NAMESPACE ADDRESS: a name server there, at which film.test is that address, except while
-# the file gone is there.
+# know_name NAMESPACE ADDRESS: starts a name server there that knows film.test by that address, except while
+# the file "gone" exists.
 know_name() {
   mkdir -p "/etc/netns/$client"
   printf 'nameserver %s\noptions timeout:1 attempts:1\n' "$2" >"/etc/netns/$client/resolv.conf"
@@ -179,7 +179,7 @@ case_name_gone() {
   : >"$work/gone"
   kill "$nginx"
   wait "$nginx" || true
-  # The library gives up, and what comes back after it asks for the name.
+  # The library gives up; the reconnection resolves the name.
   sleep 2
   run_nginx
   sleep 3
@@ -192,11 +192,11 @@ case_name_gone() {
   if grep -q "nobody knows the name of that server" "$work/err"; then
     whole "name gone for 5 s, cat" large
   else
-    told "name gone for 5 s, cat" wrong "nobody has missed it"
+    told "name gone for 5 s, cat" wrong "it was not looked up"
   fi
 }
 
-# The same for the others that bear an outage, with a server and a name server beside them.
+# The same for the other clients that survive an outage, with server and name server in their namespace.
 case_name_gone_for_players() {
   local player names
   know_name "$client" 127.0.0.1
