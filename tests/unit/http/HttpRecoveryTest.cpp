@@ -1,6 +1,7 @@
 // What a handle's calls return if the server fails, and how long they take.
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -10,6 +11,8 @@
 #include "tests/support/CapturedStderr.h"
 #include "tests/support/FaultServer.h"
 #include "tests/support/HttpProbes.h"
+#include "tests/support/IsPattern.h"
+#include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 #include "tests/unit/http/ApiFile.h"
 
@@ -313,6 +316,53 @@ TEST(HttpStall, AbortEndsTheReadAtOnceAndTheConnectionAfterTwoSeconds) {
   EXPECT_LT(watch.seconds(), support::patience(5));
   EXPECT_TRUE(server.waitForRequests("/a", 2)) << "a new connection";
   EXPECT_TRUE(file.readsPattern(1000, 50000));
+}
+
+// 20,000 of a million bytes come, then the server is silent.
+class HttpStallAborted : public testing::Test {
+ protected:
+  HttpStallAborted() {
+    server.on("/a", support::stallAfter(1000000, kArrived));
+    file.reset(new ApiFile(server.url("/a")));
+  }
+  // Waits until all that comes is buffered: the read that made the connection has begun.
+  bool hasArrived() const {
+    return support::eventually(
+        [&] { return x_fluvia_file_bufferedSize(file->handle) == kArrived; });
+  }
+
+  static constexpr int kArrived = 20000;
+  static constexpr unsigned int kWanted = 32768;
+  FaultServer server;
+  std::string bytes = std::string(kWanted, '\0');
+  support::Completions done;
+  std::unique_ptr<ApiFile> file;  // closed before what a request still uses
+};
+
+TEST_F(HttpStallAborted, BlockingReadGivesWhatHadArrived) {
+  std::string got;
+  std::thread reader([&] { got = file->read(kWanted); });
+  const bool arrived = hasArrived();
+  EXPECT_EQ(x_fluvia_file_read_abort(file->handle, 0), FVFR_OK);
+  reader.join();
+  ASSERT_TRUE(arrived);
+  EXPECT_EQ(file->last, FVFR_FAILED);
+  EXPECT_TRUE(support::isPattern(got, 0, kArrived));
+}
+
+TEST_F(HttpStallAborted, AsynchronousReadIsCalledBackWithWhatHadArrived) {
+  int id = 0;
+  ASSERT_EQ(x_fluvia_file_read_async(file->handle, &bytes[0], kWanted,
+                                     &support::Completions::completed, &done, &id),
+            FVFR_OK);
+  ASSERT_TRUE(hasArrived());
+  EXPECT_EQ(x_fluvia_file_read_abort(file->handle, id), FVFR_OK);
+  ASSERT_TRUE(done.waitFor(1));
+  EXPECT_EQ(done.calls()[0].status, FVFR_ASYNC_CANCELLED);
+  ASSERT_EQ(done.calls()[0].bytes, kArrived);
+  EXPECT_TRUE(support::isPattern(bytes.substr(0, kArrived), 0, kArrived));
+  file->close();
+  EXPECT_EQ(done.count(), 1u);
 }
 
 // Before the first byte of the answer, and in its body.
