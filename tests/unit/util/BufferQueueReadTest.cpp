@@ -1,10 +1,14 @@
 // Outgoing data: reads, their ends, breaks, seeks of streams that cannot seek, buffered sizes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
 #include <thread>
 #include <tuple>
 #include <utility>
+#include <vector>
 
+#include "tests/support/CapturedStderr.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/SteppedQueue.h"
 #include "util/BufferQueue.h"
@@ -141,6 +145,24 @@ TEST_F(BufferQueueTest, StatusOfABrokenReadIsGoneWithTheNextRead) {
   Reading late(queue.get(), 0, 100);
   ASSERT_TRUE(late.hasEnded());
   EXPECT_EQ(late.result, -4) << "after release it is for good";
+}
+
+// How often the calling thread's read of an ended queue wrote why the queue has ended.
+int reasonsOfARead(util::BufferQueue* queue) {
+  const support::CapturedStderr quieter(0);  // the trace of level 2 asks once more
+  char bytes[10];
+  unsigned int got = 77;
+  EXPECT_EQ(queue->read(bytes, sizeof bytes, &got), -1);
+  EXPECT_EQ(got, 0u);
+  const std::vector<std::string> lines = quieter.ownMessages();
+  return static_cast<int>(std::count(lines.begin(), lines.end(), "needExit: stream status is :6"));
+}
+
+TEST_F(BufferQueueTest, ReadOfAnEndedQueueWritesTheStatusOnce) {
+  make(2);
+  event(util::STREAM_NOT_AVAILABLE);
+  EXPECT_EQ(reasonsOfARead(queue.get()), 1) << "the read that starts the worker";
+  EXPECT_EQ(reasonsOfARead(queue.get()), 1) << "a later one";
 }
 
 TEST_F(BufferQueueTest, BackwardReadOfAStreamThatCannotSeekBeginsItAnew) {
