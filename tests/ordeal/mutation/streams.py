@@ -421,6 +421,8 @@ SHARED_FILES = [
           "    readers.push_back(Reader{done.reader, 0, 0, false, false});\n  }\n"
           "  if (Reader* known = find(done.reader)) {\n    known->steady",
           "ReadTurnsTest.TurnThatOutlives"),
+    entry("turns: the run of a closed handle is forgotten", "webs/ReadTurns.cpp",
+          "  if (run.of == reader) run.of = nullptr;\n", "", "ReadTurnsTest.RunOfAClosedHandle"),
     entry("turns: a read that began alone lets the others go", "webs/ReadTurns.cpp",
           "  if (aloneReads.fetch_sub(1) != (kAwaited | 1)) return;\n",
           "  aloneReads.fetch_sub(1);\n  return;\n", "ReadTurnsTest.ReadThatBeganAlone", seconds=90),

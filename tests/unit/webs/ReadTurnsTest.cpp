@@ -549,4 +549,14 @@ TEST_F(ReadTurnsTest, TurnThatEndsWhileAHeldBackReadGoesToSleepIsNotMissed) {
 }
 #endif
 
+// A new handle may come at the address of a closed one; the stream was not restarted for it.
+TEST_F(ReadTurnsTest, RunOfAClosedHandleIsNotThatOfTheNextOneAtItsAddress) {
+  const long long far = 20LL * kCapacity;
+  ProbedTurns::startRun(turns, handle(1), 1000, far);
+  turns.forget(handle(1));
+  turns.join(handle(1));
+  ProbedTurns::note(turns, handle(1), far + 188, 1009, true);
+  EXPECT_LE(ProbedTurns::runEnds(turns, handle(2), 50LL * kCapacity, 1001, 1010), 1010);
+}
+
 }  // namespace
