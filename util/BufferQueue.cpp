@@ -15,7 +15,10 @@ namespace util {
 namespace {
 // A queue with at least this much block memory frees its blocks at the end instead of pooling them.
 constexpr long long kKeepBlocksBelow = 0x2000000;
-// Interval at which a stop is repeated while the worker is about to start the producer.
+// Interval at which a stop is repeated while the worker is about to start the producer. No
+// condition can say when to repeat it: a stop takes effect once the producer's own start has set it
+// running, and that changes nothing in the queue; a start of HTTP returns only when its transfer is
+// over.
 constexpr int kStopRepeatMs = 5;
 }  // namespace
 
