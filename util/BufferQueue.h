@@ -322,12 +322,15 @@ class BufferQueue : public Semaphore, public BufferQueueDataReceiver {
   int readLocked(char* buffer, unsigned int size, unsigned int* readBytes,
                  const unsigned long long* number) REQUIRES(this) EXCLUDES(feedLock);
   void noteRead(char* buffer, unsigned int size, unsigned int readBytes) REQUIRES(feedLock);
+  int endFailedRead(bool leftBlocks) REQUIRES(feedLock);
+  bool opensStream() REQUIRES(this) EXCLUDES(feedLock);
   bool startFirstConnection() REQUIRES(this) EXCLUDES(feedLock);
   int readCode();
   bool fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes, int direction)
       REQUIRES(feedLock);
   bool easyFill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                 bool notCheck) REQUIRES(feedLock);
+  bool readsOnInBlock(const BufferBlock* block, long long beginning) REQUIRES(feedLock);
   bool copyFound(long long pos, unsigned int count, char* buffer, unsigned int* got, bool backward)
       REQUIRES(feedLock);
   unsigned int copyOut(unsigned int count, char* buffer, long long pos) REQUIRES(feedLock);

@@ -94,13 +94,7 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
                             const unsigned long long* number) {
   forgetBrokenRead();
   seekRequested = false;
-  // The read that opens the first connection returns that connection's result, however early it
-  // comes.
-  bool opens = false;
-  if (!workerStarted) {
-    const bool ended = exits();
-    opens = startFirstConnection() && !ended;
-  }
+  const bool opens = !workerStarted && opensStream();
   FLUVIA_PAUSE_POINT("BufferQueue::read begun");
   FLUVIA_LOG_AS("read", 2, "read offset:%lld, read size:%d, needExit :%d", readOffset.get(),
                 static_cast<int>(size), needExit());
@@ -119,23 +113,14 @@ int BufferQueue::readLocked(char* buffer, unsigned int size, unsigned int* readB
       running.comesToItsEnd();
       return READ_FAILED;
     }
-    pace.readBegins(readOffset);
     ok = fill(readOffset, size, buffer, readBytes, FILL_CHOOSE);
-    pace.readEnded(readOffset);
     running.comesToItsEnd();
   }
   noteRead(buffer, size, *readBytes);
   // Assumes that the next read is like this one.
   const bool leftBlocks = room.isMet(readOffset + size);
   if (leftBlocks) noteWoken();
-  if (!ok) {
-    if (leftBlocks) wakeAll();
-    FLUVIA_LOG_AS("read", 2, "read fail %d", ok);
-    FLUVIA_LOG_AS("read", 2, "readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
-                  readOffset.get(), (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(),
-                  (*wtHead)->getId(), (*wtHead)->getBeginningSeqNum());
-    return reading.endReached ? READ_END : readCode();
-  }
+  if (!ok) return endFailedRead(leftBlocks);
   FLUVIA_LOG_AS("read", 2, "readcount:%d, readoffset:%lld, filesize:%lld",
                 static_cast<int>(*readBytes), readOffset.get(), contentSize.get());
   feed.release();
@@ -155,6 +140,23 @@ void BufferQueue::noteRead(char* buffer, unsigned int size, unsigned int readByt
     dump.read_to_file(readOffset - readBytes, reinterpret_cast<unsigned char*>(buffer), readBytes);
   }
   if (contentSize == 0 && producer != nullptr) contentSize = producer->getContentSize();
+}
+
+// Wakes a transfer that the read has left blocks to. Returns the code of the read.
+int BufferQueue::endFailedRead(bool leftBlocks) {
+  if (leftBlocks) wakeAll();
+  FLUVIA_LOG_AS("read", 2, "read fail %d", false);
+  FLUVIA_LOG_AS("read", 2, "readOffset=%lld, read:%lld, read id=%d, wtHead id=%d, wtHead:%lld",
+                readOffset.get(), (*rdTail)->getBeginningSeqNum(), (*rdTail)->getId(),
+                (*wtHead)->getId(), (*wtHead)->getBeginningSeqNum());
+  return reading.endReached ? READ_END : readCode();
+}
+
+// For the first read. True if it opens the stream: it then returns the result of the first
+// connection, however early that comes.
+bool BufferQueue::opensStream() {
+  const bool ended = exits();
+  return startFirstConnection() && !ended;
 }
 
 bool BufferQueue::startFirstConnection() {
@@ -193,6 +195,7 @@ int BufferQueue::readCode() {
 // block after block. A loop, because one call may span the whole resource.
 bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned int* readBytes,
                        int direction) {
+  pace.readBegins(pos);
   reading.end = pos + count;
   if (direction == FILL_CHOOSE) {
     direction = (*rdTail)->isForwarding(pos) ? FILL_FORWARD : FILL_BACKWARD;
@@ -219,6 +222,7 @@ bool BufferQueue::fill(long long pos, unsigned int count, char* buffer, unsigned
   trace.write(ok);
   if (!ok) done += takeArrived(count - done, buffer + done);
   *readBytes = done;
+  pace.readEnded(readOffset);
   return ok;
 }
 
@@ -271,26 +275,33 @@ bool BufferQueue::easyFill(long long pos, unsigned int count, char* buffer, unsi
       return true;
     }
     waitInBlock(block);
-    if (breakRequested) {
-      breakRequested = false;
-      FLUVIA_LOG(2, "break out at easyfill");
-      wakeAll();
-      return false;
-    }
-    if (needExit()) {
-      FLUVIA_LOG(2, "need exit at easyfill");
-      return false;
-    }
-    if (block->getBeginningSeqNum() != beginning) {
-      // The block was placed elsewhere meanwhile: its bytes are not the requested ones.
-      FLUVIA_LOG(2, "error, the argument error");
-      return false;
-    }
+    if (!readsOnInBlock(block, beginning)) return false;
     if (atEnd(readOffset) && !block->isContained(readOffset)) {
       if (*readBytes == 0) reading.endReached = true;
       return *readBytes != 0;
     }
   }
+}
+
+// Whether a read that has waited for the rest of the block may continue there. beginning: where the
+// block began before the wait.
+bool BufferQueue::readsOnInBlock(const BufferBlock* block, long long beginning) {
+  if (breakRequested) {
+    breakRequested = false;
+    FLUVIA_LOG_AS("easyFill", 2, "break out at easyfill");
+    wakeAll();
+    return false;
+  }
+  if (needExit()) {
+    FLUVIA_LOG_AS("easyFill", 2, "need exit at easyfill");
+    return false;
+  }
+  if (block->getBeginningSeqNum() != beginning) {
+    // The block was placed elsewhere meanwhile: its bytes are not the requested ones.
+    FLUVIA_LOG_AS("easyFill", 2, "error, the argument error");
+    return false;
+  }
+  return true;
 }
 
 // Copies what is buffered in the block at rdTail from readOffset on, and advances readOffset by

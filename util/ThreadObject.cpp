@@ -42,16 +42,21 @@ bool ThreadObject::start(void* arg) {
     notifyAll(0);
     return true;
   }
+  return create();
+}
+
+// Creates the thread, whose first run begins at once.
+bool ThreadObject::create() {
   createResult = pthread_create(&thread, nullptr, runner, this);
   // Also after a failure. Intentional: a later start() then takes the branch above.
   created = true;
   FLUVIA_PAUSE_POINT("ThreadObject::start created");
   if (createResult != 0) {
-    FLUVIA_LOG(0, "create failed%d", createResult.get());
+    FLUVIA_LOG_AS("start", 0, "create failed%d", createResult.get());
     notifyAll(0);
     return false;
   }
-  FLUVIA_LOG(0, "create thread %d", createResult.get());
+  FLUVIA_LOG_AS("start", 0, "create thread %d", createResult.get());
   alive = true;
   notifyAll(0);
   return true;

@@ -43,6 +43,7 @@ class ThreadObject : public Semaphore {
  private:
   friend void* runner(void* object);
 
+  bool create() REQUIRES(this);
   // Waits for the next start() or a forced stop. Returns false if the thread must end.
   bool park() REQUIRES(this);
   // True if a thread runs or sleeps. created alone does not say so: it stays set after a failed

@@ -119,7 +119,7 @@ int HttpFileRequest::sendRequest() {
 }
 
 // Distinguishes an unreachable host from a refused connection by the system's error.
-void HttpFileRequest::noteConnectFailure() {
+int HttpFileRequest::reportNotConnected() {
   if (method.getErrno() == EHOSTUNREACH) {
     downloadStatus = DOWNLOAD_CONNECT_FAIL;
     FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_FAIL");
@@ -127,6 +127,27 @@ void HttpFileRequest::noteConnectFailure() {
     downloadStatus = DOWNLOAD_CONNECT_REJECT;
     FLUVIA_LOG_AS("sendRequest", 2, "set status DOWNLOAD_CONNECT_REJECT");
   }
+  FLUVIA_LOG_AS("sendRequest", -4, "notify EVENT_STREAM_ERROR");
+  return util::STREAM_ERROR;
+}
+
+// A silent server and an unknown host are final, unless the feature flag says otherwise.
+
+int HttpFileRequest::reportStall() {
+  downloadStatus = DOWNLOAD_NOT_REVEIVE_DATA;
+  if (featureFlag != kFeatureOtherReports) return util::STREAM_FILE_NOT_FOUND;
+  FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_NOT_REVEIVE_DATA");
+  return util::STREAM_TIMEOUT;
+}
+
+int HttpFileRequest::reportUnknownHost() {
+  downloadStatus = DOWNLOAD_DNS_UNABLE_RESOLVED;
+  if (featureFlag != kFeatureOtherReports) {
+    FLUVIA_LOG_AS("sendRequest", -4, "NO FBZ CASE, couldn't resolve host");
+    return util::STREAM_FILE_NOT_FOUND;
+  }
+  FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
+  return util::STREAM_ERROR;
 }
 
 int HttpFileRequest::reportResult(int result) {
@@ -140,33 +161,21 @@ int HttpFileRequest::reportResult(int result) {
     return result >= 500 && result <= 599 ? util::STREAM_NOT_AVAILABLE
                                           : util::STREAM_FILE_NOT_FOUND;
   }
-  const bool otherReports = featureFlag == kFeatureOtherReports;
   switch (result) {
     case TRANSFER_OK:
     case TRANSFER_PARTIAL:
       FLUVIA_LOG_AS("sendRequest", 0, "[QV]return EVENT_STREAM_PARTIAL_END");
       return util::EVENT_STREAM_PARTIAL_END;
     case TRANSFER_STALLED:
-      downloadStatus = DOWNLOAD_NOT_REVEIVE_DATA;
-      if (!otherReports) return util::STREAM_FILE_NOT_FOUND;
-      FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_NOT_REVEIVE_DATA");
-      return util::STREAM_TIMEOUT;
+      return reportStall();
     case TRANSFER_BROKEN:
       downloadStatus = DOWNLOAD_CONNECTION_DEAD;
       FLUVIA_LOG_AS("sendRequest", -4, "connection is dead");
       return util::STREAM_DEAD;
     case TRANSFER_UNKNOWN_HOST:
-      downloadStatus = DOWNLOAD_DNS_UNABLE_RESOLVED;
-      if (!otherReports) {
-        FLUVIA_LOG_AS("sendRequest", -4, "NO FBZ CASE, couldn't resolve host");
-        return util::STREAM_FILE_NOT_FOUND;
-      }
-      FLUVIA_LOG_AS("sendRequest", -4, "FBZ Case DOWNLOAD_DNS_UNABLE_RESOLVED");
-      return util::STREAM_ERROR;
+      return reportUnknownHost();
     case TRANSFER_NOT_CONNECTED:
-      noteConnectFailure();
-      FLUVIA_LOG_AS("sendRequest", -4, "notify EVENT_STREAM_ERROR");
-      return util::STREAM_ERROR;
+      return reportNotConnected();
     case TRANSFER_WRITE_REFUSED:
       return util::STREAM_CANCELED;
     case TRANSFER_TIMED_OUT:

@@ -81,7 +81,9 @@ class HttpFileRequest : public FileRequest, public Requestor, public util::Semap
 
  private:
   int sendRequest() EXCLUDES(this);
-  void noteConnectFailure();
+  int reportNotConnected();
+  int reportStall();
+  int reportUnknownHost();
   int reportResult(int result);
   void sendEvent(int event);
   bool acceptAnswer(void* handle);
