@@ -8,15 +8,9 @@
 
 namespace tools {
 
-void addHttpOptions(CLI::App& app, HttpOptions* options) {
-  const std::string group = "HTTP and HTTPS";
-  app.add_option("--user-agent", options->userAgent, "Call ourselves TEXT")
-      ->type_name("TEXT")
-      ->group(group);
-  app.add_option("--proxy", options->proxy, "Use the proxy at URL")->type_name("URL")->group(group);
-  app.add_option("--cookie", options->cookie, "Send the cookies \"name=value; ...\"")
-      ->type_name("TEXT")
-      ->group(group);
+namespace {
+
+void addTlsOptions(CLI::App& app, HttpOptions* options, const std::string& group) {
   app.add_option("--ca", options->ca, "Trust the PEM certificates in FILE, and check the server")
       ->check(CLI::ExistingFile)
       ->type_name("FILE")
@@ -37,6 +31,20 @@ void addHttpOptions(CLI::App& app, HttpOptions* options) {
       ->check(CLI::IsMember({"PEM", "DER"}))
       ->type_name("TYPE")
       ->group(group);
+}
+
+}  // namespace
+
+void addHttpOptions(CLI::App& app, HttpOptions* options) {
+  const std::string group = "HTTP and HTTPS";
+  app.add_option("--user-agent", options->userAgent, "Call ourselves TEXT")
+      ->type_name("TEXT")
+      ->group(group);
+  app.add_option("--proxy", options->proxy, "Use the proxy at URL")->type_name("URL")->group(group);
+  app.add_option("--cookie", options->cookie, "Send the cookies \"name=value; ...\"")
+      ->type_name("TEXT")
+      ->group(group);
+  addTlsOptions(app, options, group);
   app.add_option("--ipv", options->addresses, "Use addresses of IP version 4, 6 or any; default 4")
       ->transform(CLI::Transformer({{"4", "IPv4"}, {"6", "IPv6"}, {"any", "whatever"}}))
       ->check(CLI::IsMember({"IPv4", "IPv6", "whatever"}))

@@ -121,23 +121,13 @@ bool TraceStory::takeCall(const LogFact& fact, long number, Thread& thread) {
       openedBy(thread, value[0]);
       return true;
     case LogWord::kCloseBegin:
-      // At once: when the close itself logs, the caller has no handle any more.
-      if (Lane* lane = laneOfHandle(static_cast<int>(value[0]))) {
-        lane->closed(now_, static_cast<int>(value[0]));
-      }
-      byHandle_.erase(static_cast<int>(value[0]));
+      closedBy(static_cast<int>(value[0]));
       return true;
     case LogWord::kReadBegin:
       beginCall(thread, value[0]);
       return true;
     case LogWord::kReadEnd:
-      if (thread.lane != nullptr && value[0] == FVFR_END_OF_FILE) {
-        thread.lane->happened(now_, Happening::Kind::kEnd,
-                              "handle " + std::to_string(thread.handle) + " read to the end");
-      } else if (thread.lane != nullptr && value[0] < 0) {
-        thread.lane->happened(now_, Happening::Kind::kProblem,
-                              "a read gave " + std::to_string(value[0]));
-      }
+      noteRead(thread, value[0]);
       endCall(thread);
       return true;
     case LogWord::kSeekBegin:
@@ -166,6 +156,22 @@ void TraceStory::openedBy(Thread& thread, long long handle) {
   if (lane == nullptr || handle <= 0) return;
   byHandle_[static_cast<int>(handle)] = lane;
   lane->opened(now_, static_cast<int>(handle));
+}
+
+// At once when the close begins: when it logs itself, the caller has no handle any more.
+void TraceStory::closedBy(int handle) {
+  if (Lane* lane = laneOfHandle(handle)) lane->closed(now_, handle);
+  byHandle_.erase(handle);
+}
+
+void TraceStory::noteRead(const Thread& thread, long long result) {
+  if (thread.lane == nullptr) return;
+  if (result == FVFR_END_OF_FILE) {
+    thread.lane->happened(now_, Happening::Kind::kEnd,
+                          "handle " + std::to_string(thread.handle) + " read to the end");
+  } else if (result < 0) {
+    thread.lane->happened(now_, Happening::Kind::kProblem, "a read gave " + std::to_string(result));
+  }
 }
 
 bool TraceStory::takeAsync(const LogFact& fact, long number, Thread& thread) {
@@ -331,18 +337,6 @@ bool TraceStory::takeConnection(const LogFact& fact, Thread& thread) {
     case LogWord::kGetEnd:
       lane.disconnected(now_, static_cast<int>(value[0]), value[1], value[5]);
       return true;
-    case LogWord::kRunResult:
-      lane.runResult(static_cast<int>(value[0]));
-      return true;
-    case LogWord::kEvent:
-      lane.streamEvent(static_cast<int>(value[0]));
-      return true;
-    case LogWord::kLocalRunBegin:
-      lane.connect(now_, Connection());
-      return true;
-    case LogWord::kLocalRunEnd:
-      lane.localRunEnded(now_);
-      return true;
     case LogWord::kSize:
       lane.learntSize(value[0]);
       return true;
@@ -354,6 +348,26 @@ bool TraceStory::takeConnection(const LogFact& fact, Thread& thread) {
       return true;
     case LogWord::kStreamEnd:
       lane.happened(now_, Happening::Kind::kEnd, "the end of the resource was read");
+      return true;
+    default:
+      return takeRun(fact, lane);
+  }
+}
+
+// The lines of a producer's run, and of its outcome.
+bool TraceStory::takeRun(const LogFact& fact, Lane& lane) {
+  switch (fact.word) {
+    case LogWord::kRunResult:
+      lane.runResult(static_cast<int>(fact.values[0]));
+      return true;
+    case LogWord::kEvent:
+      lane.streamEvent(static_cast<int>(fact.values[0]));
+      return true;
+    case LogWord::kLocalRunBegin:
+      lane.connect(now_, Connection());
+      return true;
+    case LogWord::kLocalRunEnd:
+      lane.localRunEnded(now_);
       return true;
     default:
       return false;

@@ -73,8 +73,11 @@ class TraceStory {
   bool takeWriter(const LogFact& fact, Thread& thread);
   bool takeDump(const LogFact& fact, Thread& thread);
   bool takeConnection(const LogFact& fact, Thread& thread);
+  bool takeRun(const LogFact& fact, Lane& lane);
   bool takeOthers(const LogFact& fact, long number, Thread& thread);
   void openedBy(Thread& thread, long long handle);
+  void closedBy(int handle);
+  void noteRead(const Thread& thread, long long result);
 
   std::list<Lane> lanes_;  // in order of appearance; pointers stay valid
   std::map<std::string, Lane*> byName_;
