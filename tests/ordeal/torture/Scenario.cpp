@@ -109,12 +109,8 @@ class User {
     if (resource.impatient) impatience_.reset(new Impatience());
   }
 
-  std::string run(bool* fileless) {
-    if (!openHandle()) {
-      *fileless = true;
-      return problem_;
-    }
-    *fileless = inside([&] { return x_fluvia_file_size(handle_); }) == FVFR_FAILED;
+  std::string run(int* fileless) {
+    if (!open(fileless)) return problem_;
     describe();
     readAt(-1, 65536);
     readAt(resource_.size / 2, kPiece);
@@ -123,79 +119,27 @@ class User {
     readAsyncAt(resource_.size / 3, true);
     readAt(resource_.size, 10);
     describe();
-    closeHandle();
+    close();
     return problem_;
   }
 
- private:
-  void complain(const std::string& what) {
-    if (problem_.empty()) problem_ = resource_.url + ": " + what;
-  }
+  // One handle's calls, for more than one handle at a time. Without an open handle only open().
 
-  bool accept(int code, std::initializer_list<int> codes, const std::string& call) {
-    const bool fine = judge_ == Judge::kMustPass
-                          ? code == 0
-                          : std::find(codes.begin(), codes.end(), code) != codes.end();
-    if (!fine) complain(call + " gave " + std::to_string(code));
-    return code == 0;
-  }
-
-  bool openHandle() {
-    const int code =
-        inside([&] { return x_fluvia_file_open_x(resource_.url.c_str(), &handle_, kBuffer); });
-    if (!accept(code, {FVFR_OK, FVFR_FAILED}, "open")) return false;
-    if (handle_ < 1 || handle_ > 255) complain("open gave handle " + std::to_string(handle_));
+  bool open(int* fileless) {
+    if (!openHandle()) {
+      ++*fileless;
+      return false;
+    }
+    if (inside([&] { return x_fluvia_file_size(handle_); }) == FVFR_FAILED) ++*fileless;
     return true;
   }
 
-  void closeHandle() {
+  void close() {
     const int code = inside([&] { return x_fluvia_file_close(handle_); });
     if (code != 0) complain("close gave " + std::to_string(code));
     if (inside([&] { return x_fluvia_file_close(handle_); }) != FVFR_FAILED) {
       complain("the handle is still open after its close");
     }
-  }
-
-  // The questions and the settings; only their returning is judged, and what has one right answer.
-  void describe() {
-    inside([&] {
-      x_fluvia_file_http_set_userAgent(handle_, "torture");
-      x_fluvia_file_http_set_cookie(handle_, "a=b");
-    });
-    const long long size = inside([&] { return x_fluvia_file_size(handle_); });
-    const bool fine =
-        size == resource_.size || (judge_ == Judge::kMayFail &&
-                                   (size == 0 || size == FVFR_FAILED || size == FVFR_UNKNOWN_SIZE));
-    if (!fine) complain("the size is " + std::to_string(size));
-    char header[512];
-    int length = 0;
-    inside([&] {
-      x_fluvia_file_offset(handle_);
-      x_fluvia_file_http_get_header(handle_, header, sizeof header, &length);
-      x_fluvia_file_http_get_server_name(handle_);
-      x_fluvia_file_http_get_content_type(handle_);
-      x_fluvia_file_http_get_download_status(handle_);
-      x_fluvia_file_http_get_speed(handle_);
-    });
-  }
-
-  bool moveTo(long long offset) {
-    long long now = -1;
-    const int code = inside([&] { return x_fluvia_file_seek(handle_, offset, &now); });
-    return accept(code, {FVFR_OK, FVFR_FAILED, FVFR_SEEK_REFUSED}, "seek");
-  }
-
-  void checkBytes(long long offset, const char* bytes, size_t count, const std::string& call) {
-    const long long at =
-        support::firstDifference(static_cast<unsigned long long>(offset), bytes, count);
-    if (at >= 0) complain(call + ": byte " + std::to_string(offset + at) + " is wrong");
-  }
-
-  void checkEnd(long long offset, size_t got, size_t wanted, const std::string& call) {
-    const long long end = offset + static_cast<long long>(got);
-    const bool short_ = got < wanted && end != resource_.size;
-    if (short_)
-      complain(call + " at " + std::to_string(offset) + " ends at " + std::to_string(end));
   }
 
   // Offset -1: where the handle stands, which is 0.
@@ -241,6 +185,71 @@ class User {
       complain("called back " + std::to_string(read.calls) + " times");
   }
 
+  const std::string& problem() const { return problem_; }
+
+ private:
+  void complain(const std::string& what) {
+    if (problem_.empty()) problem_ = resource_.url + ": " + what;
+  }
+
+  bool accept(int code, std::initializer_list<int> codes, const std::string& call) {
+    const bool fine = judge_ == Judge::kMustPass
+                          ? code == 0
+                          : std::find(codes.begin(), codes.end(), code) != codes.end();
+    if (!fine) complain(call + " gave " + std::to_string(code));
+    return code == 0;
+  }
+
+  bool openHandle() {
+    const int code =
+        inside([&] { return x_fluvia_file_open_x(resource_.url.c_str(), &handle_, kBuffer); });
+    if (!accept(code, {FVFR_OK, FVFR_FAILED}, "open")) return false;
+    if (handle_ < 1 || handle_ > 255) complain("open gave handle " + std::to_string(handle_));
+    return true;
+  }
+
+  // The questions and the settings; only their returning is judged, and what has one right answer.
+  void describe() {
+    inside([&] {
+      x_fluvia_file_http_set_userAgent(handle_, "torture");
+      x_fluvia_file_http_set_cookie(handle_, "a=b");
+    });
+    const long long size = inside([&] { return x_fluvia_file_size(handle_); });
+    const bool fine =
+        size == resource_.size || (judge_ == Judge::kMayFail &&
+                                   (size == 0 || size == FVFR_FAILED || size == FVFR_UNKNOWN_SIZE));
+    if (!fine) complain("the size is " + std::to_string(size));
+    char header[512];
+    int length = 0;
+    inside([&] {
+      x_fluvia_file_offset(handle_);
+      x_fluvia_file_http_get_header(handle_, header, sizeof header, &length);
+      x_fluvia_file_http_get_server_name(handle_);
+      x_fluvia_file_http_get_content_type(handle_);
+      x_fluvia_file_http_get_download_status(handle_);
+      x_fluvia_file_http_get_speed(handle_);
+    });
+  }
+
+  bool moveTo(long long offset) {
+    long long now = -1;
+    const int code = inside([&] { return x_fluvia_file_seek(handle_, offset, &now); });
+    return accept(code, {FVFR_OK, FVFR_FAILED, FVFR_SEEK_REFUSED}, "seek");
+  }
+
+  void checkBytes(long long offset, const char* bytes, size_t count, const std::string& call) {
+    const long long at =
+        support::firstDifference(static_cast<unsigned long long>(offset), bytes, count);
+    if (at >= 0) complain(call + ": byte " + std::to_string(offset + at) + " is wrong");
+  }
+
+  void checkEnd(long long offset, size_t got, size_t wanted, const std::string& call) {
+    const long long end = offset + static_cast<long long>(got);
+    const bool short_ = got < wanted && end != resource_.size;
+    if (short_)
+      complain(call + " at " + std::to_string(offset) + " ends at " + std::to_string(end));
+  }
+
   void finishAsync(long long offset, const AsyncRead& read, bool aborted) {
     const int status = read.status;
     const size_t got = static_cast<size_t>(std::max(read.bytes.load(), 0));
@@ -266,11 +275,73 @@ class User {
   std::string problem_;
 };
 
+// Two handles of one resource that read at the same time, each on a thread of its own. The far one
+// ends first, while the near one reads.
+class Pair {
+ public:
+  Pair(const Resource& resource, Judge judge)
+      : size_(resource.size), near_(resource, judge), far_(resource, judge) {}
+
+  std::string run(int* fileless) {
+    if (near_.open(fileless)) {
+      if (far_.open(fileless)) {
+        readTogether();
+      } else {
+        near_.readAt(-1, kPiece);
+      }
+      near_.close();
+    }
+    return near_.problem().empty() ? far_.problem() : near_.problem();
+  }
+
+ private:
+  void readTogether() {
+    std::thread other([this] {
+      const Spared ours;
+      readFar();
+    });
+    near_.readAt(-1, 65536);
+    near_.readAt(100, kPiece);
+    near_.readAt(kPiece, kPiece);
+    await(farIsDone_);
+    nearReads_ = true;
+    // More than the buffer has room for: the transfer has to go on for it.
+    near_.readAt(0, static_cast<unsigned int>(size_));
+    other.join();
+  }
+
+  void readFar() {
+    far_.readAt(size_ / 2, kPiece);
+    far_.readAsyncAt(size_ - kPiece / 2, false);
+    far_.readAt(2 * kPiece, kPiece);
+    far_.readAsyncAt(size_ / 3, true);
+    farIsDone_ = true;
+    await(nearReads_);
+    far_.close();
+  }
+
+  // Bounded by the deadline of the whole run.
+  static void await(const std::atomic<bool>& happened) {
+    while (!happened) std::this_thread::yield();
+  }
+
+  const long long size_;
+  User near_;
+  User far_;
+  std::atomic<bool> farIsDone_{false};
+  std::atomic<bool> nearReads_{false};
+};
+
 }  // namespace
 
-std::string useLibrary(const Resource& resource, Judge judge, bool* fileless) {
+std::string useLibrary(const Resource& resource, Judge judge, int* fileless) {
   const Spared ours;
   return User(resource, judge).run(fileless);
+}
+
+std::string useLibraryTwice(const Resource& resource, Judge judge, int* fileless) {
+  const Spared ours;
+  return Pair(resource, judge).run(fileless);
 }
 
 }  // namespace torture

@@ -23,9 +23,13 @@ enum class Judge {
 
 // Opens, reads, seeks, asks, reads asynchronously, aborts, closes. Only the calls themselves can be
 // made to fail. Returns an empty text, or what was wrong.
-// *fileless becomes true when the opening gave no shared file: what its producer has opened then
-// stays open for good.
-std::string useLibrary(const Resource& resource, Judge judge, bool* fileless);
+// Adds to *fileless each opening that gave no shared file: what its producer has opened then stays
+// open for good.
+std::string useLibrary(const Resource& resource, Judge judge, int* fileless);
+
+// The same with two handles of the resource that read at the same time, near and far, one of them
+// asynchronously too. It is closed while the other one reads.
+std::string useLibraryTwice(const Resource& resource, Judge judge, int* fileless);
 
 }  // namespace torture
 

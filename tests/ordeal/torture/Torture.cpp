@@ -2,8 +2,9 @@
 // call returns with a clear code, that no byte is wrong, that nothing is left behind, and that the
 // library works again afterwards.
 //
-// rough is a server that breaks one connection off and falls silent on the next. The cold ones are
-// the first use of the library in their process; before the others it has been used once.
+// rough is a server that breaks one connection off and falls silent on the next. The two- ones have
+// two handles of the resource at the same time. The cold ones are the first use of the library in
+// their process; before the others it has been used once.
 // Prints a line for each point with what came out, and what was wrong. Exit code 1 when anything
 // was.
 #include <fcntl.h>
@@ -50,6 +51,10 @@ constexpr long long kSize = 300000;
 constexpr int kFasterClock = 40;
 constexpr int kWrong = 3;
 
+bool isLocalScenario(const std::string& name) {
+  return name == "local" || name == "cold-local" || name == "two-local";
+}
+
 // One run with one point, in a process of its own.
 struct Job {
   std::string scenario;
@@ -59,8 +64,14 @@ struct Job {
   std::string url;    // used while something fails
   std::string plain;  // used before and after
 
-  bool isLocal() const { return scenario == "local" || scenario == "cold-local"; }
+  bool isLocal() const { return isLocalScenario(scenario); }
   bool isCold() const { return scenario.compare(0, 5, "cold-") == 0; }
+  bool isPair() const { return scenario.compare(0, 4, "two-") == 0; }
+
+  std::string use(const Resource& resource, Judge judge, int* fileless) const {
+    return isPair() ? torture::useLibraryTwice(resource, judge, fileless)
+                    : torture::useLibrary(resource, judge, fileless);
+  }
 };
 
 int wrong(const std::string& phase, const std::string& what) {
@@ -71,9 +82,9 @@ int wrong(const std::string& phase, const std::string& what) {
 int runChild(const Job& job) {
   const torture::Spared ours;
   const Resource plain{job.plain, kSize, false};
-  bool fileless = false;
+  int fileless = 0;
   if (!job.isCold()) {
-    const std::string problem = torture::useLibrary(plain, Judge::kMustPass, &fileless);
+    const std::string problem = job.use(plain, Judge::kMustPass, &fileless);
     if (!problem.empty()) return wrong("before", problem);
   }
   const int threads = support::threadCount();
@@ -81,8 +92,7 @@ int runChild(const Job& job) {
 
   if (!job.isLocal()) torture::setClockSpeed(kFasterClock);
   torture::arm(job.point, job.first, job.length);
-  const std::string problem =
-      torture::useLibrary({job.url, kSize, job.isLocal()}, Judge::kMayFail, &fileless);
+  const std::string problem = job.use({job.url, kSize, job.isLocal()}, Judge::kMayFail, &fileless);
   const long counted = torture::disarm();
   torture::setClockSpeed(1);
   std::cout << "counted " << counted << " failed " << torture::failures() << std::endl;
@@ -91,15 +101,15 @@ int runChild(const Job& job) {
   // Workers that could not be created, or a crypto library that could not be initialized, are
   // missing for the life of the process.
   const Judge after = job.isCold() ? Judge::kMayFail : Judge::kMustPass;
-  bool filelessLater = false;
-  const std::string later = torture::useLibrary(plain, after, &filelessLater);
+  int filelessLater = 0;
+  const std::string later = job.use(plain, after, &filelessLater);
   if (!later.empty()) return wrong("after", later);
   if (job.isCold()) return 0;
   if (!support::eventually([&] { return support::threadCount() <= threads; })) {
     return wrong("after", "threads were " + std::to_string(threads) + " and are " +
                               std::to_string(support::threadCount()));
   }
-  const int most = descriptors + (fileless ? 1 : 0);
+  const int most = descriptors + fileless;
   if (!support::eventually([&] { return support::descriptorCount() <= most; })) {
     return wrong("after", "descriptors were " + std::to_string(descriptors) + " and are " +
                               std::to_string(support::descriptorCount()));
@@ -158,7 +168,7 @@ class Driver {
 
  private:
   std::string urlOf(const std::string& scenario) {
-    if (scenario == "local" || scenario == "cold-local") return local_;
+    if (isLocalScenario(scenario)) return local_;
     std::string path = "/plain";
     if (scenario == "rough") {
       path = "/rough-" + std::to_string(++roughs_);
@@ -341,7 +351,8 @@ class Driver {
 Options parse(int argc, char** argv) {
   Options options;
   options.seed = support::seedOr(1);
-  options.scenarios = {"local", "http", "rough", "cold-local", "cold-http"};
+  options.scenarios = {"local",    "http",       "rough",    "two-local",
+                       "two-http", "cold-local", "cold-http"};
   std::vector<std::string> points = {"thread", "socket", "connect", "open",
                                      "read",   "send",   "resolve", "allocation"};
   support::CommandLine line(
