@@ -53,6 +53,9 @@ AVIOContext* fluvia_avio_context(FluviaAvio* source);
  * access to anything else is disabled (protocol_whitelist, unless it is set). DASH is refused with
  * AVERROR_PATCHWELCOME: FFmpeg's DASH demuxer opens its pieces without calling io_open.
  *
+ * Relative names in a redirected playlist are resolved from the address that was asked for: the
+ * library does not report where a redirect led.
+ *
  * Sets io_open, io_close2, pb and interrupt_callback; calls the one that was set before as well.
  * fluvia_avio_abort() ends all of it.
  */

@@ -12,6 +12,8 @@
 # gst_adaptive_live      a live stream: its last frames, all of them
 # gst_adaptive_live_long the same for 40 seconds
 # gst_adaptive_absolute  names with a host, with a raised rank
+# gst_adaptive_redirects playlists that are redirected, with their pieces beside the addresses asked for
+# gst_adaptive_live_redirected  the same of a live stream
 #
 # FLUVIA_MEDIA is the folder of the media, when it is not BUILD/media.
 set -euo pipefail
@@ -201,12 +203,36 @@ live() {
   shift
   local_frames ts/film.m3u8
   begin_live "$media/ts/film.m3u8" "$@"
-  ours "${root}live.m3u8"
+  ours "$root${live_folder:-}live.m3u8"
   sed -n 's/^video .* //p' got >played
   case "$*" in *--rounds*) cat expected expected ;; *) cat expected ;; esac | sed -n 's/^video .* //p' >whole
   [ "$(wc -l <played)" -ge $((50 * pieces)) ] || fail "only $(wc -l <played) pictures"
   cmp played <(head -n -50 whole | tail -n "$(wc -l <played)") || fail "other pictures"
   check_agents $((pieces + 2))
+}
+
+# Every request for the playlist goes to the address that was asked for, and is redirected from there.
+live_redirected() {
+  lead_live_away
+  live 3 --first 5
+  [ "$(count_answers 302)" -ge 3 ] || fail "only $(count_answers 302) requests were redirected"
+}
+
+# In every way, itself or by a playlist that names it.
+redirects() {
+  local code
+  serve_redirected "$media" 301 302 303 307 308 chain
+  local_frames ts/film.m3u8
+  for code in 301 302 303 307 308 chain; do
+    ours "$root$code/ts/master.m3u8"
+    cmp got expected || fail "$code: other frames than from the files"
+  done
+  ours "${root}302/ts/film.m3u8"
+  cmp got expected || fail "other frames than from the files"
+  # Two playlists a time, each redirected.
+  check_agents 98
+  [ "$(count_answers 302)" -ge 3 ] || fail "only $(count_answers 302) requests were redirected with 302"
+  [ "$(count_answers 307)" -ge 4 ] || fail "only $(count_answers 307) requests were redirected with 307"
 }
 
 # The library is the source of all http here, since its rank is the highest.
@@ -224,7 +250,7 @@ absolute() {
 
 test=${name#gst_adaptive_}
 case $test in
-  https | drops | faults | restart | rates | absolute) "$test" ;;
+  https | drops | faults | restart | rates | absolute | redirects | live_redirected) "$test" ;;
   live) live 3 --first 5 ;;
   # 40 seconds, with a window of 6.
   live_long) live 18 --rounds 2 ;;

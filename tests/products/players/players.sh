@@ -361,6 +361,21 @@ ffmpeg_hls_addresses() {
   check_agents 40
 }
 
+# A playlist that is redirected, in every way, itself or by a playlist that names it: relative names are those
+# beside the address that was asked for, since nobody reports where it was led.
+ffmpeg_hls_redirects() {
+  local code
+  serve_redirected "$media/hls" 301 302 303 307 308 chain
+  for code in 301 302 303 307 308 chain; do
+    hls_frames "$code/ts/master.m3u8" ts
+  done
+  hls_frames 302/ts/film.m3u8 ts
+  # Two playlists a time, each redirected.
+  check_agents 98
+  [ "$(count_answers 302)" -ge 3 ] || fail "only $(count_answers 302) requests were redirected with 302"
+  [ "$(count_answers 307)" -ge 4 ] || fail "only $(count_answers 307) requests were redirected with 307"
+}
+
 # The frames at random times are those at the same times in the files.
 ffmpeg_hls_seeks() {
   local kind
@@ -454,7 +469,7 @@ hls_live() {
   shift
   begin_live "$media/hls/ts/film.m3u8" "$@"
   case "$*" in *--rounds*) rounds=${!#} ;; esac
-  frames ffmpeg "${root}live.m3u8" --user-agent "$agent" >got 2>errors || fail "$(tail -5 errors)"
+  frames ffmpeg "$root${live_folder:-}live.m3u8" --user-agent "$agent" >got 2>errors || fail "$(tail -5 errors)"
   for ((at = 0; at < rounds; at++)); do cat "$reference/ffmpeg.hls.ts"; done >whole
   [ "$(pictures got | wc -l)" -ge $((50 * pieces)) ] || fail "only $(pictures got | wc -l) pictures"
   pictures got | cmp - <(pictures whole | tail -n "$(pictures got | wc -l)") || fail "other pictures"
@@ -462,6 +477,13 @@ hls_live() {
   # A frame lasts 2090 ticks. A round restarts at the first time.
   awk '/^audio/ { if (last && $3 > last && $3 - last > 2095) exit 1; last = $3 }' got || fail "a gap in the sound"
   check_agents $((pieces + 2))
+}
+
+# Every request for the playlist goes to the address that was asked for, and is redirected from there.
+ffmpeg_hls_live_redirected() {
+  lead_live_away
+  hls_live 3 --first 4
+  [ "$(count_answers 302)" -ge 3 ] || fail "only $(count_answers 302) requests were redirected"
 }
 
 # A line too slow for the stream: pieces have gone before they are asked for. Whatever is played is

@@ -69,7 +69,39 @@ check_agents() {
   [ ! -s others ] || fail "not by the library: $(head -3 others)"
 }
 
+# lead_away CODE: lines by which nginx redirects every playlist below /CODE/ to the one below /there/ with that
+# code; those below /chain/ with 307 to /303/, by a relative name.
+lead_away() {
+  local code=$1 target="/there/\$1"
+  if [ "$1" = chain ]; then
+    code=307
+    target="../../303/\$1"
+  fi
+  echo "location ~ ^/$1/(.*[.]m3u8)\$ { absolute_redirect off; return $code $target; }"
+}
+
+# serve_redirected FOLDER CODE...: serves ts/ of FOLDER with playlists that are redirected in these ways. The
+# pieces are beside the addresses that are asked for, below /CODE/; below /there/ are the playlists only.
+serve_redirected() {
+  local folder=$1 code lines=""
+  shift
+  mkdir -p www/there/ts
+  cp "$folder/ts/film.m3u8" www/there/ts
+  printf '%s\n' "#EXTM3U" "#EXT-X-STREAM-INF:BANDWIDTH=2000000" film.m3u8 >www/there/ts/master.m3u8
+  for code in "$@"; do
+    ln -s "$folder" "www/$code"
+    lines="$lines $(lead_away "$code")"
+  done
+  serve_folder "$dir/www" "$lines"
+}
+
+# count_answers CODE: how many requests nginx has answered with that code, of those it has logged.
+count_answers() {
+  awk -F'"' -v code="$1" 'substr($3, 2, 3) == code { count++ } END { print count + 0 }' nginx/access.log
+}
+
 # begin_live PLAYLIST [options of live_hls.py]: a live stream of it in www/, at $live_rate bytes a second.
+# $live_lines go into the server block of nginx.
 begin_live() {
   local line
   mkdir www
@@ -79,5 +111,13 @@ begin_live() {
   exec 3<began
   read -r -t 60 line <&3 || fail "the live stream does not begin"
   [ "$line" = live ] || fail "the live stream says: $line"
-  serve_folder "$dir/www" "limit_rate ${live_rate:-0};"
+  serve_folder "$dir/www" "limit_rate ${live_rate:-0}; ${live_lines:-}"
+}
+
+# lead_live_away: the same with a playlist that each request finds redirected: at 302/live.m3u8, with its
+# pieces beside it.
+lead_live_away() {
+  live_lines="$(lead_away 302) location = /there/live.m3u8 { alias $dir/www/live.m3u8; }
+    location ~ ^/302/(live[0-9]+[.]ts)\$ { alias $dir/www/\$1; }"
+  live_folder=302/
 }
