@@ -58,7 +58,7 @@ ENTRIES = [
           "maskPasswords(text)", "text", "cli.passwords_are_not_told"),
     entry("fluvia: a password with a blank does not either", "tools/Source.cpp",
           "maskPassword(name_) + \": \"", "name_ + \": \"", "cli.passwords_are_not_told"),
-    entry("fluvia: the parser's words are known", "tools/HttpOptions.cpp",
+    entry("fluvia: the parser's words are known", "tools/HttpCommandLine.cpp",
           "maskPasswords(wrong.str(), {words, words + count})", "maskPasswords(wrong.str())",
           "cli.passwords_are_not_told"),
     entry("parts: a problem does not name a server", "examples/ffmpeg/fluvia_parts.c",
