@@ -141,7 +141,7 @@ void playPiece(Pipeline* pipeline, const std::string& uri, gint64 begin = 0, gin
 
 // A stream whose pieces are parts of one file is read like one file: the next bytes are already
 // buffered.
-TEST(Ranges, OfOneFileAreReadWithOneRequest) {
+TEST(FluviaSrcRanges, OfOneFileAreReadWithOneRequest) {
   FaultServer server;
   server.on("/film", support::serveRanges(900000));
   Taken taken;
@@ -155,7 +155,7 @@ TEST(Ranges, OfOneFileAreReadWithOneRequest) {
   EXPECT_EQ(server.requestCount("/film"), 1);
 }
 
-TEST(Ranges, AreReadInAnyOrder) {
+TEST(FluviaSrcRanges, AreReadInAnyOrder) {
   FaultServer server;
   server.on("/film", support::serveRanges(9000000));
   Taken taken;
@@ -171,7 +171,7 @@ TEST(Ranges, AreReadInAnyOrder) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
-TEST(ShortSources, AThousandLeaveNothingBehind) {
+TEST(FluviaSrcShortSources, AThousandLeaveNothingBehind) {
   FaultServer server;
   for (int i = 0; i < 10; ++i) server.on("/" + std::to_string(i), support::serveRanges(20000));
   Taken taken;

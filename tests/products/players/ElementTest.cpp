@@ -173,11 +173,11 @@ void playOnce(const FaultServer& server, int startupWait) {
   EXPECT_EQ(taken.wrong, 0);
 }
 
-class StartsAndStops : public ::testing::TestWithParam<int> {};
+class FluviaSrcStartsAndStops : public ::testing::TestWithParam<int> {};
 
 // A stop may come before the source was opened, while it waits for the previous one's close, or
 // later.
-TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
+TEST_P(FluviaSrcStartsAndStops, LeaveNothingBehindAndTheNameAlive) {
   FaultServer server;
   server.on("/film", support::serveRanges(300000));
   playOnce(server, GetParam());
@@ -201,7 +201,7 @@ TEST_P(StartsAndStops, LeaveNothingBehindAndTheNameAlive) {
       << support::descriptorCount() << " descriptors after " << descriptorsBefore;
 }
 
-INSTANTIATE_TEST_SUITE_P(FluviaSrc, StartsAndStops, ::testing::Values(0, 1, 5, 1000));
+INSTANTIATE_TEST_SUITE_P(Waits, FluviaSrcStartsAndStops, ::testing::Values(0, 1, 5, 1000));
 
 // Serves count bytes, or no byte of the response for -1, then waits for goOn.
 support::Behaviour waitAfter(long long size, long long count, const std::atomic<bool>* goOn) {
@@ -228,10 +228,10 @@ support::Behaviour waitAfter(long long size, long long count, const std::atomic<
   };
 }
 
-class TwoElements : public ::testing::TestWithParam<int> {};
+class FluviaSrcTwoElements : public ::testing::TestWithParam<int> {};
 
 // Both wait for the same bytes, in the middle or at the beginning.
-TEST_P(TwoElements, OneIsDestroyedWhileTheOthersReadWaits) {
+TEST_P(FluviaSrcTwoElements, OneIsDestroyedWhileTheOthersReadWaits) {
   std::atomic<bool> goOn{false};
   FaultServer server;
   server.on("/film", waitAfter(1000000, GetParam(), &goOn));
@@ -262,7 +262,7 @@ TEST_P(TwoElements, OneIsDestroyedWhileTheOthersReadWaits) {
   EXPECT_EQ(taken[1].wrong, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(FluviaSrc, TwoElements, ::testing::Values(-1, 300000));
+INSTANTIATE_TEST_SUITE_P(Waits, FluviaSrcTwoElements, ::testing::Values(-1, 300000));
 
 TEST(FluviaSrc, FlushingSeekEndsAReadThatWaits) {
   FaultServer server;

@@ -58,7 +58,7 @@ void scrub(const std::string& url, unsigned int seed) {
   watchdog.at("ending");
 }
 
-TEST(Playing, StartedPausedScrubbedAndClosedNeverHangs) {
+TEST(FluviaSrcPlaying, StartedPausedScrubbedAndClosedNeverHangs) {
   const unsigned int seed = support::seedOr(std::random_device()());
   SCOPED_TRACE("seed " + std::to_string(seed));
   FaultServer server;
@@ -67,7 +67,7 @@ TEST(Playing, StartedPausedScrubbedAndClosedNeverHangs) {
   scrub("http://127.0.0.1:" + std::to_string(link.port()) + "/film.mkv", seed);
 }
 
-TEST(Playing, ScrubbedFileNeverHangs) {
+TEST(FluviaSrcPlaying, ScrubbedFileNeverHangs) {
   const unsigned int seed = support::seedOr(std::random_device()());
   SCOPED_TRACE("seed " + std::to_string(seed));
   scrub("file://" + medium("film.mp4"), seed);
@@ -102,6 +102,6 @@ void playTogether(const std::string& name, long long size) {
   EXPECT_LE(sent, size * 12 / 10) << "in the requests" << asked;
 }
 
-TEST(Playing, TwoPlayersOfOneUrlLoadItOnce) { playTogether("film.mkv", 2586768); }
+TEST(FluviaSrcPlaying, TwoPlayersOfOneUrlLoadItOnce) { playTogether("film.mkv", 2586768); }
 
 }  // namespace

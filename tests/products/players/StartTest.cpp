@@ -71,9 +71,9 @@ struct Cost {
 
 void PrintTo(const Cost& cost, std::ostream* out) { *out << cost.name; }
 
-class FarStart : public ::testing::TestWithParam<Cost> {};
+class FluviaSrcFarStart : public ::testing::TestWithParam<Cost> {};
 
-TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
+TEST_P(FluviaSrcFarStart, CostsNoMoreRequestsThanItMust) {
   FarMedium medium(GetParam().name);
   Player player(medium.url(), GetParam().bufferSize);
   ASSERT_TRUE(player.shows()) << player.error();
@@ -91,14 +91,14 @@ TEST_P(FarStart, CostsNoMoreRequestsThanItMust) {
 // Pushed, a Matroska file starts without its index, and the first seek fetches it. An MP4 file
 // needs its index: in front, or fetched from the end.
 // A seek may have to fill a gap before the buffered bytes.
-INSTANTIATE_TEST_SUITE_P(Media, FarStart,
+INSTANTIATE_TEST_SUITE_P(Media, FluviaSrcFarStart,
                          ::testing::Values(Cost{"film.mkv", 524288, 1, 3, 2},
                                            Cost{"front.mp4", 524288, 1, 2, 2},
                                            Cost{"film.mp4", 524288, 3, 2, 2}));
 
 // Its demuxer reads the next fragment before it takes the pictures of one, and the sound, which is
 // stored after all of them. Seeking there and back took six requests.
-TEST(FarFragments, SeekIsOneRequest) {
+TEST(FluviaSrcFarFragments, SeekIsOneRequest) {
   FarMedium medium("fragmented.mp4");
   Player player(medium.url(), 1048576);
   ASSERT_TRUE(player.shows()) << player.error();
@@ -124,7 +124,7 @@ bool playsBackwards(const std::string& url, const char* access) {
 }
 
 // As docs/players.md says.
-TEST(Backwards, NeedsToBePulled) {
+TEST(FluviaSrcBackwards, NeedsToBePulled) {
   for (const char* const name : {"film.mp4", "film.mkv"}) {
     SCOPED_TRACE(name);
     FaultServer server;
@@ -141,7 +141,7 @@ struct Way {
 
 void PrintTo(const Way& way, std::ostream* out) { *out << way.name; }
 
-class Access : public ::testing::TestWithParam<Way> {};
+class FluviaSrcAccess : public ::testing::TestWithParam<Way> {};
 
 bool offersPull(const std::string& location, const std::string& more) {
   const Pipeline pipeline("fluviasrc name=source startup-wait=20000 " + more +
@@ -157,7 +157,7 @@ bool offersPull(const std::string& location, const std::string& more) {
 }
 
 // Media that seek less exactly if they are pushed, or not at all, are pulled.
-TEST_P(Access, FollowsTheMedium) {
+TEST_P(FluviaSrcAccess, FollowsTheMedium) {
   const std::string name = GetParam().name;
   const std::string file = std::string(FLUVIA_MEDIA) + "/" + name;
   FaultServer server;
@@ -168,7 +168,7 @@ TEST_P(Access, FollowsTheMedium) {
   EXPECT_TRUE(offersPull(file, "")) << "a file has no round trips";
 }
 
-INSTANTIATE_TEST_SUITE_P(Media, Access,
+INSTANTIATE_TEST_SUITE_P(Media, FluviaSrcAccess,
                          ::testing::Values(Way{"film.mkv", false}, Way{"film.mp4", false},
                                            Way{"front.mp4", false}, Way{"fragmented.mp4", true},
                                            Way{"film.ts", true}, Way{"sound.mp3", true},
