@@ -3,6 +3,7 @@
 #include <fluviafs.h>
 #include <strings.h>
 
+#include "Passwords.h"
 #include "Source.h"
 
 namespace tools {
