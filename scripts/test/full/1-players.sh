@@ -28,7 +28,8 @@ check "libraries of ARM" scripts/arm-sysroot
 check "build with the players" make_players
 check "build of the recipes" make_recipes
 behind "build armv7" make_armv7
-run_ctest asan -L players
+# Players wait for the times of their pictures: more of them run at a time than of other tests.
+run_ctest asan -L players -j $((3 * JOBS))
 check "manual page of fluvia-mount" scripts/checks/program-page build/asan/tools/fluvia-mount
 FLUVIA_MEDIA=$PWD/build/asan/media \
   check "recipes of the README" tests/products/players/players.sh "$PWD/build/release" readme_recipes
