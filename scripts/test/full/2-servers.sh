@@ -10,7 +10,6 @@ for test in tests/products/servers/*; do
   esac
 done
 
-check "packages of the servers" scripts/install-dependencies servers
 await "build armv7"
 behind "build armv7-ubsan" make_arm_build armv7-ubsan "${BOX_TESTS[@]}"
 for server in "${servers[@]}"; do

@@ -6,7 +6,6 @@ make_hot_path() {
     -DFLUVIA_PLAYERS=OFF && quietly cmake --build build/counts --target hot-path -j "$JOBS"
 }
 
-check "packages of the counts" scripts/install-dependencies counts
 check "build hot path" make_hot_path
 check "instructions of a block" bench/hot/check build/counts/bench/hot-path
 check "instructions are repeatable" bench/hot/check --repeat build/counts/bench/hot-path

@@ -1,6 +1,5 @@
 # shellcheck shell=bash
 # The documents: what is made of sources can be made, and says what the header says.
-check "packages of the documents" scripts/install-dependencies docs
 check "pictures" scripts/pictures --check
 check "reference of the interface" scripts/reference
 check "manual pages of the interface" scripts/checks/interface-pages
