@@ -277,6 +277,13 @@ serve_faulty() {
   read -r -t 60 served <address || fail "the server does not start: $(cat server.log)"
 }
 
+options_become_headers_of_requests() {
+  serve_faulty
+  gives 0 "$fluvia" cat "$served/headers" --user-agent "player/1 (tv)" --cookie "a=b; c=d"
+  grep -qx 'User-Agent: player/1 (tv)' out || fail "sent: $(cat out)"
+  grep -qx 'Cookie: a=b; c=d' out || fail "sent: $(cat out)"
+}
+
 cat_goes_on_after_an_outage() {
   serve_faulty
   gives 0 "$fluvia" cat "$served/away"

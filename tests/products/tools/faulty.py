@@ -9,6 +9,7 @@ faulty.py FILE prints its address. FILE is what it serves:
 /replaced   the same, then 503, then other bytes and one more
 /chunked    in chunks, without a length
 /stalls     100,000 bytes of it, and then nothing more
+/headers    the headers of the request
 /STATUS     that status
 """
 
@@ -87,6 +88,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.ranges(self.content)
             elif path == '/chunked':
                 self.chunked()
+            elif path == '/headers':
+                self.ranges(bytes(self.headers))
             elif path == '/stalls':
                 self.ranges(self.content, 100000)
                 self.wfile.flush()
