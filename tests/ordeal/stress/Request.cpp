@@ -44,7 +44,12 @@ void Request::abort() {
   const Held::Use use(held.get());
   if (!use) return;
   std::lock_guard<std::mutex> guard(gate);
-  if (calls > 0) return;
+  {
+    // A callback that has passed the gate may return before the abort below: its id would then be
+    // that of another request.
+    std::lock_guard<std::mutex> counting(lock);
+    if (counted) return;
+  }
   aborted = true;
   aborter = std::this_thread::get_id();
   const int result = x_fluvia_file_read_abort(held->handle, requestId);
@@ -75,7 +80,8 @@ void Request::count(int id, int status, int readBytes) {
   bool first = false;
   {
     std::lock_guard<std::mutex> guard(lock);
-    first = calls == 0;
+    first = !counted;
+    counted = true;
     if (first) {
       firstStatus = status;
       firstBytes = readBytes;

@@ -64,7 +64,8 @@ class Request {
   std::mutex lock;
   std::condition_variable changed;
   int requestId = 0;
-  std::atomic<int> calls{0};
+  bool counted = false;       // a callback has begun; guarded by lock
+  std::atomic<int> calls{0};  // callbacks that have returned
   int firstStatus = 0;
   int firstBytes = 0;
   std::atomic<bool> aborted{false};   // an abort was called before any callback had come
