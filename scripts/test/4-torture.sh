@@ -3,4 +3,4 @@
 . scripts/sanitizers.sh
 # Whole stacks, also through libraries without frame pointers: a leak is judged by its stack.
 export ASAN_OPTIONS=$ASAN_OPTIONS:handle_abort=1:fast_unwind_on_malloc=0
-check "torture" build/asan/tests/ordeal/torture/torture --points 10 --jobs $((2 * JOBS))
+check "torture" build/asan/tests/ordeal/torture/torture --points 7 --jobs $((2 * JOBS))
