@@ -18,27 +18,24 @@ void addLogOptions(CLI::App& app, CommandLine* line) {
       ->needs(file);
 }
 
+// For a number of bytes: K, M and G are understood.
+CLI::Option* inBytes(CLI::Option* option) {
+  return option->transform(CLI::AsSizeValue(false))->type_name("N");
+}
+
 void addCat(CLI::App& app, Command* chosen) {
   auto options = std::make_shared<CatOptions>();
   CLI::App* cat = app.add_subcommand("cat", "Write SRC to standard output or a file");
   cat->add_option("SRC", options->source, "Path or URL")->required();
   cat->add_option("-o,--output", options->output, "Write to FILE")->type_name("FILE");
-  cat->add_option("--offset", options->offset, "Begin at byte N (K, M, G are understood)")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
-  cat->add_option("--length", options->length, "Write at most N bytes")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
-  cat->add_option("--read-size", options->readSize, "Bytes of a read; default 64K")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 1 << 30))
-      ->type_name("N");
-  cat->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 0x7FFFFFFF))
-      ->type_name("N");
+  inBytes(cat->add_option("--offset", options->offset, "Begin at byte N (K, M, G are understood)"))
+      ->check(CLI::NonNegativeNumber);
+  inBytes(cat->add_option("--length", options->length, "Write at most N bytes"))
+      ->check(CLI::NonNegativeNumber);
+  inBytes(cat->add_option("--read-size", options->readSize, "Bytes of a read; default 64K"))
+      ->check(CLI::Range(1, 1 << 30));
+  inBytes(cat->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M"))
+      ->check(CLI::Range(1, 0x7FFFFFFF));
   cat->add_flag("--async", options->async, "Read with asynchronous requests");
   cat->add_option("--reopen", options->reopen,
                   "Bear an outage of the server N seconds, 0 for not at all; default 60")
@@ -73,14 +70,10 @@ void addCheck(CLI::App& app, Command* chosen) {
   check->add_option("--count", options->count, "Seeks, each with a read; default 1000")
       ->check(CLI::Range(1, 1000000000))
       ->type_name("N");
-  check->add_option("--read-size", options->readSize, "Most bytes of a read; default 256K")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 1 << 30))
-      ->type_name("N");
-  check->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(1, 0x7FFFFFFF))
-      ->type_name("N");
+  inBytes(check->add_option("--read-size", options->readSize, "Most bytes of a read; default 256K"))
+      ->check(CLI::Range(1, 1 << 30));
+  inBytes(check->add_option("--buffer", options->buffer, "Bytes of buffer; default 2M"))
+      ->check(CLI::Range(1, 0x7FFFFFFF));
   CLI::Option* seed =
       check->add_option("--seed", options->seed, "Repeat the run that printed this seed")
           ->type_name("N");
@@ -98,11 +91,10 @@ void addTree(CLI::App& app, Command* chosen) {
       tree->add_flag("--xml", options->xml, "Write the tree back as XML; SRC must be XML");
   tree->add_flag("--json", options->json, "Write the tree back as JSON; SRC must be JSON")
       ->excludes(xml);
-  tree->add_option("--limit", options->limit,
-                   "Give up when the tree takes more than N bytes, 0 for never; default 256M")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber)
-      ->type_name("N");
+  inBytes(
+      tree->add_option("--limit", options->limit,
+                       "Give up when the tree takes more than N bytes, 0 for never; default 256M"))
+      ->check(CLI::NonNegativeNumber);
   tree->footer(
       "A body whose first character is '<' is read as XML, any other as JSON. --xml and --json\n"
       "escape nothing: a '<' or a quote in a value is written as it is. Without them, control\n"
