@@ -3,7 +3,7 @@
 check "clang-format" scripts/checks/format
 check "include direction" scripts/checks/includes
 check "header in C and C++" scripts/checks/header
-check "cppcheck" scripts/checks/cppcheck
+behind "cppcheck" scripts/checks/cppcheck
 check "pages of the classes" scripts/checks/internals
 check "links of the documents" scripts/checks/links
 check "log lines" scripts/checks/log-lines
@@ -12,3 +12,4 @@ check "commits of the figures" scripts/checks/figures
 scripts/checks/figures --notes
 check "counting of results" scripts/checks/counting
 check "mutation table" tests/ordeal/mutation/mutate.py --check
+await "cppcheck"

@@ -16,8 +16,16 @@ both_stresses() {
   wait "$asan" && [ "$tsan_result" -eq 0 ]
 }
 
+# Whole stacks, also through libraries without frame pointers: a leak is judged by its stack.
+torture() {
+  ASAN_OPTIONS=$ASAN_OPTIONS:handle_abort=1:fast_unwind_on_malloc=0 \
+    timeout --kill-after=10 600 build/asan/tests/ordeal/torture/torture --points 7 --jobs $((2 * JOBS))
+}
+
 behind "model of restarts" tests/ordeal/model/check.sh
+beside "torture" torture
 check "fault matrix, our column" timeout --kill-after=10 600 \
   build/release/tests/ordeal/matrix/ordeal_matrix \
   ours=build/release/tests/ordeal/matrix/ordeal_matrix_ours
 check "stress, ASan and TSan" both_stresses
+await "torture"

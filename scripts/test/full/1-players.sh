@@ -15,14 +15,6 @@ make_arm_build() {
   shift
   configure "$preset" && build "$preset" --target "$@"
 }
-make_packages() {
-  # The root that the packages are tried in is made meanwhile: one waits for servers, the other computes.
-  tests/products/packages/make-root &
-  local root=$!
-  scripts/make-debs
-  local result=$?
-  wait "$root" && [ "$result" -eq 0 ]
-}
 # With the command line as a program of this machine, for the tests with servers.
 make_armv7() {
   make_arm_build armv7 fluviafs fluvia &&
@@ -30,13 +22,11 @@ make_armv7() {
       >build/armv7/emulated-fluvia &&
     chmod +x build/armv7/emulated-fluvia
 }
-# All at once, for all the parts of this folder: each call of apt takes ten seconds.
-check "packages of these parts" scripts/install-dependencies players arm servers debs box counts docs trace
-check "libraries of ARM" scripts/arm-sysroot
+await "packages and roots"
 check "build with the players" make_players
 check "build of the recipes" make_recipes
 behind "build armv7" make_armv7
-behind "make the packages" make_packages
+behind "make the packages" scripts/make-debs
 # Players wait for the times of their pictures: more of them run at a time than of other tests.
 run_ctest asan -L players -j $((3 * JOBS))
 check "manual page of fluvia-mount" scripts/checks/program-page build/asan/tools/fluvia-mount

@@ -2,28 +2,28 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "ConnectionEnd.h"
 #include "PageText.h"
-#include "TracePage.h"
 #include "TraceStory.h"
+#include "tests/products/tools/TraceLog.h"
 #include "tests/support/QueueProbe.h"
 #include "webs/TransferResult.h"
 
 namespace {
 
+using support::captured;
+using support::kFilm;
+using support::kSound;
+using support::Log;
+using support::Traced;
 using tools::Connection;
 using tools::Happening;
 using tools::Lane;
-using tools::LogEntry;
-using tools::LogReader;
-using tools::TraceStory;
 using tools::Wait;
 
-constexpr bool areSame(int told, int real) { return told == real; }
+constexpr bool areSame(int ours, int real) { return ours == real; }
 static_assert(areSame(tools::RUN_STALLED, webs::TRANSFER_STALLED), "the library's");
 static_assert(areSame(tools::RUN_BROKEN, webs::TRANSFER_BROKEN), "the library's");
 static_assert(areSame(tools::RUN_COMPLETE, webs::TRANSFER_OK), "the library's");
@@ -43,115 +43,17 @@ static_assert(areSame(tools::RUN_NOT_TRUSTED, CURLE_PEER_FAILED_VERIFICATION), "
 static_assert(tools::kReadAheadMargin == util::BufferQueueProbe::kReadAheadMargin,
               "a wait is for another connection where the library starts one");
 
-// A log as the library writes it, line by line.
-class Log {
- public:
-  // A line at that millisecond of the log, of that thread. Seconds begin at 100 to fit the head's
-  // format.
-  Log& line(int ms, long thread, const std::string& function, const std::string& text) {
-    text_ += "[FluviaFS][00:" + std::to_string(100 + ms / 1000) + ":" + std::to_string(ms % 1000) +
-             "][" + std::to_string(thread) + "][" + function + "][1]-------" + text + "\n";
-    return *this;
-  }
-  Log& open(int ms, long thread, const std::string& name, int handle) {
-    const std::string function = "x_fluvia_file_open";
-    line(ms, thread, function, "Begin " + function + "(url: " + name + ")");
-    return line(ms, thread, function,
-                "End " + function + "(handle: " + std::to_string(handle) + ")");
-  }
-  Log& close(int ms, long thread, int handle) {
-    return line(ms, thread, "x_fluvia_file_close",
-                "Begin x_fluvia_file_close (handle: " + std::to_string(handle) + ")");
-  }
-  Log& beginRead(int ms, long thread, int handle, long long position) {
-    line(ms, thread, "x_fluvia_file_read",
-         "befor x_fluvia_file_read(handle: " + std::to_string(handle) + ", size: 65536)");
-    const std::string offset = std::to_string(position);
-    return line(ms, thread, "read", "seek:  1 , offset =" + offset + ", curOffset = " + offset);
-  }
-  Log& endRead(int ms, long thread, int got, long long behind, int result = 0) {
-    line(ms, thread, "read",
-         "readcount:" + std::to_string(got) + ", readoffset:" + std::to_string(behind) +
-             ", filesize:0");
-    return line(ms, thread, "x_fluvia_file_read",
-                "end x_fluvia_file_read : " + std::to_string(result));
-  }
-  Log& wait(int ms, long thread, long long offset) {
-    line(ms, thread, "fill",
-         "wait and feeding = true seq=" + std::to_string(offset) +
-             ", read:0, read id=0, wtHead id=0, wtHead:0");
-    return line(ms, thread, "fill", "wait in fill");
-  }
-  Log& wake(int ms, long thread) { return line(ms, thread, "fill", "wake up in fill"); }
-  Log& connect(int ms, long thread, const std::string& name, long long from, bool ranged = true) {
-    line(ms, thread, "sendRequest",
-         "http begin to get from:" + name + ", " + std::to_string(from) + "~0");
-    line(ms, thread, "executeGet", std::string("set fgrangeget to ") + (ranged ? "true" : "false"));
-    return line(ms, thread, "executeGet",
-                "handle:0x1, PFFFF begin to perform(url: " + name +
-                    ", start: " + std::to_string(from) + ", end: 0)");
-  }
-  Log& data(int ms, long thread, int block, long long from, int bytes) {
-    line(ms, thread, "sendData",
-         "(handle:0x1) Data In  size = " + std::to_string(bytes) + ", version = 0");
-    return stored(ms, thread, block, from, bytes);
-  }
-  Log& stored(int ms, long thread, int block, long long from, int bytes) {
-    return line(ms, thread, "streamIn",
-                "size:1, sz:1, rdblock:0, wtblock:" + std::to_string(block) +
-                    ", usedSize:" + std::to_string(bytes) + ", begin from:" + std::to_string(from));
-  }
-  Log& disconnect(int ms, long thread, int code, int status) {
-    return line(ms, thread, "executeGet",
-                "handle:0x1, curl_easy_perform ret:" + std::to_string(code) +
-                    ", respond code:" + std::to_string(status) +
-                    ", socket_errno:0, cal_speed:0 Byte/s, maxspeed:0 Byte/s, download End size 0 "
-                    "Byte");
-  }
-  const std::string& text() const { return text_; }
-
- private:
-  std::string text_;
-};
-
-struct Told {
-  TraceStory story;
-  LogReader reader{[this](const LogEntry& entry) { story.take(entry); }};
-
-  explicit Told(const std::string& log) {
-    reader.feed(log.data(), log.size());
-    reader.finish();
-    story.finish();
-  }
-  explicit Told(const Log& log) : Told(log.text()) {}
-
-  const Lane& lane(size_t index = 0) const {
-    EXPECT_LT(index, story.lanes().size());
-    return *std::next(story.lanes().begin(), static_cast<std::ptrdiff_t>(index));
-  }
-  std::string page() const { return tools::tracePage("test", story, reader.counts()); }
-};
-
-std::string captured(const std::string& name) {
-  std::ifstream file(std::string(FLUVIA_TRACE_LOGS) + "/" + name, std::ios::binary);
-  EXPECT_TRUE(file.is_open()) << name;
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 bool happened(const Lane& lane, Happening::Kind kind, const std::string& text) {
   return std::any_of(
       lane.happenings().begin(), lane.happenings().end(),
       [&](const Happening& happening) { return happening.kind == kind && happening.text == text; });
 }
 
-const char kFilm[] = "http://h/film.ts";
-const char kSound[] = "http://h/sound.m4a";
-
 // A real log: the server cuts the first connection at 70000 and is silent for 0.4 s in the second.
 TEST(TraceStory, CapturedLogTellsOfTheCutAndTheSilence) {
-  const Told told(captured("cut.log"));
-  ASSERT_EQ(told.story.lanes().size(), 1u);
-  const Lane& lane = told.lane();
+  const Traced traced(captured("cut.log"));
+  ASSERT_EQ(traced.story.lanes().size(), 1u);
+  const Lane& lane = traced.lane();
   EXPECT_EQ(lane.name(), "http://127.0.0.1:18233/film.ts");
   EXPECT_EQ(lane.size(), 120000);
   ASSERT_EQ(lane.connections().size(), 2u);
@@ -180,20 +82,20 @@ TEST(TraceStory, CapturedLogTellsOfTheCutAndTheSilence) {
   const auto& positions = lane.readers()[0].positions.points();
   ASSERT_GE(positions.size(), 2u);
   EXPECT_EQ(positions[positions.size() - 2].value, 120000) << "where it was when it was closed";
-  EXPECT_TRUE(told.story.hasTracing());
-  EXPECT_TRUE(told.story.hasDumps());
+  EXPECT_TRUE(traced.story.hasTracing());
+  EXPECT_TRUE(traced.story.hasDumps());
 }
 
 // Cut anywhere: an earlier end changes nothing before it.
 TEST(TraceStory, CapturedLogMayBeCutAnywhere) {
   const std::string log = captured("cut.log");
   for (size_t size = 0; size < log.size(); size += 997) {
-    const Told told(log.substr(0, size));
-    for (const Lane& lane : told.story.lanes()) {
+    const Traced traced(log.substr(0, size));
+    for (const Lane& lane : traced.story.lanes()) {
       EXPECT_LE(lane.connections().size(), 2u);
       for (const Connection& connection : lane.connections()) EXPECT_LE(connection.got, 70000);
     }
-    const Told end(log.substr(size));
+    const Traced end(log.substr(size));
     EXPECT_FALSE(end.page().empty());
   }
 }
@@ -204,12 +106,12 @@ TEST(TraceStory, HandlesOfOneNameShareALane) {
   log.beginRead(5, 10, 1, 0).beginRead(6, 11, 2, 1000);
   log.endRead(8, 11, 100, 1100).endRead(9, 10, 50, 50);
   log.beginRead(10, 11, 3, 7).endRead(11, 11, 1, 8);
-  const Told told(log);
-  ASSERT_EQ(told.story.lanes().size(), 2u);
-  ASSERT_EQ(told.lane(0).readers().size(), 2u);
-  EXPECT_EQ(told.lane(0).readers()[0].position, 50);
-  EXPECT_EQ(told.lane(0).readers()[1].position, 1100);
-  EXPECT_EQ(told.lane(1).readers()[0].position, 8);
+  const Traced traced(log);
+  ASSERT_EQ(traced.story.lanes().size(), 2u);
+  ASSERT_EQ(traced.lane(0).readers().size(), 2u);
+  EXPECT_EQ(traced.lane(0).readers()[0].position, 50);
+  EXPECT_EQ(traced.lane(0).readers()[1].position, 1100);
+  EXPECT_EQ(traced.lane(1).readers()[0].position, 8);
 }
 
 TEST(TraceStory, WorkerThreadsAreKnownByWhatTheyFetch) {
@@ -218,12 +120,12 @@ TEST(TraceStory, WorkerThreadsAreKnownByWhatTheyFetch) {
   log.connect(1, 20, kFilm, 0).connect(1, 21, kSound, 0);
   log.data(2, 20, 0, 0, 100).data(3, 21, 0, 0, 7).data(4, 20, 0, 0, 200);
   log.disconnect(9, 21, 0, 200);
-  const Told told(log);
-  EXPECT_EQ(told.lane(0).connections()[0].got, 300);
-  EXPECT_EQ(told.lane(0).connections()[0].outcome, Connection::Outcome::kRunning);
-  EXPECT_EQ(told.lane(1).connections()[0].got, 7);
-  EXPECT_EQ(told.lane(1).connections()[0].outcome, Connection::Outcome::kComplete);
-  EXPECT_EQ(told.lane(0).heads().points().back().value, 200);
+  const Traced traced(log);
+  EXPECT_EQ(traced.lane(0).connections()[0].got, 300);
+  EXPECT_EQ(traced.lane(0).connections()[0].outcome, Connection::Outcome::kRunning);
+  EXPECT_EQ(traced.lane(1).connections()[0].got, 7);
+  EXPECT_EQ(traced.lane(1).connections()[0].outcome, Connection::Outcome::kComplete);
+  EXPECT_EQ(traced.lane(0).heads().points().back().value, 200);
 }
 
 TEST(TraceStory, HeldIsWhatTheBlocksHold) {
@@ -232,8 +134,8 @@ TEST(TraceStory, HeldIsWhatTheBlocksHold) {
   log.stored(2, 20, 0, 0, 32768).stored(3, 20, 1, 32768, 100);
   log.line(5, 20, "streamIn", "new block 0 begin from 65536");
   log.line(6, 20, "streamIn", "wtblock:0, usedSize:50, rdTail block:1");
-  const Told told(log);
-  const auto& columns = told.lane().holdings().columns();
+  const Traced traced(log);
+  const auto& columns = traced.lane().holdings().columns();
   ASSERT_GE(columns.size(), 4u);
   ASSERT_EQ(columns[1].held.size(), 1u) << "neighbours are one stretch";
   EXPECT_EQ(columns[1].held[0].end, 32868);
@@ -252,8 +154,8 @@ TEST(TraceStory, DumpCorrectsWhatIsHeld) {
   log.line(3, 20, "dumpBuffer", "readOffset=0, read:0, read id=0, wtHead id=2, wtHead:98304");
   log.line(3, 20, "dumpBuffer", "s  2:     98304 ~     98400");
   log.line(3, 20, "dumpBuffer", "------------------------------");
-  const Told told(log);
-  const auto& held = told.lane().holdings().columns().back().held;
+  const Traced traced(log);
+  const auto& held = traced.lane().holdings().columns().back().held;
   ASSERT_EQ(held.size(), 2u) << "block 1 is not in the dump, block 0 need not be";
   EXPECT_EQ(held[0].end, 32768);
   EXPECT_EQ(held[1].begin, 98304);
@@ -266,9 +168,9 @@ TEST(TraceStory, WorkOfALineDoesNotGrowWithTheBlocks) {
   Log log;
   log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0);
   for (int i = 0; i < kStored; ++i) log.stored(1 + i, 20, i % 4096, i * 65536LL, 32768);
-  const Told told(log);
-  EXPECT_LE(told.lane().blocks().looks(), 20LL * kStored);
-  EXPECT_LE(told.lane().holdings().columns().back().held.size(), 12u);
+  const Traced traced(log);
+  EXPECT_LE(traced.lane().blocks().looks(), 20LL * kStored);
+  EXPECT_LE(traced.lane().holdings().columns().back().held.size(), 12u);
 }
 
 TEST(TraceStory, WaitHasItsReasonFromTheConnection) {
@@ -276,15 +178,15 @@ TEST(TraceStory, WaitHasItsReasonFromTheConnection) {
   log.open(0, 10, kFilm, 1).beginRead(0, 10, 1, 0).wait(0, 10, 0);
   log.connect(100, 20, kFilm, 0).data(400, 20, 0, 0, 10).data(450, 20, 0, 0, 20);
   log.data(1450, 20, 0, 0, 30).wake(1500, 10).endRead(1500, 10, 30, 30);
-  const Told told(log);
-  ASSERT_EQ(told.lane().waits().size(), 1u);
-  const Wait& wait = told.lane().waits()[0];
+  const Traced traced(log);
+  ASSERT_EQ(traced.lane().waits().size(), 1u);
+  const Wait& wait = traced.lane().waits()[0];
   EXPECT_NEAR(wait.waited, 1.5, 1e-9);
   EXPECT_NEAR(wait.shares[Wait::kNoConnection], 0.1, 1e-9);
   EXPECT_NEAR(wait.shares[Wait::kNoAnswer], 0.3, 1e-9);
   EXPECT_NEAR(wait.shares[Wait::kFlowing], 0.1, 1e-9);
   EXPECT_NEAR(wait.shares[Wait::kSilent], 1.0, 1e-9);
-  EXPECT_EQ(tools::whyWaited(told.lane(), wait),
+  EXPECT_EQ(tools::whyWaited(traced.lane(), wait),
             "the connection was silent; for 300 ms the server had not answered yet");
   EXPECT_EQ(tools::whyWaitedShortly(wait), "server silent");
 }
@@ -294,9 +196,9 @@ TEST(TraceStory, WaitAheadOfTheMarginIsForAnotherConnection) {
   log.open(0, 10, kFilm, 1).connect(0, 20, kFilm, 0).data(1, 20, 0, 0, 10);
   log.beginRead(10, 10, 1, 200000).wait(10, 10, 200000).data(110, 20, 0, 0, 20).wake(110, 10);
   log.endRead(110, 10, 10, 200010);
-  const Told told(log);
-  ASSERT_EQ(told.lane().waits().size(), 1u);
-  EXPECT_NEAR(told.lane().waits()[0].shares[Wait::kElsewhere], 0.1, 1e-9);
+  const Traced traced(log);
+  ASSERT_EQ(traced.lane().waits().size(), 1u);
+  EXPECT_NEAR(traced.lane().waits()[0].shares[Wait::kElsewhere], 0.1, 1e-9);
 }
 
 TEST(TraceStory, WaitAfterASeekSaysSo) {
@@ -307,15 +209,15 @@ TEST(TraceStory, WaitAfterASeekSaysSo) {
   log.beginRead(10, 10, 1, 9000000).wait(10, 10, 9000000);
   log.data(100, 20, 0, 0, 20).disconnect(110, 20, 23, 206).connect(110, 20, kFilm, 9000000);
   log.data(150, 20, 1, 9000000, 10).wake(150, 10).endRead(150, 10, 10, 9000010);
-  const Told told(log);
-  ASSERT_EQ(told.lane().waits().size(), 1u);
-  const Wait& wait = told.lane().waits()[0];
+  const Traced traced(log);
+  ASSERT_EQ(traced.lane().waits().size(), 1u);
+  const Wait& wait = traced.lane().waits()[0];
   EXPECT_TRUE(wait.afterSeek);
   EXPECT_EQ(wait.endedConnection, 0);
   EXPECT_NEAR(wait.shares[Wait::kElsewhere], 0.1, 1e-9)
       << "the first connection brought other bytes";
   EXPECT_NEAR(wait.shares[Wait::kNoAnswer], 0.04, 1e-9);
-  EXPECT_TRUE(happened(told.lane(), Happening::Kind::kSeek, "seek from 0 to 9000000"));
+  EXPECT_TRUE(happened(traced.lane(), Happening::Kind::kSeek, "seek from 0 to 9000000"));
 }
 
 TEST(TraceStory, NearWaitsAreOneAndFarOnesAreNot) {
@@ -324,11 +226,11 @@ TEST(TraceStory, NearWaitsAreOneAndFarOnesAreNot) {
   log.wait(0, 10, 0).wake(10, 10).wait(12, 10, 1).wake(20, 10);
   log.wait(100, 10, 2).wake(110, 10);
   log.wait(125, 10, 2).wake(126, 10);
-  const Told told(log);
-  ASSERT_EQ(told.lane().waits().size(), 3u);
-  EXPECT_NEAR(told.lane().waits()[0].waited, 0.018, 1e-9);
-  EXPECT_NEAR(told.lane().waits()[0].end, 0.020, 1e-9);
-  EXPECT_NEAR(told.lane().waits()[2].begin, 0.125, 1e-9) << "a longer gap than both waits";
+  const Traced traced(log);
+  ASSERT_EQ(traced.lane().waits().size(), 3u);
+  EXPECT_NEAR(traced.lane().waits()[0].waited, 0.018, 1e-9);
+  EXPECT_NEAR(traced.lane().waits()[0].end, 0.020, 1e-9);
+  EXPECT_NEAR(traced.lane().waits()[2].begin, 0.125, 1e-9) << "a longer gap than both waits";
 }
 
 TEST(TraceStory, AsynchronousReadIsTheOldestOfItsSize) {
@@ -347,9 +249,9 @@ TEST(TraceStory, AsynchronousReadIsTheOldestOfItsSize) {
   log.line(5, 31, "perform", "async read 2 ok in perform ((((((()))))))");
   log.line(5, 30, "read", "readcount:12, readoffset:112, filesize:0");
   log.line(5, 30, "perform", "async read 1 ok in perform ((((((()))))))");
-  const Told told(log);
-  EXPECT_EQ(told.lane(0).readers()[0].position, 512);
-  EXPECT_EQ(told.lane(1).readers()[0].position, 112);
+  const Traced traced(log);
+  EXPECT_EQ(traced.lane(0).readers()[0].position, 512);
+  EXPECT_EQ(traced.lane(1).readers()[0].position, 112);
 }
 
 TEST(TraceStory, WriterIsHeldBackWhileTheBufferIsFull) {
@@ -358,10 +260,10 @@ TEST(TraceStory, WriterIsHeldBackWhileTheBufferIsFull) {
   log.line(100, 20, "streamIn", "wait in streamIn")
       .line(600, 20, "streamIn", "wake up  in streamIn");
   log.line(800, 20, "streamIn", "wait in streamIn").disconnect(900, 20, 23, 200);
-  const Told told(log);
-  EXPECT_NEAR(told.lane().connections()[0].heldBack, 0.6, 1e-9);
-  ASSERT_EQ(told.lane().pauses().size(), 2u);
-  EXPECT_NEAR(told.lane().pauses()[0].end, 0.6, 1e-9);
+  const Traced traced(log);
+  EXPECT_NEAR(traced.lane().connections()[0].heldBack, 0.6, 1e-9);
+  ASSERT_EQ(traced.lane().pauses().size(), 2u);
+  EXPECT_NEAR(traced.lane().pauses()[0].end, 0.6, 1e-9);
 }
 
 // The library aborts a silent connection after its limit, or earlier for a reader that was aborted.
@@ -371,8 +273,8 @@ TEST(TraceStory, TellsWhoGaveASilentConnectionUp) {
   log.disconnect(2000, 20, 42, 200).line(2000, 20, "sendRequest", "errorCode:-1");
   log.connect(2001, 20, kFilm, 0);
   log.disconnect(12000, 20, 42, 200).line(12000, 20, "sendRequest", "errorCode:-2");
-  const Told told(log);
-  const auto& connections = told.lane().connections();
+  const Traced traced(log);
+  const auto& connections = traced.lane().connections();
   ASSERT_EQ(connections.size(), 2u);
   EXPECT_EQ(connections[0].outcome, Connection::Outcome::kFailed);
   EXPECT_EQ(tools::shownEnd(connections[0]),
@@ -391,17 +293,17 @@ TEST(TraceStory, GivenUpConnectionsAndErrorsAreProblems) {
   log.connect(4001, 20, kFilm, 0).disconnect(4100, 20, 0, 404);
   log.line(4100, 20, "notifyStreamException", "File not found");
   log.endRead(4200, 10, 0, 0, -4);
-  const Told told(log);
-  const auto& connections = told.lane().connections();
+  const Traced traced(log);
+  const auto& connections = traced.lane().connections();
   ASSERT_EQ(connections.size(), 2u);
   EXPECT_EQ(connections[0].outcome, Connection::Outcome::kFailed);
   EXPECT_EQ(tools::shownEnd(connections[0]),
             "given up by the library: the server was silent, libcurl 42");
   EXPECT_EQ(connections[0].event, 4);
   EXPECT_EQ(connections[1].outcome, Connection::Outcome::kFailed) << "an error page is no content";
-  EXPECT_TRUE(happened(told.lane(), Happening::Kind::kRestart, "reset stream cause of timeout"));
-  EXPECT_TRUE(happened(told.lane(), Happening::Kind::kProblem, "File not found"));
-  EXPECT_TRUE(happened(told.lane(), Happening::Kind::kProblem, "a read gave -4"));
+  EXPECT_TRUE(happened(traced.lane(), Happening::Kind::kRestart, "reset stream cause of timeout"));
+  EXPECT_TRUE(happened(traced.lane(), Happening::Kind::kProblem, "File not found"));
+  EXPECT_TRUE(happened(traced.lane(), Happening::Kind::kProblem, "a read gave -4"));
 }
 
 TEST(TraceStory, BytesOfLocalFilesBelongToTheOnlyOne) {
@@ -410,14 +312,14 @@ TEST(TraceStory, BytesOfLocalFilesBelongToTheOnlyOne) {
   one.line(1, 20, "perform", "local read begin version: 0, count:0, ");
   one.stored(2, 20, 0, 0, 500)
       .line(3, 20, "perform", "LocalFileRequest::perform finished, count:0");
-  const Told alone(one);
+  const Traced alone(one);
   ASSERT_EQ(alone.lane().connections().size(), 1u);
   EXPECT_EQ(alone.lane().connections()[0].outcome, Connection::Outcome::kComplete);
   EXPECT_EQ(alone.lane().heads().points().back().value, 500);
 
   Log two;
   two.open(0, 10, "/film.ts", 1).open(0, 10, "/sound.ts", 2).stored(2, 20, 0, 0, 500);
-  const Told both(two);
+  const Traced both(two);
   EXPECT_TRUE(both.lane(0).heads().points().empty()) << "nobody can tell which it is";
   EXPECT_TRUE(both.lane(1).heads().points().empty());
   EXPECT_EQ(both.story.homeless(), 1);
@@ -427,12 +329,12 @@ TEST(TraceStory, AnotherProcessBehindTheFirstBeginsAnew) {
   Log log;
   log.open(5000, 10, kFilm, 1).connect(5000, 20, kFilm, 0).data(6000, 20, 0, 0, 10);
   log.open(0, 10, kFilm, 1).beginRead(10, 10, 1, 0).endRead(20, 10, 5, 5);
-  const Told told(log);
-  ASSERT_EQ(told.story.lanes().size(), 1u);
-  EXPECT_NEAR(told.story.duration(), 1 + 1 + 0.02, 1e-9) << "a second apart";
-  EXPECT_EQ(told.lane().readers()[0].position, 5);
-  EXPECT_TRUE(
-      happened(told.lane(), Happening::Kind::kNote, "another run of a program begins in the log"));
+  const Traced traced(log);
+  ASSERT_EQ(traced.story.lanes().size(), 1u);
+  EXPECT_NEAR(traced.story.duration(), 1 + 1 + 0.02, 1e-9) << "a second apart";
+  EXPECT_EQ(traced.lane().readers()[0].position, 5);
+  EXPECT_TRUE(happened(traced.lane(), Happening::Kind::kNote,
+                       "another run of a program begins in the log"));
 }
 
 TEST(TraceStory, ErrorsOnlyStillShowTheConnections) {
@@ -440,78 +342,11 @@ TEST(TraceStory, ErrorsOnlyStillShowTheConnections) {
   log.line(0, 20, "executeGet",
            "handle:0x1, PFFFF begin to perform(url: http://h/film.ts, start: 0, end: 99)");
   log.disconnect(50, 20, 7, 0);
-  const Told told(log);
-  ASSERT_EQ(told.story.lanes().size(), 1u);
-  EXPECT_EQ(tools::shownRange(told.lane().connections()[0]), "0-99");
-  EXPECT_EQ(tools::shownEnd(told.lane().connections()[0]), "cannot connect, libcurl 7");
-  EXPECT_NE(told.page().find("no lines of level 2"), std::string::npos);
-}
-
-TEST(TracePage, NothingOfTheLogIsMarkup) {
-  const std::string evil = "http://user:secret@h/</script><img src=x onerror=alert(1)>&\"'\xFF";
-  Log log;
-  log.open(0, 10, evil, 1).connect(1, 20, evil, 0).disconnect(2, 20, 7, 0);
-  const std::string page = Told(log).page();
-  EXPECT_EQ(page.find("<img"), std::string::npos);
-  EXPECT_EQ(page.find("secret"), std::string::npos);
-  EXPECT_NE(page.find("http://***@h/\\u003c/script>"), std::string::npos);
-  size_t scripts = 0;
-  for (size_t at = page.find("</script"); at != std::string::npos;
-       at = page.find("</script", at + 1)) {
-    ++scripts;
-  }
-  EXPECT_EQ(scripts, 2u);
-  EXPECT_EQ(page.find('\xFF'), std::string::npos);
-}
-
-TEST(TracePage, NeedsNothingBesideItself) {
-  const std::string page = Told(captured("cut.log")).page();
-  for (const char* outside : {"src=", "href=", "@import", "url(", "fetch(", "XMLHttpRequest"}) {
-    EXPECT_EQ(page.find(outside), std::string::npos) << outside;
-  }
-}
-
-TEST(TracePage, EmptyLogSaysSo) {
-  EXPECT_NE(Told(std::string()).page().find("has no line of the library"), std::string::npos);
-  EXPECT_NE(Told(std::string("hello\n")).page().find("has no line of the library"),
-            std::string::npos);
-}
-
-TEST(TracePage, StaysSmallHoweverLongTheLogIs) {
-  Log log;
-  for (int lane = 0; lane < 30; ++lane) {
-    log.open(0, 10 + lane, "http://h/" + std::to_string(lane), 1 + lane);
-  }
-  constexpr int kTurns = 6000;
-  for (int i = 0; i < kTurns; ++i) {
-    const int lane = i % 3;
-    const std::string name = "http://h/" + std::to_string(lane);
-    log.connect(i * 10, 100 + lane, name, i).data(i * 10, 100 + lane, i % 64, i * 70000LL, 100);
-    log.beginRead(i * 10, 10 + lane, 1 + lane, i * 100).wait(i * 10, 10 + lane, i);
-    log.wake(i * 10 + 1 + i % 8, 10 + lane).endRead(i * 10 + 9, 10 + lane, 1, i);
-    log.disconnect(i * 10 + 9, 100 + lane, 0, 200);
-  }
-  ASSERT_GT(log.text().size(), 3u << 20);
-  const Told told(log);
-  EXPECT_LT(told.page().size(), 4u << 20);
-  EXPECT_EQ(told.story.moreLanes(), 6);
-  EXPECT_EQ(
-      static_cast<long long>(told.lane().connections().size()) + told.lane().moreConnections(),
-      kTurns / 3);
-  EXPECT_GT(told.lane().shortWaits(), 0) << "short waits are counted where they are not shown";
-}
-
-TEST(PageText, SizesAndTimesForPeople) {
-  EXPECT_EQ(tools::shownBytes(1023), "1023 B");
-  EXPECT_EQ(tools::shownBytes(1536), "1.50 KiB");
-  EXPECT_EQ(tools::shownBytes(20LL << 30), "20.0 GiB");
-  EXPECT_EQ(tools::shownSeconds(0.0124), "12 ms");
-  EXPECT_EQ(tools::shownSeconds(1.5), "1.50 s");
-  EXPECT_EQ(tools::htmlText("a<b>\x01\xC3\xA4\xED\xA0\x80"),
-            "a&lt;b&gt;\xEF\xBF\xBD\xC3\xA4\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
-  EXPECT_EQ(tools::withoutPassword("http://u:p@h:1/a@b"), "http://***@h:1/a@b");
-  EXPECT_EQ(tools::withoutPassword("http://h/a@b"), "http://h/a@b");
-  EXPECT_EQ(tools::withoutPassword("/a@b://c@d/"), "/a@b://***@d/");
+  const Traced traced(log);
+  ASSERT_EQ(traced.story.lanes().size(), 1u);
+  EXPECT_EQ(tools::shownRange(traced.lane().connections()[0]), "0-99");
+  EXPECT_EQ(tools::shownEnd(traced.lane().connections()[0]), "cannot connect, libcurl 7");
+  EXPECT_NE(traced.page().find("no lines of level 2"), std::string::npos);
 }
 
 }  // namespace
