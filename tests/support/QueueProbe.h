@@ -38,6 +38,16 @@ class BufferQueueProbe {
   }
   static bool wantsFeed(BufferQueue& queue) { return underLock(queue, &BufferQueue::needFeed); }
   static bool readWaits(BufferQueue& queue) { return underLock(queue, &BufferQueue::readRunning); }
+  // The offset of a reader that waits for bytes which are neither buffered nor come with this
+  // connection; -1 if none does. Judges by the blocks and the connection, whatever the reader has
+  // asked for.
+  static long long passedBy(BufferQueue& queue) {
+    Lock feed(queue.feedLock);
+    const long long offset = queue.readOffset;
+    return queue.wish.stands() && !queue.holds(offset) && !queue.comesWithThisConnection(offset)
+               ? offset
+               : -1;
+  }
   // Beginning of the block of the last read.
   static long long readTail(BufferQueue& queue) {
     Lock feed(queue.feedLock);

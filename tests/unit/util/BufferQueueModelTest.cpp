@@ -1,9 +1,11 @@
 // Random readers on a buffer queue with a producer that behaves like a bad network. Reads are
-// compared with the pattern of the resource, and the block list is checked after each step.
+// compared with the pattern of the resource, and the block list is checked after each step. From
+// the time that a reader begins to wait, at most one chunk is taken that does not serve it.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -14,6 +16,7 @@
 #include "tests/support/Watchdog.h"
 #include "util/BufferQueue.h"
 #include "util/Log.h"
+#include "util/PausePoint.h"
 
 namespace {
 
@@ -35,6 +38,7 @@ class BadNetwork : public util::BufferQueueProducer {
   BadNetwork(const Resource& kind, unsigned int seed) : resource(kind), random(seed) {}
 
   void setOutput(util::BufferQueueDataReceiver* receiver) override { out = receiver; }
+  void watch(BufferQueue* watched) { queue = watched; }
   void release() override { stopStreaming(); }
   bool isRandomAccess() override { return resource.seekable; }
   long long getContentSize() override { return learntSize; }
@@ -49,6 +53,7 @@ class BadNetwork : public util::BufferQueueProducer {
       stopRequested = false;
     }
     ++connections;
+    passedInARow = 0;
     const int event = transfer(version, from, count);
     out->notifyStreamException(event);
     std::lock_guard<std::mutex> guard(lock);
@@ -67,8 +72,21 @@ class BadNetwork : public util::BufferQueueProducer {
   }
 
   std::atomic<int> connections{0};
+  // The most chunks in a row that went past a waiting reader which had no use for them.
+  std::atomic<int> mostPassedBy{0};
 
  private:
+  // Delivers a chunk. Counts the chunks that are taken while one reader waits for others.
+  int deliver(char* chunk, unsigned int size, int version) {
+    const long long waited = BufferQueueProbe::passedBy(*queue);
+    const int result = out->streamIn(chunk, size, version);
+    const bool passed = result != 0 && waited >= 0 && BufferQueueProbe::passedBy(*queue) == waited;
+    passedInARow = !passed ? 0 : waited == passedOffset ? passedInARow + 1 : 1;
+    passedOffset = waited;
+    mostPassedBy = std::max<int>(mostPassedBy, passedInARow);
+    return result;
+  }
+
   bool chance(unsigned int oneIn) { return random() % oneIn == 0; }
 
   // Runs one connection; returns the event it ends with.
@@ -91,7 +109,7 @@ class BadNetwork : public util::BufferQueueProducer {
       const unsigned int n = static_cast<unsigned int>(
           std::min<long long>(1 + random() % resource.largestChunk, end - at));
       support::fillPattern(static_cast<unsigned long long>(at), chunk.data(), n);
-      if (out->streamIn(chunk.data(), n, version) == 0) {
+      if (deliver(chunk.data(), n, version) == 0) {
         while (stopWait) std::this_thread::yield();
         return util::STREAM_CANCELED;
       }
@@ -127,6 +145,9 @@ class BadNetwork : public util::BufferQueueProducer {
   const Resource resource;
   std::mt19937 random;
   util::BufferQueueDataReceiver* out = nullptr;
+  BufferQueue* queue = nullptr;
+  int passedInARow = 0;
+  long long passedOffset = -1;
   std::atomic<long long> learntSize{0};
   std::atomic<bool> broken{false};
   std::atomic<bool> stopWait{false};
@@ -136,6 +157,39 @@ class BadNetwork : public util::BufferQueueProducer {
   std::condition_variable changed;
   bool running = false;
 };
+
+#if defined(FLUVIA_PAUSE_POINTS)
+// Delays threads at the pause points of the library, at random: a reader then also begins to wait,
+// seeks or is broken between two steps of a restart.
+class Delays {
+ public:
+  explicit Delays(unsigned int seed) {
+    dice = seed;
+    util::setPauseHook(&delay);
+  }
+  ~Delays() { util::setPauseHook(nullptr); }
+  Delays(const Delays&) = delete;
+  Delays& operator=(const Delays&) = delete;
+
+ private:
+  // Every eighth restart waits up to 4 ms, long enough to break a read and begin another; every
+  // fourth thread elsewhere up to 255 us.
+  static void delay(const char* point) {
+    const unsigned int thrown = dice = dice * 1664525U + 1013904223U;
+    const bool restarts = std::strstr(point, "restart") != nullptr;
+    if (thrown >> (restarts ? 29 : 30) != 0) return;
+    const unsigned int longest = restarts ? 4095 : 255;
+    std::this_thread::sleep_for(std::chrono::microseconds(thrown >> 10 & longest));
+  }
+
+  inline static std::atomic<unsigned int> dice{0};
+};
+#else
+class Delays {
+ public:
+  explicit Delays(unsigned int) {}
+};
+#endif
 
 struct Model {
   int blocks;
@@ -283,7 +337,9 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   BadNetwork network(model.resource, seed);
   BufferQueue queue(model.blocks * 32768);
   network.setOutput(&queue);
+  network.watch(&queue);
   ASSERT_TRUE(queue.initialize(&network));
+  const Delays delays(seed + 3);
   support::Watchdog watchdog(20, [&] { return BufferQueueProbe::describe(queue); });
   Disturber others(&queue, model.breaks, seed + 2);
   RandomReader reader(&queue, model.resource, &others, &watchdog, seed + 1);
@@ -297,6 +353,7 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   watchdog.at("release");
   queue.release();
   network.release();
+  EXPECT_LE(network.mostPassedBy, 1) << "a waiting reader was forgotten";
   RecordProperty("connections", network.connections);
   BufferQueueProbe::resetLongestPause();
 }
