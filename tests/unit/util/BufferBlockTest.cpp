@@ -138,13 +138,17 @@ TEST(BufferBlockPoolManager, OnePoolForEachSizeUntilTheLastReference) {
   BufferBlockPoolManager manager;
   BufferBlockPool* pool = manager.claimPool(100);
   EXPECT_EQ(manager.claimPool(100), pool);
-  EXPECT_NE(manager.claimPool(200), pool);
+  BufferBlockPool* const other = manager.claimPool(200);
+  EXPECT_NE(other, pool);
   EXPECT_EQ(pool->dereferencount(), 2);
   manager.declaimPool(pool);
   EXPECT_EQ(manager.claimPool(100), pool) << "still listed";
   manager.declaimPool(pool);
   manager.declaimPool(pool);
-  EXPECT_NE(manager.claimPool(100), pool) << "unlisted with its last reference";
+  BufferBlockPool* const next = manager.claimPool(100);
+  EXPECT_NE(next, pool) << "unlisted with its last reference";
+  manager.declaimPool(next);
+  manager.declaimPool(other);
 }
 
 TEST(BufferBlockPoolManager, CountsTheMemoryOfListedPools) {
