@@ -10,12 +10,10 @@
 int main(int argc, char** argv) {
   std::string path;
   long long size = 0;
-  CLI::App app("Writes the file that is served.");
-  app.add_option("PATH", path, "Where")->required();
-  app.add_option("BYTES", size, "How long")
-      ->required()
-      ->check(CLI::Range(1LL, 1LL << 50, "POSITIVE"));
-  support::parseOrExit(app, argc, argv);
+  support::CommandLine line("Writes the file that is served.");
+  line.option("PATH", &path, "Where").required();
+  line.option("BYTES", &size, "How long").required().atLeast(1);
+  line.parseOrExit(argc, argv);
   FILE* file = fopen(path.c_str(), "we");
   std::vector<char> chunk(1 << 20);
   bool good = file != nullptr;

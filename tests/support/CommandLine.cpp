@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <limits>
+#include <string>
 
 namespace support {
 
@@ -22,6 +24,12 @@ CommandLine::Option& CommandLine::Option::repeatable() {
 
 CommandLine::Option& CommandLine::Option::oneOf(const std::vector<std::string>& values) {
   option_->check(CLI::IsMember(values));
+  return *this;
+}
+
+CommandLine::Option& CommandLine::Option::atLeast(long long least) {
+  option_->check(CLI::Range(least, std::numeric_limits<long long>::max(),
+                            "AT LEAST " + std::to_string(least)));
   return *this;
 }
 

@@ -15,8 +15,8 @@ class Option;
 
 namespace support {
 
-// The command line of a program of the tests, by CLI11. No other file of the tests includes CLI11,
-// because a file that does takes ten times as long to compile.
+// The command line of a program of the tests or of the bench, by CLI11. No other file of theirs
+// includes CLI11, because a file that does takes ten times as long to compile.
 class CommandLine {
  public:
   // What else holds for an option.
@@ -30,6 +30,8 @@ class CommandLine {
     // Each occurrence takes one value.
     Option& repeatable();
     Option& oneOf(const std::vector<std::string>& values);
+    // A number that is not below least.
+    Option& atLeast(long long least);
     // problem returns what is wrong with a value, or nothing.
     Option& checkedBy(const std::function<std::string(const std::string&)>& problem);
     Option& needs(const Option& other);
