@@ -10,6 +10,6 @@ get_packages_and_roots() {
   install_packages && scripts/arm-sysroot && scripts/box/make && tests/products/packages/make-root
 }
 
-# sudo may ask for a password, which it cannot do in the background.
+# sudo may ask for a password, which it cannot do in the background. A failure is reported there.
 [ "$(id -u)" -eq 0 ] || install_packages || true
 behind "packages and roots" get_packages_and_roots
