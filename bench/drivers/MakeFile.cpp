@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
   long long size = 0;
   support::CommandLine line("Writes the file that is served.");
   line.option("PATH", &path, "Where").required();
-  line.option("BYTES", &size, "How long").required().atLeast(1);
+  line.option("BYTES", &size, "How long").required().notBelow(1);
   line.parseOrExit(argc, argv);
   FILE* file = fopen(path.c_str(), "we");
   std::vector<char> chunk(1 << 20);

@@ -27,7 +27,7 @@ CommandLine::Option& CommandLine::Option::oneOf(const std::vector<std::string>& 
   return *this;
 }
 
-CommandLine::Option& CommandLine::Option::atLeast(long long least) {
+CommandLine::Option& CommandLine::Option::notBelow(long long least) {
   option_->check(CLI::Range(least, std::numeric_limits<long long>::max(),
                             "AT LEAST " + std::to_string(least)));
   return *this;

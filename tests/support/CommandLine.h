@@ -31,7 +31,7 @@ class CommandLine {
     Option& repeatable();
     Option& oneOf(const std::vector<std::string>& values);
     // A number that is not below least.
-    Option& atLeast(long long least);
+    Option& notBelow(long long least);
     // problem returns what is wrong with a value, or nothing.
     Option& checkedBy(const std::function<std::string(const std::string&)>& problem);
     Option& needs(const Option& other);
