@@ -15,11 +15,12 @@ behind "build asan" make_build asan
 run_ctest release -LE players
 await "build asan"
 behind "build tsan" make_build tsan
-run_ctest asan -LE players
+# Under sanitizers the models and random trees are shortened.
+FLUVIA_MODEL_FACTOR=0.4 run_ctest asan -LE players
 await "build tsan"
 behind "clang-tidy" scripts/checks/tidy build/tsan
 # ThreadSanitizer does not run what one thread does alone: trees and their parsers, the page of a trace, and
-# two reads of so many bytes that they take half a minute under it. The models are shortened.
+# two reads of so many bytes that they take half a minute under it.
 ALONE='Part/TreeNode|TreeNode|TreeLimit|JSONParser|Trace(Page|Story)|LogReader|cli\.tree_'
 ALONE+='|FileApiSparseContent\.OneGibibyteInOneCall|Exhaustion\.ReadsOfOneByteOverManyMegabytes'
 FLUVIA_MODEL_FACTOR=0.4 run_ctest tsan -LE players -E "^($ALONE)"

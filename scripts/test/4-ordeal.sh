@@ -5,7 +5,7 @@
 
 # The same rounds every time; the long form draws new ones.
 stress() {
-  timeout --kill-after=10 600 "build/$1/tests/ordeal/stress/ordeal_stress" --seed 1 --seconds 60
+  timeout --kill-after=10 600 "build/$1/tests/ordeal/stress/ordeal_stress" --seed 1 --seconds 30
 }
 
 both_stresses() {

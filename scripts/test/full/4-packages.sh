@@ -1,7 +1,6 @@
 # shellcheck shell=bash
 # The Debian packages: looked at, and used by strangers, on amd64 and armhf; what callers were promised
 # of the binary interface; the release.
-await "make the packages"
 check "lintian, symbols" scripts/checks/debs
 check "binary interface" scripts/abi
 check "packages in a clean Debian" tests/products/packages/install-amd64
