@@ -18,7 +18,7 @@ behind "build tsan" make_build tsan
 # Under sanitizers the models and random trees are shortened.
 FLUVIA_MODEL_FACTOR=0.4 run_ctest asan -LE players
 await "build tsan"
-behind "clang-tidy" scripts/checks/tidy build/tsan
+behind "clang-tidy" scripts/checks/tidy build/tsan api util webs
 # ThreadSanitizer does not run what one thread does alone: trees and their parsers, the page of a trace, and
 # two reads of so many bytes that they take half a minute under it.
 ALONE='Part/TreeNode|TreeNode|TreeLimit|JSONParser|Trace(Page|Story)|LogReader|cli\.tree_'

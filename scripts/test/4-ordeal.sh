@@ -1,6 +1,5 @@
 # shellcheck shell=bash
-# What is thrown at the library beyond its tests, in short; scripts/long has the long forms. The model of
-# restarts, in its small size, is searched behind it; its own part awaits it.
+# What is thrown at the library beyond its tests, in short; scripts/long has the long forms.
 . scripts/sanitizers.sh
 
 # The same rounds every time; the long form draws new ones.
@@ -22,7 +21,6 @@ torture() {
     timeout --kill-after=10 600 build/asan/tests/ordeal/torture/torture --points 7 --jobs $((2 * JOBS))
 }
 
-behind "model of restarts" tests/ordeal/model/check.sh
 beside "torture" torture
 check "fault matrix, our column" timeout --kill-after=10 600 \
   build/release/tests/ordeal/matrix/ordeal_matrix \

@@ -1,3 +1,3 @@
 # shellcheck shell=bash
-# The model of restarts, which the part of the ordeals began.
+# The model of restarts, which the part of the product began.
 await "model of restarts"
