@@ -291,7 +291,10 @@ cat_goes_on_after_an_outage() {
   says "fluvia: the server answered 503; trying again in 0.0 s"
   says "fluvia: the server answered 429; trying again in "
   says "fluvia: the server answered 408; trying again in "
-  grep -qE '^fluvia: going on at byte 2[0-9]{6}$' err || fail "$(cat err)"
+  # A reader that is slow meets the first 503 before it has read all of what has come.
+  local at
+  at=$(sed -n 's/^fluvia: going on at byte \([0-9]*\)$/\1/p' err)
+  [ "${at:-0}" -gt 0 ] && [ "$at" -le 2500000 ] || fail "$(cat err)"
 }
 
 cat_async_goes_on_after_an_outage() {
