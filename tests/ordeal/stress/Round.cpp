@@ -3,13 +3,14 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <optional>
 #include <thread>
 
 #include "api/fluviafs.h"
 #include "tests/ordeal/stress/Actor.h"
+#include "tests/support/Delays.h"
 #include "tests/support/Stacks.h"
 #include "tests/support/Watchdog.h"
-#include "util/PausePoint.h"
 
 namespace stress {
 
@@ -72,20 +73,6 @@ class Guard {
   std::thread watcher;
 };
 
-// Holds threads briefly at the library's pause points, if there are any: rare interleavings become
-// common.
-#if defined(FLUVIA_PAUSE_POINTS)
-void dawdle(const char*) {
-  thread_local std::minstd_rand random(static_cast<unsigned int>(gettid()));
-  const unsigned long drawn = random() % 16;
-  if (drawn < 4) usleep(static_cast<useconds_t>(drawn * drawn * 300));
-}
-
-void setDawdling(bool on) { util::setPauseHook(on ? &dawdle : nullptr); }
-#else
-void setDawdling(bool) {}
-#endif
-
 void runActors(World* world, std::mt19937* random, Tally* tally) {
   Roster roster;
   const bool patient = (*random)() % 25 == 0;
@@ -124,7 +111,8 @@ std::string runRound(unsigned int seed, Tally* tally) {
     std::mt19937 random(seed);
     static const int levels[] = {-4, -4, -4, -4, -4, -4, 0, 1, 3, -1};
     x_fluvia_file_set_log_level(levels[random() % 10]);
-    setDawdling(random() % 2 == 0);
+    std::optional<support::Delays> delays;
+    if (random() % 2 == 0) delays.emplace();
     World world(static_cast<unsigned int>(random()), tally);
     runActors(&world, &random, tally);
     if (!world.failed()) {
@@ -133,7 +121,6 @@ std::string runRound(unsigned int seed, Tally* tally) {
     }
     failure = world.failure();
   }
-  setDawdling(false);
   ++tally->rounds;
   const auto same = [&] { return support::descriptorCount() == descriptors; };
   if (failure.empty() && !support::eventually(same, 30)) {

@@ -5,18 +5,17 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <random>
 #include <thread>
 #include <vector>
 
+#include "tests/support/Delays.h"
 #include "tests/support/Pattern.h"
 #include "tests/support/QueueProbe.h"
 #include "tests/support/Watchdog.h"
 #include "util/BufferQueue.h"
 #include "util/Log.h"
-#include "util/PausePoint.h"
 
 namespace {
 
@@ -157,39 +156,6 @@ class BadNetwork : public util::BufferQueueProducer {
   std::condition_variable changed;
   bool running = false;
 };
-
-#if defined(FLUVIA_PAUSE_POINTS)
-// Delays threads at the pause points of the library, at random: a reader then also begins to wait,
-// seeks or is broken between two steps of a restart.
-class Delays {
- public:
-  explicit Delays(unsigned int seed) {
-    dice = seed;
-    util::setPauseHook(&delay);
-  }
-  ~Delays() { util::setPauseHook(nullptr); }
-  Delays(const Delays&) = delete;
-  Delays& operator=(const Delays&) = delete;
-
- private:
-  // Every eighth restart waits up to 4 ms, long enough to break a read and begin another; every
-  // fourth thread elsewhere up to 255 us.
-  static void delay(const char* point) {
-    const unsigned int thrown = dice = dice * 1664525U + 1013904223U;
-    const bool restarts = std::strstr(point, "restart") != nullptr;
-    if (thrown >> (restarts ? 29 : 30) != 0) return;
-    const unsigned int longest = restarts ? 4095 : 255;
-    std::this_thread::sleep_for(std::chrono::microseconds(thrown >> 10 & longest));
-  }
-
-  inline static std::atomic<unsigned int> dice{0};
-};
-#else
-class Delays {
- public:
-  explicit Delays(unsigned int) {}
-};
-#endif
 
 struct Model {
   int blocks;
@@ -339,7 +305,8 @@ TEST_P(BufferQueueModel, HandsOutTheRightBytes) {
   network.setOutput(&queue);
   network.watch(&queue);
   ASSERT_TRUE(queue.initialize(&network));
-  const Delays delays(seed + 3);
+  // A reader also begins to wait, seeks or is broken between two steps of a restart.
+  const support::Delays delays;
   support::Watchdog watchdog(20, [&] { return BufferQueueProbe::describe(queue); });
   Disturber others(&queue, model.breaks, seed + 2);
   RandomReader reader(&queue, model.resource, &others, &watchdog, seed + 1);
