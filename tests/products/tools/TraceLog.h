@@ -1,4 +1,5 @@
-#pragma once
+#ifndef FLUVIAFS_TESTS_PRODUCTS_TOOLS_TRACELOG_H_
+#define FLUVIAFS_TESTS_PRODUCTS_TOOLS_TRACELOG_H_
 
 #include <gtest/gtest.h>
 
@@ -115,3 +116,5 @@ inline std::string captured(const std::string& name) {
 }
 
 }  // namespace support
+
+#endif  // FLUVIAFS_TESTS_PRODUCTS_TOOLS_TRACELOG_H_
