@@ -611,8 +611,8 @@ ends_killed() {
 mount_reader_can_be_killed() {
   local reader began
   serve_faulty
-  everything="film chunked" mount_media
-  exec 9<mnt/chunked
+  everything="film endless" mount_media
+  exec 9<mnt/endless
   head -c 100000 <&9 >begin
   kill "$faulty_id"
   wait "$faulty_id" || true
@@ -628,7 +628,7 @@ mount_reader_can_be_killed() {
   # What cannot seek is asked for without the kernel's cache: the reader waits for the answer itself.
   cat <&9 >/dev/null &
   reader=$!
-  await_said "*chunked: *in 4.0 s"
+  await_said "*endless: *in 4.0 s"
   ends_killed 2000
   exec 9<&-
   began=$SECONDS

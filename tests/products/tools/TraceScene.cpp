@@ -7,8 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "api/fluviafs.h"
@@ -105,9 +107,11 @@ bool playFilm(const std::string& url) {
   return x_fluvia_file_close(handle) == FVFR_OK && whole;
 }
 
-bool playSound(const std::string& url) {
+bool playSound(const std::string& url, std::promise<bool> opened) {
   int handle = 0;
-  if (x_fluvia_file_open_x(url.c_str(), &handle, kMiB / 2) != FVFR_OK) return false;
+  const bool open = x_fluvia_file_open_x(url.c_str(), &handle, kMiB / 2) == FVFR_OK;
+  opened.set_value(open);
+  if (!open) return false;
   const bool whole = play(handle, 0, kSound, 60, nullptr);
   return x_fluvia_file_close(handle) == FVFR_OK && whole;
 }
@@ -126,8 +130,6 @@ int main() {
             [](Exchange& exchange) { serve(exchange, kSound, -1, 0); });
   x_fluvia_file_set_log_level(3);
   printf("reader %ld\n", static_cast<long>(syscall(SYS_gettid)));
-  bool sound = false;
-  std::thread second([&] { sound = playSound(server.url("/sound.m4a?token=<b>&x=\"1\"")); });
   int missing = 0;
   char byte = 0;
   unsigned int got = 0;
@@ -135,7 +137,13 @@ int main() {
       x_fluvia_file_open(server.url("/missing.mp4").c_str(), &missing) == FVFR_OK &&
       x_fluvia_file_read(missing, &byte, 1, &got) != FVFR_OK &&
       x_fluvia_file_close(missing) == FVFR_OK;
-  const bool film = playFilm(server.url("/film.mp4"));
+  bool sound = false;
+  std::promise<bool> opened;
+  std::future<bool> soundOpens = opened.get_future();
+  std::thread second(
+      [&] { sound = playSound(server.url("/sound.m4a?token=<b>&x=\"1\""), std::move(opened)); });
+  // Only one open at a time: the log does not say which of two interleaved lines has which handle.
+  const bool film = soundOpens.get() && playFilm(server.url("/film.mp4"));
   second.join();
   printf("film %d sound %d missing %d requests %d\n", film, sound, refused,
          server.requestCount("/film.mp4"));

@@ -8,12 +8,14 @@ faulty.py FILE prints its address. FILE is what it serves:
 /gone...    the first connection ends after 2,500,000 bytes, then 404
 /replaced   the same, then 503, then other bytes and one more
 /chunked    in chunks, without a length
+/endless    the same again and again: more than any buffer and socket holds
 /stalls     100,000 bytes of it, and then nothing more
 /headers    the headers of the request
 /STATUS     that status
 """
 
 import http.server
+import itertools
 import socketserver
 import sys
 import threading
@@ -58,14 +60,15 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.close_connection = True
         self.wfile.write(content[begin:cut])
 
-    def chunked(self):
+    def chunked(self, times):
         self.send_response(200)
         self.send_header('Content-Type', 'video/mp4')
         self.send_header('Transfer-Encoding', 'chunked')
         self.end_headers()
-        for at in range(0, len(self.content), 50000):
-            piece = self.content[at:at + 50000]
-            self.wfile.write(b'%x\r\n%s\r\n' % (len(piece), piece))
+        for _ in times:
+            for at in range(0, len(self.content), 50000):
+                piece = self.content[at:at + 50000]
+                self.wfile.write(b'%x\r\n%s\r\n' % (len(piece), piece))
         self.wfile.write(b'0\r\n\r\n')
 
     def later(self, path, number):
@@ -86,8 +89,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         try:
             if path in ('/', '/film'):
                 self.ranges(self.content)
-            elif path == '/chunked':
-                self.chunked()
+            elif path in ('/chunked', '/endless'):
+                self.chunked(range(1) if path == '/chunked' else itertools.count())
             elif path == '/headers':
                 self.ranges(bytes(self.headers))
             elif path == '/stalls':
