@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "util/Log.h"
+#include "util/PausePoint.h"
 #include "util/Results.h"
 #include "webs/DullFile.h"
 #include "webs/DullFileManager.h"
@@ -21,6 +22,8 @@ long long distance(long long from, long long to) {
 
 FluviaFile::FluviaFile(int buffer)
     : dullFile(nullptr),
+      keptFile(nullptr),
+      insiders(1),
       bufferSize(buffer),
       position(0),
       miniSeqAtRead(0),
@@ -28,27 +31,38 @@ FluviaFile::FluviaFile(int buffer)
       closing(false),
       uses(1) {}
 
-FluviaFile::~FluviaFile() = default;
+// A handle that was never closed leaves its reference behind, but not its use.
+FluviaFile::~FluviaFile() {
+  if (dullFile.exchange(nullptr) != nullptr) leaveShared();
+}
 
 void FluviaFile::unuse() {
   if (uses.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
-FluviaFile::SharedUse::SharedUse(FluviaFile* file) : file_(nullptr) {
-  util::Lock lock(file->useLock);
-  file_ = file->dullFile;
-  if (file_ != nullptr) file_->use();
+FluviaFile::SharedUse::SharedUse(FluviaFile* file) : handle_(file) {
+  handle_->insiders.fetch_add(1);
+  FLUVIA_PAUSE_POINT("FluviaFile::SharedUse counted");
+  file_ = handle_->dullFile.load();
+  FLUVIA_PAUSE_POINT("FluviaFile::SharedUse taken");
 }
 
-FluviaFile::SharedUse::~SharedUse() {
-  if (file_ != nullptr) DullFileManager::unuse(file_);
+FluviaFile::SharedUse::~SharedUse() { handle_->leaveShared(); }
+
+// A call on a closed handle enters and leaves too: only the first one that leaves last has the use.
+void FluviaFile::leaveShared() {
+  if (insiders.fetch_sub(1) != 1) return;
+  DullFile* kept = keptFile.exchange(nullptr);
+  if (kept != nullptr) DullFileManager::unuse(kept);
 }
 
 bool FluviaFile::open(const std::string& url) {
   DullFile* file = DullFileManager::openDullFile(this, url, bufferSize);
-  util::Lock lock(useLock);
+  if (file == nullptr) return false;
+  file->use();
+  keptFile = file;
   dullFile = file;
-  return file != nullptr;
+  return true;
 }
 
 void FluviaFile::close() {
@@ -57,11 +71,10 @@ void FluviaFile::close() {
   {
     SharedUse file(this);
     if (file) file->withdrawReads(this);
-    util::Lock lock(useLock);
-    given = dullFile;
-    dullFile = nullptr;
+    given = dullFile.exchange(nullptr);
   }
   // The registry still holds this handle's reference, which keeps the file alive.
+  if (given != nullptr) leaveShared();
   DullFileManager::closeDullFile(this, given);
 }
 
@@ -80,7 +93,8 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
     *readBytes = 0;
     if (!turn.isBroken()) {
       util::Lock lock(*file.get());
-      followLiveStream(file.get());
+      // Its query also logs a trace line. Below that level only a volatile resource needs it.
+      if (liveFlag || util::LOG_LEV >= 2) followLiveStream(file.get());
       result = file->read(buffer, size, position, readBytes, this, &turn);
       turn.hasRead(*readBytes);
       if (result == util::READ_OK || result == util::READ_END) position += *readBytes;
@@ -90,9 +104,7 @@ int FluviaFile::read(char* buffer, unsigned int size, unsigned int* readBytes) {
   return result;
 }
 
-// The query also logs a trace line. Below that level only a volatile resource needs it.
 void FluviaFile::followLiveStream(DullFile* file) {
-  if (!liveFlag && util::LOG_LEV < 2) return;
   const long long oldest = file->getMiniBufferSeq();
   if (position >= oldest || !liveFlag) return;
   FLUVIA_LOG_AS("read", 0, "fluviaFile : read: liveflag = true");

@@ -59,7 +59,7 @@ class FluviaFile : public util::Semaphore {
   // Moves the position unless a seek has moved it meanwhile.
   void newPosMovedByDullFile(long long oldPosition, long long newPosition);
 
-  // Holds the shared file of a handle during a call.
+  // Holds the shared file of a handle during a call: null once the handle is closed.
   class SharedUse {
    public:
     explicit SharedUse(FluviaFile* file);
@@ -71,6 +71,7 @@ class FluviaFile : public util::Semaphore {
     explicit operator bool() const { return file_ != nullptr; }
 
    private:
+    FluviaFile* handle_;
     DullFile* file_;
   };
 
@@ -80,15 +81,22 @@ class FluviaFile : public util::Semaphore {
  private:
   void followLiveStream(DullFile* file);
   int seekLocked(DullFile* file, long long offset, long long* currentOffset) REQUIRES(this);
+  void leaveShared();
 
-  DullFile* dullFile GUARDED_BY(useLock);
+  // The shared file, null before open() and after close().
+  std::atomic<DullFile*> dullFile;
+  // The same, with a use of it, until the last of insiders has left: the open handle and each
+  // SharedUse. One that enters counts first and reads dullFile then; close() sets that to null
+  // first and leaves then. So none has the file without being counted.
+  std::atomic<DullFile*> keptFile;
+  std::atomic<int> insiders;
   int bufferSize;
   util::Relaxed<long long> position;
   std::string text;
   long long miniSeqAtRead;
   util::Relaxed<bool> liveFlag;
 
-  util::Semaphore useLock;  // leaf: guards the pointer against close()
+  util::Semaphore useLock;  // leaf
   std::string contentType GUARDED_BY(useLock);
   std::string serverName GUARDED_BY(useLock);
   util::Relaxed<bool> closing;

@@ -313,6 +313,14 @@ SHARED_FILES = [
     entry("files: a trace line's questions are not asked below its level", HANDLE,
           "  if (util::LOG_LEV >= 2) {\n    const bool", "  {\n    const bool",
           "DumpFile|FluviaFileTest.QuestionsOf"),
+    entry("files: a call inside keeps the file of a handle that is closed", HANDLE,
+          "  handle_->insiders.fetch_add(1);\n  FLUVIA_PAUSE_POINT(\"FluviaFile::SharedUse counted\");\n"
+          "  file_ = handle_->dullFile.load();\n",
+          "  file_ = handle_->dullFile.load();\n  FLUVIA_PAUSE_POINT(\"FluviaFile::SharedUse counted\");\n"
+          "  handle_->insiders.fetch_add(1);\n", "FileApiOvertakenCall", preset="asan"),
+    entry("files: the last call inside gives the file back", HANDLE,
+          "  if (kept != nullptr) DullFileManager::unuse(kept);\n", "",
+          "FileApiConcurrency.TwoThousandOpens", seconds=60),
     entry("files: a worker is left for restarts", REQUESTS,
           "  if (static_cast<int>(onEngine.size()) >= placesOnEngine()) return nullptr;\n", "",
           "DullFileRace.RequestsThatWait", seconds=90),

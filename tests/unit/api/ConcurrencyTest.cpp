@@ -174,6 +174,35 @@ TEST_F(FileApiConcurrency, SixtyFourThreadsOnEightFiles) {
   EXPECT_EQ(wrong, 0);
 }
 
+#if defined(FLUVIA_PAUSE_POINTS)
+// The call that a handle's close overtakes at that point gives that result.
+struct Overtaken {
+  const char* point;
+  bool hasFile;
+};
+class FileApiOvertakenCall : public FileApiConcurrency,
+                             public testing::WithParamInterface<Overtaken> {};
+
+TEST_P(FileApiOvertakenCall, HasTheFileOrKnowsThatItIsClosed) {
+  const int handle = open(folder.makePattern("a", 100));
+  const int size = x_fluvia_file_bufferSize(handle);
+  ASSERT_GT(size, 0);
+  support::Pauses pauses;
+  pauses.holdAt(GetParam().point);
+  int result = 0;
+  std::thread asking([&] { result = x_fluvia_file_bufferSize(handle); });
+  EXPECT_TRUE(pauses.reached(GetParam().point));
+  EXPECT_EQ(x_fluvia_file_close(handle), 0);
+  pauses.release(GetParam().point);
+  asking.join();
+  EXPECT_EQ(result, GetParam().hasFile ? size : FVFR_FAILED);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryPlace, FileApiOvertakenCall,
+                         testing::Values(Overtaken{"FluviaFile::SharedUse counted", false},
+                                         Overtaken{"FluviaFile::SharedUse taken", true}));
+#endif
+
 // The size probe reads a byte: it must not come between another thread's seek and read.
 TEST_F(FileApiConcurrency, SizeAndOpenOfTheSameFileDoNotShiftTheFirstReads) {
   for (int round = 0; round < 100; ++round) {
