@@ -138,7 +138,10 @@ bool BufferQueue::findBackward(long long pos, bool* forwardInstead) {
     }
     if (wake == Wake::kEnd) reading.endReached = true;
     if (wake != Wake::kLook) return false;
-    if (inFront && !seekable && blocks.front()->getBeginningSeqNum() == 0) {
+    // A late reader finds that the new stream has already left its first block.
+    const bool beganAnew =
+        blocks.front()->getBeginningSeqNum() == 0 || (*rdTail)->isForwarding(pos);
+    if (inFront && !seekable && beganAnew) {
       FLUVIA_LOG_AS("fill", 1,
                     "streaming is not seekable, upper layer seek to previous position, fluviafs "
                     "need reconnect stream and read from begin of stream, so need to read "
