@@ -28,6 +28,24 @@ bool isPlaylist(const std::string& bytes) {
   return false;
 }
 
+// ---- MPEG-TS -----------------------------------------------------------------------------------
+
+constexpr char kSync = 0x47;
+constexpr char kContent = 0x30;  // a packet has at least one of a header of its own and a payload
+constexpr size_t kPackets = 5;
+
+// Packets of 188 bytes, or of 192 with a time stamp of 4 bytes before each.
+bool isTransport(const std::string& bytes) {
+  const auto hasPackets = [&bytes](size_t begin, size_t size) {
+    if (begin + kPackets * size > bytes.size()) return false;
+    for (size_t at = begin; at < begin + kPackets * size; at += size) {
+      if (bytes[at] != kSync || (bytes[at + 3] & kContent) == 0) return false;
+    }
+    return true;
+  };
+  return hasPackets(0, 188) || hasPackets(4, 192);
+}
+
 // ---- Matroska ----------------------------------------------------------------------------------
 
 constexpr long long kEbml = 0x1A45DFA3;
@@ -175,6 +193,8 @@ Head lookAtHead(const std::string& bytes) {
     head = lookAtMatroska(bytes);
   } else if (beginsAsMovie(bytes)) {
     head = lookAtBoxes(bytes);
+  } else if (isTransport(bytes)) {
+    head.medium = Medium::kTransport;
   }
   return head;
 }

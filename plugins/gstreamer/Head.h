@@ -12,6 +12,8 @@ enum class Medium {
   // Fragmented MP4. Its pulling demuxer reads the next fragment's head before it takes the pictures
   // and the sound of one, which are stored apart.
   kFragments,
+  // MPEG-TS. Its pulling demuxer reads the beginning and then, backwards, the end.
+  kTransport,
   // A text that refers to other resources: an HLS playlist, an XML manifest.
   kPlaylist
 };

@@ -27,6 +27,10 @@ constexpr std::chrono::milliseconds kWorthMeasuring(5);
 constexpr double kAssumedSpeed = 1250000;
 // Limit of the head, besides half of the buffer: the beginning must stay buffered.
 constexpr long long kMostOfHead = 262144;
+// The demuxer of MPEG-TS reads pieces of 300 packets backwards from the end, until one has a time
+// stamp. These are often more than one piece apart.
+constexpr long long kLastPiece = 65536;
+constexpr long long kMostOfEnd = 131072;
 
 }  // namespace
 
@@ -183,6 +187,7 @@ void SourceReader::Worker::learn() {
   SourceFacts facts;
   const Outcome outcome = learnHead(&facts.medium);
   restartsSaved_ = facts.medium == Medium::kFragments ? kRestartsInAFragment : 1;
+  readsEndBackwards_ = facts.medium == Medium::kTransport;
   if (outcome == Outcome::kFailed || outcome == Outcome::kInterrupted) return;
   facts.known = true;
   facts.size = outage_.size;
@@ -217,6 +222,8 @@ SourceReader::Outcome SourceReader::Worker::learnHead(Medium* medium) {
     // A stream that cannot seek is always pushed, and in a local file a demuxer may seek freely.
     if (local_ && *medium != Medium::kPlaylist) *medium = Medium::kOther;
     if (local_ || outage_.seekable == 0) return outcome;
+    // Its demuxer reads the end next and then this again. Only a complete block stays buffered.
+    if (head.medium == Medium::kFragments) head.wanted = FVFR_BUFFER_BLOCK;
   }
 }
 
@@ -305,11 +312,14 @@ unsigned int SourceReader::Worker::sizeNow(const Span& span) const {
   return std::min(span.most, std::max(span.least, static_cast<unsigned int>(held)));
 }
 
+long long SourceReader::Worker::arrived() const {
+  return position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+}
+
 // True if a read at offset needs a new request to a server.
 bool SourceReader::Worker::isFar(long long offset) {
   if (local_ || offset == position_ || offset == 0) return false;
-  const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
-  if (offset >= position_) return offset > arrived + SourceReader::kReadAheadMargin;
+  if (offset >= position_) return offset > arrived() + SourceReader::kReadAheadMargin;
   return moveTo(offset) && x_fluvia_file_bufferedSize(handle_) <= 0;
 }
 
@@ -317,11 +327,11 @@ bool SourceReader::Worker::isFar(long long offset) {
 // requests that a demuxer would need to step back from there. Everything in between must stay
 // buffered meanwhile.
 bool SourceReader::Worker::isSoonThere(long long offset) {
-  const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
   const Seconds most = (restart_ + kOnItsWay) * restartsSaved_;
-  const double brings = speedUpTo(arrived) * most.count();
-  if (offset < position_ || offset - position_ > settings_.bufferSize / 2) return false;
-  return static_cast<double>(offset - arrived) < brings;
+  const long long from = arrived();
+  const double brings = speedUpTo(from) * most.count();
+  if (offset < position_ || offset - position_ > settings_.bufferSize / 4 * 3) return false;
+  return static_cast<double>(offset - from) < brings;
 }
 
 // The best speed so far, in bytes per second. The library's figure includes the time to connect.
@@ -336,26 +346,38 @@ double SourceReader::Worker::speedUpTo(long long arrived) {
 // The read that has just ended began a transfer.
 void SourceReader::Worker::noteBeginning() {
   since_ = Clock::now();
-  from_ = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
+  from_ = arrived();
 }
 
-// Lets the running transfer continue up to offset by reading single bytes close behind it. Failures
-// are left for the read at offset.
+// Lets the running transfer continue up to offset by reading single bytes close behind it. If it
+// runs elsewhere, the first of them begins one where the buffered bytes end. Failures are left for
+// the read at offset.
 SourceReader::Outcome SourceReader::Worker::runOn(long long offset, unsigned long long ticket) {
+  long long ahead = 0;
   while (isFar(offset)) {
-    const long long arrived = position_ + std::max(0, x_fluvia_file_bufferedSize(handle_));
     Piece byte;
-    if (!moveTo(arrived + FVFR_BUFFER_BLOCK)) break;
+    if (!moveTo(arrived() + ahead)) break;
     const Outcome outcome = fetchOnce(1, ticket, &byte);
     if (outcome == Outcome::kInterrupted) return outcome;
     if (outcome != Outcome::kDone) break;
+    ahead = FVFR_BUFFER_BLOCK;
   }
   return Outcome::kDone;
 }
 
 SourceReader::Outcome SourceReader::Worker::restartAt(long long offset, unsigned long long ticket) {
   noteFar(offset);
-  return stepsBack_ ? runUp(offset, ticket) : Outcome::kDone;
+  const long long earlier = earlierBy(offset);
+  return earlier > 0 ? runUp(offset - earlier, offset, ticket) : Outcome::kDone;
+}
+
+// Bytes by which a request begins before offset, because the demuxer will step back.
+long long SourceReader::Worker::earlierBy(long long offset) {
+  if (stepsBack_) return FVFR_BUFFER_BLOCK;
+  if (!readsEndBackwards_ || outage_.size - offset > kLastPiece) return 0;
+  // Every other time the first piece is enough, so this may cost half a restart.
+  const double brings = speedUpTo(arrived()) * Seconds(restart_).count() / 2;
+  return std::min(kMostOfEnd, static_cast<long long>(brings));
 }
 
 // Some demuxers pull a picture and then the sound stored a little before it. A request that begins
@@ -365,14 +387,16 @@ void SourceReader::Worker::noteFar(long long offset) {
   lastFar_ = offset;
 }
 
-// Starts a request one block before offset, near enough to serve the read at offset. Failures are
-// left for that read.
-SourceReader::Outcome SourceReader::Worker::runUp(long long offset, unsigned long long ticket) {
-  const long long begin = offset / FVFR_BUFFER_BLOCK * FVFR_BUFFER_BLOCK - FVFR_BUFFER_BLOCK;
-  if (begin < 0 || !moveTo(begin)) return Outcome::kDone;
+// Starts a request at the block of begin and lets it continue up to offset. Failures are left for
+// the read at offset.
+SourceReader::Outcome SourceReader::Worker::runUp(long long begin, long long offset,
+                                                  unsigned long long ticket) {
+  const long long block = begin / FVFR_BUFFER_BLOCK * FVFR_BUFFER_BLOCK;
+  if (begin < 0 || !moveTo(block)) return Outcome::kDone;
   Piece first;
   const Outcome outcome = fetchOnce(1, ticket, &first);
-  return outcome == Outcome::kInterrupted ? outcome : Outcome::kDone;
+  if (outcome == Outcome::kInterrupted) return outcome;
+  return outcome == Outcome::kDone ? runOn(offset, ticket) : Outcome::kDone;
 }
 
 bool SourceReader::Worker::moveTo(long long offset) {

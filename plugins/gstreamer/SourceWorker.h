@@ -68,14 +68,17 @@ class SourceReader::Worker {
   Outcome fetchHere(const Span& span, unsigned long long ticket, Piece* piece);
   Outcome fetchOnce(unsigned int size, unsigned long long ticket, Piece* piece);
   unsigned int sizeNow(const Span& span) const;
+  // Offset up to which bytes have arrived behind position_.
+  long long arrived() const;
   bool isFar(long long offset);
   bool isSoonThere(long long offset);
   double speedUpTo(long long arrived);
   void noteBeginning();
   Outcome runOn(long long offset, unsigned long long ticket);
   Outcome restartAt(long long offset, unsigned long long ticket);
+  long long earlierBy(long long offset);
   void noteFar(long long offset);
-  Outcome runUp(long long offset, unsigned long long ticket);
+  Outcome runUp(long long begin, long long offset, unsigned long long ticket);
   bool moveTo(long long offset);
   void waitForCompletion(Lock& held, int request, unsigned long long ticket);
   bool abandoned(unsigned long long ticket) const {
@@ -129,6 +132,7 @@ class SourceReader::Worker {
   bool stepsBack_ = false;
   Clock::duration restart_{0};  // time from the first request to its first bytes
   int restartsSaved_ = 1;
+  bool readsEndBackwards_ = false;
   // When the current transfer began, its first byte, and the best speed of all transfers so far.
   Clock::time_point since_;
   long long from_ = 0;

@@ -100,6 +100,23 @@ TEST(Head, MovieIsReadOnUntilItIsClear) {
   expect((kType + movie).substr(0, static_cast<size_t>(next)), Medium::kFragments);
 }
 
+TEST(Head, PacketsOfATransportStreamAreKnown) {
+  const std::string packet = std::string("\x47\x01\x00\x10", 4) + std::string(184, '\0');
+  const std::string stamped = "time" + packet;
+  std::string packets;
+  std::string blueRay;
+  for (int i = 0; i < 20; ++i) {
+    packets += packet;
+    blueRay += stamped;
+  }
+  expect(packets, Medium::kTransport);
+  expect(blueRay, Medium::kTransport);
+  expect(packets.substr(0, 5 * 188), Medium::kTransport);
+  expect(packets.substr(0, 5 * 188 - 1), Medium::kOther);
+  packets[4 * 188] = 'F';
+  expect(packets, Medium::kOther);
+}
+
 TEST(Head, PlaylistsAreKnown) {
   expect("#EXTM3U\n#EXT-X-VERSION:3\n", Medium::kPlaylist);
   expect("\xEF\xBB\xBF#EXTM3U\n", Medium::kPlaylist);

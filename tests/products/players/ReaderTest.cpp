@@ -13,6 +13,7 @@
 #include "tests/support/Pattern.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/QueueProbe.h"
+#include "tests/support/SlowLink.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/Watchdog.h"
 #include "util/PausePoint.h"
@@ -106,6 +107,76 @@ TEST(SourceReader, KnowsWhatTheMediumIs) {
   SourceReader film(server.url("/film"), SourceSettings());
   EXPECT_EQ(static_cast<int>(list.waitForFacts(kLong).medium), static_cast<int>(Medium::kPlaylist));
   EXPECT_EQ(static_cast<int>(film.waitForFacts(kLong).medium), static_cast<int>(Medium::kOther));
+}
+
+// A file behind a link of 100 ms and 20 Mbit/s.
+class FarFile {
+ public:
+  FarFile(const std::string& head, size_t size) : bytes_(head) {
+    bytes_.resize(size, 'x');
+    server_.on("/file", support::serveFile(folder_.makeText("file", bytes_)));
+  }
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(link_.port()) + "/file"; }
+  int requests() const { return server_.requestCount("/file"); }
+  ::testing::AssertionResult isRead(SourceReader& reader, size_t offset, unsigned int size) const {
+    SourceReader::Piece piece;
+    if (reader.read(static_cast<long long>(offset), size, &piece) != Outcome::kDone) {
+      return ::testing::AssertionFailure() << reader.explanation();
+    }
+    if (bytes_.compare(offset, size, piece.data.get(), piece.size) == 0) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "wrong bytes at " << offset;
+  }
+
+ private:
+  std::string bytes_;
+  const support::TemporaryFolder folder_;
+  FaultServer server_;
+  support::SlowLink link_{server_.port(), 100, 2500000};
+};
+
+std::string packets(size_t count) {
+  std::string made;
+  for (size_t i = 0; i < count; ++i) {
+    made += std::string("\x47\x01\x00\x10", 4) + std::string(184, static_cast<char>(i));
+  }
+  return made;
+}
+
+// A demuxer looks for the last time stamp in pieces of 300 packets, the last one first.
+TEST(SourceReader, LastPiecesOfATransportStreamAreOneRequest) {
+  const size_t size = size_t{30000} * 188;
+  const FarFile file(packets(30000), size);
+  SourceReader reader(file.url(), SourceSettings());
+  ASSERT_TRUE(file.isRead(reader, 0, 65536));
+  EXPECT_TRUE(file.isRead(reader, size - 56400, 56400));
+  EXPECT_TRUE(file.isRead(reader, size - 112800, 56400));
+  EXPECT_EQ(file.requests(), 2);
+}
+
+std::string box(const std::string& type, const std::string& body) {
+  const auto size = static_cast<unsigned char>(body.size() + 8);
+  return std::string(3, '\0') + static_cast<char>(size) + type + body;
+}
+
+// A demuxer reads the index at the end, and then the beginning on to the second fragment before it
+// takes the pictures of the first.
+TEST(SourceReader, BeginningOfFragmentsSurvivesTheIndexAtTheEnd) {
+  constexpr size_t kSecond = 350000;
+  const std::string movie = box("mvhd", std::string(100, 'h')) + box("mvex", std::string(40, 'x'));
+  const FarFile file(box("ftyp", "isom") + box("moov", movie), 6000000);
+  SourceSettings settings;
+  settings.bufferSize = 524288;
+  SourceReader reader(file.url(), settings);
+  ASSERT_TRUE(file.isRead(reader, 0, 100));
+  EXPECT_TRUE(file.isRead(reader, 5999984, 16));
+  EXPECT_TRUE(file.isRead(reader, 100, 600));
+  EXPECT_EQ(file.requests(), 2);
+  EXPECT_TRUE(file.isRead(reader, kSecond, 16));
+  EXPECT_TRUE(file.isRead(reader, 700, 163748));
+  EXPECT_TRUE(file.isRead(reader, kSecond - 12000, 200));
+  EXPECT_EQ(file.requests(), 3);
 }
 
 // Otherwise the second reader would share the first one's buffer.
