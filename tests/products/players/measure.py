@@ -36,13 +36,16 @@ FIELDS = ["file", "round_trip_ms", "way", "first_ms", "seek_ms", "seek_worst_ms"
 
 
 def ways(build, file):
-    """The players of a file, with their commands. HLS through FFmpeg is measured elsewhere."""
+    """The players of a file, with their commands. HLS through FFmpeg is measured elsewhere, and mpv
+    lets FFmpeg open it."""
     frames = [build + "/examples/ffmpeg/frames"]
     gst = [build + "/tests/products/players/gst-frames"]
     plugin = ["--plugin", build + "/plugins/gstreamer/libgstfluvia.so"]
     ffmpeg = [("FFmpeg, libfluviafs", frames, ""),
               ("FFmpeg, its own http", frames + ["--plain"], "")]
-    return (ffmpeg if not file.endswith(".m3u8") else []) + [
+    mpv = [build + "/tests/products/players/mpv-times"]
+    single = ffmpeg + [("mpv, libfluviafs", mpv, "fluvia+"), ("mpv, its own http", mpv, "")]
+    return (single if not file.endswith(".m3u8") else []) + [
         ("GStreamer, fluviasrc", gst + plugin, "fluvia+"),
         ("GStreamer, souphttpsrc", gst, "")]
 
@@ -167,6 +170,7 @@ def table(path):
 
 
 COLOURS = {"FFmpeg, libfluviafs": "#1f6f8b", "FFmpeg, its own http": "#9fc5d1",
+           "mpv, libfluviafs": "#4f7d3a", "mpv, its own http": "#b9d1ac",
            "GStreamer, fluviasrc": "#a8552e", "GStreamer, souphttpsrc": "#e0b79f"}
 
 
@@ -189,7 +193,7 @@ def picture(path):
                                (450, "seek_ms", "Seek to frame, median ms")):
         bottom = bars(sheet, left, 28, 330, title, list(panel(rows, field)), thick=11, gap=2)
     sheet.height = bottom + 50
-    legend(sheet, 20, bottom + 16, 210, COLOURS)
+    legend(sheet, 20, bottom + 16, 140, COLOURS)
     sheet.text(20, bottom + 42, origin_of(path), font_size=10, fill="#555")
     print(sheet, end="")
 
