@@ -33,18 +33,30 @@ struct ReadResult {
 class AsyncReader {
  public:
   explicit AsyncReader(const Source& source) : source_(source) {}
+  // Waits for the outstanding read, whose buffer is about to be freed.
+  ~AsyncReader() {
+    if (outstanding_) {
+      wait();
+    }
+  }
+  AsyncReader(const AsyncReader&) = delete;
+  AsyncReader& operator=(const AsyncReader&) = delete;
 
   // Issues a read of size bytes into buffer, which must stay valid until wait() has returned.
   int start(char* buffer, unsigned int size) {
     const std::lock_guard<std::mutex> guard(lock_);
     done_ = false;
-    return x_fluvia_file_read_async(source_.handle(), buffer, size, completed, this, &request_);
+    const int code =
+        x_fluvia_file_read_async(source_.handle(), buffer, size, completed, this, &request_);
+    outstanding_ = code == FVFR_OK;
+    return code;
   }
 
   // Waits for the read that was started.
   ReadResult wait() {
     std::unique_lock<std::mutex> guard(lock_);
     wake_.wait(guard, [this] { return done_; });
+    outstanding_ = false;
     return result_;
   }
 
@@ -70,6 +82,7 @@ class AsyncReader {
   bool done_ = false;  // guarded by lock_
   ReadResult result_;  // guarded by lock_
   int request_ = 0;
+  bool outstanding_ = false;  // of the caller's thread
 };
 
 class Cat {
@@ -214,7 +227,7 @@ class Cat {
         started = begin(reader, buffers[turn].data(), done_ + result.bytes, &underWay);
       }
       if (!passOn(result, filled, &code) || started != kExitOk) {
-        return finishAsync(reader, underWay, code == kExitOk ? started : code);
+        return code == kExitOk ? started : code;
       }
     }
     return code;
@@ -244,14 +257,6 @@ class Cat {
     const int code = reader.start(buffer, size);
     *underWay = code == FVFR_OK;
     return *underWay ? kExitOk : fail(kExitSource, source_.explain("read", code));
-  }
-
-  // The buffers are about to be freed: no read may be outstanding.
-  static int finishAsync(AsyncReader& reader, bool underWay, int code) {
-    if (underWay) {
-      reader.wait();
-    }
-    return code;
   }
 
   int report(double seconds) {

@@ -11,7 +11,7 @@ namespace tools {
 // The exit codes of fluvia.
 enum ExitCode : int {
   kExitOk = 0,
-  kExitSource = 1,   // the source cannot be opened or read
+  kExitSource = 1,   // the source cannot be opened or read, or no memory is left
   kExitUsage = 2,    // the command line is wrong
   kExitDiffers = 3,  // check found bytes that differ
   kExitOutput = 4,   // the output cannot be written

@@ -3,6 +3,7 @@
 #include <fluviafs.h>
 
 #include <algorithm>
+#include <new>
 
 #include "Text.h"
 
@@ -32,7 +33,7 @@ Progress::~Progress() {
   wake_.notify_one();
   drawer_.join();
   draw();
-  screen_.print("\n");
+  screen_.endLine();
 }
 
 void Progress::run() {
@@ -52,12 +53,14 @@ void Progress::tell(const std::string& text, bool waits) {
   screen_.fail(text);
 }
 
-void Progress::draw() const {
+void Progress::draw() const try {
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin_;
   std::string text = line(elapsed.count());
   const size_t room = static_cast<size_t>(std::max(1, screen_.columns() - 1));
   text.resize(room, ' ');
   screen_.print("\r" + text);
+} catch (const std::bad_alloc&) {
+  // The bar stays as it was; if more than the bar lacks memory, the reader reports it.
 }
 
 std::string Progress::line(double seconds) const {

@@ -47,9 +47,7 @@ int Screen::columns() const {
   return size.ws_col;
 }
 
-void Screen::print(const std::string& text) const {
-  const char* next = text.data();
-  size_t left = text.size();
+void Screen::print(const char* next, size_t left) const {
   while (left != 0) {
     const ssize_t written = write(own_, next, left);
     if (written < 0 && errno == EINTR) {

@@ -29,12 +29,15 @@ class Screen {
   int columns() const;
 
   // Writes text unchanged.
-  void print(const std::string& text) const;
+  void print(const std::string& text) const { print(text.data(), text.size()); }
+  void endLine() const { print("\n", 1); }
   // Writes the program's name, the text without the passwords of URLs, and a line end. A URL whose
   // password has a blank must be masked in the text.
   void fail(const std::string& text) const;
 
  private:
+  void print(const char* next, size_t left) const;
+
   const std::string program_;
   int own_;  // descriptor of the user's standard error; closed by this object
 };

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -82,8 +83,14 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   settings_.firstSeconds = 0;
   settings_.bufferSize = bufferSize;
   settings_.data = this;
+  // No exception may leave these: their callers are in C.
   settings_.apply = [](int handle, void* self) {
-    static_cast<Source*>(self)->applySettings(handle);
+    Source* const source = static_cast<Source*>(self);
+    try {
+      source->applySettings(handle);
+    } catch (const std::bad_alloc&) {
+      source->starved_ = true;
+    }
   };
   settings_.unwanted = [](void* self) {
     const auto& unwanted = static_cast<Source*>(self)->unwanted_;
@@ -91,7 +98,11 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
   };
   settings_.notice = [](FluviaStreamNotice notice, const char* text, void* self) {
     const Notice& told = static_cast<Source*>(self)->notice_;
-    if (told) told(notice, text);
+    try {
+      if (told) told(notice, text);
+    } catch (const std::bad_alloc&) {
+      // The user only misses why the source waits; its failure is a code.
+    }
   };
   if (fluvia_stream_open(&stream_, name_.c_str(), &settings_) != FVFR_OK) {
     *error = explain("open", FVFR_FAILED);
@@ -103,8 +114,8 @@ bool Source::open(const std::string& name, int bufferSize, std::string* error) {
                      : ": it names no server the library could ask");
     return false;
   }
-  *error = settingsError_;
-  return settingsError_.empty();
+  *error = starved_ ? "no memory is left" : settingsError_;
+  return error->empty();
 }
 
 // Checks that the name is a URL, or a path that can be streamed.

@@ -86,6 +86,7 @@ class Source {
   bool local_ = false;
   std::string name_;
   std::string settingsError_;
+  bool starved_ = false;  // the settings found no memory
 };
 
 // Applies the log level of the command line, now and again after every open, because the first open

@@ -1,5 +1,7 @@
 // fluvia: the library on the command line.
+#include <new>
 #include <string>
+#include <system_error>
 
 #include "CommandLine.h"
 #include "Commands.h"
@@ -15,8 +17,7 @@ int logLevel(int verbosity) {
   return verbosity - 1;
 }
 
-int runCommand(const tools::CommandLine& line) {
-  tools::Screen screen;
+int runCommand(const tools::CommandLine& line, tools::Screen& screen) {
   std::string error;
   if (!screen.redirect(line.log, &error)) {
     screen.fail(error);
@@ -32,7 +33,15 @@ int runCommand(const tools::CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  tools::CommandLine line;
-  const int code = tools::parseCommandLine(argc, argv, &line);
-  return line.command ? runCommand(line) : code;
+  tools::Screen screen;
+  try {
+    tools::CommandLine line;
+    const int code = tools::parseCommandLine(argc, argv, &line);
+    return line.command ? runCommand(line, screen) : code;
+  } catch (const std::bad_alloc&) {
+    screen.fail("no memory is left");
+  } catch (const std::system_error& error) {
+    screen.fail(std::string("no thread can be started: ") + error.what());
+  }
+  return tools::kExitSource;
 }

@@ -3,9 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
-#include <vector>
+#include <new>
 
 #include "../TraceCommand.h"
 #include "TracePage.h"
@@ -62,7 +63,7 @@ bool LiveTrace::begin(const std::string& output, std::string* error) {
 }
 
 void LiveTrace::readAll() {
-  std::vector<char> buffer(1 << 16);
+  std::array<char, 65536> buffer;
   for (;;) {
     const ssize_t got = read(pipe_, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) {
@@ -72,7 +73,19 @@ void LiveTrace::readAll() {
       return;
     }
     passOn(before_, buffer.data(), static_cast<size_t>(got));
-    reader_.feed(buffer.data(), static_cast<size_t>(got));
+    take(buffer.data(), static_cast<size_t>(got));
+  }
+}
+
+// Without memory the rest of the log is only passed on: a full pipe would stop the library.
+void LiveTrace::take(const char* data, size_t size) {
+  if (starved_) {
+    return;
+  }
+  try {
+    reader_.feed(data, size);
+  } catch (const std::bad_alloc&) {
+    starved_ = true;
   }
 }
 
@@ -91,6 +104,10 @@ void LiveTrace::giveBack() {
 
 bool LiveTrace::finish(const std::string& title, std::string* error) {
   giveBack();
+  if (starved_) {
+    *error = "no memory is left for the trace";
+    return false;
+  }
   reader_.finish();
   story_.finish();
   return writePage(tracePage(title, story_, reader_.counts()), &page_, error);

@@ -29,13 +29,15 @@ class LiveTrace {
 
  private:
   void readAll();
+  void take(const char* data, size_t size);
   void giveBack();
 
   Output page_;
   TraceStory story_;
   LogReader reader_;
-  int before_ = -1;  // the old target of descriptor 2
-  int pipe_ = -1;    // the read end
+  int before_ = -1;       // the old target of descriptor 2
+  int pipe_ = -1;         // the read end
+  bool starved_ = false;  // the log found no memory; valid when the thread has ended
   std::thread thread_;
 };
 

@@ -45,6 +45,15 @@ cat_copies_the_file() {
   cmp file copy
 }
 
+# The addresses suffice for the program, but not for a read of that size.
+cat_without_memory_ends_with_a_reason() {
+  make_file file 1000000
+  for way in "" --async; do
+    gives 1 bash -c "ulimit -v 1000000; exec '$fluvia' cat file --read-size 1G $way"
+    says "fluvia: no memory is left"
+  done
+}
+
 cat_async_copies_the_file() {
   make_file file 5000000
   gives 0 "$fluvia" cat file --async
