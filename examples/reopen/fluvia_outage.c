@@ -8,6 +8,7 @@
 
 static const long kPauses[] = {0, 500, 1000, 2000, 4000, 5000}; /* milliseconds */
 enum { kPauseCount = sizeof kPauses / sizeof kPauses[0], kHeaderRoom = 8192, kMark = 32 };
+enum { kRangeRefused = 416 };
 
 /* Makes fragments unique in the process. */
 static pthread_mutex_t openingsLock = PTHREAD_MUTEX_INITIALIZER;
@@ -60,6 +61,11 @@ int fluvia_outage_is_same(const FluviaOutage* outage, int handle) {
   }
   return outage->type[0] == '\0' ||
          strncmp(typeOf(handle), outage->type, sizeof outage->type - 1) == 0;
+}
+
+int fluvia_outage_has_changed(const FluviaOutage* outage, int handle) {
+  return outage->known && outage->size > 0 &&
+         x_fluvia_file_http_get_download_status(handle) == kRangeRefused;
 }
 
 /*

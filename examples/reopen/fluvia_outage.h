@@ -80,6 +80,12 @@ int fluvia_outage_can_seek(int handle);
  */
 int fluvia_outage_is_same(const FluviaOutage* outage, int handle);
 
+/*
+ * True if a handle has failed because the server now refuses the offset (416) of a resource whose
+ * size is known: another one is there, and ends before it. A retry does not help.
+ */
+int fluvia_outage_has_changed(const FluviaOutage* outage, int handle);
+
 /* Explains why a handle has failed, in at most room bytes with the terminator. Returns text. */
 const char* fluvia_outage_explain(int handle, char* text, size_t room);
 

@@ -299,6 +299,10 @@ static int isFailure(int result) {
 static int recover(FluviaStream* stream, int result) {
   char text[kProblemRoom + 64];
   while (isFailure(result)) {
+    if (fluvia_outage_has_changed(&stream->outage, stream->handle)) {
+      result = FLUVIA_STREAM_CHANGED;
+      break;
+    }
     noteProblem(stream, result);
     const long pause = fluvia_outage_pause(&stream->outage, stream->handle, nowMs());
     if (pause < 0) break;

@@ -18,6 +18,10 @@ long long millisecondsOf(TimePoint time) {
 }  // namespace
 
 bool SourceReader::Worker::lose(long long offset) {
+  if (fluvia_outage_has_changed(&outage_, handle_) != 0) {
+    endAsChanged();
+    return false;
+  }
   const Clock::time_point now = Clock::now();
   const long pause = fluvia_outage_pause(&outage_, handle_, millisecondsOf(now));
   if (pause < 0) {

@@ -218,6 +218,16 @@ TEST(FluviaStream, ChangedResourceIsAnErrorForGood) {
   }
 }
 
+// The library itself connects again, before the stream knows of an outage.
+TEST(FluviaStream, ServerThatRefusesTheOffsetHasAnotherResource) {
+  FaultServer server;
+  server.on("/film", inTurn({dropAfter(kSize, kSize / 2), answerStatus(416)}));
+  Streamed film(server.url("/film"));
+  EXPECT_EQ(film.readTo(kSize), FLUVIA_STREAM_CHANGED);
+  ASSERT_EQ(film.notices.size(), 1u);
+  EXPECT_EQ(film.notices.back(), "the resource has changed");
+}
+
 // Its bytes are reread from the beginning, more than the library would skip.
 TEST(FluviaStream, StreamThatCannotSeekGoesOnToo) {
   FaultServer server;

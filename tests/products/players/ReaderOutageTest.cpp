@@ -195,6 +195,19 @@ TEST(SourceOutage, ChangedResourceIsAnErrorForGood) {
   }
 }
 
+// The library itself connects again, before the reader knows of an outage.
+TEST(SourceOutage, ServerThatRefusesTheOffsetHasAnotherResource) {
+  FaultServer server;
+  server.on("/film",
+            support::inTurn({support::dropAfter(kSize, kSize / 2), support::answerStatus(416)}));
+  Told told;
+  SourceReader reader(server.url("/film"), withSmallBuffer(), told.observer());
+  EXPECT_EQ(readOn(reader, 0, kSize), Outcome::kFailed);
+  EXPECT_NE(reader.explanation().find("the resource has changed"), std::string::npos)
+      << reader.explanation();
+  EXPECT_TRUE(told.all().empty());
+}
+
 // Takes the fastest of a few: the machine may be busy.
 TEST(SourceOutage, InterruptEndsTheWaitWithin50Milliseconds) {
   double best = 1e9;
