@@ -78,7 +78,8 @@ static int errorOf(const FluviaAvio* source, int result) {
 static int readPacket(void* opaque, uint8_t* buffer, int size) {
   FluviaAvio* source = opaque;
   unsigned int got = 0;
-  const int result = fluvia_stream_read(source->stream, (char*)buffer, (unsigned int)size, &got);
+  const int result =
+      fluvia_stream_read_some(source->stream, (char*)buffer, (unsigned int)size, &got);
   return result == FVFR_OK ? (int)got : errorOf(source, result);
 }
 

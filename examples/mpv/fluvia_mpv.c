@@ -93,7 +93,7 @@ static FluviaStream* streamOf(Source* source) {
 static int64_t readBytes(void* cookie, char* buffer, uint64_t size) {
   unsigned int got = 0;
   const unsigned int wanted = size > kMostRead ? kMostRead : (unsigned int)size;
-  const int result = fluvia_stream_read(streamOf(sourceOf(cookie)), buffer, wanted, &got);
+  const int result = fluvia_stream_read_some(streamOf(sourceOf(cookie)), buffer, wanted, &got);
   if (result == FVFR_OK) return got;
   return result == FVFR_END_OF_FILE ? 0 : -1;
 }

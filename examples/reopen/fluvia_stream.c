@@ -8,6 +8,7 @@
 #include <time.h>
 
 enum { kBreakAgainMs = 5, kAskEveryMs = 20, kProblemRoom = 160, kSkipPiece = 65536 };
+enum { kLeastPiece = 4096 };
 
 struct FluviaStream {
   /* Only for the reading thread. */
@@ -20,7 +21,8 @@ struct FluviaStream {
   int seekable;
   long long size;
   long long position;
-  int final; /* the result of every call from now on; 0: none */
+  long long since; /* position after the open or the last seek */
+  int final;       /* the result of every call from now on; 0: none */
   int status;
   char problem[kProblemRoom];
 
@@ -342,12 +344,23 @@ int fluvia_stream_connect(FluviaStream* stream) {
   return stream->connected ? FVFR_OK : recover(stream, learn(stream));
 }
 
-int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got) {
+/* What has arrived at the handle's position of size bytes, but a few in any case. */
+static unsigned int sizeNow(const FluviaStream* stream, unsigned int size) {
+  const long long held = x_fluvia_file_bufferedSize(stream->handle);
+  long long least = (stream->position - stream->since) / 16;
+  if (least < kLeastPiece) least = kLeastPiece;
+  if (least < held) least = held;
+  return least < size ? (unsigned int)least : size;
+}
+
+static int readAt(FluviaStream* stream, char* buffer, unsigned int size, int some,
+                  unsigned int* got) {
   *got = 0;
   int result = fluvia_stream_connect(stream);
   while (result == FVFR_OK) {
     result = moveHandle(stream);
-    if (result == FVFR_OK) result = readHandle(stream, buffer, size, got);
+    const unsigned int now = some ? sizeNow(stream, size) : size;
+    if (result == FVFR_OK) result = readHandle(stream, buffer, now, got);
     if (*got > 0 || result == FVFR_END_OF_FILE || result == FVFR_OK) {
       goOn(stream);
       stream->position += *got;
@@ -358,6 +371,15 @@ int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, un
   return result;
 }
 
+int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got) {
+  return readAt(stream, buffer, size, 0, got);
+}
+
+int fluvia_stream_read_some(FluviaStream* stream, char* buffer, unsigned int size,
+                            unsigned int* got) {
+  return readAt(stream, buffer, size, 1, got);
+}
+
 int fluvia_stream_seek(FluviaStream* stream, long long offset) {
   if (offset < 0) return FVFR_FAILED;
   const int result = fluvia_stream_connect(stream);
@@ -365,6 +387,7 @@ int fluvia_stream_seek(FluviaStream* stream, long long offset) {
   if (stream->size >= 0 && offset > stream->size) offset = stream->size;
   if (!stream->seekable && offset != stream->position && offset != 0) return FVFR_SEEK_REFUSED;
   const int again = !stream->seekable && offset != stream->position;
+  if (offset != stream->position) stream->since = offset;
   stream->position = offset;
   if (!again) return FVFR_OK;
   /* The library would return success, and the bytes of another place. */

@@ -87,6 +87,14 @@ void fluvia_stream_start(FluviaStream* stream);
 int fluvia_stream_read(FluviaStream* stream, char* buffer, unsigned int size, unsigned int* got);
 
 /*
+ * Same, but waits for less than size bytes after an open or a seek: a demuxer finds its next frame
+ * in the first ones. Returns what has arrived, at least 4 KiB and a sixteenth of what was read
+ * since.
+ */
+int fluvia_stream_read_some(FluviaStream* stream, char* buffer, unsigned int size,
+                            unsigned int* got);
+
+/*
  * Moves the position; an offset past the end moves to the end. If the stream cannot seek, returns
  * FVFR_SEEK_REFUSED except for the current position and for the beginning; for the latter it opens
  * the resource again. Waits for that, and for nothing else once the stream is connected.

@@ -218,6 +218,39 @@ TEST(FluviaStream, ChangedResourceIsAnErrorForGood) {
   }
 }
 
+// A read of the whole block would wait for the rest of it.
+TEST(FluviaStream, ReadSomeReturnsWhatHasArrived) {
+  FaultServer server;
+  server.on("/film", stallAfter(kSize, 20000));
+  Streamed film(server.url("/film"));
+  std::vector<char> bytes(65536);
+  long long at = 0;
+  while (at < 16384) {
+    unsigned int got = 0;
+    ASSERT_EQ(fluvia_stream_read_some(film.stream, bytes.data(), 65536, &got), FVFR_OK);
+    EXPECT_GE(got, 4096u);
+    EXPECT_EQ(firstDifference(static_cast<unsigned long long>(at), bytes.data(), got), -1);
+    at += got;
+  }
+  EXPECT_LE(at, 20000);
+}
+
+// Small pieces cost a fast reader time, so they are for the first bytes only.
+TEST(FluviaStream, ReadSomeWaitsForMoreTheMoreWasRead) {
+  FaultServer server;
+  server.on("/film", drip(1600000, 3000, 1));
+  Streamed film(server.url("/film"));
+  std::vector<char> bytes(65536);
+  for (long long at = 0; at < 1500000;) {
+    unsigned int got = 0;
+    ASSERT_EQ(fluvia_stream_read_some(film.stream, bytes.data(), 65536, &got), FVFR_OK);
+    EXPECT_GE(got, std::min<long long>(65536, std::max<long long>(4096, at / 16)));
+    at += got;
+  }
+  ASSERT_EQ(fluvia_stream_seek(film.stream, 100000), FVFR_OK);
+  ASSERT_EQ(film.readTo(200000), FVFR_OK);
+}
+
 // The library itself connects again, before the stream knows of an outage.
 TEST(FluviaStream, ServerThatRefusesTheOffsetHasAnotherResource) {
   FaultServer server;
