@@ -27,6 +27,7 @@ double millisecondsSince(Clock::time_point begin) {
 class Player {
  public:
   Player() : mpv_(mpv_create()) {
+    if (mpv_ == nullptr) return;
     for (const auto& option : {std::pair<const char*, const char*>("config", "no"),
                                {"vo", "null"},
                                {"ao", "null"},
